@@ -1,0 +1,29 @@
+# How every target of the project is compiled.
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_library(fusion_options INTERFACE)
+if(MSVC)
+  target_compile_options(fusion_options INTERFACE /W4 /permissive- /utf-8 /fp:precise)
+  if(FUSION_WERROR)
+    target_compile_options(fusion_options INTERFACE /WX)
+  endif()
+else()
+  # Results must be the same on every machine, so nothing is contracted or reordered. Trapping and errno are not
+  # observable here, and without them guarded divisions vectorise.
+  target_compile_options(
+    fusion_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off -fno-trapping-math -fno-math-errno
+                             $<$<CONFIG:Release>:-O3>)
+  if(FUSION_WERROR)
+    target_compile_options(fusion_options INTERFACE -Werror)
+  endif()
+endif()
+
+if(FUSION_SANITIZE)
+  target_compile_options(fusion_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                                  -fno-omit-frame-pointer)
+  target_link_options(fusion_options INTERFACE -fsanitize=address,undefined)
+endif()

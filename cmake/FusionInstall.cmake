@@ -1,0 +1,29 @@
+# cmake --install and the package that find_package(Fusion CONFIG) finds.
+include(CMakePackageConfigHelpers)
+
+install(
+  TARGETS fusion
+  EXPORT FusionTargets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+foreach(folder platform framework band_arithmetic highpass transform evaluation)
+  install(
+    DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion
+    FILES_MATCHING
+    PATTERN "*.h")
+endforeach()
+install(FILES ${PROJECT_SOURCE_DIR}/fusion_api.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion)
+
+set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Fusion)
+install(
+  EXPORT FusionTargets
+  NAMESPACE Fusion::
+  DESTINATION ${config_dir})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/FusionConfig.cmake.in ${PROJECT_BINARY_DIR}/FusionConfig.cmake
+                              INSTALL_DESTINATION ${config_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/FusionConfig.cmake ${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake
+        DESTINATION ${config_dir})

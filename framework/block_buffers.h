@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/raster/raster_source.h"
+
+namespace fusion {
+
+/// The blocks that cover a raster, row by row.
+struct BlockGrid {
+  int width;
+  int height;
+  int blockWidth;
+  int blockHeight;
+
+  int Across() const { return blockWidth > 0 ? (width + (blockWidth - 1)) / blockWidth : 0; }
+  int Down() const { return blockHeight > 0 ? (height + (blockHeight - 1)) / blockHeight : 0; }
+  int Count() const { return Across() * Down(); }
+  /// Block in the given block column and block row, clipped to the raster.
+  CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
+  /// The same with other steps than the block's own size, clipped to the raster.
+  CRect Cell(int column, int row, int stepX, int stepY) const;
+};
+
+/// A rectangle shifted by whole pixels.
+CRect Shift(const CRect& rect, int dx, int dy);
+
+/// A set of equally large band buffers that grow when a rectangle needs more and never shrink. They are not
+/// initialised, but the elements behind a rectangle that was read are 0 for at least its width + 2: a nearest-neighbour
+/// position at the far edge reads one row and one column past it.
+class BandBuffers {
+ public:
+  BandBuffers(std::size_t count, std::int64_t capacity);
+
+  std::size_t Count() const { return m_buffers.size(); }
+  double* operator[](std::size_t i) const { return m_pointers[i]; }
+  /// One pointer per buffer.
+  double** Pointers() { return m_pointers.data(); }
+
+  /// Makes every buffer hold at least the rectangle.
+  void Reserve(const CRect& rect);
+  /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
+  bool Read(std::size_t i, CRasterBand* band, const CRect& rect);
+
+ private:
+  void Allocate();
+
+  std::vector<std::unique_ptr<double[]>> m_buffers;
+  std::vector<double*> m_pointers;
+  std::int64_t m_capacity;
+  std::int64_t m_slack = 0;
+};
+
+}  // namespace fusion

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "framework/fusion_block.h"
+#include "framework/fusion_param.h"
+#include "framework/row_kernel.h"
+#include "framework/shared_array.h"
+#include "platform/algorithm/base_algorithm.h"
+#include "platform/raster/reproject.h"
+
+namespace fusion {
+
+/// Where one algorithm's run differs from the common block loop. Empty functions mean the common way.
+struct RunVariation {
+  const char* logFile = "Fusion";
+  int logLine = 401;
+  const char* logFunction = "CFusion::Process";
+  /// Opens the inputs and creates the output, in place of ConfigDstRaster.
+  std::function<bool(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, std::vector<int>& bands, CRect& rect)>
+      configure;
+  /// A second image that is read over the same rectangle and band as the pan image; opened by configure.
+  CRasterSource* detailSource = nullptr;
+  /// Changes a block right after it was read; msIndex is the place in the band list, -1 for the pan block.
+  std::function<void(CRasterBand& band, int msIndex, double* values, std::int64_t count)> afterRead;
+  /// The kernel, in place of AlgorithmProcess.
+  std::function<void**(const FusionBlock&)> kernel;
+  /// Work on the finished output of a successful run that has a progress reporter, before Finish.
+  std::function<void()> beforeFinish;
+};
+
+}  // namespace fusion
+
+/// Base of every fusion algorithm: opens the pan, multispectral and output rasters, walks the output in blocks of
+/// whole pan rows, reads pan and multispectral pixels for each, lets AlgorithmProcess fuse them and writes the result.
+///
+/// Use: construct a derived class with a parameter record, SetProgress if wanted, call Process once, read
+/// GetLastErrorType (0 for success) and GetLastErrorMessage.
+class FUSION_API CFusion : public CBaseAlgorithm {
+ public:
+  explicit CFusion(FusionParam* param);
+  ~CFusion() override;
+  /// Copies share the statistics arrays.
+  CFusion(const CFusion&);
+  CFusion& operator=(const CFusion&);
+
+  void Process() override;
+  /// Opens the inputs, settles band list, extent and georeference, creates the output. False with the error state set.
+  virtual bool ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
+                               std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi);
+  /// Runs once before the block loop; non-zero ends the run.
+  virtual GISError Preproccess();
+  /// On entry the largest block wanted, on return the block size of the run.
+  virtual void GetBlockSize(int& width, int& height);
+  /// The multispectral pixels that a block of the output needs; false skips the block.
+  virtual bool GetReadBufferRect(CRect* dstBlock, CRect* msRect);
+  virtual GISError StartBolckProcess();
+  /// Fuses one block.
+  /// @param pan pan pixels of the block, row-major, panRect's size
+  /// @param panRect the block in pan pixel coordinates
+  /// @param ms one array per multispectral band, row-major over msRect
+  /// @param msRect the rectangle read from the multispectral image
+  /// @param dstBlock the block in output pixel coordinates
+  /// @param aoi null where the whole block is inside the area of interest, else asked with pan coordinates
+  /// @return outBandCount buffers of the output's element type, made with new[] like the array that holds them, freed
+  ///   by the caller; null when there is nothing to write, a null buffer skips its band
+  virtual void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                                  PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) = 0;
+  virtual void EndBolckProcess();
+  /// Runs once after the block loop; here the spectral matching of the temporary file into the output.
+  virtual void EndProccess();
+
+  /// Writes each band's buffer over a rectangle of the output in the band's own type; GIS_FAILED at the first failure.
+  GISError WriteBlock(CRasterSource* dst, int bandCount, CRect* rect, void** bufs);
+
+  /// One value per band at a position (sample coordinates: a whole number is a pixel centre) of the multispectral
+  /// image, by the parameter record's method; an unknown method leaves out untouched. Always true.
+  /// The three methods are the definition that the row kernel reproduces bit for bit.
+  bool Resample(double x, double y, const double** bands, int bandCount, CRect* rect, double* out);
+  void NearestNeighbor(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
+  void Bilinear(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
+  /// Cubic convolution with parameter -1 (Keys 1981).
+  void Bicubic(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
+
+  /// The overlap of both images in pan pixels. False when there is none.
+  bool GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool strict);
+
+ protected:
+  /// The block loop that every fusion run goes through.
+  void RunBlocks(const fusion::RunVariation& variation);
+  /// Steps of ConfigDstRaster, for configurations that do something between them.
+  bool OpenInput(CRasterSource* source, const std::wstring& path);
+  bool ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
+                           std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi);
+  /// Fills an empty band list with all bands of the multispectral raster.
+  void FillBandList(CRasterSource* ms);
+  /// Resamples, computes, masks and converts a block: all of an AlgorithmProcess but the arithmetic.
+  void** FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
+                  const fusion::RowArithmetic& arithmetic);
+  /// The rows of a block with the multispectral bands resampled, for statistics passes.
+  fusion::RowSource MakeRowSource(const fusion::FusionBlock& block, const fusion::RowPolicy& policy);
+
+  FusionParam m_param;
+  CRasterSource* m_pPanSrc = nullptr;  ///< open only while Process runs, like the next two
+  CRasterSource* m_pMSSrc = nullptr;
+  CRasterSource* m_pDstSrc = nullptr;
+  CReproject* m_pReproject = nullptr;
+  CRasterAOI* m_pAOI = nullptr;
+  std::wstring m_strTempFile;
+  SharedArray m_pMeans;    ///< one per selected multispectral band, null until computed
+  SharedArray m_pStdDevs;  ///< like m_pMeans
+
+ private:
+  struct Run;
+  bool RunOneBlock(Run& run, const fusion::RunVariation& variation, const CRect& block);
+  void FinishRun(const fusion::RunVariation& variation);
+};

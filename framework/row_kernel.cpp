@@ -1,0 +1,240 @@
+#include "framework/row_kernel.h"
+
+#include <algorithm>
+#include <exception>
+#include <mutex>
+
+#ifdef _OPENMP
+#include <omp.h>
+#endif
+
+#include "framework/fusion_block.h"
+#include "platform/raster/pixel_type.h"
+
+namespace fusion {
+namespace {
+
+// Wide enough to pay for the calls, narrow enough for a tile's rows to stay in the caches.
+constexpr int kTileWidth = 1024;
+
+/// Rows of doubles in one allocation.
+class Rows {
+ public:
+  Rows(int count, int width) : m_values(static_cast<std::size_t>(count) * static_cast<std::size_t>(width), 0.0) {
+    for (int i = 0; i < count; ++i) m_pointers.push_back(m_values.data() + static_cast<std::ptrdiff_t>(i) * width);
+  }
+  double* const* Pointers() const { return m_pointers.data(); }
+
+ private:
+  std::vector<double> m_values;
+  std::vector<double*> m_pointers;
+};
+
+/// Output buffers until they are handed over.
+class OutputBlock {
+ public:
+  OutputBlock(PixelDataType type, int bandCount, std::size_t pixels)
+      : m_type(type), m_bandCount(bandCount), m_bands(new void*[static_cast<std::size_t>(bandCount)]()) {
+    try {
+      for (int b = 0; b < bandCount; ++b) {
+        m_bands[b] = platform::DispatchPixelType(
+            type, [pixels](auto element) -> void* { return new decltype(element)[pixels]; });
+      }
+    } catch (...) {
+      FreeBlock(m_type, m_bandCount, m_bands);
+      throw;
+    }
+  }
+  ~OutputBlock() { FreeBlock(m_type, m_bandCount, m_bands); }
+  OutputBlock(const OutputBlock&) = delete;
+  OutputBlock& operator=(const OutputBlock&) = delete;
+
+  unsigned char* Band(int b) const { return static_cast<unsigned char*>(m_bands[b]); }
+  void** Release() {
+    void** bands = m_bands;
+    m_bands = nullptr;
+    return bands;
+  }
+
+ private:
+  PixelDataType m_type;
+  int m_bandCount;
+  void** m_bands;
+};
+
+/// What one thread needs to work through rows of a block.
+class RowWorker {
+ public:
+  RowWorker(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType, const RowPolicy& policy,
+            const RowArithmetic& arithmetic, const platform::ValueConversion& conversion, const OutputBlock& output)
+      : m_block(block),
+        m_policy(policy),
+        m_arithmetic(arithmetic),
+        m_conversion(conversion),
+        m_output(output),
+        m_source(geometry, resampleType, block.ms, block.msBandCount, *block.msRect),
+        m_tileWidth(std::min(kTileWidth, m_source.Width())),
+        m_ms(std::max(block.msBandCount, block.outBandCount), m_tileWidth),
+        m_out(block.outBandCount, m_tileWidth),
+        m_scratch(policy.scratchRows, m_tileWidth) {}
+
+  void Run(int beginRow, int endRow) {
+    for (int first = 0; first < m_source.Width(); first += m_tileWidth) {
+      const int count = std::min(m_tileWidth, m_source.Width() - first);
+      m_source.SetColumns(first, count);
+      for (int row = beginRow; row < endRow; ++row) RunTileRow(first, count, row);
+    }
+  }
+
+ private:
+  void RunTileRow(int first, int count, int row) {
+    // Rows that an arithmetic may have overwritten and that no resampling fills again.
+    for (int b = m_block.msBandCount; b < m_block.outBandCount; ++b) std::fill_n(m_ms.Pointers()[b], count, 0.0);
+    m_source.Resample(row, m_ms.Pointers());
+    const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(row) * m_source.Width() + first;
+    m_arithmetic({count, m_block.msBandCount, m_block.outBandCount, m_block.pan + at,
+                  m_block.detail ? m_block.detail + at : nullptr, m_ms.Pointers(), m_out.Pointers(),
+                  m_scratch.Pointers()});
+    const int size = platform::PixelSize(m_block.outType);
+    for (int b = 0; b < m_block.outBandCount; ++b) {
+      m_conversion.ConvertRow(m_block.outType, m_out.Pointers()[b], m_output.Band(b) + at * size,
+                              static_cast<std::size_t>(count));
+    }
+    if (m_policy.panNoData && m_policy.panNoData->IsHaveNoData()) StorePanNoData(at, count);
+    if (m_block.aoi) ClearOutsideArea(first, count, row, at);
+  }
+
+  void StorePanNoData(std::ptrdiff_t at, int count) {
+    platform::ValueConversion plain = m_conversion;
+    plain.m_bStretch = false;
+    plain.m_bAddOne = false;
+    const int size = platform::PixelSize(m_block.outType);
+    for (std::ptrdiff_t i = at; i < at + count; ++i) {
+      if (!m_policy.panNoData->IsNoData(m_block.pan[i])) continue;
+      for (int b = 0; b < m_block.outBandCount; ++b) {
+        plain.ConvertRow(m_block.outType, &m_block.pan[i], m_output.Band(b) + i * size, 1);
+      }
+    }
+  }
+
+  void ClearOutsideArea(int first, int count, int row, std::ptrdiff_t at) {
+    const int size = platform::PixelSize(m_block.outType);
+    for (int i = 0; i < count; ++i) {
+      if (m_block.aoi->IsInAOI(m_block.panRect->left + first + i, m_block.panRect->top + row)) continue;
+      for (int b = 0; b < m_block.outBandCount; ++b) std::fill_n(m_output.Band(b) + (at + i) * size, size, 0);
+    }
+  }
+
+  const FusionBlock& m_block;
+  const RowPolicy& m_policy;
+  const RowArithmetic& m_arithmetic;
+  const platform::ValueConversion& m_conversion;
+  const OutputBlock& m_output;
+  RowSource m_source;
+  int m_tileWidth;
+  Rows m_ms;
+  Rows m_out;
+  Rows m_scratch;
+};
+
+/// Shares rows out among threads, each taking one contiguous part; an exception of any of them goes on to the caller.
+template <typename Work>
+void ForRows(int rows, bool parallel, const Work& work) {
+#ifdef _OPENMP
+  if (parallel) {
+    std::exception_ptr failure;
+    std::mutex mutex;
+#pragma omp parallel
+    {
+      const auto threads = static_cast<std::int64_t>(omp_get_num_threads());
+      const auto thread = static_cast<std::int64_t>(omp_get_thread_num());
+      const auto begin = static_cast<int>(rows * thread / threads);
+      const auto end = static_cast<int>(rows * (thread + 1) / threads);
+      try {
+        if (begin < end) work(begin, end);
+      } catch (...) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        failure = std::current_exception();
+      }
+    }
+    if (failure) std::rethrow_exception(failure);
+    return;
+  }
+#endif
+  static_cast<void>(parallel);
+  work(0, rows);
+}
+
+}  // namespace
+
+RowSource::RowSource(const RowGeometry& geometry, ResampleType type, const double* const* bands, int bandCount,
+                     const CRect& msRect)
+    : m_geometry(geometry),
+      m_resampler(type, bands, bandCount, msRect),
+      m_separable(!geometry.reproject && geometry.toGround.IsAxisAligned() && geometry.groundToMs.IsAxisAligned()) {}
+
+void RowSource::SetColumns(int first, int count) {
+  m_first = first;
+  m_count = count;
+  m_x.resize(static_cast<std::size_t>(count));
+  m_y.resize(static_cast<std::size_t>(count));
+  if (!m_separable) return;
+  MapRow(0);
+  m_resampler.SetColumns(m_x.data(), count);
+}
+
+void RowSource::MapRow(int row) {
+  const RowGeometry& g = m_geometry;
+  const double y = static_cast<double>(g.rect.top + row) + g.offset;
+  for (int i = 0; i < m_count; ++i) {
+    const auto k = static_cast<std::size_t>(i);
+    const double x = static_cast<double>(g.rect.left + m_first + i) + g.offset;
+    m_x[k] = g.toGround.X(x, y);
+    m_y[k] = g.toGround.Y(x, y);
+  }
+  if (g.reproject) {
+    g.reproject->GetSrcPos(m_x.data(), m_y.data(), m_x.data(), m_y.data(), m_count);
+    return;
+  }
+  for (std::size_t k = 0; k < m_x.size(); ++k) {
+    const double gx = m_x[k];
+    const double gy = m_y[k];
+    m_x[k] = platform::SampleCoordinate(g.groundToMs.X(gx, gy), g.msWidth);
+    m_y[k] = platform::SampleCoordinate(g.groundToMs.Y(gx, gy), g.msHeight);
+  }
+}
+
+void RowSource::Resample(int row, double* const* out) {
+  if (!m_separable) {
+    MapRow(row);
+    m_resampler.ResamplePoints(m_x.data(), m_y.data(), m_count, out);
+    return;
+  }
+  const RowGeometry& g = m_geometry;
+  const double x = static_cast<double>(g.rect.left) + g.offset;
+  const double y = static_cast<double>(g.rect.top + row) + g.offset;
+  const double msRow = g.groundToMs.Y(g.toGround.X(x, y), g.toGround.Y(x, y));
+  m_resampler.ResampleRow(platform::SampleCoordinate(msRow, g.msHeight), out);
+}
+
+void** RunRowKernel(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType,
+                    const RowPolicy& policy, const RowArithmetic& arithmetic,
+                    const platform::ValueConversion& conversion) {
+  if (!platform::IsPixelType(block.outType)) return nullptr;
+  OutputBlock output(block.outType, block.outBandCount, static_cast<std::size_t>(geometry.rect.Area()));
+  ForRows(geometry.rect.Height(), policy.parallelRows, [&](int begin, int end) {
+    RowWorker(block, geometry, resampleType, policy, arithmetic, conversion, output).Run(begin, end);
+  });
+  return output.Release();
+}
+
+void FreeBlock(PixelDataType type, int bandCount, void** bands) {
+  if (!bands) return;
+  for (int b = 0; b < bandCount; ++b) {
+    platform::DispatchPixelType(
+        type, [&](auto element) -> int { return delete[] static_cast<decltype(element)*>(bands[b]), 0; });
+  }
+  delete[] bands;
+}
+
+}  // namespace fusion

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "framework/fusion_block.h"
+#include "framework/row_resampler.h"
+#include "platform/algorithm/value_conversion.h"
+#include "platform/raster/raster_aoi.h"
+#include "platform/raster/raster_source.h"
+#include "platform/raster/reproject.h"
+
+namespace fusion {
+
+/// A stretch of one output row, as an algorithm's arithmetic sees it: plain rows of doubles.
+struct FusionRow {
+  int width;
+  int msBandCount;
+  int outBandCount;
+  const double* pan;
+  const double* detail;  ///< null where the run has no second detail image
+  /// The resampled multispectral bands, at least outBandCount rows: those beyond msBandCount are 0. May be overwritten.
+  double* const* ms;
+  double* const* out;     ///< outBandCount rows to fill
+  double* const* scratch;  ///< RowPolicy::scratchRows rows for the arithmetic's own use
+};
+
+using RowArithmetic = std::function<void(const FusionRow&)>;
+
+enum class PositionStart { kPan, kOutput };
+
+/// In what the algorithms' kernels differ besides the arithmetic.
+struct RowPolicy {
+  /// The raster whose pixel centres positions start from when there is no reprojection.
+  PositionStart start = PositionStart::kPan;
+  /// Under reprojection positions start from the output raster at the whole-number pixel plus this.
+  double reprojectedOffset = 0.0;
+  int scratchRows = 0;
+  /// Rows are shared out evenly among the OpenMP threads; the arithmetic must then be callable from several.
+  bool parallelRows = false;
+  /// Where set, pixels whose pan value is this band's no-data value get that value in every output band.
+  const CRasterBand* panNoData = nullptr;
+};
+
+/// Everything that maps a block's pixels to positions in the multispectral image.
+struct RowGeometry {
+  platform::Affine toGround;    ///< of the raster that positions start from
+  double offset;                ///< added to its whole pixel coordinates
+  CRect rect;                   ///< the block in that raster's pixels
+  platform::Affine groundToMs;  ///< unused under reprojection
+  int msWidth;
+  int msHeight;
+  const CReproject* reproject;  ///< null without reprojection
+};
+
+/// The rows of one block with the multispectral bands resampled at every pixel. One per thread.
+class RowSource {
+ public:
+  RowSource(const RowGeometry& geometry, ResampleType type, const double* const* bands, int bandCount,
+            const CRect& msRect);
+
+  int Width() const { return m_geometry.rect.Width(); }
+  int Height() const { return m_geometry.rect.Height(); }
+  /// Chooses the columns, counted from the block's left edge, that Resample works on.
+  void SetColumns(int first, int count);
+  /// Fills one row of values per band for a row counted from the block's top edge.
+  void Resample(int row, double* const* out);
+
+ private:
+  void MapRow(int row);
+
+  RowGeometry m_geometry;
+  RowResampler m_resampler;
+  bool m_separable;
+  int m_first = 0;
+  int m_count = 0;
+  std::vector<double> m_x;
+  std::vector<double> m_y;
+};
+
+/// Runs the arithmetic over a block row by row and converts to the output type; see CFusion::AlgorithmProcess for the
+/// result. Null for an unknown output type.
+void** RunRowKernel(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType,
+                    const RowPolicy& policy, const RowArithmetic& arithmetic,
+                    const platform::ValueConversion& conversion);
+
+/// Frees what RunRowKernel made.
+void FreeBlock(PixelDataType type, int bandCount, void** bands);
+
+}  // namespace fusion

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <string>
+
+#include "platform/algorithm/algorithm_param.h"
+#include "platform/algorithm/base_progress.h"
+#include "platform/algorithm/value_conversion.h"
+#include "platform/raster/raster_aoi.h"
+#include "platform/raster/raster_source.h"
+
+/// Last error types that a run leaves in its algorithm.
+enum LastErrorType : int {
+  ERR_NONE = 0,
+  ERR_CANCELLED = 1,
+  ERR_READ = 2,
+  ERR_WRITE = 3,
+  ERR_OPEN = 4,
+  ERR_CREATE = 5,
+  ERR_EXCEPTION = 6,
+  ERR_STATISTICS = 7,
+  ERR_ZERO_DEVIATION = 10,
+  ERR_BANDS = 11,
+  ERR_REPROJECT = 20,
+};
+
+/// Base of every algorithm: error state, progress reporter and the conversion of computed values to output pixels.
+/// Failures are states, never exceptions: a run leaves its outcome in GetLastErrorType and GetLastErrorMessage.
+class FUSION_API CBaseAlgorithm {
+ public:
+  CBaseAlgorithm();
+  virtual ~CBaseAlgorithm();
+  CBaseAlgorithm(const CBaseAlgorithm&);
+  CBaseAlgorithm& operator=(const CBaseAlgorithm&);
+
+  /// The whole run.
+  virtual void Process() = 0;
+  /// Loads the record's area of interest and cuts m_rcProcess to it; *aoi stays null where the record names none.
+  /// False with the error state set when the file does not open or the area does not touch the rectangle.
+  virtual bool ConfigRasterAOI(AlgorithmParam* param, CRasterSource* source, CRasterAOI** aoi);
+
+  /// The reporter is not owned; null means no progress and no cancellation.
+  void SetProgress(CBaseProgress* progress) { m_pProgress = progress; }
+  CBaseProgress* GetProgress() const { return m_pProgress; }
+
+  int GetLastErrorType() const { return m_nLastErrorType; }
+  const std::wstring& GetLastErrorMessage() const { return m_strLastErrorMessage; }
+
+  void SetAddOne(bool addOne) { m_conversion.m_bAddOne = addOne; }
+  void SetStretch(bool stretch) { m_conversion.m_bStretch = stretch; }
+  void SetSrcMinMaxValue(double minimum, double maximum);
+  void SetOutMinMaxValue(double minimum, double maximum);
+  const platform::ValueConversion& GetValueConversion() const { return m_conversion; }
+
+ protected:
+  void ClearError();
+  void SetError(int type, const std::wstring& message);
+  /// Passes the present error type and message to the reporter, where there is one.
+  void ReportError();
+  /// Sets the error and reports it.
+  void Fail(int type, const std::wstring& message);
+  /// Runs work so that no exception leaves it: a failed allocation or any other exception from below becomes error
+  /// type ERR_EXCEPTION, reported. Answers false then.
+  template <typename Work>
+  bool Guard(Work&& work) {
+    try {
+      work();
+      return true;
+    } catch (...) {
+      FailWithCurrentException();
+      return false;
+    }
+  }
+
+  CBaseProgress* m_pProgress = nullptr;
+  int m_nLastErrorType = ERR_NONE;
+  std::wstring m_strLastErrorMessage;
+  platform::ValueConversion m_conversion;
+
+ private:
+  void FailWithCurrentException();
+};

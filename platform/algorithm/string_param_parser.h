@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/raster/raster_types.h"
+#include "platform/system/export.h"
+
+enum ResampleType : std::int32_t { RT_NEAREST = 0, RT_BILINEAR = 1, RT_BICUBIC = 2 };
+
+namespace platform {
+
+/// One row of the format table.
+struct RasterFormat {
+  RasterDataFormat number;
+  const char* driver;                   ///< GDAL's name of the driver
+  const wchar_t* name;                  ///< what a user calls it
+  std::vector<std::wstring> extensions;  ///< without dot, lower case, the usual one first
+  bool copyOnly;                        ///< can only be made as a copy of a finished raster
+};
+
+/// All formats whose driver the installation has.
+FUSION_API const std::vector<RasterFormat>& RasterFormats();
+/// Null for an unknown number.
+FUSION_API const RasterFormat* FindRasterFormat(RasterDataFormat number);
+
+}  // namespace platform
+
+/// Names of resampling methods, pixel types and formats, in any case.
+class FUSION_API CStringParamParser {
+ public:
+  /// nearest, bilinear, bicubic (cubic); unknown gives RT_NEAREST.
+  static ResampleType GetResampleType(const std::wstring& name);
+  /// Index of a type name or one of its usual synonyms (uint8, byte, uint16, int16, uint32, int32, float32, float,
+  /// float64, double); unknown gives 0.
+  static int OutDataTypeString2DataTypeIndex(const std::wstring& name);
+  static PixelDataType GetOutDataType(int index);
+  /// Format by file name extension (without or with its dot); an unknown one ends as GeoTIFF.
+  static RasterDataFormat GetOutDataFormat(const std::wstring& extension);
+};

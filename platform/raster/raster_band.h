@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/raster/raster_types.h"
+#include "platform/system/export.h"
+
+class CBaseProgress;
+class CRasterSource;
+
+/// One band of an open raster. Bands belong to their CRasterSource and live as long as it is open.
+class FUSION_API CRasterBand {
+ public:
+  CRasterBand(CRasterSource* source, int index);
+  CRasterBand(const CRasterBand&) = delete;
+  CRasterBand& operator=(const CRasterBand&) = delete;
+
+  /// Reads a pixel rectangle into a buffer of bufferWidth x bufferHeight elements of the given type.
+  /// Spacings are in bytes, 0 means packed. Answers 0 for success; a rectangle that leaves the raster, or is empty or
+  /// inverted, and a buffer of another size than the rectangle are failures.
+  int ReadBlock(int left, int top, int width, int height, void* buffer, int bufferWidth, int bufferHeight,
+                PixelDataType type, int pixelSpace = 0, int lineSpace = 0);
+  /// The opposite of ReadBlock, under the same rules.
+  int WriteBlock(int left, int top, int width, int height, const void* buffer, int bufferWidth, int bufferHeight,
+                 PixelDataType type, int pixelSpace = 0, int lineSpace = 0);
+
+  PixelDataType GetRasterDataType() const;
+  /// Native block size in pixels.
+  int GetBlockXSize() const;
+  int GetBlockYSize() const;
+  int GetWidth() const;
+  int GetHeight() const;
+
+  bool IsHaveNoData() const;
+  /// The declared no-data value, 0 where there is none.
+  double GetNoDataValue() const;
+  /// True for the declared value: a NaN equals a NaN, a 32-bit float band compares in float.
+  bool IsNoData(double value) const;
+
+  /// Exact figures over the valid pixels (not no-data, not NaN), population standard deviation, one streaming pass.
+  /// The reporter is asked whether to go on and never stepped. False and zeros without a valid pixel, after a failed
+  /// read or a cancellation. Leaves no sidecar file.
+  bool ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool approximate,
+                      CBaseProgress* progress);
+  bool ComputeMinMax(double* minimum, double* maximum, bool approximate);
+
+ private:
+  CRasterSource* m_pSource;
+  int m_nIndex;
+};

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/raster/raster_source.h"
+
+/// Positions in a source raster for ground points of another coordinate system.
+class FUSION_API CReproject {
+ public:
+  /// From ground points in the given coordinate system to the source raster. Null when it cannot be built. The caller
+  /// owns the object, which needs nothing of the source after this call. The last two arguments are ignored.
+  static CReproject* Create(CRasterSource* source, const std::wstring& wkt, const void* reserved1,
+                            const void* reserved2);
+  ~CReproject();
+  CReproject(const CReproject&) = delete;
+  CReproject& operator=(const CReproject&) = delete;
+
+  /// Samples the transformation over a ground box, so fine that bilinear interpolation in a cell stays within 0.01
+  /// source pixel of the exact position. Cell sizes of 0 let it choose; after maxRefinements halvings that did not
+  /// reach the accuracy, positions are exact. Positions outside the box are always exact.
+  bool CreateGrid(const CBoundingBox& box, double cellX, double cellY, int maxRefinements);
+
+  /// Sample coordinates (a whole number is a pixel centre, see platform::SampleCoordinate) of n ground points.
+  bool GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY, int n) const;
+
+  /// The source rectangle that covers a ground box, enlarged by 10 pixels for the kernels, clamped to the source.
+  bool GetInImgEnveFromGeoOut(const CBoundingBox& box, CRect& rect, double reserved1, double reserved2) const;
+
+  /// A box of the source's coordinate system carried to the other one: its outline with 21 points an edge.
+  bool Src2DestBox(const CBoundingBox& box, CBoundingBox& result, double reserved1, double reserved2) const;
+
+  /// The extent of a raster in another coordinate system.
+  static bool GetExtent(CRasterSource* source, const std::wstring& wkt, CBoundingBox& extent);
+
+ private:
+  CReproject();
+  struct Impl;
+  std::unique_ptr<Impl> m_impl;
+};

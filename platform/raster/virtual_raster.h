@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/system/export.h"
+
+namespace platform {
+
+/// An in-memory view of a raster file: a choice of its bands and, if wanted, another georeference. The file itself is
+/// not touched; the view disappears with the object.
+class FUSION_API VirtualRaster {
+ public:
+  /// @param bands zero-based, in the order wanted; empty takes all
+  /// @param geoTransform six terms or null for the file's own
+  /// Throws std::runtime_error when the file does not open or has no such band.
+  VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform);
+  ~VirtualRaster();
+  VirtualRaster(const VirtualRaster&) = delete;
+  VirtualRaster& operator=(const VirtualRaster&) = delete;
+
+  /// The name under which CRasterSource opens the view.
+  const std::wstring& Path() const { return m_strPath; }
+
+ private:
+  std::wstring m_strPath;
+};
+
+}  // namespace platform

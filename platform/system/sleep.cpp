@@ -1,0 +1,38 @@
+#include "platform/system/sleep.h"
+
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace platform {
+namespace {
+
+std::mutex g_mutex;
+
+std::function<void(unsigned int)>& Replacement() {
+  static std::function<void(unsigned int)> replacement;
+  return replacement;
+}
+
+}  // namespace
+
+void Sleep(unsigned int milliseconds) {
+  std::function<void(unsigned int)> replacement;
+  {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    replacement = Replacement();
+  }
+  if (replacement) {
+    replacement(milliseconds);
+  } else {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+  }
+}
+
+void SetSleep(std::function<void(unsigned int)> sleep) {
+  const std::lock_guard<std::mutex> lock(g_mutex);
+  Replacement() = std::move(sleep);
+}
+
+}  // namespace platform

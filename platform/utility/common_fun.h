@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+#include "platform/system/export.h"
+
+class FUSION_API CommonFun {
+ public:
+  /// Narrow to wide: the active code page on Windows, elsewhere UTF-8 whatever the locale; null gives an empty string.
+  /// Invalid bytes become U+FFFD.
+  static std::wstring M2U(const char* text);
+  /// Wide to UTF-8.
+  static std::string U2Utf8(const std::wstring& text);
+  /// UTF-8 to wide.
+  static std::wstring Utf82U(const std::string& text);
+
+  /// A fresh file name beside the given path with the same extension. The file is created exclusively, so the name
+  /// stays free for the caller; empty when that is impossible.
+  static std::wstring GetTempFilePath(const std::wstring& path);
+  /// The extension without its dot, empty where there is none.
+  static std::wstring GetExtensionName(const std::wstring& path);
+  /// True when both names lead to the same existing file.
+  static bool IsSameFile(const std::wstring& first, const std::wstring& second);
+};

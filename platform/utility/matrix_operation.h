@@ -1,0 +1,12 @@
+#pragma once
+
+#include "platform/system/export.h"
+
+/// Dense row-major matrices.
+class FUSION_API CMatrixOperation {
+ public:
+  /// c (rowsA x colsB) = a (rowsA x colsA) times b (colsA x colsB). c must not overlap a or b.
+  static void Multimatrix(const double* a, const double* b, int rowsA, int colsA, int colsB, double* c);
+  /// Inverts an n x n matrix in place; a singular one answers false and is left unchanged.
+  static bool InverseMatrix(double* matrix, int n);
+};
