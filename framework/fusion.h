@@ -1,37 +1,15 @@
 #pragma once
 
-#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "framework/fusion_block.h"
+#include "framework/block_loop.h"
 #include "framework/fusion_param.h"
 #include "framework/row_kernel.h"
 #include "framework/shared_array.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/reproject.h"
-
-namespace fusion {
-
-/// Where one algorithm's run differs from the common block loop. Empty functions mean the common way.
-struct RunVariation {
-  const char* logFile = "Fusion";
-  int logLine = 401;
-  const char* logFunction = "CFusion::Process";
-  /// Opens the inputs and creates the output, in place of ConfigDstRaster.
-  std::function<bool(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, std::vector<int>& bands, CRect& rect)>
-      configure;
-  /// A second image that is read over the same rectangle and band as the pan image; opened by configure.
-  CRasterSource* detailSource = nullptr;
-  /// Changes a block right after it was read; msIndex is the place in the band list, -1 for the pan block.
-  std::function<void(CRasterBand& band, int msIndex, double* values, std::int64_t count)> afterRead;
-  /// The kernel, in place of AlgorithmProcess.
-  std::function<void**(const FusionBlock&)> kernel;
-  /// Work on the finished output of a successful run that has a progress reporter, before Finish.
-  std::function<void()> beforeFinish;
-};
-
-}  // namespace fusion
 
 /// Base of every fusion algorithm: opens the pan, multispectral and output rasters, walks the output in blocks of
 /// whole pan rows, reads pan and multispectral pixels for each, lets AlgorithmProcess fuse them and writes the result.
@@ -90,12 +68,15 @@ class FUSION_API CFusion : public CBaseAlgorithm {
  protected:
   /// The block loop that every fusion run goes through.
   void RunBlocks(const fusion::RunVariation& variation);
-  /// Steps of ConfigDstRaster, for configurations that do something between them.
-  bool OpenInput(CRasterSource* source, const std::wstring& path);
+  /// The output raster in blocks of GetBlockSize's size.
+  fusion::BlockGrid MakeBlockGrid();
+  /// Reads one block of the output: everything of the block loop before the kernel. For the loop and statistics passes.
+  fusion::LoadResult LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, const fusion::RunVariation& variation);
+
+  /// The two halves of ConfigDstRaster, for configurations that open more than two inputs.
+  bool OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path);
   bool ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
                            std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi);
-  /// Fills an empty band list with all bands of the multispectral raster.
-  void FillBandList(CRasterSource* ms);
   /// Resamples, computes, masks and converts a block: all of an AlgorithmProcess but the arithmetic.
   void** FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                   const fusion::RowArithmetic& arithmetic);
@@ -113,7 +94,12 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   SharedArray m_pStdDevs;  ///< like m_pMeans
 
  private:
-  struct Run;
-  bool RunOneBlock(Run& run, const fusion::RunVariation& variation, const CRect& block);
-  void FinishRun(const fusion::RunVariation& variation);
+  bool CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource* dst, const CRect& rect);
+  std::unique_ptr<fusion::BlockSet> PrepareRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
+                                               const fusion::RunVariation& variation);
+  void WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  bool StepProgress(int step, const fusion::RunVariation& variation);
+  void AbandonRun(CRasterSource& dst);
+  void FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, const fusion::RunVariation& variation);
 };

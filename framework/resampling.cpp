@@ -39,7 +39,8 @@ void Linear(double x, double y, const double* const* bands, int bandCount, const
   const LinearTaps r = MakeLinearTaps(y, rect.top);
   for (int b = 0; b < bandCount; ++b) {
     const double* band = bands[b];
-    const double upper = c.toFirst * samples.At(band, r.first, c.second) + c.toSecond * samples.At(band, r.first, c.first);
+    const double upper =
+        c.toFirst * samples.At(band, r.first, c.second) + c.toSecond * samples.At(band, r.first, c.first);
     const double lower =
         c.toFirst * samples.At(band, r.second, c.second) + c.toSecond * samples.At(band, r.second, c.first);
     out[b] = upper * r.toSecond + lower * r.toFirst;

@@ -21,7 +21,7 @@ struct FusionRow {
   const double* detail;  ///< null where the run has no second detail image
   /// The resampled multispectral bands, at least outBandCount rows: those beyond msBandCount are 0. May be overwritten.
   double* const* ms;
-  double* const* out;     ///< outBandCount rows to fill
+  double* const* out;      ///< outBandCount rows to fill
   double* const* scratch;  ///< RowPolicy::scratchRows rows for the arithmetic's own use
 };
 

@@ -14,10 +14,10 @@ namespace platform {
 /// One row of the format table.
 struct RasterFormat {
   RasterDataFormat number;
-  const char* driver;                   ///< GDAL's name of the driver
-  const wchar_t* name;                  ///< what a user calls it
+  const char* driver;                    ///< GDAL's name of the driver
+  const wchar_t* name;                   ///< what a user calls it
   std::vector<std::wstring> extensions;  ///< without dot, lower case, the usual one first
-  bool copyOnly;                        ///< can only be made as a copy of a finished raster
+  bool copyOnly;                         ///< can only be made as a copy of a finished raster
 };
 
 /// All formats whose driver the installation has.

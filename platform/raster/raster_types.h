@@ -15,9 +15,7 @@ struct CRect {
   std::int32_t Width() const { return right - left; }
   std::int32_t Height() const { return bottom - top; }
   /// Number of pixels, 0 for an inverted rectangle.
-  std::int64_t Area() const {
-    return Width() > 0 && Height() > 0 ? static_cast<std::int64_t>(Width()) * Height() : 0;
-  }
+  std::int64_t Area() const { return Width() > 0 && Height() > 0 ? static_cast<std::int64_t>(Width()) * Height() : 0; }
   bool IsRectEmpty() const { return right == left || bottom == top; }
   bool operator==(const CRect&) const = default;
 };

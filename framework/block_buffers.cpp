@@ -1,0 +1,56 @@
+#include "framework/block_buffers.h"
+
+#include <algorithm>
+
+namespace fusion {
+
+CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
+  // In 64 bits: the last block of a very large raster would otherwise overflow before it is clipped.
+  const auto clip = [](std::int64_t value, int limit) {
+    return static_cast<std::int32_t>(std::min<std::int64_t>(value, limit));
+  };
+  const std::int64_t left = static_cast<std::int64_t>(column) * stepX;
+  const std::int64_t top = static_cast<std::int64_t>(row) * stepY;
+  return {static_cast<std::int32_t>(left), static_cast<std::int32_t>(top), clip(left + blockWidth, width),
+          clip(top + blockHeight, height)};
+}
+
+CRect Shift(const CRect& rect, int dx, int dy) {
+  return {rect.left + dx, rect.top + dy, rect.right + dx, rect.bottom + dy};
+}
+
+BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)
+    : m_buffers(count), m_pointers(count, nullptr), m_capacity(capacity) {
+  Allocate();
+}
+
+void BandBuffers::Allocate() {
+  for (auto& buffer : m_buffers) buffer.reset();
+  for (std::size_t i = 0; i < m_buffers.size(); ++i) {
+    m_buffers[i] = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(m_capacity + m_slack));
+    m_pointers[i] = m_buffers[i].get();
+  }
+}
+
+void BandBuffers::Reserve(const CRect& rect) {
+  const std::int64_t area = rect.Area();
+  const std::int64_t slack = area > 0 ? std::int64_t{rect.Width()} + 2 : 0;
+  if (area + slack <= m_capacity + m_slack) return;
+  m_capacity = std::max(area, m_capacity);
+  m_slack = std::max(slack, m_slack);
+  Allocate();
+}
+
+bool BandBuffers::Read(std::size_t i, CRasterBand* band, const CRect& rect) {
+  if (!band) return false;
+  Reserve(rect);
+  double* values = m_pointers[i];
+  if (band->ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values, rect.Width(), rect.Height(),
+                      PDT_FLOAT64) != 0) {
+    return false;
+  }
+  std::fill_n(values + rect.Area(), rect.Width() + 2, 0.0);
+  return true;
+}
+
+}  // namespace fusion

@@ -1,0 +1,215 @@
+#include "framework/block_loop.h"
+
+#include "framework/fusion.h"
+#include "framework/messages.h"
+#include "platform/utility/log.h"
+
+namespace messages = fusion::messages;
+
+namespace fusion {
+
+BlockSet::BlockSet(const BlockGrid& blockGrid, std::vector<int> bands, int left, int top)
+    : grid(blockGrid),
+      msBands(std::move(bands)),
+      panLeft(left),
+      panTop(top),
+      pan(1, std::int64_t{grid.blockWidth} * grid.blockHeight),
+      detail(1, 0),
+      ms(msBands.size(), std::int64_t{grid.blockWidth} * grid.blockHeight) {}
+
+}  // namespace fusion
+
+using fusion::LoadResult;
+
+void CFusion::RunBlocks(const fusion::RunVariation& variation) {
+  ClearError();
+  CRasterSource pan;
+  CRasterSource ms;
+  CRasterSource dst;
+  m_pAOI = nullptr;
+  m_pReproject = nullptr;
+  m_strTempFile.clear();
+
+  std::unique_ptr<fusion::BlockSet> blocks;
+  Guard([&] { blocks = PrepareRun(pan, ms, dst, variation); });
+  if (!blocks) {
+    AbandonRun(dst);
+  } else {
+    Guard([&] { WalkBlocks(*blocks, variation); });
+    blocks.reset();
+    Guard([&] { FinishRun(pan, ms, dst, variation); });
+  }
+  m_pPanSrc = nullptr;
+  m_pMSSrc = nullptr;
+  m_pDstSrc = nullptr;
+}
+
+std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
+                                                      const fusion::RunVariation& variation) {
+  const std::wstring title = messages::RunTitle(m_param.m_strAlgName);
+  if (m_pProgress) {
+    m_pProgress->Start(title, 100);
+    m_pProgress->Step(0, messages::kConfiguring);
+  }
+
+  std::vector<int> bands;
+  CRect dstRectInPan;
+  const bool configured = variation.configure
+                              ? variation.configure(pan, ms, dst, bands, dstRectInPan)
+                              : ConfigDstRaster(&m_param, &pan, &ms, &dst, &bands, &dstRectInPan, &m_pAOI);
+  if (!configured) {
+    ReportError();
+    return nullptr;
+  }
+  m_pPanSrc = &pan;
+  m_pMSSrc = &ms;
+  m_pDstSrc = &dst;
+
+  fusion::BlockGrid grid = MakeBlockGrid();
+  const GISError prepared = Preproccess();
+  if (prepared != GIS_SUCCESS) {
+    if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = prepared;
+    ReportError();
+    return nullptr;
+  }
+  if (m_pProgress) m_pProgress->Start(title, grid.Count());
+  return std::make_unique<fusion::BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top);
+}
+
+fusion::BlockGrid CFusion::MakeBlockGrid() {
+  int width = 1024;
+  int height = 1024;
+  GetBlockSize(width, height);
+  return {m_pDstSrc->GetWidth(), m_pDstSrc->GetHeight(), width, height};
+}
+
+LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, const fusion::RunVariation& variation) {
+  blocks.dstBlock = dstBlock;
+  blocks.panRect = fusion::Shift(dstBlock, blocks.panLeft, blocks.panTop);
+  if (!GetReadBufferRect(&blocks.dstBlock, &blocks.msRect)) return LoadResult::kSkipped;
+  blocks.ms.Reserve(blocks.msRect);
+  if (StartBolckProcess() != GIS_SUCCESS) return LoadResult::kStopped;
+
+  constexpr int kPartlyInside = 1;
+  constexpr int kWhollyInside = 3;
+  const CRect& panRect = blocks.panRect;
+  const int relation =
+      m_pAOI ? m_pAOI->ReadCacheAoiBuffer(panRect.left, panRect.top, panRect.Width(), panRect.Height()) : kWhollyInside;
+  if (relation != kPartlyInside && relation != kWhollyInside) return LoadResult::kOutside;
+  blocks.aoi = relation == kPartlyInside ? m_pAOI : nullptr;
+
+  for (std::size_t i = 0; i < blocks.msBands.size(); ++i) {
+    CRasterBand* band = m_pMSSrc->GetRasterBand(blocks.msBands[i]);
+    if (!blocks.ms.Read(i, band, blocks.msRect)) return LoadResult::kMsFailed;
+    if (variation.afterRead) {
+      variation.afterRead(*band, static_cast<int>(i), blocks.ms[i], blocks.msRect.Area());
+    }
+  }
+  CRasterBand* panBand = m_pPanSrc->GetRasterBand(m_param.m_nPanBand);
+  if (!blocks.pan.Read(0, panBand, panRect)) return LoadResult::kPanFailed;
+  if (variation.afterRead) variation.afterRead(*panBand, -1, blocks.pan[0], panRect.Area());
+  if (variation.detailSource && variation.detailSource->IsOpen() &&
+      !blocks.detail.Read(0, variation.detailSource->GetRasterBand(m_param.m_nPanBand), panRect)) {
+    return LoadResult::kPanFailed;
+  }
+  return LoadResult::kReady;
+}
+
+void CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
+  int step = 0;
+  for (int row = 0; row < blocks.grid.Down(); ++row) {
+    for (int column = 0; column < blocks.grid.Across(); ++column) {
+      switch (LoadBlock(blocks, blocks.grid.Block(column, row), variation)) {
+        case LoadResult::kSkipped:
+          continue;
+        case LoadResult::kStopped:
+          // A stopped run must not look like a finished one.
+          if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;
+          ReportError();
+          return;
+        case LoadResult::kMsFailed:
+          // Unlike a failed pan read this one is neither worded nor reported.
+          m_nLastErrorType = ERR_READ;
+          return;
+        case LoadResult::kPanFailed:
+          Fail(ERR_READ, messages::kReadFailed);
+          return;
+        case LoadResult::kOutside:
+          break;
+        case LoadResult::kReady:
+          if (!FuseAndWrite(blocks, variation)) return;
+          break;
+      }
+      EndBolckProcess();
+      if (!StepProgress(++step, variation)) return;
+    }
+  }
+}
+
+bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
+  const PixelDataType type = m_param.m_eOutDataType;
+  const int bandCount = m_param.m_nOutBandCount;
+  const fusion::FusionBlock block{
+      blocks.pan[0],
+      &blocks.panRect,
+      variation.detailSource && variation.detailSource->IsOpen() ? blocks.detail[0] : nullptr,
+      blocks.ms.Pointers(),
+      static_cast<int>(blocks.ms.Count()),
+      &blocks.msRect,
+      type,
+      bandCount,
+      &blocks.dstBlock,
+      blocks.aoi};
+  void** result = variation.kernel ? variation.kernel(block)
+                                   : AlgorithmProcess(block.pan, block.panRect, block.ms, block.msBandCount,
+                                                      block.msRect, type, bandCount, block.dstBlock, block.aoi);
+  if (!result) return true;
+  const GISError written = WriteBlock(m_pDstSrc, bandCount, &blocks.dstBlock, result);
+  fusion::FreeBlock(type, bandCount, result);
+  if (written == GIS_SUCCESS) return true;
+  Fail(ERR_WRITE, messages::kWriteFailed);
+  return false;
+}
+
+bool CFusion::StepProgress(int step, const fusion::RunVariation& variation) {
+  if (!m_pProgress || m_pProgress->Step(step, messages::kProcessing)) return true;
+  m_nLastErrorType = ERR_CANCELLED;
+  if (CLog::m_pLogger) {
+    CLog::m_pLogger->WriteLog(2, variation.logFile, variation.logLine, variation.logFunction, messages::kCancelled);
+  }
+  return false;
+}
+
+void CFusion::AbandonRun(CRasterSource& dst) {
+  delete m_pAOI;
+  m_pAOI = nullptr;
+  delete m_pReproject;
+  m_pReproject = nullptr;
+  if (m_strTempFile.empty()) return;
+  dst.Close();
+  CRasterSource::DeleteFileW(m_strTempFile);
+}
+
+void CFusion::FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
+                        const fusion::RunVariation& variation) {
+  delete m_pAOI;
+  m_pAOI = nullptr;
+  if (!dst.Close() && m_nLastErrorType == ERR_NONE) Fail(ERR_WRITE, messages::kWriteFailed);
+  pan.Close();
+  ms.Close();
+  if (variation.detailSource) variation.detailSource->Close();
+  delete m_pReproject;
+  m_pReproject = nullptr;
+  EndProccess();
+  if (m_nLastErrorType != ERR_NONE) return;
+
+  if (m_pProgress) {
+    if (variation.beforeFinish) variation.beforeFinish();
+    m_pProgress->Finish();
+  }
+  if (m_param.m_pNotifyWnd) {
+    constexpr UINT kFusionDone = 0x400 + 100;
+    SendMessageW(m_param.m_pNotifyWnd->GetSafeHwnd(), kFusionDone,
+                 reinterpret_cast<WPARAM>(m_param.m_strOutFile.c_str()), 1);
+  }
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include "framework/block_buffers.h"
+#include "framework/fusion_block.h"
+#include "platform/raster/raster_source.h"
+
+namespace fusion {
+
+/// Where one algorithm's run differs from the common block loop. Empty functions mean the common way.
+struct RunVariation {
+  const char* logFile = "Fusion";
+  int logLine = 401;
+  const char* logFunction = "CFusion::Process";
+  /// Opens the inputs and creates the output, in place of ConfigDstRaster. False with the error state set.
+  std::function<bool(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, std::vector<int>& bands, CRect& rect)>
+      configure;
+  /// A second image, opened by configure, that is read over the same rectangle and band as the pan image while open.
+  CRasterSource* detailSource = nullptr;
+  /// Changes a block right after it was read; msIndex is the place in the band list, -1 for the pan block.
+  std::function<void(CRasterBand& band, int msIndex, double* values, std::int64_t count)> afterRead;
+  /// The kernel, in place of AlgorithmProcess.
+  std::function<void**(const FusionBlock& block)> kernel;
+  /// Work on the finished output of a successful run that has a progress reporter, before Finish.
+  std::function<void()> beforeFinish;
+};
+
+/// The blocks of a run with the buffers they are read into.
+struct BlockSet {
+  /// @param panLeft, panTop the output raster's first pixel in the pan image
+  BlockSet(const BlockGrid& grid, std::vector<int> msBands, int panLeft, int panTop);
+
+  BlockGrid grid;
+  std::vector<int> msBands;
+  int panLeft;
+  int panTop;
+  BandBuffers pan;
+  BandBuffers detail;
+  BandBuffers ms;
+  CRect dstBlock;  ///< the block at hand: in the output,
+  CRect panRect;   ///< in the pan image,
+  CRect msRect;    ///< and what was read for it from the multispectral image
+  CRasterAOI* aoi = nullptr;
+};
+
+enum class LoadResult {
+  kReady,
+  kOutside,    ///< outside the area of interest, nothing was read
+  kSkipped,    ///< GetReadBufferRect wants no such block
+  kStopped,    ///< StartBolckProcess ends the run
+  kMsFailed,   ///< a multispectral read failed
+  kPanFailed,  ///< a pan or detail read failed
+};
+
+}  // namespace fusion

@@ -1,0 +1,164 @@
+#include "framework/fusion.h"
+
+#include <algorithm>
+
+#include "framework/messages.h"
+#include "framework/resampling.h"
+#include "platform/processing/stretch_of_multi_band.h"
+
+CFusion::CFusion(FusionParam* param) {
+  if (param) m_param = *param;
+}
+
+CFusion::~CFusion() = default;
+CFusion::CFusion(const CFusion&) = default;
+CFusion& CFusion::operator=(const CFusion&) = default;
+
+void CFusion::Process() { RunBlocks({}); }
+
+GISError CFusion::Preproccess() {
+  if (m_param.m_bSpectralMatch && m_pMSSrc && m_pMSSrc->IsOpen()) {
+    if (m_param.m_vecMSBands.empty()) {
+      for (int b = 0; b < m_pMSSrc->GetBandCount(); ++b) m_param.m_vecMSBands.push_back(b);
+    }
+    const std::size_t count = m_param.m_vecMSBands.size();
+    m_pMeans = SharedArray(count);
+    m_pStdDevs = SharedArray(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      CRasterBand* band = m_pMSSrc->GetRasterBand(m_param.m_vecMSBands[i]);
+      if (!band) {
+        SetError(ERR_READ, fusion::messages::kReadFailed);
+        return GIS_FAILED;
+      }
+      double minimum = 0.0;
+      double maximum = 0.0;
+      band->ComputeStatics(&minimum, &maximum, &m_pMeans[i], &m_pStdDevs[i], true, m_pProgress);
+    }
+  }
+
+  const CRasterBand* ms = m_pMSSrc ? m_pMSSrc->GetRasterBand(0) : nullptr;
+  const CRasterBand* pan = m_pPanSrc ? m_pPanSrc->GetRasterBand(0) : nullptr;
+  const bool bothDeclareNoData = ms && pan && ms->IsHaveNoData() && pan->IsHaveNoData();
+  SetAddOne(bothDeclareNoData);
+  if (bothDeclareNoData) {
+    SetSrcMinMaxValue(1.0, 254.0);
+  } else {
+    SetSrcMinMaxValue(0.0, 255.0);
+  }
+  return GIS_SUCCESS;
+}
+
+void CFusion::GetBlockSize(int& width, int& height) {
+  width = 1024;
+  height = 1024;
+  if (m_pPanSrc && m_pPanSrc->IsOpen() && m_pPanSrc->GetRasterBand(0)) {
+    width = m_pPanSrc->GetRasterBand(0)->GetWidth();
+    height = 512;
+  }
+  if (m_pDstSrc && m_pDstSrc->IsOpen()) {
+    width = std::min(width, m_pDstSrc->GetWidth());
+    height = std::min(height, m_pDstSrc->GetHeight());
+  }
+}
+
+bool CFusion::GetReadBufferRect(CRect* dstBlock, CRect* msRect) {
+  const CBoundingBox box = m_pDstSrc->ImageToGround(*dstBlock);
+  if (m_pReproject) {
+    // A block without any multispectral pixel keeps an empty rectangle, which fails as a read.
+    if (!m_pReproject->GetInImgEnveFromGeoOut(box, *msRect, 0.0, 0.0)) *msRect = CRect();
+    return true;
+  }
+  constexpr int kMargin = 10;
+  const CRect rect = m_pMSSrc->GroundToImage(box);
+  msRect->left = std::max(rect.left - kMargin, 0);
+  msRect->top = std::max(rect.top - kMargin, 0);
+  msRect->right = std::min(rect.right + kMargin, m_pMSSrc->GetWidth());
+  msRect->bottom = std::min(rect.bottom + kMargin, m_pMSSrc->GetHeight());
+  return true;
+}
+
+GISError CFusion::StartBolckProcess() { return GIS_SUCCESS; }
+
+void CFusion::EndBolckProcess() {}
+
+void CFusion::EndProccess() {
+  if (!m_param.m_bSpectralMatch) return;
+  if (!m_pMeans || !m_pStdDevs) {
+    SetError(ERR_STATISTICS, fusion::messages::kMsStatisticsFailed);
+    CRasterSource::DeleteFileW(m_strTempFile);
+    return;
+  }
+  CStretchAlgorithmParam stretch;
+  stretch.m_strAlgName = fusion::messages::kSpectralMatching;
+  stretch.m_strInFile = m_strTempFile;
+  stretch.m_strOutFile = m_param.m_strOutFile;
+  stretch.m_strAoiFile = m_param.m_strAoiFile;
+  stretch.m_bOpenOption = m_param.m_bOpenOption;
+  stretch.m_eOutFormat = m_param.m_eOutFormat;
+  stretch.m_eOutDataType = m_param.m_eOutDataType;
+  stretch.m_nOutBandCount = m_param.m_nOutBandCount;
+  stretch.m_pMeans = m_pMeans;
+  stretch.m_pStdDevs = m_pStdDevs;
+  stretch.m_bMakeGreen = m_param.m_bMakeGreen;
+  CStretchOfMultiBand matching(&stretch);
+  matching.SetProgress(m_pProgress);
+  matching.CMultiBandIOProcess::Process();
+  CRasterSource::DeleteFileW(m_strTempFile);
+}
+
+GISError CFusion::WriteBlock(CRasterSource* dst, int bandCount, CRect* rect, void** bufs) {
+  for (int i = 0; i < bandCount; ++i) {
+    CRasterBand* band = dst->GetRasterBand(i);
+    if (!band || !platform::IsPixelType(band->GetRasterDataType()) || !bufs[i]) continue;
+    if (band->WriteBlock(rect->left, rect->top, rect->Width(), rect->Height(), bufs[i], rect->Width(), rect->Height(),
+                         band->GetRasterDataType()) != 0) {
+      return GIS_FAILED;
+    }
+  }
+  return GIS_SUCCESS;
+}
+
+bool CFusion::Resample(double x, double y, const double** bands, int bandCount, CRect* rect, double* out) {
+  fusion::ResamplePoint(m_param.m_eResampleType, x, y, bands, bandCount, *rect, out);
+  return true;
+}
+
+void CFusion::NearestNeighbor(const double** bands, int bandCount, CRect* rect, double x, double y, double* out) {
+  fusion::ResamplePoint(RT_NEAREST, x, y, bands, bandCount, *rect, out);
+}
+
+void CFusion::Bilinear(const double** bands, int bandCount, CRect* rect, double x, double y, double* out) {
+  fusion::ResamplePoint(RT_BILINEAR, x, y, bands, bandCount, *rect, out);
+}
+
+void CFusion::Bicubic(const double** bands, int bandCount, CRect* rect, double x, double y, double* out) {
+  fusion::ResamplePoint(RT_BICUBIC, x, y, bands, bandCount, *rect, out);
+}
+
+namespace {
+
+fusion::RowGeometry MakeGeometry(const CRasterSource& start, const CRect& rect, double offset, const CRasterSource& ms,
+                                 const CReproject* reproject) {
+  return {start.PixelToGround(), offset, rect, ms.GroundToPixel(), ms.GetWidth(), ms.GetHeight(), reproject};
+}
+
+fusion::RowGeometry MakeGeometry(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
+                                 const CRasterSource& pan, const CRasterSource& ms, const CRasterSource& dst,
+                                 const CReproject* reproject) {
+  if (reproject) return MakeGeometry(dst, *block.dstBlock, policy.reprojectedOffset, ms, reproject);
+  if (policy.start == fusion::PositionStart::kPan) return MakeGeometry(pan, *block.panRect, 0.5, ms, nullptr);
+  return MakeGeometry(dst, *block.dstBlock, 0.5, ms, nullptr);
+}
+
+}  // namespace
+
+void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
+                         const fusion::RowArithmetic& arithmetic) {
+  return fusion::RunRowKernel(block, MakeGeometry(block, policy, *m_pPanSrc, *m_pMSSrc, *m_pDstSrc, m_pReproject),
+                              m_param.m_eResampleType, policy, arithmetic, m_conversion);
+}
+
+fusion::RowSource CFusion::MakeRowSource(const fusion::FusionBlock& block, const fusion::RowPolicy& policy) {
+  return {MakeGeometry(block, policy, *m_pPanSrc, *m_pMSSrc, *m_pDstSrc, m_pReproject), m_param.m_eResampleType,
+          block.ms, block.msBandCount, *block.msRect};
+}

@@ -1,0 +1,118 @@
+#include "framework/fusion.h"
+#include "framework/messages.h"
+#include "platform/raster/coordinate_algorithm.h"
+#include "platform/raster/gis_data_source.h"
+#include "platform/raster/raster_algorithm.h"
+#include "platform/utility/common_fun.h"
+
+namespace messages = fusion::messages;
+
+bool CFusion::ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
+                              std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi) {
+  return OpenInput(*param, pan, param->m_strPanFile) && OpenInput(*param, ms, param->m_strMSFile) &&
+         ConfigOpenedRasters(param, pan, ms, dst, msBands, dstRectInPan, aoi);
+}
+
+bool CFusion::OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path) {
+  if (source->Open(path, GDA_READ, param.m_bOpenOption)) return true;
+  SetError(ERR_OPEN, messages::OpenFailed(path));
+  return false;
+}
+
+bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
+                                  std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi) {
+  // Creating the output would destroy an input of the same name.
+  if (CommonFun::IsSameFile(param->m_strOutFile, param->m_strPanFile) ||
+      CommonFun::IsSameFile(param->m_strOutFile, param->m_strMSFile)) {
+    SetError(ERR_CREATE, messages::CreateFailed(param->m_strOutFile));
+    return false;
+  }
+  if (param->m_eOutDataType == PDT_UNKNOWN) param->m_eOutDataType = ms->GetRasterDataType();
+
+  if (param->m_rcProcess.IsRectEmpty() && !GetOutRect(pan, ms, param->m_rcProcess, param->m_bNeedReproject, false)) {
+    // The error type is left as it was; the message tells the failure.
+    m_strLastErrorMessage = messages::kWrongExtent;
+    return false;
+  }
+  *dstRectInPan = param->m_rcProcess;
+  if (!ConfigRasterAOI(param, pan, aoi)) return false;
+  *dstRectInPan = param->m_rcProcess;
+
+  if (param->m_vecMSBands.empty()) {
+    for (int b = 0; b < ms->GetBandCount(); ++b) param->m_vecMSBands.push_back(b);
+  }
+  msBands->insert(msBands->end(), param->m_vecMSBands.begin(), param->m_vecMSBands.end());
+  if (param->m_nOutBandCount == 0) {
+    param->m_nOutBandCount = static_cast<int>(param->m_vecMSBands.size());
+    if (param->m_nOutBandCount < 2) {
+      SetError(ERR_BANDS, messages::kWrongBands);
+      return false;
+    }
+  }
+
+  if (!CreateOutput(param, pan, dst, *dstRectInPan)) return false;
+  if (param->m_bNeedReproject) {
+    m_pReproject = CReproject::Create(ms, pan->GetSpatialReferenceWKT(), nullptr, nullptr);
+    if (!m_pReproject) {
+      SetError(ERR_REPROJECT, messages::kReprojectFailed);
+      return false;
+    }
+    m_pReproject->CreateGrid(pan->ImageToGround(*dstRectInPan), 0.0, 0.0, 3);
+  }
+
+  double minimum = 0.0;
+  double maximum = 0.0;
+  CRasterAlgorithm::GetMaxMinVal(param->m_eOutDataType, maximum, minimum);
+  SetOutMinMaxValue(minimum, maximum);
+  return true;
+}
+
+bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource* dst, const CRect& rect) {
+  RasterDataFormat format = param->m_eOutFormat;
+  if (format == kFormatUnknown) format = CRasterSource::GetDataFormat(param->m_strOutFile);
+  if (format == kFormatUnknown) format = kFormatGeoTiff;
+
+  const CBoundingBox box = pan->ImageToGround(rect);
+  double geoTransform[6] = {box.m_dLeft, (box.m_dRight - box.m_dLeft) / rect.Width(), 0.0, box.m_dTop,
+                            0.0,         (box.m_dBottom - box.m_dTop) / rect.Height()};
+  if (!param->m_bOpenOption) {
+    double panTransform[6];
+    if (pan->GetGeoTransform(panTransform)) {
+      geoTransform[2] = panTransform[2];
+      geoTransform[4] = panTransform[4];
+    }
+  }
+
+  std::wstring path = param->m_strOutFile;
+  int bandCount = param->m_nOutBandCount;
+  if (param->m_bSpectralMatch) {
+    m_strTempFile = CommonFun::GetTempFilePath(param->m_strOutFile);
+    path = m_strTempFile;
+    bandCount = static_cast<int>(param->m_vecMSBands.size());
+  }
+  if (path.empty() || !dst->CreateRaster(format, path, rect.Width(), rect.Height(), bandCount, param->m_eOutDataType,
+                                         geoTransform, pan->GetSpatialReferenceWKT(), nullptr)) {
+    SetError(ERR_CREATE, messages::CreateFailed(param->m_strOutFile));
+    return false;
+  }
+  return true;
+}
+
+bool CFusion::GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool /*strict*/) {
+  if (!pan || !ms) return false;
+  const std::wstring panWkt = CGISDataSource::GetSpatialReferenceWKT(pan);
+  const std::wstring msWkt = CGISDataSource::GetSpatialReferenceWKT(ms);
+  needReproject = CCoordinateAlgorithm::IsValidCoordinate(panWkt) && CCoordinateAlgorithm::IsValidCoordinate(msWkt) &&
+                  !CCoordinateAlgorithm::IsSameCoordinate(panWkt, msWkt);
+
+  CBoundingBox msBox = CGISDataSource::GetExtent(ms);
+  if (needReproject) {
+    CBoundingBox carried;
+    if (!CReproject::GetExtent(ms, panWkt, carried)) return false;
+    msBox.SetBoundingBox(carried.m_dLeft, carried.m_dTop, carried.m_dRight, carried.m_dBottom);
+  }
+  CBoundingBox overlap;
+  if (!CGISDataSource::GetExtent(pan).Intersect(msBox, overlap)) return false;
+  rect = pan->GroundToImage(overlap);
+  return true;
+}
