@@ -1,0 +1,98 @@
+// Rules of the source tree that no compiler checks.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kRoot = FUSION_SOURCE_DIR;
+
+/// What each layer may include besides itself. The factory is a layer of its own inside framework.
+const std::map<std::string, std::set<std::string>> kAllowed = {
+    {"platform", {}},
+    {"framework", {"platform"}},
+    {"band_arithmetic", {"platform", "framework"}},
+    {"highpass", {"platform", "framework"}},
+    {"transform", {"platform", "framework"}},
+    {"framework/factory", {"platform", "framework", "band_arithmetic", "highpass", "transform"}},
+    {"evaluation", {"platform", "framework"}},
+    {"apps",
+     {"platform", "framework", "band_arithmetic", "highpass", "transform", "framework/factory", "evaluation",
+      "fusion_api.h"}},
+};
+
+std::string LayerOf(const std::string& path) {
+  if (path.starts_with("framework/factory/")) return "framework/factory";
+  return path.substr(0, path.find('/'));
+}
+
+std::vector<fs::path> SourcesOf(const std::string& folder) {
+  std::vector<fs::path> sources;
+  for (const auto& entry : fs::recursive_directory_iterator(kRoot / folder)) {
+    const auto extension = entry.path().extension();
+    if (extension == ".h" || extension == ".cpp") sources.push_back(entry.path());
+  }
+  return sources;
+}
+
+std::vector<std::string> LinesOf(const fs::path& file) {
+  std::ifstream stream(file);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST(SourceRules, FoldersIncludeOnlyWhatStandsBelowThem) {
+  const std::regex include("^\\s*#\\s*include\\s+\"([^\"]+)\"");
+  int seen = 0;
+  for (const auto& folder :
+       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+    for (const auto& file : SourcesOf(folder)) {
+      const std::string layer = LayerOf(fs::relative(file, kRoot).generic_string());
+      for (const auto& line : LinesOf(file)) {
+        std::smatch match;
+        if (!std::regex_search(line, match, include)) continue;
+        ++seen;
+        const std::string target = LayerOf(match[1].str());
+        EXPECT_TRUE(target == layer || kAllowed.at(layer).contains(target)) << file << " includes " << match[1];
+      }
+    }
+  }
+  EXPECT_GT(seen, 50);
+}
+
+TEST(SourceRules, ForeignLibrariesStayInsideThePlatform) {
+  const std::regex foreign("^\\s*#\\s*include\\s*[<\"](gdal|ogr|cpl_|vrt|proj|Eigen|spdlog)");
+  for (const auto& folder : {"framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+    for (const auto& file : SourcesOf(folder)) {
+      for (const auto& line : LinesOf(file)) EXPECT_FALSE(std::regex_search(line, foreign)) << file << ": " << line;
+    }
+  }
+  for (const auto& file : SourcesOf("platform")) {
+    if (file.extension() != ".h") continue;
+    for (const auto& line : LinesOf(file)) EXPECT_FALSE(std::regex_search(line, foreign)) << file << ": " << line;
+  }
+}
+
+TEST(SourceRules, PixelTypesBecomeElementTypesInOnePlace) {
+  std::set<std::string> places;
+  for (const auto& folder :
+       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+    for (const auto& file : SourcesOf(folder)) {
+      for (const auto& line : LinesOf(file)) {
+        if (line.find("case PDT_") != std::string::npos) places.insert(fs::relative(file, kRoot).generic_string());
+      }
+    }
+  }
+  EXPECT_EQ(places, (std::set<std::string>{"platform/raster/pixel_type.h"}));
+}
+
+}  // namespace
