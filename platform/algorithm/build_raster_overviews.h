@@ -19,6 +19,8 @@ class FUSION_API CBuildRasterOverviews : public CBaseAlgorithm {
   static bool IsEnabled();
 
  private:
+  void Build();
+
   CRasterSource* m_pSource;
   std::string m_strResampling;
   int m_nLevelCount;

@@ -1,0 +1,3 @@
+#include "platform/algorithm/base_progress.h"
+
+CBaseProgress::~CBaseProgress() = default;

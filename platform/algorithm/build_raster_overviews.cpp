@@ -1,0 +1,96 @@
+#include "platform/algorithm/build_raster_overviews.h"
+
+#include <cpl_conv.h>
+#include <cpl_error.h>
+#include <cpl_string.h>
+#include <cpl_vsi.h>
+#include <gdal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <vector>
+
+#include "platform/algorithm/messages.h"
+#include "platform/raster/raster_fault.h"
+#include "platform/utility/common_fun.h"
+
+namespace messages = platform::messages;
+
+namespace {
+
+std::atomic<bool> g_enabled{true};
+
+/// Powers of two until the smaller side is below 256.
+std::vector<int> DefaultLevels(int width, int height) {
+  constexpr int kSmallEnough = 256;
+  std::vector<int> levels;
+  int factor = 1;
+  for (int side = std::min(width, height); side >= kSmallEnough; side = (side + 1) / 2) levels.push_back(factor *= 2);
+  return levels;
+}
+
+/// Overviews inside the file came with it (cloud-optimised files have them) and exclude external ones.
+bool HasInternalOverviews(GDALDatasetH dataset) {
+  if (GDALGetOverviewCount(GDALGetRasterBand(dataset, 1)) == 0) return false;
+  const CPLStringList files(GDALGetFileList(dataset));
+  return std::none_of(files.List(), files.List() + files.size(),
+                      [](const char* file) { return EQUAL(CPLGetExtension(file), "ovr"); });
+}
+
+// Overviews are a by-product of a run, so their builder asks whether to go on and steps nothing.
+int CPL_STDCALL GoesOn(double, const char*, void* progress) {
+  const auto* reporter = static_cast<const CBaseProgress*>(progress);
+  return !reporter || !reporter->IsCancelRequested();
+}
+
+}  // namespace
+
+CBuildRasterOverviews::CBuildRasterOverviews(CRasterSource* source, const char* resampling, int levelCount, int* levels,
+                                             CBaseProgress* progress, std::wstring /*text*/, bool /*flag*/)
+    : m_pSource(source), m_strResampling(resampling ? resampling : ""), m_nLevelCount(levelCount), m_pLevels(levels) {
+  SetProgress(progress);
+}
+
+void CBuildRasterOverviews::Process() {
+  ClearError();
+  if (!IsEnabled()) return;
+  Guard([this] { Build(); });
+}
+
+void CBuildRasterOverviews::Build() {
+  if (!m_pSource || !m_pSource->IsOpen() || m_pSource->GetBandCount() == 0) {
+    Fail(ERR_OPEN, messages::OpenFailed(m_pSource ? m_pSource->GetPath() : std::wstring()));
+    return;
+  }
+  GDALDatasetH dataset = m_pSource->NativeHandle();
+  std::vector<int> levels;
+  if (m_nLevelCount > 0 && m_pLevels) {
+    levels.assign(m_pLevels, m_pLevels + m_nLevelCount);
+  } else {
+    levels = DefaultLevels(m_pSource->GetWidth(), m_pSource->GetHeight());
+  }
+  if (levels.empty() || HasInternalOverviews(dataset)) return;
+
+  // External files even where the raster is open for updating; all processors for the averaging.
+  const CPLConfigOptionSetter external("TIFF_USE_OVR", "YES", false);
+  const CPLConfigOptionSetter big("BIGTIFF_OVERVIEW", "IF_SAFER", false);
+  const CPLConfigOptionSetter threads("GDAL_NUM_THREADS", "ALL_CPUS", false);
+  const CPLErrorStateBackuper errorState;
+  const CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+  const bool built = !platform::RasterFails(platform::RasterOperation::kWrite, m_pSource->GetPath() + L".ovr") &&
+                     GDALBuildOverviews(dataset, m_strResampling.c_str(), static_cast<int>(levels.size()),
+                                        levels.data(), 0, nullptr, GoesOn, m_pProgress) == CE_None;
+  if (built) return;
+  // Half-built levels would pass for good ones.
+  if (GDALBuildOverviews(dataset, "NONE", 0, nullptr, 0, nullptr, nullptr, nullptr) != CE_None) {
+    VSIUnlink(CommonFun::U2Utf8(m_pSource->GetPath() + L".ovr").c_str());
+  }
+  if (m_pProgress && m_pProgress->IsCancelRequested()) {
+    m_nLastErrorType = ERR_CANCELLED;
+    return;
+  }
+  Fail(ERR_WRITE, messages::kWriteFailed);
+}
+
+void CBuildRasterOverviews::SetEnabled(bool enabled) { g_enabled.store(enabled); }
+bool CBuildRasterOverviews::IsEnabled() { return g_enabled.load(); }

@@ -1,0 +1,90 @@
+#include "platform/algorithm/string_param_parser.h"
+
+#include <gdal.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace {
+
+std::wstring Lower(std::wstring name) {
+  // The names are plain ASCII, so the locale has no say.
+  for (wchar_t& c : name) {
+    if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c - L'A' + L'a');
+  }
+  return name;
+}
+
+constexpr std::array<std::pair<const wchar_t*, PixelDataType>, 30> kTypeNames = {{
+    {L"uint8", PDT_UINT8},    {L"byte", PDT_UINT8},      {L"uchar", PDT_UINT8},     {L"unsigned char", PDT_UINT8},
+    {L"u8", PDT_UINT8},       {L"uint16", PDT_UINT16},   {L"ushort", PDT_UINT16},   {L"unsigned short", PDT_UINT16},
+    {L"u16", PDT_UINT16},     {L"int16", PDT_INT16},     {L"short", PDT_INT16},     {L"i16", PDT_INT16},
+    {L"uint32", PDT_UINT32},  {L"uint", PDT_UINT32},     {L"ulong", PDT_UINT32},    {L"unsigned int", PDT_UINT32},
+    {L"u32", PDT_UINT32},     {L"int32", PDT_INT32},     {L"int", PDT_INT32},       {L"long", PDT_INT32},
+    {L"i32", PDT_INT32},      {L"float32", PDT_FLOAT32}, {L"float", PDT_FLOAT32},   {L"real", PDT_FLOAT32},
+    {L"single", PDT_FLOAT32}, {L"f32", PDT_FLOAT32},     {L"float64", PDT_FLOAT64}, {L"double", PDT_FLOAT64},
+    {L"real64", PDT_FLOAT64}, {L"f64", PDT_FLOAT64},
+}};
+
+}  // namespace
+
+namespace platform {
+
+const std::vector<RasterFormat>& RasterFormats() {
+  static const std::vector<RasterFormat> formats = [] {
+    GDALAllRegister();
+    // COG files are called .tif like any other, so that format is chosen by its name alone.
+    std::vector<RasterFormat> known = {
+        {kFormatGeoTiff, "GTiff", L"GeoTIFF", {L"tif", L"tiff"}, false},
+        {21, "HFA", L"Erdas Imagine", {L"img"}, false},
+        {22, "ENVI", L"ENVI", {L"dat", L"envi", L"bsq"}, false},
+        {23, "PNG", L"PNG", {L"png"}, true},
+        {24, "JPEG", L"JPEG", {L"jpg", L"jpeg"}, true},
+        {25, "JP2OpenJPEG", L"JPEG 2000", {L"jp2"}, true},
+        {26, "COG", L"COG", {}, true},
+    };
+    std::erase_if(known, [](const RasterFormat& format) { return !GDALGetDriverByName(format.driver); });
+    return known;
+  }();
+  return formats;
+}
+
+const RasterFormat* FindRasterFormat(RasterDataFormat number) {
+  const auto& formats = RasterFormats();
+  const auto found = std::find_if(formats.begin(), formats.end(),
+                                  [number](const RasterFormat& format) { return format.number == number; });
+  return found == formats.end() ? nullptr : &*found;
+}
+
+}  // namespace platform
+
+ResampleType CStringParamParser::GetResampleType(const std::wstring& name) {
+  const std::wstring lower = Lower(name);
+  if (lower == L"bilinear") return RT_BILINEAR;
+  if (lower == L"bicubic" || lower == L"cubic") return RT_BICUBIC;
+  return RT_NEAREST;
+}
+
+int CStringParamParser::OutDataTypeString2DataTypeIndex(const std::wstring& name) {
+  const std::wstring lower = Lower(name);
+  for (const auto& [known, type] : kTypeNames) {
+    if (lower == known) return type;
+  }
+  return PDT_UNKNOWN;
+}
+
+PixelDataType CStringParamParser::GetOutDataType(int index) {
+  return index >= PDT_UINT8 && index <= PDT_FLOAT64 ? static_cast<PixelDataType>(index) : PDT_UNKNOWN;
+}
+
+RasterDataFormat CStringParamParser::GetOutDataFormat(const std::wstring& extension) {
+  std::wstring lower = Lower(extension);
+  if (!lower.empty() && lower.front() == L'.') lower.erase(0, 1);
+  for (const platform::RasterFormat& format : platform::RasterFormats()) {
+    if (std::find(format.extensions.begin(), format.extensions.end(), lower) != format.extensions.end()) {
+      return format.number;
+    }
+  }
+  return kFormatGeoTiff;
+}
