@@ -220,7 +220,6 @@ void RowSource::Resample(int row, double* const* out) {
 void** RunRowKernel(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType,
                     const RowPolicy& policy, const RowArithmetic& arithmetic,
                     const platform::ValueConversion& conversion) {
-  if (!platform::IsPixelType(block.outType)) return nullptr;
   OutputBlock output(block.outType, block.outBandCount, static_cast<std::size_t>(geometry.rect.Area()));
   ForRows(geometry.rect.Height(), policy.parallelRows, [&](int begin, int end) {
     RowWorker(block, geometry, resampleType, policy, arithmetic, conversion, output).Run(begin, end);

@@ -78,8 +78,8 @@ class RowSource {
   std::vector<double> m_y;
 };
 
-/// Runs the arithmetic over a block row by row and converts to the output type; see CFusion::AlgorithmProcess for the
-/// result. Null for an unknown output type.
+/// Runs the arithmetic over a block row by row and converts to the output type, which must be one of the seven; see
+/// CFusion::AlgorithmProcess for the result.
 void** RunRowKernel(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType,
                     const RowPolicy& policy, const RowArithmetic& arithmetic,
                     const platform::ValueConversion& conversion);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <sstream>
 
 #include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
@@ -167,14 +168,34 @@ void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<d
   }
 }
 
-std::string UtmWkt() {
+namespace {
+
+std::string WktOf(int epsg) {
   OGRSpatialReference crs;
-  crs.importFromEPSG(32630);
+  crs.importFromEPSG(epsg);
   char* text = nullptr;
   crs.exportToWkt(&text);
   std::string wkt = text;
   CPLFree(text);
   return wkt;
+}
+
+}  // namespace
+
+std::string UtmWkt() { return WktOf(32630); }
+std::string Wgs84Wkt() { return WktOf(4326); }
+
+void WriteTriangle(const std::wstring& path, reference::Position a, reference::Position b, reference::Position c) {
+  // CSV is the one text format whose geometries come without a coordinate system.
+  std::ostringstream text;
+  text.precision(17);
+  text << "WKT\n\"POLYGON((" << a.x << ' ' << a.y << ',' << b.x << ' ' << b.y << ',' << c.x << ' ' << c.y << ',' << a.x
+       << ' ' << a.y << "))\"\n";
+  const std::string content = text.str();
+  VSILFILE* file = VSIFOpenL(CommonFun::U2Utf8(path).c_str(), "wb");
+  ASSERT_TRUE(file);
+  VSIFWriteL(content.data(), 1, content.size(), file);
+  VSIFCloseL(file);
 }
 
 }  // namespace test_support

@@ -63,7 +63,11 @@ class Scene {
 /// The library's output equals the reference, element by element.
 void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<double>>& expected);
 
-/// UTM zone 30 north as WKT.
+/// UTM zone 30 north and WGS 84 geographic as WKT.
 std::string UtmWkt();
+std::string Wgs84Wkt();
+
+/// A vector file with one triangle and no coordinate system of its own.
+void WriteTriangle(const std::wstring& path, reference::Position a, reference::Position b, reference::Position c);
 
 }  // namespace test_support
