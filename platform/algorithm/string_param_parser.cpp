@@ -57,6 +57,17 @@ const RasterFormat* FindRasterFormat(RasterDataFormat number) {
   return found == formats.end() ? nullptr : &*found;
 }
 
+const RasterFormat* FindRasterFormat(const std::wstring& extension) {
+  std::wstring lower = Lower(extension);
+  if (!lower.empty() && lower.front() == L'.') lower.erase(0, 1);
+  for (const RasterFormat& format : RasterFormats()) {
+    if (std::find(format.extensions.begin(), format.extensions.end(), lower) != format.extensions.end()) {
+      return &format;
+    }
+  }
+  return nullptr;
+}
+
 }  // namespace platform
 
 ResampleType CStringParamParser::GetResampleType(const std::wstring& name) {
@@ -79,12 +90,6 @@ PixelDataType CStringParamParser::GetOutDataType(int index) {
 }
 
 RasterDataFormat CStringParamParser::GetOutDataFormat(const std::wstring& extension) {
-  std::wstring lower = Lower(extension);
-  if (!lower.empty() && lower.front() == L'.') lower.erase(0, 1);
-  for (const platform::RasterFormat& format : platform::RasterFormats()) {
-    if (std::find(format.extensions.begin(), format.extensions.end(), lower) != format.extensions.end()) {
-      return format.number;
-    }
-  }
-  return kFormatGeoTiff;
+  const platform::RasterFormat* format = platform::FindRasterFormat(extension);
+  return format ? format->number : kFormatGeoTiff;
 }

@@ -24,6 +24,8 @@ struct RasterFormat {
 FUSION_API const std::vector<RasterFormat>& RasterFormats();
 /// Null for an unknown number.
 FUSION_API const RasterFormat* FindRasterFormat(RasterDataFormat number);
+/// By file name extension, without or with its dot; null for an unknown one.
+FUSION_API const RasterFormat* FindRasterFormat(const std::wstring& extension);
 
 }  // namespace platform
 

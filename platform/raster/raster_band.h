@@ -43,6 +43,9 @@ class FUSION_API CRasterBand {
   bool ComputeMinMax(double* minimum, double* maximum, bool approximate);
 
  private:
+  int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
+               int pixelSpace, int lineSpace);
+
   CRasterSource* m_pSource;
   int m_nIndex;
 };

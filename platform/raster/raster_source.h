@@ -80,6 +80,9 @@ class FUSION_API CRasterSource {
   void* NativeHandle() const;
 
  private:
+  void Adopt(void* dataset, const std::wstring& path, bool writable);
+  bool CopyToFinalFormat() const;
+
   struct Impl;
   std::unique_ptr<Impl> m_impl;
 };

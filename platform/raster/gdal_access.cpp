@@ -1,0 +1,60 @@
+#include "platform/raster/gdal_access.h"
+
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
+
+#include <mutex>
+
+#include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
+
+namespace platform {
+namespace {
+
+constexpr GDALDataType kTypes[] = {GDT_Unknown, GDT_Byte,  GDT_UInt16,  GDT_Int16,
+                                   GDT_UInt32,  GDT_Int32, GDT_Float32, GDT_Float64};
+
+void CPL_STDCALL CountError(CPLErr level, CPLErrorNum, const char*) {
+  if (level >= CE_Failure) ++*static_cast<int*>(CPLGetErrorHandlerUserData());
+}
+
+}  // namespace
+
+void InitialiseGdal() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    GDALAllRegister();
+    // Rasters are read once from top to bottom; a large cache only costs memory and page faults.
+    if (!CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(GIntBig{64} << 20);
+  });
+}
+
+GdalErrors::GdalErrors() {
+  CPLErrorReset();
+  CPLPushErrorHandlerEx(CountError, &m_nFailures);
+}
+
+GdalErrors::~GdalErrors() { CPLPopErrorHandler(); }
+
+GDALDataset* DatasetOf(const CRasterSource& source) { return static_cast<GDALDataset*>(source.NativeHandle()); }
+
+int ToGdalType(PixelDataType type) { return type > PDT_UNKNOWN && type <= PDT_FLOAT64 ? kTypes[type] : GDT_Unknown; }
+
+PixelDataType FromGdalType(int type) {
+  for (int known = PDT_UINT8; known <= PDT_FLOAT64; ++known) {
+    if (kTypes[known] == type) return static_cast<PixelDataType>(known);
+  }
+  // Complex numbers are read by their real part.
+  const auto gdalType = static_cast<GDALDataType>(type);
+  return GDALDataTypeIsComplex(gdalType) ? FromGdalType(GDALGetNonComplexDataType(gdalType)) : PDT_UNKNOWN;
+}
+
+bool ReadWkt(const std::wstring& wkt, OGRSpatialReference& crs) {
+  if (wkt.empty()) return false;
+  const GdalErrors quiet;
+  if (crs.SetFromUserInput(CommonFun::U2Utf8(wkt).c_str()) != OGRERR_NONE) return false;
+  crs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+  return true;
+}
+
+}  // namespace platform

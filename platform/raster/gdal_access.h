@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+
+#include "platform/raster/raster_types.h"
+
+class CRasterSource;
+class GDALDataset;
+class OGRSpatialReference;
+
+/// What the platform's sources share of GDAL; its own headers stay in the sources.
+namespace platform {
+
+/// Registers the drivers and bounds the block cache, once.
+void InitialiseGdal();
+
+/// Keeps GDAL's errors off the terminal while it lives, and counts them.
+class GdalErrors {
+ public:
+  GdalErrors();
+  ~GdalErrors();
+  GdalErrors(const GdalErrors&) = delete;
+  GdalErrors& operator=(const GdalErrors&) = delete;
+  bool Any() const { return m_nFailures > 0; }
+
+ private:
+  int m_nFailures = 0;
+};
+
+GDALDataset* DatasetOf(const CRasterSource& source);
+
+/// GDALDataType of a pixel type and back; GDT_Unknown for PDT_UNKNOWN. Types without a counterpart become the next
+/// wider one that holds them.
+int ToGdalType(PixelDataType type);
+PixelDataType FromGdalType(int type);
+
+/// Sets a coordinate system from WKT with x before y; false when it cannot be read.
+bool ReadWkt(const std::wstring& wkt, OGRSpatialReference& crs);
+
+}  // namespace platform

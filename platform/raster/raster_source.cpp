@@ -1,0 +1,327 @@
+#include "platform/raster/raster_source.h"
+
+#include <gdal_priv.h>
+#include <gdalwarper.h>
+#include <ogr_spatialref.h>
+#include <vrtdataset.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/gdal_access.h"
+#include "platform/raster/pixel_type.h"
+#include "platform/raster/raster_fault.h"
+#include "platform/utility/common_fun.h"
+
+using platform::GdalErrors;
+using platform::RasterFails;
+using platform::RasterOperation;
+
+struct CRasterSource::Impl {
+  GDALDataset* dataset = nullptr;
+  bool writable = false;
+  std::wstring path;
+  std::vector<std::unique_ptr<CRasterBand>> bands;
+  platform::Affine toGround;
+  platform::Affine toPixel;
+  bool hasGeoTransform = false;
+  std::wstring wkt;
+  const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
+  std::wstring copySource;                             ///< the temporary raster it is copied from
+};
+
+namespace {
+
+bool NeedsWarp(GDALDataset* dataset) {
+  double t[6];
+  if (dataset->GetGeoTransform(t) == CE_None) return t[2] != 0.0 || t[4] != 0.0;
+  return dataset->GetGCPCount() > 0 || dataset->GetMetadata("RPC") != nullptr;
+}
+
+/// A north-up view that owns the dataset; null, and the dataset released, when it cannot be made.
+GDALDataset* WarpNorthUp(GDALDataset* dataset) {
+  GDALWarpOptions* options = GDALCreateWarpOptions();
+  const int bandCount = dataset->GetRasterCount();
+  GDALWarpInitDefaultBandMapping(options, bandCount);
+  int hasNoData = 0;
+  const double noData = dataset->GetRasterBand(1)->GetNoDataValue(&hasNoData);
+  if (hasNoData) {
+    GDALWarpInitNoDataReal(options, noData);
+    GDALWarpInitDstNoDataReal(options, noData);
+    options->papszWarpOptions = CSLSetNameValue(options->papszWarpOptions, "INIT_DEST", "NO_DATA");
+  }
+  auto* warped =
+      GDALDataset::FromHandle(GDALAutoCreateWarpedVRT(dataset, nullptr, nullptr, GRA_NearestNeighbour, 0.125, options));
+  GDALDestroyWarpOptions(options);
+  dataset->ReleaseRef();
+  return warped;
+}
+
+std::wstring WktOf(GDALDataset* dataset) {
+  const OGRSpatialReference* crs = dataset->GetSpatialRef();
+  if (!crs) return {};
+  char* text = nullptr;
+  if (crs->exportToWkt(&text) != OGRERR_NONE) {
+    CPLFree(text);
+    text = nullptr;
+    const char* const wkt2[] = {"FORMAT=WKT2_2018", nullptr};
+    crs->exportToWkt(&text, wkt2);
+  }
+  const std::wstring wkt = text ? CommonFun::Utf82U(text) : std::wstring();
+  CPLFree(text);
+  return wkt;
+}
+
+bool IsIdentity(const double t[6]) {
+  return t[0] == 0.0 && t[1] == 1.0 && t[2] == 0.0 && t[3] == 0.0 && t[4] == 0.0 && t[5] == 1.0;
+}
+
+/// Whether the driver of a copied format takes this type and number of bands: told by copying a tiny raster.
+bool CanCopy(GDALDriver* driver, int bandCount, GDALDataType type) {
+  auto* memory = GetGDALDriverManager()->GetDriverByName("MEM");
+  GDALDataset* sample = memory->Create("", 64, 64, bandCount, type, nullptr);
+  if (!sample) return false;
+  const std::string probe = CPLSPrintf("/vsimem/format_probe_%p", static_cast<void*>(sample));
+  GDALDataset* copy = driver->CreateCopy(probe.c_str(), sample, TRUE, nullptr, nullptr, nullptr);
+  const bool works = copy != nullptr;
+  if (copy) GDALClose(copy);
+  GDALClose(sample);
+  VSIUnlink(probe.c_str());
+  VSIUnlink((probe + ".aux.xml").c_str());
+  return works;
+}
+
+}  // namespace
+
+CRasterSource::CRasterSource() : m_impl(std::make_unique<Impl>()) {}
+
+CRasterSource::~CRasterSource() { Close(); }
+
+void CRasterSource::Adopt(void* handle, const std::wstring& path, bool writable) {
+  auto* dataset = static_cast<GDALDataset*>(handle);
+  m_impl->dataset = dataset;
+  m_impl->writable = writable;
+  m_impl->path = path;
+  m_impl->wkt = WktOf(dataset);
+  m_impl->toGround = {};
+  m_impl->toPixel = {};
+  double t[6];
+  m_impl->hasGeoTransform = dataset->GetGeoTransform(t) == CE_None && GDALInvGeoTransform(t, m_impl->toPixel.t) != 0;
+  if (m_impl->hasGeoTransform) std::copy_n(t, 6, m_impl->toGround.t);
+  for (int b = 0; b < dataset->GetRasterCount(); ++b) {
+    m_impl->bands.push_back(std::make_unique<CRasterBand>(this, b));
+  }
+}
+
+bool CRasterSource::Open(const std::wstring& path, GISDataAccess access, bool option) {
+  platform::InitialiseGdal();
+  Close();
+  if (RasterFails(RasterOperation::kOpen, path)) return false;
+  const GdalErrors quiet;
+  const bool update = access == GDA_UPDATE;
+  GDALDataset* dataset = GDALDataset::Open(
+      CommonFun::U2Utf8(path).c_str(),
+      static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR | (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)));
+  if (!dataset) return false;
+  if (dataset->GetRasterCount() == 0) {
+    GDALClose(dataset);
+    return false;
+  }
+  if (option && !update && NeedsWarp(dataset)) {
+    dataset = WarpNorthUp(dataset);
+    if (!dataset) return false;
+  }
+  Adopt(dataset, path, update);
+  return true;
+}
+
+bool CRasterSource::OpenSimple(const std::wstring& path) { return Open(path, GDA_READ, false); }
+
+bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& path, int width, int height,
+                                 int bandCount, PixelDataType type, const double geoTransform[6],
+                                 const std::wstring& wkt, const char* const* options) {
+  platform::InitialiseGdal();
+  Close();
+  const platform::RasterFormat* wanted = platform::FindRasterFormat(format);
+  if (!wanted || path.empty() || width <= 0 || height <= 0 || bandCount <= 0 || !platform::IsPixelType(type) ||
+      RasterFails(RasterOperation::kCreate, path)) {
+    return false;
+  }
+  const GdalErrors quiet;
+  const auto gdalType = static_cast<GDALDataType>(platform::ToGdalType(type));
+  std::wstring target = path;
+  const char* driverName = wanted->driver;
+  if (wanted->copyOnly) {
+    if (!CanCopy(GetGDALDriverManager()->GetDriverByName(wanted->driver), bandCount, gdalType)) return false;
+    target = CommonFun::GetTempFilePath(path + L".tif");
+    if (target.empty()) return false;
+    driverName = "GTiff";
+  }
+
+  char** creation = nullptr;
+  if (std::string(driverName) == "GTiff") {
+    creation = CSLSetNameValue(creation, "BIGTIFF", "IF_SAFER");
+    creation = CSLSetNameValue(creation, "INTERLEAVE", "BAND");
+  }
+  creation = CSLMerge(creation, const_cast<char**>(options));
+  const std::string name = CommonFun::U2Utf8(target);
+  GDALDataset* dataset = GetGDALDriverManager()
+                             ->GetDriverByName(driverName)
+                             ->Create(name.c_str(), width, height, bandCount, gdalType, creation);
+  CSLDestroy(creation);
+  if (!dataset) {
+    if (wanted->copyOnly) DeleteFileW(target);
+    return false;
+  }
+  if (geoTransform && !IsIdentity(geoTransform)) {
+    double t[6];
+    std::copy_n(geoTransform, 6, t);
+    dataset->SetGeoTransform(t);
+  }
+  OGRSpatialReference crs;
+  if (platform::ReadWkt(wkt, crs)) dataset->SetSpatialRef(&crs);
+  Adopt(dataset, path, true);
+  if (wanted->copyOnly) {
+    m_impl->copyFormat = wanted;
+    m_impl->copySource = target;
+  }
+  return true;
+}
+
+bool CRasterSource::Close() {
+  if (!m_impl->dataset) return true;
+  bool ok = true;
+  {
+    const GdalErrors errors;
+    if (m_impl->writable) m_impl->dataset->FlushCache(true);
+    m_impl->bands.clear();
+    GDALClose(m_impl->dataset);
+    ok = !m_impl->writable || !errors.Any();
+  }
+  if (m_impl->writable && RasterFails(RasterOperation::kClose, m_impl->path)) ok = false;
+  if (m_impl->copyFormat) {
+    ok = ok && CopyToFinalFormat();
+    DeleteFileW(m_impl->copySource);
+  }
+  *m_impl = Impl();
+  return ok;
+}
+
+bool CRasterSource::CopyToFinalFormat() const {
+  const GdalErrors errors;
+  GDALDataset* source = GDALDataset::Open(CommonFun::U2Utf8(m_impl->copySource).c_str(), GDAL_OF_RASTER);
+  if (!source) return false;
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(m_impl->copyFormat->driver);
+  GDALDataset* copy =
+      driver->CreateCopy(CommonFun::U2Utf8(m_impl->path).c_str(), source, FALSE, nullptr, nullptr, nullptr);
+  if (copy) GDALClose(copy);
+  GDALClose(source);
+  const bool ok = copy && !errors.Any();
+  if (!ok) DeleteFileW(m_impl->path);
+  return ok;
+}
+
+bool CRasterSource::IsOpen() const { return m_impl->dataset != nullptr; }
+std::wstring CRasterSource::GetPath() const { return m_impl->path; }
+int CRasterSource::GetWidth() const { return IsOpen() ? m_impl->dataset->GetRasterXSize() : 0; }
+int CRasterSource::GetHeight() const { return IsOpen() ? m_impl->dataset->GetRasterYSize() : 0; }
+int CRasterSource::GetBandCount() const { return static_cast<int>(m_impl->bands.size()); }
+
+CRasterBand* CRasterSource::GetRasterBand(int index) const {
+  return index >= 0 && index < GetBandCount() ? m_impl->bands[static_cast<std::size_t>(index)].get() : nullptr;
+}
+
+PixelDataType CRasterSource::GetRasterDataType() const {
+  return IsOpen() ? m_impl->bands.front()->GetRasterDataType() : PDT_UNKNOWN;
+}
+
+int CRasterSource::GetBlockXSize() const { return IsOpen() ? m_impl->bands.front()->GetBlockXSize() : 0; }
+int CRasterSource::GetBlockYSize() const { return IsOpen() ? m_impl->bands.front()->GetBlockYSize() : 0; }
+
+bool CRasterSource::GetGeoTransform(double geoTransform[6]) const {
+  std::copy_n(m_impl->toGround.t, 6, geoTransform);
+  return IsOpen();
+}
+
+bool CRasterSource::HasGeoTransform() const { return m_impl->hasGeoTransform; }
+std::wstring CRasterSource::GetSpatialReferenceWKT() const { return m_impl->wkt; }
+
+void CRasterSource::ImageToGround(double x, double y, double& groundX, double& groundY) const {
+  groundX = m_impl->toGround.X(x, y);
+  groundY = m_impl->toGround.Y(x, y);
+}
+
+void CRasterSource::ImageToGround(int x, int y, double& groundX, double& groundY) const {
+  ImageToGround(static_cast<double>(x), static_cast<double>(y), groundX, groundY);
+}
+
+CBoundingBox CRasterSource::ImageToGround(const CRect& rect) const {
+  const platform::Affine& map = m_impl->toGround;
+  if (map.IsAxisAligned()) {
+    return {map.X(rect.left, rect.top), map.Y(rect.left, rect.top), map.X(rect.right, rect.bottom),
+            map.Y(rect.right, rect.bottom)};
+  }
+  const std::pair<int, int> corners[] = {
+      {rect.left, rect.top}, {rect.right, rect.top}, {rect.left, rect.bottom}, {rect.right, rect.bottom}};
+  CBoundingBox box(INFINITY, -INFINITY, -INFINITY, INFINITY);
+  for (const auto& [x, y] : corners) {
+    box.m_dLeft = std::min(box.m_dLeft, map.X(x, y));
+    box.m_dRight = std::max(box.m_dRight, map.X(x, y));
+    box.m_dTop = std::max(box.m_dTop, map.Y(x, y));
+    box.m_dBottom = std::min(box.m_dBottom, map.Y(x, y));
+  }
+  return box;
+}
+
+void CRasterSource::GroundToImage(double groundX, double groundY, double& x, double& y) const {
+  const platform::Affine& map = m_impl->toPixel;
+  x = platform::SampleCoordinate(map.X(groundX, groundY), GetWidth());
+  y = platform::SampleCoordinate(map.Y(groundX, groundY), GetHeight());
+}
+
+CRect CRasterSource::GroundToImage(const CBoundingBox& box) const {
+  const platform::Affine& map = m_impl->toPixel;
+  double minX = INFINITY;
+  double maxX = -INFINITY;
+  double minY = INFINITY;
+  double maxY = -INFINITY;
+  for (const double gx : {box.m_dLeft, box.m_dRight}) {
+    for (const double gy : {box.m_dTop, box.m_dBottom}) {
+      minX = std::min(minX, map.X(gx, gy));
+      maxX = std::max(maxX, map.X(gx, gy));
+      minY = std::min(minY, map.Y(gx, gy));
+      maxY = std::max(maxY, map.Y(gx, gy));
+    }
+  }
+  // A box that ends on a pixel edge must not take in the next pixel for a rounding error.
+  constexpr double kTolerance = 1e-6;
+  const double kFar = 1073741824.0;
+  const auto whole = [kFar](double v) { return static_cast<std::int32_t>(std::clamp(v, -kFar, kFar)); };
+  if (!(minX <= maxX && minY <= maxY)) return {};
+  return {whole(std::floor(minX + kTolerance)), whole(std::floor(minY + kTolerance)),
+          whole(std::ceil(maxX - kTolerance)), whole(std::ceil(maxY - kTolerance))};
+}
+
+const platform::Affine& CRasterSource::PixelToGround() const { return m_impl->toGround; }
+const platform::Affine& CRasterSource::GroundToPixel() const { return m_impl->toPixel; }
+
+RasterDataFormat CRasterSource::GetDataFormat(const std::wstring& path) {
+  const platform::RasterFormat* format = platform::FindRasterFormat(CommonFun::GetExtensionName(path));
+  return format ? format->number : kFormatUnknown;
+}
+
+bool CRasterSource::DeleteFileW(const std::wstring& path) {
+  if (path.empty()) return true;
+  platform::InitialiseGdal();
+  const GdalErrors quiet;
+  const std::string name = CommonFun::U2Utf8(path);
+  GDALDriver::QuietDelete(name.c_str());
+  VSIStatBufL status;
+  if (VSIStatL(name.c_str(), &status) != 0) return true;
+  // Not a raster that any driver knows, an empty temporary file for instance.
+  return !VSI_ISDIR(status.st_mode) && VSIUnlink(name.c_str()) == 0;
+}
+
+void* CRasterSource::NativeHandle() const { return m_impl->dataset; }

@@ -1,0 +1,273 @@
+#include "platform/raster/reproject.h"
+
+#include <ogr_spatialref.h>
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <vector>
+
+#include "platform/raster/gdal_access.h"
+#include "platform/raster/gis_data_source.h"
+
+namespace {
+
+using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
+
+constexpr int kEdgePoints = 21;
+
+struct Point {
+  double x;
+  double y;
+};
+
+/// Corner-based source pixel positions sampled over a ground box.
+struct Grid {
+  double left = 0.0;
+  double top = 0.0;
+  double cellX = 0.0;
+  double cellY = 0.0;
+  int columns = 0;  ///< cells
+  int rows = 0;
+  std::vector<Point> nodes;  ///< (columns + 1) x (rows + 1)
+
+  bool IsEmpty() const { return nodes.empty(); }
+  const Point& Node(int column, int row) const {
+    return nodes[static_cast<std::size_t>(row) * static_cast<std::size_t>(columns + 1) +
+                 static_cast<std::size_t>(column)];
+  }
+  /// False outside the box.
+  bool Interpolate(double groundX, double groundY, Point& result) const {
+    const double u = (groundX - left) / cellX;
+    const double v = (groundY - top) / cellY;
+    if (!(u >= 0.0 && v >= 0.0 && u <= columns && v <= rows)) return false;
+    const int column = std::min(static_cast<int>(u), columns - 1);
+    const int row = std::min(static_cast<int>(v), rows - 1);
+    const double fx = u - column;
+    const double fy = v - row;
+    const Point& a = Node(column, row);
+    const Point& b = Node(column + 1, row);
+    const Point& c = Node(column, row + 1);
+    const Point& d = Node(column + 1, row + 1);
+    result.x = (a.x * (1.0 - fx) + b.x * fx) * (1.0 - fy) + (c.x * (1.0 - fx) + d.x * fx) * fy;
+    result.y = (a.y * (1.0 - fx) + b.y * fx) * (1.0 - fy) + (c.y * (1.0 - fx) + d.y * fx) * fy;
+    return true;
+  }
+};
+
+/// Points along the four edges of a box, the given number on each.
+std::vector<Point> Outline(const CBoundingBox& box) {
+  std::vector<Point> points;
+  for (int i = 0; i < kEdgePoints; ++i) {
+    const double t = static_cast<double>(i) / (kEdgePoints - 1);
+    const double x = box.m_dLeft + (box.m_dRight - box.m_dLeft) * t;
+    const double y = box.m_dTop + (box.m_dBottom - box.m_dTop) * t;
+    points.push_back({x, box.m_dTop});
+    points.push_back({x, box.m_dBottom});
+    points.push_back({box.m_dLeft, y});
+    points.push_back({box.m_dRight, y});
+  }
+  return points;
+}
+
+/// Smallest and largest coordinates of the points that are finite.
+struct Envelope {
+  double minX = INFINITY;
+  double minY = INFINITY;
+  double maxX = -INFINITY;
+  double maxY = -INFINITY;
+
+  void Add(const Point& p) {
+    if (!std::isfinite(p.x) || !std::isfinite(p.y)) return;
+    minX = std::min(minX, p.x);
+    maxX = std::max(maxX, p.x);
+    minY = std::min(minY, p.y);
+    maxY = std::max(maxY, p.y);
+  }
+  bool IsEmpty() const { return !(minX <= maxX && minY <= maxY); }
+};
+
+}  // namespace
+
+struct CReproject::Impl {
+  Transformation toSource;
+  Transformation toGround;
+  mutable std::mutex mutex;  ///< PROJ's objects serve one thread at a time
+  platform::Affine sourceToPixel;
+  int width = 0;
+  int height = 0;
+  Grid grid;
+
+  /// Corner-based source pixel positions in place; failed points become NaN.
+  void ToPixels(std::vector<Point>& points) const {
+    std::vector<double> x;
+    std::vector<double> y;
+    for (const Point& p : points) {
+      x.push_back(p.x);
+      y.push_back(p.y);
+    }
+    Apply(*toSource, x, y);
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      points[i] = {sourceToPixel.X(x[i], y[i]), sourceToPixel.Y(x[i], y[i])};
+    }
+  }
+
+  void Apply(OGRCoordinateTransformation& transformation, std::vector<double>& x, std::vector<double>& y) const {
+    std::vector<int> ok(x.size(), 0);
+    const platform::GdalErrors quiet;
+    const std::lock_guard<std::mutex> lock(mutex);
+    transformation.Transform(static_cast<int>(x.size()), x.data(), y.data(), nullptr, ok.data());
+    for (std::size_t i = 0; i < x.size(); ++i) {
+      if (!ok[i]) x[i] = y[i] = NAN;
+    }
+  }
+
+  Grid SampleGrid(const CBoundingBox& box, int columns, int rows) const {
+    Grid result;
+    result.left = box.m_dLeft;
+    result.top = box.m_dTop;
+    result.columns = columns;
+    result.rows = rows;
+    result.cellX = (box.m_dRight - box.m_dLeft) / columns;
+    result.cellY = (box.m_dBottom - box.m_dTop) / rows;
+    for (int r = 0; r <= rows; ++r) {
+      for (int c = 0; c <= columns; ++c) {
+        result.nodes.push_back({result.left + result.cellX * c, result.top + result.cellY * r});
+      }
+    }
+    ToPixels(result.nodes);
+    return result;
+  }
+
+  /// Whether interpolation stays close to the exact positions where it errs most: the middles of cells and edges.
+  bool IsAccurate(const Grid& candidate) const {
+    constexpr double kTolerance = 0.01;
+    std::vector<Point> ground;
+    for (int r = 0; r < candidate.rows; ++r) {
+      for (int c = 0; c < candidate.columns; ++c) {
+        ground.push_back({candidate.left + candidate.cellX * (c + 0.5), candidate.top + candidate.cellY * (r + 0.5)});
+        ground.push_back({candidate.left + candidate.cellX * (c + 0.5), candidate.top + candidate.cellY * r});
+        ground.push_back({candidate.left + candidate.cellX * c, candidate.top + candidate.cellY * (r + 0.5)});
+      }
+    }
+    std::vector<Point> exact = ground;
+    ToPixels(exact);
+    for (std::size_t i = 0; i < ground.size(); ++i) {
+      Point near{};
+      if (!candidate.Interpolate(ground[i].x, ground[i].y, near)) return false;
+      // Half the tolerance here leaves room for the points between; a NaN is not accurate.
+      const double error = std::hypot(near.x - exact[i].x, near.y - exact[i].y);
+      if (!(error < kTolerance / 2)) return false;
+    }
+    return true;
+  }
+};
+
+CReproject::CReproject() : m_impl(std::make_unique<Impl>()) {}
+CReproject::~CReproject() = default;
+
+CReproject* CReproject::Create(CRasterSource* source, const std::wstring& wkt, const void* /*reserved1*/,
+                               const void* /*reserved2*/) {
+  OGRSpatialReference ground;
+  OGRSpatialReference sourceCrs;
+  if (!source || !platform::ReadWkt(wkt, ground) || !platform::ReadWkt(source->GetSpatialReferenceWKT(), sourceCrs)) {
+    return nullptr;
+  }
+  const platform::GdalErrors quiet;
+  std::unique_ptr<CReproject> result(new CReproject());
+  result->m_impl->toSource.reset(OGRCreateCoordinateTransformation(&ground, &sourceCrs));
+  result->m_impl->toGround.reset(OGRCreateCoordinateTransformation(&sourceCrs, &ground));
+  if (!result->m_impl->toSource || !result->m_impl->toGround) return nullptr;
+  result->m_impl->sourceToPixel = source->GroundToPixel();
+  result->m_impl->width = source->GetWidth();
+  result->m_impl->height = source->GetHeight();
+  return result.release();
+}
+
+bool CReproject::CreateGrid(const CBoundingBox& box, double cellX, double cellY, int maxRefinements) {
+  m_impl->grid = Grid();
+  const double width = std::fabs(box.m_dRight - box.m_dLeft);
+  const double height = std::fabs(box.m_dBottom - box.m_dTop);
+  if (!(width > 0.0 && height > 0.0 && std::isfinite(width) && std::isfinite(height))) return false;
+  constexpr int kFirstCells = 16;
+  constexpr int kMostCells = 4096;
+  const auto cells = [](double size, double cell) {
+    return cell > 0.0 ? static_cast<int>(std::clamp(std::ceil(size / cell), 1.0, double{kMostCells})) : kFirstCells;
+  };
+  int columns = cells(width, cellX);
+  int rows = cells(height, cellY);
+  for (int i = 0; i <= maxRefinements; ++i, columns *= 2, rows *= 2) {
+    Grid candidate = m_impl->SampleGrid(box, columns, rows);
+    if (!m_impl->IsAccurate(candidate)) continue;
+    m_impl->grid = std::move(candidate);
+    return true;
+  }
+  return false;
+}
+
+bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY,
+                           int n) const {
+  std::vector<int> exact;
+  for (int i = 0; i < n; ++i) {
+    Point p{};
+    if (m_impl->grid.IsEmpty() || !m_impl->grid.Interpolate(groundX[i], groundY[i], p)) {
+      exact.push_back(i);
+      sourceX[i] = groundX[i];
+      sourceY[i] = groundY[i];
+      continue;
+    }
+    sourceX[i] = platform::SampleCoordinate(p.x, m_impl->width);
+    sourceY[i] = platform::SampleCoordinate(p.y, m_impl->height);
+  }
+  if (exact.empty()) return true;
+  std::vector<Point> points;
+  for (const int i : exact) points.push_back({sourceX[i], sourceY[i]});
+  m_impl->ToPixels(points);
+  for (std::size_t k = 0; k < exact.size(); ++k) {
+    sourceX[exact[k]] = platform::SampleCoordinate(points[k].x, m_impl->width);
+    sourceY[exact[k]] = platform::SampleCoordinate(points[k].y, m_impl->height);
+  }
+  return true;
+}
+
+bool CReproject::GetInImgEnveFromGeoOut(const CBoundingBox& box, CRect& rect, double /*reserved1*/,
+                                        double /*reserved2*/) const {
+  std::vector<Point> points = Outline(box);
+  m_impl->ToPixels(points);
+  Envelope envelope;
+  for (const Point& p : points) envelope.Add(p);
+  if (envelope.IsEmpty()) return false;
+  constexpr double kMargin = 10.0;
+  const auto clip = [](double v, int size) {
+    return static_cast<std::int32_t>(std::clamp(v, 0.0, static_cast<double>(size)));
+  };
+  const CRect result(clip(std::floor(envelope.minX) - kMargin, m_impl->width),
+                     clip(std::floor(envelope.minY) - kMargin, m_impl->height),
+                     clip(std::ceil(envelope.maxX) + kMargin, m_impl->width),
+                     clip(std::ceil(envelope.maxY) + kMargin, m_impl->height));
+  if (result.Area() == 0) return false;
+  rect = result;
+  return true;
+}
+
+bool CReproject::Src2DestBox(const CBoundingBox& box, CBoundingBox& result, double /*reserved1*/,
+                             double /*reserved2*/) const {
+  const std::vector<Point> points = Outline(box);
+  std::vector<double> x;
+  std::vector<double> y;
+  for (const Point& p : points) {
+    x.push_back(p.x);
+    y.push_back(p.y);
+  }
+  m_impl->Apply(*m_impl->toGround, x, y);
+  Envelope envelope;
+  for (std::size_t i = 0; i < x.size(); ++i) envelope.Add({x[i], y[i]});
+  if (envelope.IsEmpty()) return false;
+  result.SetBoundingBox(envelope.minX, envelope.maxY, envelope.maxX, envelope.minY);
+  return true;
+}
+
+bool CReproject::GetExtent(CRasterSource* source, const std::wstring& wkt, CBoundingBox& extent) {
+  const std::unique_ptr<CReproject> reproject(Create(source, wkt, nullptr, nullptr));
+  return reproject && reproject->Src2DestBox(CGISDataSource::GetExtent(source), extent, 0.0, 0.0);
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+namespace platform {
+
+/// Running figures of a stream of values: rows are reduced on their own and merged, so that neither a large mean nor a
+/// long stream costs digits (Chan, Golub and LeVeque, Updating formulae and a pairwise algorithm for computing sample
+/// variances, 1979).
+class RowStatistics {
+ public:
+  /// @param noData value to leave out besides NaN; NaN for none
+  explicit RowStatistics(double noData = std::numeric_limits<double>::quiet_NaN()) : m_noData(noData) {}
+
+  void Add(const double* values, std::int64_t count);
+
+  std::int64_t Count() const { return m_count; }
+  double Minimum() const { return m_minimum; }
+  double Maximum() const { return m_maximum; }
+  double Mean() const { return m_mean; }
+  /// Population standard deviation.
+  double StdDev() const;
+
+ private:
+  double m_noData;
+  std::int64_t m_count = 0;
+  double m_minimum = std::numeric_limits<double>::infinity();
+  double m_maximum = -std::numeric_limits<double>::infinity();
+  double m_mean = 0.0;
+  double m_squares = 0.0;  ///< sum of squared deviations from the mean
+};
+
+}  // namespace platform

@@ -1,0 +1,48 @@
+#include "platform/raster/virtual_raster.h"
+
+#include <gdal_priv.h>
+#include <gdal_utils.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+
+#include "platform/raster/gdal_access.h"
+#include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
+
+namespace platform {
+
+VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform) {
+  InitialiseGdal();
+  const GdalErrors quiet;
+  const std::string name = CommonFun::U2Utf8(file);
+  const std::unique_ptr<GDALDataset> source(GDALDataset::Open(name.c_str(), GDAL_OF_RASTER));
+  if (!source) throw std::runtime_error("cannot open " + name);
+
+  char** arguments = CSLAddString(CSLAddString(nullptr, "-of"), "VRT");
+  for (const int band : bands) {
+    arguments = CSLAddString(CSLAddString(arguments, "-b"), std::to_string(band + 1).c_str());
+  }
+  GDALTranslateOptions* options = GDALTranslateOptionsNew(arguments, nullptr);
+  CSLDestroy(arguments);
+  static std::atomic<int> count{0};
+  const std::string path = "/vsimem/fusion_view_" + std::to_string(++count) + ".vrt";
+  int usageError = 0;
+  GDALDataset* view =
+      GDALDataset::FromHandle(GDALTranslate(path.c_str(), GDALDataset::ToHandle(source.get()), options, &usageError));
+  GDALTranslateOptionsFree(options);
+  if (!view) throw std::runtime_error("no such band in " + name);
+  if (geoTransform) {
+    double t[6];
+    std::copy_n(geoTransform, 6, t);
+    view->SetGeoTransform(t);
+  }
+  GDALClose(view);
+  m_strPath = CommonFun::Utf82U(path);
+}
+
+VirtualRaster::~VirtualRaster() { VSIUnlink(CommonFun::U2Utf8(m_strPath).c_str()); }
+
+}  // namespace platform
