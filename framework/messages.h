@@ -6,7 +6,6 @@ namespace fusion::messages {
 
 using namespace platform::messages;
 
-// The texts of errors and progress that more than one place uses.
 inline constexpr wchar_t kConfiguring[] = L"配置参数...";
 inline constexpr wchar_t kWrongBands[] = L"多光谱数据处理波段错误！";
 inline constexpr wchar_t kReprojectFailed[] = L"重投影失败！";

@@ -218,7 +218,8 @@ TEST_F(Driver, NullResultWritesNothingAndTheRunGoesOn) {
   const auto probe = Run([](Probe& p) { p.answerNull = true; });
   EXPECT_EQ(probe->GetLastErrorType(), 0);
   EXPECT_EQ(probe->Count("Process"), 4);
-  for (const double v : ReadImage(scene.outFile).bands[0]) ASSERT_EQ(v, 0.0);
+  const auto out = ReadImage(scene.outFile);
+  for (const double v : out.bands[0]) ASSERT_EQ(v, 0.0);
 }
 
 TEST_F(Driver, NullBandIsLeftOut) {

@@ -45,10 +45,12 @@ TEST(Resampling, WholePositionsGiveTheSampleItself) {
   for (int type = 0; type < 3; ++type) EXPECT_EQ(At(type, 4.0, 5.0, Ramp()), 504.0) << type;
 }
 
-TEST(Resampling, RampIsReproducedByBilinearAndBicubic) {
-  EXPECT_DOUBLE_EQ(At(1, 4.25, 5.5, Ramp()), 554.25);
-  // Cubic convolution reproduces linear data wherever its four samples are data.
-  EXPECT_NEAR(At(2, 4.25, 5.5, Ramp()), 554.25, 1e-9);
+TEST(Resampling, RampIsReproducedByBilinear) { EXPECT_DOUBLE_EQ(At(1, 4.25, 5.5, Ramp()), 554.25); }
+
+TEST(Resampling, BicubicWeightsAtAQuarterAreKeysWithParameterMinusOne) {
+  // w(1.25), w(0.25), w(0.75), w(1.75) = -0.140625, 0.890625, 0.296875, -0.046875, so on a ramp of slope 1 a quarter
+  // becomes 0.140625 + 0.296875 - 2 x 0.046875 = 0.34375; a half stays a half.
+  EXPECT_EQ(At(2, 4.25, 5.5, Ramp()), 554.34375);
 }
 
 TEST(Resampling, BicubicWeightsAtAHalfAreKeysWithParameterMinusOne) {
