@@ -6,7 +6,6 @@ namespace fusion::messages {
 
 using namespace platform::messages;
 
-inline constexpr wchar_t kConfiguring[] = L"配置参数...";
 inline constexpr wchar_t kWrongBands[] = L"多光谱数据处理波段错误！";
 inline constexpr wchar_t kReprojectFailed[] = L"重投影失败！";
 inline constexpr wchar_t kSpectralMatching[] = L"光谱匹配运算";

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "platform/algorithm/multi_band_io_process.h"
+#include "platform/processing/green_mix.h"
 
 struct FUSION_API CStretchAlgorithmParam : AlgorithmParam {
   const double* m_pMeans = nullptr;    ///< target mean of each band, not owned
@@ -12,9 +13,37 @@ struct FUSION_API CStretchAlgorithmParam : AlgorithmParam {
 
 /// Brings each band to a target mean and standard deviation: (v - mean) / deviation * target deviation + target mean,
 /// with the band's own statistics; a band without spread (below 1e-8) becomes its target mean. No-data pixels stay,
-/// pixels outside the area of interest become 0. Integer types round to nearest, half up.
+/// pixels outside the area of interest become 0 and do not count in the statistics. Integer types round to nearest,
+/// half up. Band count 0 takes all bands.
 class FUSION_API CStretchOfMultiBand : public CMultiBandIOProcess {
  public:
+  /// Needs a CStretchAlgorithmParam with both arrays, one value each per output band; a run without them fails.
   explicit CStretchOfMultiBand(AlgorithmParam* param);
   ~CStretchOfMultiBand() override;
+
+ protected:
+  bool Configure(const CRasterSource& input, platform::StagePlan& plan) override;
+  bool Prepare() override;
+  void ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) override;
+
+ private:
+  struct Band {
+    double noData;
+    double mean;
+    double stdDev;
+  };
+
+  /// Puts the mixed green in the place of the present row's green.
+  void MixGreen(int width);
+
+  const double* m_pMeans = nullptr;
+  const double* m_pStdDevs = nullptr;
+  bool m_bMakeGreen = false;
+
+  std::vector<int> m_scanBands;
+  std::vector<Band> m_bands;          ///< one per output band
+  std::vector<const double*> m_rows;  ///< the present row of each band read
+  bool m_bMixes = false;
+  platform::GreenMix m_mix;
+  std::vector<double> m_mixedGreen;
 };

@@ -1,0 +1,49 @@
+#include "platform/algorithm/row_buffer.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace platform {
+
+RowBuffer::RowBuffer(const CRasterSource& input, std::vector<int> bands, int halo, int chunkRows)
+    : m_input(input),
+      m_bands(std::move(bands)),
+      m_width(input.GetWidth()),
+      m_height(input.GetHeight()),
+      m_halo(halo),
+      m_rows(m_bands.size()) {
+  const auto rows = static_cast<std::size_t>(chunkRows) + 2 * static_cast<std::size_t>(halo);
+  for (auto& band : m_rows) band.resize(rows * static_cast<std::size_t>(m_width));
+}
+
+double* RowBuffer::At(int index, int row) {
+  return m_rows[static_cast<std::size_t>(index)].data() + static_cast<std::ptrdiff_t>(row - m_top) * m_width;
+}
+
+const double* RowBuffer::Row(int index, int row) const {
+  row = std::clamp(row, 0, m_height - 1);
+  return m_rows[static_cast<std::size_t>(index)].data() + static_cast<std::ptrdiff_t>(row - m_top) * m_width;
+}
+
+bool RowBuffer::Load(int first, int count) {
+  const int top = std::max(0, first - m_halo);
+  const int bottom = std::min(m_height, first + count + m_halo);
+  const int keep = top >= m_top && top < m_bottom ? m_bottom - top : 0;
+  const int oldTop = std::exchange(m_top, top);
+  m_bottom = top + keep;
+  for (int i = 0; i < BandCount(); ++i) {
+    const double* kept = At(i, top + (top - oldTop));
+    if (keep > 0) std::copy_n(kept, static_cast<std::ptrdiff_t>(keep) * m_width, At(i, top));
+    if (m_bottom < bottom && !ReadRows(i, m_bottom, bottom)) return false;
+  }
+  m_bottom = std::max(m_bottom, bottom);
+  return true;
+}
+
+bool RowBuffer::ReadRows(int index, int first, int end) {
+  CRasterBand* band = m_input.GetRasterBand(m_bands[static_cast<std::size_t>(index)]);
+  return band &&
+         band->ReadBlock(0, first, m_width, end - first, At(index, first), m_width, end - first, PDT_FLOAT64) == 0;
+}
+
+}  // namespace platform

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <vector>
+
+#include "platform/raster/raster_source.h"
+#include "platform/system/export.h"
+
+namespace platform {
+
+/// A moving window of whole rows over some bands of a raster, read from top to bottom as doubles.
+class FUSION_API RowBuffer {
+ public:
+  /// @param bands counted from 0
+  /// @param halo rows kept above and below the loaded ones
+  RowBuffer(const CRasterSource& input, std::vector<int> bands, int halo, int chunkRows);
+
+  /// Makes count rows from first on available, with their halo. False after a failed read. At most chunkRows at once.
+  bool Load(int first, int count);
+
+  int Width() const { return m_width; }
+  int BandCount() const { return static_cast<int>(m_bands.size()); }
+  /// A row of the chosen bands' index-th; above and below the image its first or last row.
+  const double* Row(int index, int row) const;
+
+ private:
+  bool ReadRows(int index, int first, int end);
+  double* At(int index, int row);
+
+  const CRasterSource& m_input;
+  std::vector<int> m_bands;
+  int m_width;
+  int m_height;
+  int m_halo;
+  int m_top = 0;  ///< rows m_top .. m_bottom - 1 are in the buffers
+  int m_bottom = 0;
+  std::vector<std::vector<double>> m_rows;
+};
+
+}  // namespace platform

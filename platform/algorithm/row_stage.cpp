@@ -1,0 +1,267 @@
+#include "platform/algorithm/row_stage.h"
+
+#include <gdal.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+
+#include "platform/algorithm/messages.h"
+#include "platform/raster/raster_algorithm.h"
+#include "platform/system/multiversion.h"
+#include "platform/utility/common_fun.h"
+
+namespace platform {
+namespace {
+
+constexpr std::int64_t kChunkBytes = std::int64_t{32} << 20;
+constexpr int kMostRows = 512;
+
+/// Rows per chunk: whole blocks of the file where they fit the memory that a chunk may take.
+int ChunkRows(const CRasterSource& input, std::int64_t rowBytes) {
+  auto rows = static_cast<int>(std::clamp<std::int64_t>(kChunkBytes / rowBytes, 1, kMostRows));
+  const int block = input.GetBlockYSize();
+  if (block > 0 && rows > block) rows -= rows % block;
+  return std::min(rows, input.GetHeight());
+}
+
+/// Which pixels of some rows lie inside the area of interest.
+class AreaRows {
+ public:
+  AreaRows(CRasterAOI* area, int width) : m_area(area), m_inside(static_cast<std::size_t>(area ? width : 0)) {}
+
+  void Load(int first, int count) {
+    if (m_area) m_relation = m_area->ReadCacheAoiBuffer(0, first, static_cast<int>(m_inside.size()), count);
+  }
+  bool IsOutside() const { return m_relation == 0; }
+  /// Null where the whole row is inside.
+  const unsigned char* Row(int row) {
+    if (m_relation == kInside) return nullptr;
+    for (std::size_t x = 0; x < m_inside.size(); ++x) {
+      m_inside[x] = m_relation != 0 && m_area->IsInAOI(static_cast<int>(x), row);
+    }
+    return m_inside.data();
+  }
+
+ private:
+  static constexpr int kInside = 3;
+  CRasterAOI* m_area;
+  std::vector<unsigned char> m_inside;
+  int m_relation = kInside;
+};
+
+FUSION_MULTIVERSION void RoundHalfUp(double* values, int n) {
+  for (int i = 0; i < n; ++i) values[i] = std::floor(values[i] + 0.5);
+}
+
+void ClearOutside(const unsigned char* inside, int width, unsigned char* out, std::size_t pixelBytes) {
+  for (int x = 0; x < width; ++x, out += pixelBytes) {
+    if (!inside[x]) std::fill_n(out, pixelBytes, static_cast<unsigned char>(0));
+  }
+}
+
+bool IsRepresentable(double value, PixelDataType type) {
+  ValueConversion plain;
+  if (!CRasterAlgorithm::GetMaxMinVal(type, plain.m_dOutMax, plain.m_dOutMin)) return false;
+  if (IsFloatType(type)) return !(value < plain.m_dOutMin || value > plain.m_dOutMax);
+  double converted = 0.0;
+  DispatchPixelType(type, [&](auto element) {
+    converted = static_cast<double>(plain.Convert<decltype(element)>(value));
+    return true;
+  });
+  return converted == value;
+}
+
+}  // namespace
+
+struct RowStage::Run {
+  CRasterSource input;
+  CRasterSource output;
+  bool created = false;
+  StagePlan plan;
+  std::unique_ptr<CRasterAOI> area;
+  int chunkRows = 1;
+  int step = 0;
+  std::vector<std::vector<double>> row;  ///< one computed row per output band
+  std::vector<double*> rowPointers;
+  std::vector<std::vector<unsigned char>> outRows;  ///< a chunk of output pixels per band
+};
+
+RowStage::RowStage(const AlgorithmParam* param) : m_param(param ? *param : AlgorithmParam()) {}
+RowStage::~RowStage() = default;
+RowStage::RowStage(const RowStage& other) : CBaseAlgorithm(other), m_param(other.m_param) {}
+RowStage& RowStage::operator=(const RowStage& other) {
+  CBaseAlgorithm::operator=(other);
+  m_param = other.m_param;
+  return *this;
+}
+
+bool RowStage::Prepare() { return true; }
+
+void RowStage::Process() {
+  ClearError();
+  Run run;
+  m_run = &run;
+  bool done = false;
+  Guard([&] { done = Execute(run); });
+  m_run = nullptr;
+  if (run.created && !run.output.Close() && done) {
+    Fail(ERR_WRITE, messages::kWriteFailed);
+    done = false;
+  }
+  run.input.Close();
+  if (!done) {
+    if (run.created) CRasterSource::DeleteFileW(m_param.m_strOutFile);
+    return;
+  }
+  if (m_pProgress) m_pProgress->Finish();
+}
+
+bool RowStage::Execute(Run& run) {
+  const std::wstring title = messages::RunTitle(m_param.m_strAlgName);
+  if (m_pProgress) {
+    m_pProgress->Start(title, 100);
+    m_pProgress->Step(0, messages::kConfiguring);
+  }
+  if (!Open(run)) {
+    ReportError();
+    return false;
+  }
+  const int steps = (run.input.GetHeight() + run.chunkRows - 1) / run.chunkRows;
+  if (m_pProgress) m_pProgress->Start(title, steps * (run.plan.scanCount + 1));
+  return Prepare() && CreateOutput(run) && WriteRows(run);
+}
+
+bool RowStage::Open(Run& run) {
+  if (!run.input.Open(m_param.m_strInFile, GDA_READ, m_param.m_bOpenOption)) {
+    SetError(ERR_OPEN, messages::OpenFailed(m_param.m_strInFile));
+    return false;
+  }
+  // Creating the output would destroy an input of the same name.
+  if (m_param.m_strOutFile.empty() || CommonFun::IsSameFile(m_param.m_strInFile, m_param.m_strOutFile)) {
+    SetError(ERR_CREATE, messages::CreateFailed(m_param.m_strOutFile));
+    return false;
+  }
+  run.plan.outType = m_param.m_eOutDataType;
+  if (!Configure(run.input, run.plan)) return false;
+  if (run.plan.outType == PDT_UNKNOWN) run.plan.outType = run.input.GetRasterDataType();
+  const auto& bands = run.plan.bands;
+  if (bands.empty() || !std::all_of(bands.begin(), bands.end(), [&](int b) { return run.input.GetRasterBand(b); })) {
+    SetError(ERR_READ, messages::kReadFailed);
+    return false;
+  }
+  if (run.plan.useArea) {
+    CRasterAOI* area = nullptr;
+    if (!ConfigRasterAOI(&m_param, &run.input, &area)) {
+      // Whoever runs a stage asks for its error type alone.
+      if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = ERR_OPEN;
+      return false;
+    }
+    run.area.reset(area);
+  }
+  const auto planes = static_cast<std::int64_t>(bands.size()) + run.plan.outBandCount;
+  run.chunkRows = ChunkRows(run.input, planes * run.input.GetWidth() * std::int64_t{sizeof(double)});
+  return true;
+}
+
+bool RowStage::CreateOutput(Run& run) {
+  RasterDataFormat format = m_param.m_eOutFormat;
+  if (format == kFormatUnknown) format = CRasterSource::GetDataFormat(m_param.m_strOutFile);
+  if (format == kFormatUnknown) format = kFormatGeoTiff;
+  double geoTransform[6];
+  double minimum = 0.0;
+  double maximum = 0.0;
+  if (!run.input.GetGeoTransform(geoTransform) || !CRasterAlgorithm::GetMaxMinVal(run.plan.outType, maximum, minimum) ||
+      !run.output.CreateRaster(format, m_param.m_strOutFile, run.input.GetWidth(), run.input.GetHeight(),
+                               run.plan.outBandCount, run.plan.outType, geoTransform,
+                               run.input.GetSpatialReferenceWKT(), nullptr)) {
+    Fail(ERR_CREATE, messages::CreateFailed(m_param.m_strOutFile));
+    return false;
+  }
+  run.created = true;
+  SetOutMinMaxValue(minimum, maximum);
+  const CRasterBand* noData = run.plan.noData;
+  if (noData && noData->IsHaveNoData() && IsRepresentable(noData->GetNoDataValue(), run.plan.outType)) {
+    for (int b = 1; b <= run.plan.outBandCount; ++b) {
+      GDALSetRasterNoDataValue(GDALGetRasterBand(run.output.NativeHandle(), b), noData->GetNoDataValue());
+    }
+  }
+  return true;
+}
+
+bool RowStage::ForChunks(Run& run, const std::vector<int>& bands, int halo,
+                         const std::function<bool(RowBuffer& rows, int first, int count)>& work) {
+  RowBuffer rows(run.input, bands, halo, run.chunkRows);
+  const int height = run.input.GetHeight();
+  for (int first = 0; first < height; first += run.chunkRows) {
+    const int count = std::min(run.chunkRows, height - first);
+    if (!rows.Load(first, count)) {
+      Fail(ERR_READ, messages::kReadFailed);
+      return false;
+    }
+    if (!work(rows, first, count)) return false;
+    if (m_pProgress && !m_pProgress->Step(++run.step, messages::kProcessing)) {
+      m_nLastErrorType = ERR_CANCELLED;
+      return false;
+    }
+  }
+  return true;
+}
+
+bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
+  Run& run = *m_run;
+  AreaRows area(run.area.get(), run.input.GetWidth());
+  std::vector<const double*> pointers(bands.size());
+  return ForChunks(run, bands, 0, [&](RowBuffer& rows, int first, int count) {
+    area.Load(first, count);
+    for (int row = first; row < first + count && !area.IsOutside(); ++row) {
+      for (int i = 0; i < rows.BandCount(); ++i) pointers[static_cast<std::size_t>(i)] = rows.Row(i, row);
+      visit(pointers.data(), area.Row(row), rows.Width());
+    }
+    return true;
+  });
+}
+
+bool RowStage::WriteRows(Run& run) {
+  const auto bandCount = static_cast<std::size_t>(run.plan.outBandCount);
+  const auto width = static_cast<std::size_t>(run.input.GetWidth());
+  const std::size_t rowBytes = width * static_cast<std::size_t>(PixelSize(run.plan.outType));
+  run.row.assign(bandCount, std::vector<double>(width));
+  for (auto& row : run.row) run.rowPointers.push_back(row.data());
+  run.outRows.assign(bandCount, std::vector<unsigned char>(rowBytes * static_cast<std::size_t>(run.chunkRows)));
+  return ForChunks(run, run.plan.bands, run.plan.halo, [&](RowBuffer& rows, int first, int count) {
+    FillChunk(run, rows, first, count);
+    for (int b = 0; b < run.plan.outBandCount; ++b) {
+      CRasterBand* band = run.output.GetRasterBand(b);
+      if (band && band->WriteBlock(0, first, rows.Width(), count, run.outRows[static_cast<std::size_t>(b)].data(),
+                                   rows.Width(), count, run.plan.outType) == 0) {
+        continue;
+      }
+      Fail(ERR_WRITE, messages::kWriteFailed);
+      return false;
+    }
+    return true;
+  });
+}
+
+void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count) {
+  const int width = rows.Width();
+  const bool round = run.plan.roundToNearest && !IsFloatType(run.plan.outType);
+  const auto pixelBytes = static_cast<std::size_t>(PixelSize(run.plan.outType));
+  const std::size_t rowBytes = pixelBytes * static_cast<std::size_t>(width);
+  AreaRows area(run.area.get(), width);
+  area.Load(first, count);
+  for (int row = first; row < first + count; ++row) {
+    const unsigned char* inside = area.Row(row);
+    ProcessRow(rows, row, run.rowPointers.data());
+    for (std::size_t b = 0; b < run.row.size(); ++b) {
+      double* values = run.rowPointers[b];
+      if (round) RoundHalfUp(values, width);
+      unsigned char* out = run.outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes;
+      m_conversion.ConvertRow(run.plan.outType, values, out, static_cast<std::size_t>(width));
+      if (inside) ClearOutside(inside, width, out, pixelBytes);
+    }
+  }
+}
+
+}  // namespace platform

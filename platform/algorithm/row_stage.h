@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "platform/algorithm/base_algorithm.h"
+#include "platform/algorithm/row_buffer.h"
+
+namespace platform {
+
+/// What a stage asks of the engine.
+struct StagePlan {
+  std::vector<int> bands;  ///< input bands to read, counted from 0
+  int outBandCount = 0;
+  PixelDataType outType = PDT_UNKNOWN;
+  int halo = 0;                         ///< rows needed above and below the present one
+  int scanCount = 0;                    ///< passes that Prepare makes with Scan, for the progress
+  bool roundToNearest = false;          ///< integer types round, half up, instead of truncating
+  bool useArea = false;                 ///< take heed of the area of interest: pixels outside it are written as 0
+  const CRasterBand* noData = nullptr;  ///< the output declares this band's no-data value
+};
+
+/// The one engine of all file-to-file stages: streams whole rows of a raster through a stage into a new raster on the
+/// same grid, with bounded memory, progress, cancellation and error state. A stage that fails or is cancelled leaves no
+/// output.
+class FUSION_API RowStage : public CBaseAlgorithm {
+ public:
+  ~RowStage() override;
+  void Process() override;
+
+ protected:
+  /// A null record counts as an empty one.
+  explicit RowStage(const AlgorithmParam* param);
+  RowStage(const RowStage&);
+  RowStage& operator=(const RowStage&);
+
+  /// Checks the parameters and says what is needed. False with the error state set ends the run.
+  virtual bool Configure(const CRasterSource& input, StagePlan& plan) = 0;
+  /// Passes over the input that must come first. False with the error state set ends the run.
+  virtual bool Prepare();
+  /// Fills one row of each output band. Rows come in order from the top.
+  virtual void ProcessRow(const RowBuffer& rows, int row, double* const* out) = 0;
+
+  /// One row of a scan: a row of every scanned band; inside is null where the whole row counts, else 0 marks the pixels
+  /// outside the area of interest.
+  using RowVisitor = std::function<void(const double* const* bands, const unsigned char* inside, int width)>;
+  /// Shows every row to the visitor. False, with the error state set, after a failed read or a cancellation.
+  bool Scan(const std::vector<int>& bands, const RowVisitor& visit);
+
+  AlgorithmParam m_param;
+
+ private:
+  struct Run;
+  bool Execute(Run& run);
+  bool Open(Run& run);
+  bool CreateOutput(Run& run);
+  bool WriteRows(Run& run);
+  bool ForChunks(Run& run, const std::vector<int>& bands, int halo,
+                 const std::function<bool(RowBuffer& rows, int first, int count)>& work);
+  void FillChunk(Run& run, const RowBuffer& rows, int first, int count);
+
+  Run* m_run = nullptr;  ///< set while Process runs
+};
+
+}  // namespace platform

@@ -1,0 +1,26 @@
+#include "platform/processing/make_green_alg.h"
+
+#include <algorithm>
+#include <numeric>
+
+using platform::GreenMix;
+
+CMakeGreenAlg::CMakeGreenAlg(AlgorithmParam* param) : CMultiBandIOProcess(param) {}
+CMakeGreenAlg::~CMakeGreenAlg() = default;
+
+bool CMakeGreenAlg::Configure(const CRasterSource& input, platform::StagePlan& plan) {
+  plan.bands.resize(static_cast<std::size_t>(input.GetBandCount()));
+  std::iota(plan.bands.begin(), plan.bands.end(), 0);
+  plan.outBandCount = input.GetBandCount();
+  plan.noData = input.GetRasterBand(0);
+  m_mixes = GreenMix::AppliesTo(input);
+  if (m_mixes) m_mix = GreenMix(input);
+  return true;
+}
+
+void CMakeGreenAlg::ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) {
+  for (int b = 0; b < rows.BandCount(); ++b) std::copy_n(rows.Row(b, row), rows.Width(), out[b]);
+  if (!m_mixes) return;
+  m_mix.Apply(rows.Row(GreenMix::kGreen, row), rows.Row(GreenMix::kNearInfrared, row), out[GreenMix::kGreen],
+              rows.Width());
+}
