@@ -14,17 +14,24 @@ using platform::GreenMix;
 
 namespace {
 
-FUSION_MULTIVERSION void StretchRow(const double* values, double* out, int width, double noData, double mean,
-                                    double stdDev, double targetMean, double targetStdDev) {
+struct Stretch {
+  double noData;
+  double mean;
+  double stdDev;
+  double targetMean;
+  double targetStdDev;
+};
+
+FUSION_MULTIVERSION void StretchRow(const double* values, double* out, int width, Stretch s) {
   for (int i = 0; i < width; ++i) {
     const double v = values[i];
-    const double stretched = (v - mean) / stdDev * targetStdDev + targetMean;
-    out[i] = platform::IsValidSample(v, noData) ? stretched : v;
+    const double stretched = (v - s.mean) / s.stdDev * s.targetStdDev + s.targetMean;
+    out[i] = platform::IsValidSample(v, s.noData) ? stretched : v;
   }
 }
 
-void FlattenRow(const double* values, double* out, int width, double noData, double targetMean) {
-  for (int i = 0; i < width; ++i) out[i] = platform::IsValidSample(values[i], noData) ? targetMean : values[i];
+void FlattenRow(const double* values, double* out, int width, const Stretch& s) {
+  for (int i = 0; i < width; ++i) out[i] = platform::IsValidSample(values[i], s.noData) ? s.targetMean : values[i];
 }
 
 }  // namespace
@@ -109,10 +116,11 @@ void CStretchOfMultiBand::ProcessRow(const platform::RowBuffer& rows, int row, d
   constexpr double kNoSpread = 1e-8;
   for (std::size_t b = 0; b < m_bands.size(); ++b) {
     const Band& band = m_bands[b];
+    const Stretch stretch{band.noData, band.mean, band.stdDev, m_pMeans[b], m_pStdDevs[b]};
     if (band.stdDev < kNoSpread) {
-      FlattenRow(m_rows[b], out[b], rows.Width(), band.noData, m_pMeans[b]);
+      FlattenRow(m_rows[b], out[b], rows.Width(), stretch);
     } else {
-      StretchRow(m_rows[b], out[b], rows.Width(), band.noData, band.mean, band.stdDev, m_pStdDevs[b], m_pMeans[b]);
+      StretchRow(m_rows[b], out[b], rows.Width(), stretch);
     }
   }
 }
