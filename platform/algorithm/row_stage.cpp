@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 
 #include "platform/algorithm/messages.h"
 #include "platform/raster/raster_algorithm.h"
@@ -186,6 +187,17 @@ bool RowStage::CreateOutput(Run& run) {
       GDALSetRasterNoDataValue(GDALGetRasterBand(run.output.NativeHandle(), b), noData->GetNoDataValue());
     }
   }
+  return true;
+}
+
+bool RowStage::PlanFirstBands(const CRasterSource& input, StagePlan& plan) {
+  plan.outBandCount = m_param.m_nOutBandCount > 0 ? m_param.m_nOutBandCount : input.GetBandCount();
+  if (plan.outBandCount > input.GetBandCount()) {
+    SetError(ERR_READ, messages::kReadFailed);
+    return false;
+  }
+  plan.bands.resize(static_cast<std::size_t>(plan.outBandCount));
+  std::iota(plan.bands.begin(), plan.bands.end(), 0);
   return true;
 }
 

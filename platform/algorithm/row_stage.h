@@ -42,6 +42,10 @@ class FUSION_API RowStage : public CBaseAlgorithm {
   /// Fills one row of each output band. Rows come in order from the top.
   virtual void ProcessRow(const RowBuffer& rows, int row, double* const* out) = 0;
 
+  /// Plans one output band for each of the input's first bands, as many as the record says (0: all). False, with the
+  /// error state set, when the input has fewer.
+  bool PlanFirstBands(const CRasterSource& input, StagePlan& plan);
+
   /// One row of a scan: a row of every scanned band; inside is null where the whole row counts, else 0 marks the pixels
   /// outside the area of interest.
   using RowVisitor = std::function<void(const double* const* bands, const unsigned char* inside, int width)>;

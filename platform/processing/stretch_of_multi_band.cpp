@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 
-#include "platform/algorithm/messages.h"
 #include "platform/raster/no_data.h"
 #include "platform/raster/row_statistics.h"
 #include "platform/system/multiversion.h"
@@ -51,14 +49,8 @@ bool CStretchOfMultiBand::Configure(const CRasterSource& input, platform::StageP
     SetError(ERR_STATISTICS, L"缺少目标统计值！");
     return false;
   }
-  plan.outBandCount = m_param.m_nOutBandCount > 0 ? m_param.m_nOutBandCount : input.GetBandCount();
-  if (plan.outBandCount > input.GetBandCount()) {
-    SetError(ERR_READ, platform::messages::kReadFailed);
-    return false;
-  }
+  if (!PlanFirstBands(input, plan)) return false;
   m_bMixes = m_bMakeGreen && plan.outBandCount > GreenMix::kGreen && GreenMix::AppliesTo(input);
-  plan.bands.resize(static_cast<std::size_t>(plan.outBandCount));
-  std::iota(plan.bands.begin(), plan.bands.end(), 0);
   // Near infrared is needed although it may not be written.
   if (m_bMixes && plan.outBandCount <= GreenMix::kNearInfrared) plan.bands.push_back(GreenMix::kNearInfrared);
   if (m_bMixes) m_mix = GreenMix(input);

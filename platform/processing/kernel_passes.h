@@ -1,0 +1,57 @@
+#pragma once
+
+#include <vector>
+
+#include "platform/algorithm/row_buffer.h"
+
+namespace platform {
+
+/// A rectangle of coefficients, row by row, and the place of the one that lies on the pixel.
+struct Kernel {
+  int width;
+  int height;
+  int centerX;
+  int centerY;
+  std::vector<double> coefficients;
+
+  double At(int column, int row) const { return coefficients[static_cast<std::size_t>(row * width + column)]; }
+};
+
+/// A kernel as the sum of a product of a column and a row, which two one-dimensional passes compute, and a single
+/// coefficient at the centre: box filters, Gaussians and the usual high-pass kernels are of this kind.
+struct SeparableKernel {
+  std::vector<double> column;
+  std::vector<double> row;
+  double center = 0.0;
+
+  /// False for kernels of another kind, and where the centre's two parts would cancel out.
+  bool Split(const Kernel& kernel);
+};
+
+/// Correlates the rows of an image, one after the other from the top, with a kernel. Sums only ever add samples of
+/// the window itself, so that one huge value spoils no pixel beyond its reach.
+class KernelPasses {
+ public:
+  KernelPasses(const Kernel& kernel, int imageWidth, int imageHeight);
+
+  void ProcessRow(const RowBuffer& rows, int row, double* out);
+
+ private:
+  /// An image row after the first pass; for kernels that are not separable, with its ends repeated.
+  const double* PreparedRow(const RowBuffer& rows, int row);
+  void Pad(const double* values, double* padded) const;
+
+  Kernel m_kernel;
+  SeparableKernel m_separable;
+  bool m_isSeparable;
+  int m_width;
+  int m_height;
+  std::vector<double> m_padded;
+  std::vector<const double*> m_taps;
+  std::vector<const double*> m_rowTaps;
+  // Prepared rows, the image's row r at place r modulo the kernel's height.
+  std::vector<std::vector<double>> m_ring;
+  std::vector<int> m_ringRows;
+};
+
+}  // namespace platform
