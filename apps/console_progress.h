@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "platform/algorithm/base_progress.h"
+
+namespace app {
+
+/// Progress on standard error: a bar on a terminal, dots otherwise, nothing when silent. Ctrl-C cancels the run.
+class ConsoleProgress : public CBaseProgress {
+ public:
+  explicit ConsoleProgress(bool silent);
+  ~ConsoleProgress() override;
+
+  void Start(const std::wstring& title, int range) override;
+  bool Step(int position, const std::wstring& text) override;
+  void Finish() override;
+  /// Silent: the command reports a failure once, at its end.
+  void Error(int type, const std::wstring& message) override;
+
+ private:
+  void DrawBar(int percent);
+  void DrawDots(int percent);
+  void EndLine();
+
+  bool m_silent;
+  bool m_terminal;
+  std::string m_title;
+  int m_range = 100;
+  int m_drawn = -1;  ///< percent drawn so far, -1 for nothing on the line
+};
+
+}  // namespace app

@@ -1,0 +1,35 @@
+#include "apps/exit_status.h"
+
+#include "platform/algorithm/base_algorithm.h"
+
+namespace app {
+
+std::string ErrorSentence(int errorType) {
+  switch (errorType) {
+    case ERR_CANCELLED:
+      return "The run was cancelled; nothing was written.";
+    case ERR_READ:
+      return "An input could not be read: the file is damaged or truncated, or a band is missing.";
+    case ERR_WRITE:
+      return "The output could not be written: the disk is full or the folder went away.";
+    case ERR_OPEN:
+      return "A file does not exist or is no raster (or vector) that can be opened.";
+    case ERR_CREATE:
+      return "The output cannot be created: check the folder, its permissions, and whether the format takes this pixel "
+             "type and number of bands.";
+    case ERR_EXCEPTION:
+      return "The run ran out of memory or met an unexpected failure.";
+    case ERR_STATISTICS:
+      return "The statistics of an input cannot be computed: it has no valid pixel or cannot be read.";
+    case ERR_ZERO_DEVIATION:
+      return "The high-pass image has no variation, so there is no detail to inject.";
+    case ERR_BANDS:
+      return "The choice of multispectral bands does not suit the method.";
+    case ERR_REPROJECT:
+      return "The multispectral image cannot be brought into the pan image's coordinate system.";
+    default:
+      return "The run failed. Do the two images cover common ground?";
+  }
+}
+
+}  // namespace app

@@ -1,0 +1,168 @@
+#include "apps/fuse_inputs.h"
+
+#include <algorithm>
+#include <iostream>
+
+#include "apps/exit_status.h"
+#include "band_arithmetic/brovey_fusion.h"
+#include "framework/messages.h"
+#include "platform/raster/coordinate_algorithm.h"
+#include "platform/utility/common_fun.h"
+
+namespace app {
+namespace {
+
+namespace messages = fusion::messages;
+
+void OpenOrThrow(CRasterSource& source, const std::wstring& path) {
+  if (!source.Open(path, GDA_READ, true)) throw RunError{ERR_OPEN, messages::OpenFailed(path)};
+}
+
+}  // namespace
+
+FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked)
+    : m_options(options), m_panFile(CommonFun::Utf82U(options.pan)), m_msFile(CommonFun::Utf82U(options.ms)) {
+  CRasterSource pan;
+  CRasterSource ms;
+  OpenOrThrow(pan, m_panFile);
+  OpenOrThrow(ms, m_msFile);
+  m_msType = ms.GetRasterDataType();
+  CheckBands(pan.GetBandCount(), ms.GetBandCount());
+
+  const bool bothUnplaced = !pan.HasGeoTransform() && !ms.HasGeoTransform();
+  const bool wholeMultiple = pan.GetWidth() % ms.GetWidth() == 0 && pan.GetHeight() % ms.GetHeight() == 0;
+  if (options.sameExtent) {
+    TakeSameExtent(pan, ms);
+  } else if (bothUnplaced && wholeMultiple) {
+    Notice("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
+    TakeSameExtent(pan, ms);
+  } else if (!pan.HasGeoTransform() || !ms.HasGeoTransform()) {
+    Notice("An image has no georeference; the images are overlaid on their pixel coordinates.");
+  }
+
+  // Where a method works on whole files, the choice of bands must be one.
+  if (checked.method->wholeFileBands && !options.bands.empty()) {
+    m_views.push_back(std::make_unique<platform::VirtualRaster>(m_msFile, m_bands, nullptr, nullptr));
+    m_msFile = m_views.back()->Path();
+    m_bands.clear();
+  }
+  if (checked.method->isPipeline && m_panBand != 0) {
+    m_views.push_back(
+        std::make_unique<platform::VirtualRaster>(m_panFile, std::vector<int>{m_panBand}, nullptr, nullptr));
+    m_panFile = m_views.back()->Path();
+    m_panBand = 0;
+  }
+
+  OpenOrThrow(pan, m_panFile);
+  OpenOrThrow(ms, m_msFile);
+  if (!CCoordinateAlgorithm::IsNeededProject(m_panFile, m_msFile, m_needReproject)) {
+    throw RunError{ERR_OPEN, messages::OpenFailed(m_panFile)};
+  }
+  if (!options.window.empty()) CutWindow(pan, ms);
+  CheckValidPixels();
+}
+
+void FuseInputs::CheckBands(int panBandCount, int msBandCount) {
+  if (m_options.panBand < 1 || m_options.panBand > panBandCount) {
+    throw UsageError("--pan-band " + std::to_string(m_options.panBand) + ": the pan image has bands 1 to " +
+                     std::to_string(panBandCount) + ".");
+  }
+  m_panBand = m_options.panBand - 1;
+  for (const int band : m_options.bands) {
+    if (band < 1 || band > msBandCount) {
+      throw UsageError("--bands " + std::to_string(band) + ": the multispectral image has bands 1 to " +
+                       std::to_string(msBandCount) + ".");
+    }
+    m_bands.push_back(band - 1);
+  }
+  const int chosen = m_bands.empty() ? msBandCount : static_cast<int>(m_bands.size());
+  if (chosen < 2) throw UsageError("A fusion needs at least two multispectral bands.");
+  if (m_options.method == "ihs" && chosen < 3) throw UsageError("Method ihs needs at least three bands.");
+  for (const int position : m_options.rgb) {
+    if (position < 1 || position > chosen) {
+      throw UsageError("--rgb " + std::to_string(position) + ": there are positions 1 to " + std::to_string(chosen) +
+                       ".");
+    }
+  }
+}
+
+void FuseInputs::TakeSameExtent(const CRasterSource& pan, const CRasterSource& ms) {
+  const CBoundingBox box = pan.ImageToGround(CRect(0, 0, pan.GetWidth(), pan.GetHeight()));
+  const double geoTransform[6] = {box.m_dLeft, (box.m_dRight - box.m_dLeft) / ms.GetWidth(),  0.0,
+                                  box.m_dTop,  0.0,                                           (box.m_dBottom - box.m_dTop) / ms.GetHeight()};
+  const std::wstring wkt = pan.GetSpatialReferenceWKT();
+  m_views.push_back(std::make_unique<platform::VirtualRaster>(m_msFile, std::vector<int>{}, geoTransform, &wkt));
+  m_msFile = m_views.back()->Path();
+}
+
+void FuseInputs::CutWindow(CRasterSource& pan, CRasterSource& ms) {
+  const auto& w = m_options.window;
+  const auto edge = [](int start, int size) {
+    return static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(start) + size, INT32_MIN, INT32_MAX));
+  };
+  const CRect wanted(w[0], w[1], edge(w[0], w[2]), edge(w[1], w[3]));
+  CRect overlap;
+  bool reproject = false;
+  if (!CBroveyFusion(nullptr).GetOutRect(&pan, &ms, overlap, reproject, false)) {
+    throw RunError{ERR_NONE, messages::kWrongExtent};
+  }
+  m_window = CRect(std::max({wanted.left, overlap.left, 0}), std::max({wanted.top, overlap.top, 0}),
+                   std::min({wanted.right, overlap.right, pan.GetWidth()}),
+                   std::min({wanted.bottom, overlap.bottom, pan.GetHeight()}));
+  if (m_window.Area() == 0) throw UsageError("--window: nothing of it lies where both images have data.");
+  if (!(m_window == wanted)) {
+    Notice("--window is cut to where both images have data: " + std::to_string(m_window.left) + "," +
+           std::to_string(m_window.top) + "," + std::to_string(m_window.Width()) + "," +
+           std::to_string(m_window.Height()) + ".");
+  }
+}
+
+void FuseInputs::CheckValidPixels() const {
+  CRasterSource pan;
+  CRasterSource ms;
+  OpenOrThrow(pan, m_panFile);
+  OpenOrThrow(ms, m_msFile);
+  const auto check = [](CRasterBand* band, const std::string& name) {
+    if (band && band->HasValidPixel()) return;
+    throw RunError{ERR_STATISTICS, CommonFun::Utf82U(name + " has no valid pixel or cannot be read.")};
+  };
+  check(pan.GetRasterBand(m_panBand), "The pan image");
+  std::vector<int> bands = m_bands;
+  for (int b = 0; m_bands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(b);
+  for (const int b : bands) check(ms.GetRasterBand(b), "Multispectral band " + std::to_string(b + 1));
+}
+
+void FuseInputs::FillParam(FusionParam& param) const {
+  param.m_strPanFile = m_panFile;
+  param.m_strMSFile = m_msFile;
+  param.m_nPanBand = m_panBand;
+  param.m_vecMSBands.assign(m_bands.begin(), m_bands.end());
+  param.m_rcProcess = m_window;
+  param.m_bNeedReproject = m_needReproject;
+}
+
+void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs,
+                                CBaseProgress& progress) const {
+  CRasterSource ms;
+  OpenOrThrow(ms, m_msFile);
+  std::vector<int> bands = m_bands;
+  for (int b = 0; m_bands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(b);
+  for (const int b : bands) {
+    double minimum = 0.0;
+    double maximum = 0.0;
+    double mean = 0.0;
+    double stdDev = 0.0;
+    if (!ms.GetRasterBand(b)->ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, &progress)) {
+      if (progress.IsCancelRequested()) throw RunError{ERR_CANCELLED, {}};
+      throw RunError{ERR_STATISTICS, messages::kMsStatisticsFailed};
+    }
+    means.push_back(mean);
+    stdDevs.push_back(stdDev);
+  }
+}
+
+void FuseInputs::Notice(const std::string& text) const {
+  if (!m_options.quiet) std::cerr << text << '\n';
+}
+
+}  // namespace app

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/console_progress.h"
+#include "apps/fuse_options.h"
+#include "platform/raster/virtual_raster.h"
+
+namespace app {
+
+/// A run that could not start, with the library's own error type and message.
+struct RunError {
+  int type;
+  std::wstring message;
+};
+
+/// The two input images as the run gets them: opened once for checking, seen through views where a choice of bands or
+/// another georeference must look like a file.
+class FuseInputs {
+ public:
+  /// Throws CommandError for wrong usage, RunError for an input that cannot be used.
+  FuseInputs(const FuseOptions& options, const CheckedOptions& checked);
+
+  /// Files, bands, window and reprojection into the record.
+  void FillParam(FusionParam& param) const;
+  /// Means and deviations of the chosen multispectral bands. Throws RunError.
+  void ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs, CBaseProgress& progress) const;
+  PixelDataType MsType() const { return m_msType; }
+
+ private:
+  void CheckBands(int panBandCount, int msBandCount);
+  void TakeSameExtent(const CRasterSource& pan, const CRasterSource& ms);
+  void CutWindow(CRasterSource& pan, CRasterSource& ms);
+  void CheckValidPixels() const;
+  void Notice(const std::string& text) const;
+
+  const FuseOptions& m_options;
+  std::wstring m_panFile;
+  std::wstring m_msFile;
+  std::vector<int> m_bands;  ///< zero-based, of m_msFile
+  int m_panBand = 0;         ///< zero-based, of m_panFile
+  CRect m_window;
+  bool m_needReproject = false;
+  PixelDataType m_msType = PDT_UNKNOWN;
+  std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
+};
+
+}  // namespace app

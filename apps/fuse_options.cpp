@@ -1,0 +1,158 @@
+#include "apps/fuse_options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "apps/exit_status.h"
+#include "platform/raster/pixel_type.h"
+#include "platform/utility/common_fun.h"
+
+namespace app {
+
+void AddFuseOptions(CLI::App& command, FuseOptions& o) {
+  command.add_option("PAN", o.pan, "Panchromatic image")->required();
+  command.add_option("MS", o.ms, "Multispectral image")->required();
+  command.add_option("OUT", o.out, "Fused image to write")->required();
+  o.method = DefaultMethod().name;
+  command.add_option("--method", o.method, "Fusion method, see 'fusion methods'")->capture_default_str();
+  command.add_option("--resample", o.resample, "nearest, bilinear or bicubic (default: bicubic)");
+  command.add_option("--type", o.type,
+                     "uint8, uint16, int16, uint32, int32, float32 or float64 (default: the multispectral image's)");
+  command.add_option("--bands", o.bands, "Multispectral bands, counted from 1 (default: all)")->delimiter(',');
+  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
+  command.add_option("--rgb", o.rgb, "ihs: which of the chosen bands are red, green and blue")
+      ->delimiter(',')
+      ->expected(3);
+  command.add_option("--window", o.window, "XOFF,YOFF,XSIZE,YSIZE in pan pixels")->delimiter(',')->expected(4);
+  command.add_option("--aoi", o.aoi, "Vector file: fuse only inside its polygons");
+  command
+      .add_option("--spectral-match", o.spectralMatch,
+                  "auto, on or off: bring the fused bands to the multispectral means and deviations")
+      ->capture_default_str();
+  command.add_flag("--make-green", o.makeGreen, "Mix a tenth of near infrared into green (bands B, G, R, NIR)");
+  command.add_flag("--auto-level", o.autoLevel, "hpf, sharpen: end with an automatic level adjustment");
+  command.add_flag("--stretch", o.stretch, "Stretch the result to the range of an integer type");
+  command.add_option("--kernel-size", o.kernelSize, "hpf: odd size of the high-pass kernel, 3 to 31");
+  command.add_option("--second-kernel-size", o.secondKernelSize, "hpf: size of a second kernel");
+  command.add_option("--detail-weight", o.detailWeight, "hpf: weight of the detail (default: 0.5)");
+  command.add_option("--second-detail-weight", o.secondDetailWeight, "hpf: weight of the second detail");
+  command.add_option("--bayes-weight", o.bayesWeight, "bayesian: weight of pan, between 0 and 1 (default: 0.5)");
+  command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
+  command.add_flag("--no-overviews", o.noOverviews, "Build no overviews");
+  command.add_option("--format", o.format, "Output format (default: by the extension of OUT)");
+  command.add_flag("--overwrite", o.overwrite, "Replace an existing OUT");
+  command.add_flag("--quiet", o.quiet, "No progress and no notices");
+  command.add_option("--log", o.log, "Append the library's log to this file");
+  command.add_flag("--json", o.json, "Describe the outcome as one JSON object on standard output");
+}
+
+namespace {
+
+void RefuseUnless(bool taken, bool given, const std::string& option, const Method& method, MethodOption kind) {
+  if (!given || taken) return;
+  throw UsageError(option + " has no effect on method " + method.name + "; it is taken by " + MethodsThatTake(kind) +
+                   ".");
+}
+
+void RefuseForeignOptions(const FuseOptions& o, const Method& m) {
+  const auto check = [&](bool given, const char* option, MethodOption kind) {
+    RefuseUnless(m.Takes(kind), given, option, m, kind);
+  };
+  check(o.resample.has_value(), "--resample", kTakesResample);
+  check(o.type.has_value(), "--type", kTakesType);
+  check(!o.rgb.empty(), "--rgb", kTakesRgb);
+  check(o.stretch, "--stretch", kTakesStretch);
+  check(o.spectralMatch == "on", "--spectral-match on", kTakesMatch);
+  check(o.autoLevel, "--auto-level", kTakesAutoLevel);
+  check(o.kernelSize.has_value(), "--kernel-size", kTakesKernels);
+  check(o.secondKernelSize.has_value(), "--second-kernel-size", kTakesKernels);
+  check(o.detailWeight.has_value(), "--detail-weight", kTakesKernels);
+  check(o.secondDetailWeight.has_value(), "--second-detail-weight", kTakesKernels);
+  check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesWeight);
+}
+
+ResampleType ParseResample(const std::string& name) {
+  const ResampleType type = CStringParamParser::GetResampleType(CommonFun::Utf82U(name));
+  std::string lower = name;
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  if (type == RT_NEAREST && lower != "nearest") {
+    throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear and bicubic.");
+  }
+  return type;
+}
+
+PixelDataType ParseType(const std::string& name) {
+  const PixelDataType type =
+      CStringParamParser::GetOutDataType(CStringParamParser::OutDataTypeString2DataTypeIndex(CommonFun::Utf82U(name)));
+  if (type == PDT_UNKNOWN) {
+    throw UsageError("Unknown type '" + name +
+                     "'; known are uint8, uint16, int16, uint32, int32, float32 and float64.");
+  }
+  return type;
+}
+
+RasterDataFormat ParseFormat(const std::string& name) {
+  const auto lower = [](std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+  };
+  std::string known;
+  for (const auto& format : platform::RasterFormats()) {
+    const std::string title = CommonFun::U2Utf8(format.name);
+    if (lower(name) == lower(title) || lower(name) == lower(format.driver)) return format.number;
+    known += (known.empty() ? "" : ", ") + title;
+  }
+  throw UsageError("Unknown format '" + name + "'; known are " + known + ".");
+}
+
+void CheckKernel(const std::optional<int>& size, const char* option) {
+  if (size && (*size < 3 || *size > 31 || *size % 2 == 0)) {
+    throw UsageError(std::string(option) + " must be an odd number from 3 to 31.");
+  }
+}
+
+}  // namespace
+
+CheckedOptions CheckOptions(const FuseOptions& o) {
+  CheckedOptions checked;
+  checked.method = FindMethod(o.method);
+  if (!checked.method) {
+    std::string names;
+    for (const Method& method : Methods()) names += (names.empty() ? "" : ", ") + std::string(method.name);
+    throw UsageError("Unknown method '" + o.method + "'; known are " + names + ".");
+  }
+  const Method& method = *checked.method;
+  if (o.spectralMatch != "auto" && o.spectralMatch != "on" && o.spectralMatch != "off") {
+    throw UsageError("--spectral-match is auto, on or off, not '" + o.spectralMatch + "'.");
+  }
+  RefuseForeignOptions(o, method);
+  if (o.autoLevel && o.spectralMatch == "on") {
+    throw UsageError("--auto-level sets the range by itself; it does not go with --spectral-match on.");
+  }
+  checked.matched = o.spectralMatch == "on" || (o.spectralMatch == "auto" && method.matchedByDefault && !o.autoLevel);
+  if (o.makeGreen && !method.isPipeline && !checked.matched) {
+    throw UsageError("--make-green has no effect on a raw " + std::string(method.name) +
+                     " run; it is taken by hpf, sharpen and by every spectrally matched run.");
+  }
+
+  if (o.resample) checked.resample = ParseResample(*o.resample);
+  if (o.type) checked.type = ParseType(*o.type);
+  if (!o.format.empty()) checked.format = ParseFormat(o.format);
+  if (o.stretch && platform::IsFloatType(checked.type)) {
+    throw UsageError("--stretch fills the range of an integer type; it does not go with a float type.");
+  }
+  if (o.stretch && checked.matched) {
+    throw UsageError("--stretch has no effect on a spectrally matched run; add --spectral-match off.");
+  }
+  CheckKernel(o.kernelSize, "--kernel-size");
+  CheckKernel(o.secondKernelSize, "--second-kernel-size");
+  if (o.bayesWeight && !(*o.bayesWeight > 0.0 && *o.bayesWeight < 1.0)) {
+    throw UsageError("--bayes-weight must lie between 0 and 1, both excluded.");
+  }
+  if (!o.window.empty() && (o.window[2] <= 0 || o.window[3] <= 0)) {
+    throw UsageError("--window needs a size of at least one pixel.");
+  }
+  return checked;
+}
+
+}  // namespace app

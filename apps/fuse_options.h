@@ -1,0 +1,62 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/methods.h"
+#include "platform/raster/raster_types.h"
+
+namespace CLI {
+class App;
+}
+
+namespace app {
+
+/// The `fuse` command's arguments as given; empty where not given.
+struct FuseOptions {
+  std::string pan;
+  std::string ms;
+  std::string out;
+  std::string method;
+  std::optional<std::string> resample;
+  std::optional<std::string> type;
+  std::vector<int> bands;  ///< counted from 1
+  int panBand = 1;         ///< counted from 1
+  std::vector<int> rgb;    ///< positions counted from 1 among the chosen bands
+  std::vector<int> window;
+  std::string aoi;
+  std::string spectralMatch = "auto";
+  bool makeGreen = false;
+  bool autoLevel = false;
+  bool stretch = false;
+  std::optional<int> kernelSize;
+  std::optional<int> secondKernelSize;
+  std::optional<double> detailWeight;
+  std::optional<double> secondDetailWeight;
+  std::optional<double> bayesWeight;
+  bool sameExtent = false;
+  bool noOverviews = false;
+  std::string format;
+  bool overwrite = false;
+  bool quiet = false;
+  std::string log;
+  bool json = false;
+};
+
+/// Declares the options on a subcommand.
+void AddFuseOptions(CLI::App& command, FuseOptions& options);
+
+/// The arguments after all checks that need no file.
+struct CheckedOptions {
+  const Method* method = nullptr;
+  ResampleType resample = RT_BICUBIC;
+  PixelDataType type = PDT_UNKNOWN;  ///< PDT_UNKNOWN: the multispectral image's own
+  RasterDataFormat format = kFormatUnknown;
+  bool matched = false;
+};
+
+/// Throws a usage error for anything that cannot work, whatever the files.
+CheckedOptions CheckOptions(const FuseOptions& options);
+
+}  // namespace app

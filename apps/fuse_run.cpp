@@ -1,0 +1,238 @@
+#include "apps/fuse_run.h"
+
+#include <chrono>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "apps/console_progress.h"
+#include "apps/exit_status.h"
+#include "apps/fuse_inputs.h"
+#include "framework/messages.h"
+#include "platform/algorithm/build_raster_overviews.h"
+#include "platform/processing/stretch_of_multi_band.h"
+#include "platform/raster/pixel_type.h"
+#include "platform/utility/common_fun.h"
+#include "platform/utility/log.h"
+
+namespace app {
+namespace {
+
+namespace messages = fusion::messages;
+
+/// Files that disappear with the object unless released.
+class TemporaryFiles {
+ public:
+  TemporaryFiles() = default;
+  ~TemporaryFiles() {
+    for (const auto& file : m_files) CRasterSource::DeleteFileW(file);
+  }
+  TemporaryFiles(const TemporaryFiles&) = delete;
+  TemporaryFiles& operator=(const TemporaryFiles&) = delete;
+
+  /// A fresh file beside the path. Throws RunError.
+  std::wstring Make(const std::wstring& beside, const std::wstring& output) {
+    const std::wstring file = CommonFun::GetTempFilePath(beside);
+    if (file.empty()) throw RunError{ERR_CREATE, messages::CreateFailed(output)};
+    m_files.push_back(file);
+    return file;
+  }
+
+ private:
+  std::vector<std::wstring> m_files;
+};
+
+struct Outcome {
+  int width = 0;
+  int height = 0;
+  int bands = 0;
+  PixelDataType type = PDT_UNKNOWN;
+};
+
+class FuseRun {
+ public:
+  FuseRun(const FuseOptions& options, const CheckedOptions& checked)
+      : m_options(options), m_checked(checked), m_output(CommonFun::Utf82U(options.out)), m_progress(options.quiet) {}
+
+  /// Throws CommandError and RunError.
+  Outcome Run() {
+    CheckOutput();
+    const FuseInputs inputs(m_options, m_checked);
+    m_type = m_checked.type;
+    if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
+    if (m_options.stretch && platform::IsFloatType(m_type)) {
+      throw UsageError("--stretch fills the range of an integer type, but the output type is a float type.");
+    }
+
+    const std::wstring result = m_files.Make(m_output, m_output);
+    const bool matchedHere =
+        m_checked.matched && !(m_checked.method->matchesItself && platform::IsFloatType(m_type));
+    if (matchedHere) {
+      std::vector<double> means;
+      std::vector<double> stdDevs;
+      inputs.ComputeTargets(means, stdDevs, m_progress);
+      const std::wstring raw = m_files.Make(m_output + L".tif", m_output);
+      Fuse(inputs, raw, IntermediateType(), kFormatGeoTiff, false);
+      Match(raw, result, means, stdDevs);
+    } else {
+      Fuse(inputs, result, m_type, m_checked.format, m_checked.matched);
+    }
+    const Outcome outcome = Describe(result);
+    if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
+    if (!CRasterSource::RenameFile(result, m_output)) throw RunError{ERR_WRITE, messages::kWriteFailed};
+    return outcome;
+  }
+
+ private:
+  void CheckOutput() const {
+    for (const auto& input : {m_options.pan, m_options.ms, m_options.aoi}) {
+      if (!input.empty() && CommonFun::IsSameFile(m_output, CommonFun::Utf82U(input))) {
+        throw UsageError(m_options.out + " is an input of this run.");
+      }
+    }
+    if (CommonFun::IsFolder(m_output)) throw UsageError(m_options.out + " is a folder.");
+    if (!m_options.overwrite && CommonFun::IsExistingFile(m_output)) {
+      throw UsageError(m_options.out + " exists; add --overwrite to replace it.");
+    }
+  }
+
+  PixelDataType DefaultType(PixelDataType msType) const {
+    // The bare product of two images fits no integer type.
+    if (m_options.method == "multiplicative" && !m_checked.matched) return PDT_FLOAT32;
+    return msType == PDT_UNKNOWN ? PDT_FLOAT32 : msType;
+  }
+
+  /// Wide enough that nothing is cut or rounded before the matching.
+  PixelDataType IntermediateType() const {
+    return m_type == PDT_UINT32 || m_type == PDT_INT32 || m_type == PDT_FLOAT64 ? PDT_FLOAT64 : PDT_FLOAT32;
+  }
+
+  void Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
+            bool matchesItself) {
+    HpfFusionParam param;
+    inputs.FillParam(param);
+    param.m_strAlgName = CommonFun::Utf82U(m_checked.method->name);
+    param.m_strOutFile = file;
+    param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
+    param.m_eOutDataType = type;
+    param.m_eOutFormat = format != kFormatUnknown ? format : CRasterSource::GetDataFormat(m_output);
+    param.m_eResampleType = m_checked.resample;
+    for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
+    param.m_bSpectralMatch = matchesItself;
+    param.m_bMakeGreen = m_options.makeGreen && (matchesItself || m_checked.method->isPipeline);
+    param.m_bSecondFilter = m_options.secondKernelSize || m_options.secondDetailWeight;
+    param.m_bDataStretch = m_options.autoLevel;
+
+    const std::unique_ptr<CBaseAlgorithm> algorithm = m_checked.method->make(param, m_options, m_progress);
+    algorithm->SetStretch(m_options.stretch || StretchesByItself(type));
+    // Overviews are built once, on the finished file.
+    CBuildRasterOverviews::SetEnabled(false);
+    Carry(*algorithm);
+    CBuildRasterOverviews::SetEnabled(true);
+  }
+
+  /// IHS computes on the scale of a byte; a wider integer type would use a fraction of its range.
+  bool StretchesByItself(PixelDataType type) const {
+    if (m_options.method != "ihs" || m_options.stretch || platform::IsFloatType(type) || type == PDT_UINT8) return false;
+    if (!m_options.quiet) std::cerr << "The result is stretched to the range of the output type (--stretch).\n";
+    return true;
+  }
+
+  void Match(const std::wstring& raw, const std::wstring& result, const std::vector<double>& means,
+             const std::vector<double>& stdDevs) {
+    CStretchAlgorithmParam param;
+    param.m_strAlgName = messages::kSpectralMatching;
+    param.m_strInFile = raw;
+    param.m_strOutFile = result;
+    param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
+    param.m_eOutDataType = m_type;
+    param.m_eOutFormat =
+        m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
+    param.m_pMeans = means.data();
+    param.m_pStdDevs = stdDevs.data();
+    param.m_bMakeGreen = m_options.makeGreen && !m_checked.method->isPipeline;
+    CStretchOfMultiBand matching(&param);
+    Carry(matching);
+  }
+
+  /// Runs an algorithm and throws its failure.
+  void Carry(CBaseAlgorithm& algorithm) {
+    algorithm.SetProgress(&m_progress);
+    algorithm.Process();
+    if (algorithm.GetLastErrorType() != ERR_NONE || !algorithm.GetLastErrorMessage().empty()) {
+      throw RunError{algorithm.GetLastErrorType(), algorithm.GetLastErrorMessage()};
+    }
+    if (m_progress.IsCancelRequested()) throw RunError{ERR_CANCELLED, {}};
+  }
+
+  /// A run that reports success but left no readable raster has failed.
+  static Outcome Describe(const std::wstring& file) {
+    CRasterSource source;
+    if (!source.OpenSimple(file)) throw RunError{ERR_WRITE, messages::kWriteFailed};
+    return {source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType()};
+  }
+
+  void BuildOverviews(const std::wstring& file) {
+    CRasterSource source;
+    if (!source.OpenSimple(file)) return;
+    CBuildRasterOverviews overviews(&source, "AVERAGE", 0, nullptr, &m_progress, L"", false);
+    Carry(overviews);
+  }
+
+  const FuseOptions& m_options;
+  const CheckedOptions& m_checked;
+  std::wstring m_output;
+  ConsoleProgress m_progress;
+  PixelDataType m_type = PDT_UNKNOWN;
+  TemporaryFiles m_files;
+};
+
+/// The library's messages name the temporary file that the user never sees.
+void PrintJson(const FuseOptions& options, const Outcome& outcome, double seconds, const RunError& error) {
+  static const char* const kTypes[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
+  std::cout << nlohmann::ordered_json{{"method", options.method},
+                                      {"output", options.out},
+                                      {"width", outcome.width},
+                                      {"height", outcome.height},
+                                      {"bands", outcome.bands},
+                                      {"type", kTypes[outcome.type]},
+                                      {"seconds", seconds},
+                                      {"error_type", error.type},
+                                      {"message", CommonFun::U2Utf8(error.message)}}
+                   .dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
+            << '\n';
+}
+
+}  // namespace
+
+int RunFuse(const FuseOptions& options) {
+  const auto start = std::chrono::steady_clock::now();
+  std::optional<CLog> log;
+  Outcome outcome;
+  RunError error{ERR_NONE, {}};
+  bool failed = false;
+  const CheckedOptions checked = CheckOptions(options);
+  if (!options.log.empty()) {
+    try {
+      log.emplace(CommonFun::Utf82U(options.log));
+    } catch (const std::exception& e) {
+      throw CommandError(kRunFailed, "--log: " + std::string(e.what()));
+    }
+    CLog::m_pLogger = &*log;
+  }
+  try {
+    outcome = FuseRun(options, checked).Run();
+  } catch (const RunError& e) {
+    error = e;
+    failed = true;
+  }
+  CLog::m_pLogger = nullptr;
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+  if (options.json) PrintJson(options, outcome, seconds.count(), error);
+  if (!failed) return kSuccess;
+  std::cerr << "fusion: error " << error.type << ": " << CommonFun::U2Utf8(error.message) << '\n'
+            << ErrorSentence(error.type) << '\n';
+  return error.type == ERR_CANCELLED ? kCancelled : kRunFailed;
+}
+
+}  // namespace app

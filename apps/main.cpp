@@ -1,0 +1,49 @@
+// The `fusion` command.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "apps/exit_status.h"
+#include "apps/fuse_options.h"
+#include "apps/fuse_run.h"
+#include "apps/methods.h"
+#include "apps/sample_command.h"
+#include "platform/system/console.h"
+
+int main(int argc, char** argv) {
+  platform::UseUtf8Console();
+  CLI::App fusion("Pan-sharpening of satellite and aerial images.");
+  fusion.set_version_flag("--version", "fusion " FUSION_VERSION);
+  fusion.require_subcommand(1);
+
+  app::FuseOptions fuse;
+  CLI::App* fuseCommand = fusion.add_subcommand("fuse", "Fuse a pan and a multispectral image");
+  app::AddFuseOptions(*fuseCommand, fuse);
+
+  app::SampleCommandOptions sample;
+  CLI::App* sampleCommand = fusion.add_subcommand("sample", "Write a made-up scene to try things with");
+  app::AddSampleOptions(*sampleCommand, sample);
+
+  bool json = false;
+  bool namesOnly = false;
+  CLI::App* methodsCommand = fusion.add_subcommand("methods", "List the fusion methods");
+  methodsCommand->add_flag("--json", json, "As JSON");
+  methodsCommand->add_flag("--names", namesOnly, "Names only, one a line");
+
+  try {
+    fusion.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return fusion.exit(e) == 0 ? app::kSuccess : app::kWrongUsage;
+  }
+  try {
+    if (*fuseCommand) return app::RunFuse(fuse);
+    if (*sampleCommand) return app::RunSample(sample);
+    return app::RunMethods(json, namesOnly);
+  } catch (const app::CommandError& e) {
+    std::cerr << "fusion: " << e.what() << '\n';
+    return e.status;
+  } catch (const std::exception& e) {
+    std::cerr << "fusion: " << e.what() << '\n';
+    return app::kRunFailed;
+  }
+}
