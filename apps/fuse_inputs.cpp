@@ -88,8 +88,8 @@ void FuseInputs::CheckBands(int panBandCount, int msBandCount) {
 
 void FuseInputs::TakeSameExtent(const CRasterSource& pan, const CRasterSource& ms) {
   const CBoundingBox box = pan.ImageToGround(CRect(0, 0, pan.GetWidth(), pan.GetHeight()));
-  const double geoTransform[6] = {box.m_dLeft, (box.m_dRight - box.m_dLeft) / ms.GetWidth(),  0.0,
-                                  box.m_dTop,  0.0,                                           (box.m_dBottom - box.m_dTop) / ms.GetHeight()};
+  const double geoTransform[6] = {box.m_dLeft, (box.m_dRight - box.m_dLeft) / ms.GetWidth(), 0.0, box.m_dTop,
+                                  0.0,         (box.m_dBottom - box.m_dTop) / ms.GetHeight()};
   const std::wstring wkt = pan.GetSpatialReferenceWKT();
   m_views.push_back(std::make_unique<platform::VirtualRaster>(m_msFile, std::vector<int>{}, geoTransform, &wkt));
   m_msFile = m_views.back()->Path();

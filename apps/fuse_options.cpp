@@ -9,6 +9,16 @@
 
 namespace app {
 
+PixelDataType ParsePixelType(const std::string& name) {
+  const PixelDataType type =
+      CStringParamParser::GetOutDataType(CStringParamParser::OutDataTypeString2DataTypeIndex(CommonFun::Utf82U(name)));
+  if (type == PDT_UNKNOWN) {
+    throw UsageError("Unknown type '" + name +
+                     "'; known are uint8, uint16, int16, uint32, int32, float32 and float64.");
+  }
+  return type;
+}
+
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image")->required();
@@ -81,16 +91,6 @@ ResampleType ParseResample(const std::string& name) {
   return type;
 }
 
-PixelDataType ParseType(const std::string& name) {
-  const PixelDataType type =
-      CStringParamParser::GetOutDataType(CStringParamParser::OutDataTypeString2DataTypeIndex(CommonFun::Utf82U(name)));
-  if (type == PDT_UNKNOWN) {
-    throw UsageError("Unknown type '" + name +
-                     "'; known are uint8, uint16, int16, uint32, int32, float32 and float64.");
-  }
-  return type;
-}
-
 RasterDataFormat ParseFormat(const std::string& name) {
   const auto lower = [](std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -136,7 +136,7 @@ CheckedOptions CheckOptions(const FuseOptions& o) {
   }
 
   if (o.resample) checked.resample = ParseResample(*o.resample);
-  if (o.type) checked.type = ParseType(*o.type);
+  if (o.type) checked.type = ParsePixelType(*o.type);
   if (!o.format.empty()) checked.format = ParseFormat(o.format);
   if (o.stretch && platform::IsFloatType(checked.type)) {
     throw UsageError("--stretch fills the range of an integer type; it does not go with a float type.");

@@ -56,6 +56,9 @@ struct CheckedOptions {
   bool matched = false;
 };
 
+/// A pixel type by name. Throws a usage error for an unknown one.
+PixelDataType ParsePixelType(const std::string& name);
+
 /// Throws a usage error for anything that cannot work, whatever the files.
 CheckedOptions CheckOptions(const FuseOptions& options);
 

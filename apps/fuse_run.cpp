@@ -65,8 +65,7 @@ class FuseRun {
     }
 
     const std::wstring result = m_files.Make(m_output, m_output);
-    const bool matchedHere =
-        m_checked.matched && !(m_checked.method->matchesItself && platform::IsFloatType(m_type));
+    const bool matchedHere = m_checked.matched && !(m_checked.method->matchesItself && platform::IsFloatType(m_type));
     if (matchedHere) {
       std::vector<double> means;
       std::vector<double> stdDevs;
@@ -133,7 +132,8 @@ class FuseRun {
 
   /// IHS computes on the scale of a byte; a wider integer type would use a fraction of its range.
   bool StretchesByItself(PixelDataType type) const {
-    if (m_options.method != "ihs" || m_options.stretch || platform::IsFloatType(type) || type == PDT_UINT8) return false;
+    if (m_options.method != "ihs" || m_options.stretch || platform::IsFloatType(type) || type == PDT_UINT8)
+      return false;
     if (!m_options.quiet) std::cerr << "The result is stretched to the range of the output type (--stretch).\n";
     return true;
   }
@@ -146,8 +146,7 @@ class FuseRun {
     param.m_strOutFile = result;
     param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
     param.m_eOutDataType = m_type;
-    param.m_eOutFormat =
-        m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
+    param.m_eOutFormat = m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
     param.m_pMeans = means.data();
     param.m_pStdDevs = stdDevs.data();
     param.m_bMakeGreen = m_options.makeGreen && !m_checked.method->isPipeline;

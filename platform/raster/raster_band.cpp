@@ -111,15 +111,9 @@ bool CRasterBand::IsNoData(double value) const {
   return value == noData;
 }
 
-bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,
-                                 CBaseProgress* progress) {
-  *minimum = *maximum = *mean = *stdDev = 0.0;
-  double noData = std::nan("");
-  if (IsHaveNoData()) {
-    noData = GetNoDataValue();
-    // Float samples come as doubles that hold a float exactly; the declared value must be brought to the same.
-    if (GetRasterDataType() == PDT_FLOAT32) noData = static_cast<double>(static_cast<float>(noData));
-  }
+/// Hands on whole rows in strips of bounded size until visit answers false. False after a failed read.
+template <typename Visit>
+bool CRasterBand::ForEachStrip(const Visit& visit) {
   const int width = GetWidth();
   const int height = GetHeight();
   constexpr std::int64_t kBufferBytes = std::int64_t{8} << 20;
@@ -130,21 +124,46 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
   const int strip = static_cast<int>(std::min<std::int64_t>(rows, height));
 
   std::vector<double> values(static_cast<std::size_t>(strip) * static_cast<std::size_t>(width));
-  platform::RowStatistics statistics(noData);
   for (int top = 0; top < height; top += strip) {
-    if (progress && progress->IsCancelRequested()) return false;
     const int count = std::min(strip, height - top);
     if (ReadBlock(0, top, width, count, values.data(), width, count, PDT_FLOAT64) != 0) return false;
-    for (int row = 0; row < count; ++row) {
-      statistics.Add(values.data() + static_cast<std::ptrdiff_t>(row) * width, width);
-    }
+    if (!visit(values.data(), width, count)) return true;
   }
-  if (statistics.Count() == 0) return false;
+  return true;
+}
+
+double CRasterBand::ValueLeftOut() const {
+  if (!IsHaveNoData()) return std::nan("");
+  // Float samples come as doubles that hold a float exactly; the declared value must be brought to the same.
+  const double noData = GetNoDataValue();
+  return GetRasterDataType() == PDT_FLOAT32 ? static_cast<double>(static_cast<float>(noData)) : noData;
+}
+
+bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,
+                                 CBaseProgress* progress) {
+  *minimum = *maximum = *mean = *stdDev = 0.0;
+  platform::RowStatistics statistics(ValueLeftOut());
+  bool cancelled = false;
+  const bool read = ForEachStrip([&](const double* values, int width, int rows) {
+    for (int row = 0; row < rows; ++row) statistics.Add(values + static_cast<std::ptrdiff_t>(row) * width, width);
+    cancelled = progress && progress->IsCancelRequested();
+    return !cancelled;
+  });
+  if (!read || cancelled || statistics.Count() == 0) return false;
   *minimum = statistics.Minimum();
   *maximum = statistics.Maximum();
   *mean = statistics.Mean();
   *stdDev = statistics.StdDev();
   return true;
+}
+
+bool CRasterBand::HasValidPixel() {
+  platform::RowStatistics statistics(ValueLeftOut());
+  return ForEachStrip([&](const double* values, int width, int rows) {
+           statistics.Add(values, static_cast<std::int64_t>(width) * rows);
+           return statistics.Count() == 0;
+         }) &&
+         statistics.Count() > 0;
 }
 
 bool CRasterBand::ComputeMinMax(double* minimum, double* maximum, bool approximate) {

@@ -40,9 +40,15 @@ class FUSION_API CRasterBand {
   /// read or a cancellation. Leaves no sidecar file.
   bool ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool approximate,
                       CBaseProgress* progress);
+  /// Whether any pixel is valid; stops reading at the first one.
+  bool HasValidPixel();
   bool ComputeMinMax(double* minimum, double* maximum, bool approximate);
 
  private:
+  template <typename Visit>
+  bool ForEachStrip(const Visit& visit);
+  /// The declared no-data value as samples show it, NaN where there is none.
+  double ValueLeftOut() const;
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
 

@@ -76,6 +76,10 @@ class FUSION_API CRasterSource {
   /// Removes a raster file with its companions; an empty path does nothing.
   static bool DeleteFileW(const std::wstring& path);
 
+  /// Gives a raster file and its companions another name, replacing what has that name. False, with the source still
+  /// in place, when that fails.
+  static bool RenameFile(const std::wstring& from, const std::wstring& to);
+
   /// The dataset behind the raster, for the rest of the platform.
   void* NativeHandle() const;
 

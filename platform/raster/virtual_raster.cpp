@@ -2,6 +2,7 @@
 
 #include <gdal_priv.h>
 #include <gdal_utils.h>
+#include <ogr_spatialref.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,7 +15,8 @@
 
 namespace platform {
 
-VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform) {
+VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
+                             const std::wstring* wkt) {
   InitialiseGdal();
   const GdalErrors quiet;
   const std::string name = CommonFun::U2Utf8(file);
@@ -38,6 +40,10 @@ VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& b
     double t[6];
     std::copy_n(geoTransform, 6, t);
     view->SetGeoTransform(t);
+  }
+  if (wkt) {
+    OGRSpatialReference crs;
+    view->SetSpatialRef(ReadWkt(*wkt, crs) ? &crs : nullptr);
   }
   GDALClose(view);
   m_strPath = CommonFun::Utf82U(path);

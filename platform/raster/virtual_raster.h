@@ -13,8 +13,10 @@ class FUSION_API VirtualRaster {
  public:
   /// @param bands zero-based, in the order wanted; empty takes all
   /// @param geoTransform six terms or null for the file's own
+  /// @param wkt coordinate system, empty for none, or null for the file's own
   /// Throws std::runtime_error when the file does not open or has no such band.
-  VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform);
+  VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
+                const std::wstring* wkt);
   ~VirtualRaster();
   VirtualRaster(const VirtualRaster&) = delete;
   VirtualRaster& operator=(const VirtualRaster&) = delete;

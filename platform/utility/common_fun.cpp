@@ -86,11 +86,6 @@ char32_t NextUtf8(const std::string& text, std::size_t& at) {
   return c;
 }
 
-std::filesystem::path ToPath(const std::wstring& path) {
-  const std::string utf8 = CommonFun::U2Utf8(path);
-  return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
-}
-
 /// GDAL's own file systems (memory, archives) are known to GDAL alone.
 bool IsVirtualFile(const std::wstring& path) { return path.rfind(L"/vsi", 0) == 0; }
 
@@ -189,9 +184,32 @@ bool CommonFun::IsSameFile(const std::wstring& first, const std::wstring& second
   if (first.empty() || second.empty()) return false;
   if (IsVirtualFile(first) || IsVirtualFile(second)) {
     VSIStatBufL status;
-    return ToPath(first).lexically_normal() == ToPath(second).lexically_normal() &&
+    return CommonFun::ToPath(first).lexically_normal() == CommonFun::ToPath(second).lexically_normal() &&
            VSIStatL(U2Utf8(first).c_str(), &status) == 0;
   }
   std::error_code error;
-  return std::filesystem::equivalent(ToPath(first), ToPath(second), error) && !error;
+  return std::filesystem::equivalent(CommonFun::ToPath(first), CommonFun::ToPath(second), error) && !error;
+}
+
+namespace {
+
+bool Stat(const std::wstring& path, VSIStatBufL& status) {
+  return VSIStatL(CommonFun::U2Utf8(path).c_str(), &status) == 0;
+}
+
+}  // namespace
+
+bool CommonFun::IsExistingFile(const std::wstring& path) {
+  VSIStatBufL status;
+  return Stat(path, status);
+}
+
+bool CommonFun::IsFolder(const std::wstring& path) {
+  VSIStatBufL status;
+  return Stat(path, status) && VSI_ISDIR(status.st_mode);
+}
+
+std::filesystem::path CommonFun::ToPath(const std::wstring& path) {
+  const std::string utf8 = U2Utf8(path);
+  return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "platform/system/export.h"
@@ -19,6 +20,10 @@ class FUSION_API CommonFun {
   static std::wstring GetTempFilePath(const std::wstring& path);
   /// The extension without its dot, empty where there is none.
   static std::wstring GetExtensionName(const std::wstring& path);
+  /// For the standard library's file functions.
+  static std::filesystem::path ToPath(const std::wstring& path);
+  static bool IsExistingFile(const std::wstring& path);
+  static bool IsFolder(const std::wstring& path);
   /// True when both names lead to the same existing file.
   static bool IsSameFile(const std::wstring& first, const std::wstring& second);
 };

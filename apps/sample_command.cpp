@@ -1,0 +1,215 @@
+#include "apps/sample_command.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <iostream>
+
+#include "apps/console_progress.h"
+#include "apps/exit_status.h"
+#include "apps/fuse_options.h"
+#include "apps/sample_scene.h"
+#include "platform/raster/pixel_type.h"
+#include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
+
+namespace app {
+namespace {
+
+constexpr double kPixel = 0.5;  // metres of ground
+constexpr double kEast = 440000.0;
+constexpr double kNorth = 4475000.0;
+// UTM zone 30 north.
+constexpr wchar_t kCrs[] = L"EPSG:32630";
+
+struct Size {
+  int width;
+  int height;
+};
+
+Size ParseSize(const std::string& text) {
+  const auto cross = text.find('x');
+  try {
+    std::size_t used = 0;
+    const int width = std::stoi(text, &used);
+    int height = width;
+    if (cross != std::string::npos && used == cross)
+      height = std::stoi(text.substr(cross + 1), &used), used += cross + 1;
+    if (used == text.size() && width > 0 && height > 0) return {width, height};
+  } catch (const std::exception&) {
+    // Not a number: told below.
+  }
+  throw UsageError("--size is N or WxH in pan pixels, not '" + text + "'.");
+}
+
+/// One of the scene's files while it is written.
+class SceneFile {
+ public:
+  SceneFile(const std::wstring& path, Size size, int bands, PixelDataType type, double pixel)
+      : m_path(path), m_temporary(CommonFun::GetTempFilePath(path)), m_width(size.width) {
+    const double geoTransform[6] = {kEast, pixel, 0.0, kNorth, 0.0, -pixel};
+    if (m_temporary.empty() || !m_source.CreateRaster(kFormatGeoTiff, m_temporary, size.width, size.height, bands, type,
+                                                      geoTransform, kCrs, nullptr)) {
+      Discard();
+      throw CommandError(kRunFailed, "Cannot create " + CommonFun::U2Utf8(path) + ".");
+    }
+  }
+  ~SceneFile() { Discard(); }
+  SceneFile(const SceneFile&) = delete;
+  SceneFile& operator=(const SceneFile&) = delete;
+
+  void WriteRow(int band, int row, const std::vector<double>& values) {
+    // GDAL rounds and clamps to the file's type.
+    if (m_source.GetRasterBand(band)->WriteBlock(0, row, m_width, 1, values.data(), m_width, 1, PDT_FLOAT64) != 0) {
+      throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
+    }
+  }
+  void Close() {
+    if (!m_source.Close()) throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
+  }
+  void Publish() {
+    if (!CRasterSource::RenameFile(m_temporary, m_path)) {
+      throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
+    }
+    m_temporary.clear();
+  }
+
+ private:
+  void Discard() {
+    m_source.Close();
+    CRasterSource::DeleteFileW(m_temporary);
+  }
+
+  std::wstring m_path;
+  std::wstring m_temporary;
+  int m_width;
+  CRasterSource m_source;
+};
+
+/// From reflectance to the numbers a sensor would deliver in a type.
+double Scale(PixelDataType type, double reflectance) {
+  return type == PDT_UINT8 ? 5.0 + 240.0 * reflectance : 200.0 + 9800.0 * reflectance;
+}
+
+class SceneWriter {
+ public:
+  SceneWriter(const SampleScene& scene, PixelDataType type, int ratio, SceneFile& pan, SceneFile& ms, SceneFile& truth)
+      : m_scene(scene),
+        m_type(type),
+        m_ratio(ratio),
+        m_pan(pan),
+        m_ms(ms),
+        m_truth(truth),
+        m_rows(Bands(scene.Width())),
+        m_sums(Bands(scene.Width() / ratio)) {}
+
+  void WriteMsRow(int msRow) {
+    for (auto& sum : m_sums) std::fill(sum.begin(), sum.end(), 0.0);
+    for (int r = 0; r < m_ratio; ++r) WritePanRow(msRow * m_ratio + r);
+    constexpr double kNoise = 0.002;
+    for (std::size_t b = 0; b < m_sums.size(); ++b) {
+      for (std::size_t i = 0; i < m_sums[b].size(); ++i) {
+        const double mean = m_sums[b][i] / (m_ratio * m_ratio);
+        m_sums[b][i] =
+            Scale(m_type, mean + kNoise * m_scene.Noise(200U + static_cast<unsigned>(b), static_cast<int>(i), msRow));
+      }
+      m_ms.WriteRow(static_cast<int>(b), msRow, m_sums[b]);
+    }
+  }
+
+ private:
+  std::vector<std::vector<double>> Bands(int width) const {
+    return {static_cast<std::size_t>(m_scene.BandCount()), std::vector<double>(static_cast<std::size_t>(width))};
+  }
+
+  void WritePanRow(int row) {
+    m_scene.Row(row, m_rows);
+    const auto width = static_cast<std::size_t>(m_scene.Width());
+    const auto ratio = static_cast<std::size_t>(m_ratio);
+    std::vector<double> pan(width, 0.0);
+    std::vector<double> scaled(width);
+    for (std::size_t b = 0; b < m_rows.size(); ++b) {
+      const double share = m_scene.PanShare(static_cast<int>(b));
+      for (std::size_t i = 0; i < width; ++i) {
+        pan[i] += share * m_rows[b][i];
+        m_sums[b][i / ratio] += m_rows[b][i];
+        scaled[i] = Scale(m_type, m_rows[b][i]);
+      }
+      m_truth.WriteRow(static_cast<int>(b), row, scaled);
+    }
+    constexpr double kNoise = 0.004;
+    for (std::size_t i = 0; i < width; ++i) {
+      pan[i] = Scale(m_type, pan[i] + kNoise * m_scene.Noise(100, static_cast<int>(i), row));
+    }
+    m_pan.WriteRow(0, row, pan);
+  }
+
+  const SampleScene& m_scene;
+  PixelDataType m_type;
+  int m_ratio;
+  SceneFile& m_pan;
+  SceneFile& m_ms;
+  SceneFile& m_truth;
+  std::vector<std::vector<double>> m_rows;
+  std::vector<std::vector<double>> m_sums;
+};
+
+void CheckSample(const SampleCommandOptions& o) {
+  if (o.ratio < 1 || o.ratio > 16) throw UsageError("--ratio must lie between 1 and 16.");
+  if (o.bands < 1 || o.bands > 16) throw UsageError("--bands must lie between 1 and 16.");
+}
+
+}  // namespace
+
+void AddSampleOptions(CLI::App& command, SampleCommandOptions& o) {
+  command.add_option("DIR", o.folder, "Folder for pan.tif, ms.tif and truth.tif, made where it is missing")->required();
+  command.add_option("--size", o.size, "N or WxH in pan pixels")->capture_default_str();
+  command.add_option("--seed", o.seed, "Another seed gives another landscape")->capture_default_str();
+  command.add_option("--type", o.type, "Pixel type of the files")->capture_default_str();
+  command.add_option("--ratio", o.ratio, "Multispectral pixel over pan pixel, 1 to 16")->capture_default_str();
+  command.add_option("--bands", o.bands, "Multispectral bands, 1 to 16")->capture_default_str();
+  command.add_flag("--overwrite", o.overwrite, "Replace existing files");
+  command.add_flag("--quiet", o.quiet, "No progress and no notices");
+}
+
+int RunSample(const SampleCommandOptions& o) {
+  CheckSample(o);
+  Size size = ParseSize(o.size);
+  const PixelDataType type = ParsePixelType(o.type);
+  const auto roundUp = [&](int n) { return (n + o.ratio - 1) / o.ratio * o.ratio; };
+  const Size rounded{roundUp(size.width), roundUp(size.height)};
+  if (!o.quiet && (rounded.width != size.width || rounded.height != size.height)) {
+    std::cerr << "The size is rounded up to " << rounded.width << "x" << rounded.height
+              << ", a multiple of the ratio.\n";
+  }
+  size = rounded;
+
+  const std::wstring folder = CommonFun::Utf82U(o.folder);
+  std::error_code failed;
+  std::filesystem::create_directories(CommonFun::ToPath(folder), failed);
+  if (failed) throw CommandError(kRunFailed, "Cannot create the folder " + o.folder + ": " + failed.message() + ".");
+  const auto file = [&](const wchar_t* name) { return folder + L"/" + name; };
+  for (const wchar_t* name : {L"pan.tif", L"ms.tif", L"truth.tif"}) {
+    if (!o.overwrite && CommonFun::IsExistingFile(file(name))) {
+      throw UsageError(CommonFun::U2Utf8(file(name)) + " exists; add --overwrite to replace it.");
+    }
+  }
+
+  const Size msSize{size.width / o.ratio, size.height / o.ratio};
+  SceneFile pan(file(L"pan.tif"), size, 1, type, kPixel);
+  SceneFile ms(file(L"ms.tif"), msSize, o.bands, type, kPixel * o.ratio);
+  SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel);
+  const SampleScene scene(o.seed, size.width, size.height, o.bands);
+  SceneWriter writer(scene, type, o.ratio, pan, ms, truth);
+  ConsoleProgress progress(o.quiet);
+  progress.Start(L"sample", msSize.height);
+  for (int row = 0; row < msSize.height; ++row) {
+    writer.WriteMsRow(row);
+    if (!progress.Step(row + 1, L"")) return kCancelled;
+  }
+  for (SceneFile* done : {&pan, &ms, &truth}) done->Close();
+  for (SceneFile* done : {&pan, &ms, &truth}) done->Publish();
+  progress.Finish();
+  return kSuccess;
+}
+
+}  // namespace app
