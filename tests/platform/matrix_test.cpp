@@ -1,0 +1,100 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "platform/utility/matrix_operation.h"
+
+namespace {
+
+TEST(Matrix, ProductOfRectangularMatrices) {
+  const double a[] = {1, 2, 3, 4, 5, 6};
+  const double b[] = {7, 8, 9, 10, 11, 12};
+  double c[4] = {};
+  CMatrixOperation::Multimatrix(a, b, 2, 3, 2, c);
+  const double expected[] = {58, 64, 139, 154};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(c[i], expected[i]);
+}
+
+TEST(Matrix, ProductOfAColumnAndARow) {
+  const double column[] = {2, 3, 5};
+  const double row[] = {7, 11};
+  double c[6] = {};
+  CMatrixOperation::Multimatrix(column, row, 3, 1, 2, c);
+  const double expected[] = {14, 22, 21, 33, 35, 55};
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(c[i], expected[i]);
+}
+
+TEST(Matrix, EmptyProductTouchesNothing) {
+  double c = 4.0;
+  CMatrixOperation::Multimatrix(nullptr, nullptr, 0, 0, 0, &c);
+  EXPECT_EQ(c, 4.0);
+}
+
+TEST(Matrix, InverseByHand) {
+  // Determinant 10: the inverse is (6 -7; -2 4) / 10.
+  double m[] = {4, 7, 2, 6};
+  ASSERT_TRUE(CMatrixOperation::InverseMatrix(m, 2));
+  EXPECT_NEAR(m[0], 0.6, 1e-15);
+  EXPECT_NEAR(m[1], -0.7, 1e-15);
+  EXPECT_NEAR(m[2], -0.2, 1e-15);
+  EXPECT_NEAR(m[3], 0.4, 1e-15);
+}
+
+TEST(Matrix, InverseNeedsPivoting) {
+  double m[] = {0, 1, 2, 0};
+  ASSERT_TRUE(CMatrixOperation::InverseMatrix(m, 2));
+  EXPECT_EQ(m[0], 0.0);
+  EXPECT_EQ(m[1], 0.5);
+  EXPECT_EQ(m[2], 1.0);
+  EXPECT_EQ(m[3], 0.0);
+}
+
+TEST(Matrix, InverseTimesMatrixIsTheIdentity) {
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> value(-10.0, 10.0);
+  for (const int n : {1, 3, 8, 20}) {
+    const auto size = static_cast<std::size_t>(n * n);
+    std::vector<double> m(size);
+    for (double& v : m) v = value(random);
+    std::vector<double> inverse = m;
+    ASSERT_TRUE(CMatrixOperation::InverseMatrix(inverse.data(), n));
+    for (int i = 0; i < n; ++i) {
+      for (int j = 0; j < n; ++j) {
+        double sum = 0.0;
+        for (int k = 0; k < n; ++k) {
+          sum += inverse[static_cast<std::size_t>(i * n + k)] * m[static_cast<std::size_t>(k * n + j)];
+        }
+        EXPECT_NEAR(sum, i == j ? 1.0 : 0.0, 1e-9);
+      }
+    }
+  }
+}
+
+TEST(Matrix, SmallEntriesAreNotTakenForSingular) {
+  double m[] = {2e-200, 0, 0, 4e-200};
+  ASSERT_TRUE(CMatrixOperation::InverseMatrix(m, 2));
+  EXPECT_DOUBLE_EQ(m[0], 5e199);
+  EXPECT_DOUBLE_EQ(m[3], 2.5e199);
+}
+
+TEST(Matrix, SingularOnesAreLeftUnchanged) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::vector<std::vector<double>> singular = {{1, 2, 2, 4},         {0, 0, 0, 0},   {1, 2, 3, 4, 5, 6, 7, 8, 9},
+                                                     {0.1, 0.2, 0.3, 0.6}, {nan, 0, 0, 1}, {1.0 / 0.0, 0, 0, 1}};
+  for (const auto& matrix : singular) {
+    std::vector<double> m = matrix;
+    EXPECT_FALSE(CMatrixOperation::InverseMatrix(m.data(), matrix.size() == 9 ? 3 : 2));
+    for (std::size_t i = 0; i < m.size(); ++i) {
+      if (matrix[i] == matrix[i]) {
+        EXPECT_EQ(m[i], matrix[i]);
+      }
+    }
+  }
+  EXPECT_FALSE(CMatrixOperation::InverseMatrix(nullptr, 2));
+  double one = 1.0;
+  EXPECT_FALSE(CMatrixOperation::InverseMatrix(&one, 0));
+}
+
+}  // namespace
