@@ -2,6 +2,10 @@
 
 // Everything a program that links the library needs.
 #include "band_arithmetic/brovey_fusion.h"
+#include "band_arithmetic/multiple_fusion.h"
+#include "band_arithmetic/weight_fusion.h"
+#include "framework/factory/fusion_algorithm_factory.h"
+#include "framework/factory/fusion_functions.h"
 #include "framework/fusion.h"
 #include "framework/fusion_param.h"
 #include "platform/algorithm/base_progress.h"
@@ -13,3 +17,5 @@
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "platform/utility/log.h"
+#include "transform/ihs_tran_fusion.h"
+#include "transform/prin_component_fusion.h"

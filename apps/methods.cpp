@@ -6,6 +6,10 @@
 
 #include "apps/fuse_options.h"
 #include "band_arithmetic/brovey_fusion.h"
+#include "band_arithmetic/multiple_fusion.h"
+#include "band_arithmetic/weight_fusion.h"
+#include "transform/ihs_tran_fusion.h"
+#include "transform/prin_component_fusion.h"
 
 namespace app {
 namespace {
@@ -25,6 +29,14 @@ const std::vector<Method>& Methods() {
   static const std::vector<Method> methods = {
       {"brovey", "each band times pan over the sum of the bands", kBandArithmetic, true, true, false, false, false,
        Make<CBroveyFusion>},
+      {"multiplicative", "each band times pan", kBandArithmetic, true, true, false, false, false,
+       Make<CMultipleFusion>},
+      {"weighted", "mean of band and pan, weighted by their correlation", kBandArithmetic, true, false, false, false,
+       false, Make<CWeightFusion>},
+      {"ihs", "pan in place of the intensity of three bands", kBandArithmetic | kTakesRgb, true, false, false, false,
+       true, Make<CIhsTranFusion>},
+      {"pca", "pan in place of the first principal component", kTakesResample | kTakesType | kTakesStretch, false,
+       false, false, true, false, Make<CPrinComponentFusion>},
   };
   return methods;
 }

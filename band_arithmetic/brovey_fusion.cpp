@@ -2,14 +2,10 @@
 
 #include <cmath>
 
+#include "framework/row_math.h"
 #include "platform/system/multiversion.h"
 
 namespace {
-
-FUSION_MULTIVERSION
-void AddRow(const double* values, int n, double* sum) {
-  for (int i = 0; i < n; ++i) sum[i] += values[i];
-}
 
 FUSION_MULTIVERSION
 void ShareRow(const double* ms, const double* pan, const double* sum, double bandCount, int n, double* out) {
@@ -21,8 +17,8 @@ void ShareRow(const double* ms, const double* pan, const double* sum, double ban
 
 void Brovey(const fusion::FusionRow& row) {
   double* sum = row.scratch[0];
-  for (int i = 0; i < row.width; ++i) sum[i] = 0.0;
-  for (int b = 0; b < row.outBandCount; ++b) AddRow(row.ms[b], row.width, sum);
+  fusion::ClearRow(row.width, sum);
+  for (int b = 0; b < row.outBandCount; ++b) fusion::AddRow(row.ms[b], row.width, sum);
   for (int b = 0; b < row.outBandCount; ++b) ShareRow(row.ms[b], row.pan, sum, row.outBandCount, row.width, row.out[b]);
 }
 

@@ -21,7 +21,16 @@ struct BlockGrid {
   int Count() const { return Across() * Down(); }
   /// Block in the given block column and block row, clipped to the raster.
   CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
-  /// The same with other steps than the block's own size, clipped to the raster.
+  /// Calls visit with every block, row by row, until it answers false.
+  template <typename Visit>
+  void ForEach(const Visit& visit) const {
+    for (int row = 0; row < Down(); ++row) {
+      for (int column = 0; column < Across(); ++column) {
+        if (!visit(Block(column, row))) return;
+      }
+    }
+  }
+  /// Block with other steps than the block's own size, clipped to the raster.
   CRect Cell(int column, int row, int stepX, int stepY) const;
 };
 

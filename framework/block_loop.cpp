@@ -117,33 +117,31 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
 
 void CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   int step = 0;
-  for (int row = 0; row < blocks.grid.Down(); ++row) {
-    for (int column = 0; column < blocks.grid.Across(); ++column) {
-      switch (LoadBlock(blocks, blocks.grid.Block(column, row), variation)) {
-        case LoadResult::kSkipped:
-          continue;
-        case LoadResult::kStopped:
-          // A stopped run must not look like a finished one.
-          if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;
-          ReportError();
-          return;
-        case LoadResult::kMsFailed:
-          // Unlike a failed pan read this one is neither worded nor reported.
-          m_nLastErrorType = ERR_READ;
-          return;
-        case LoadResult::kPanFailed:
-          Fail(ERR_READ, messages::kReadFailed);
-          return;
-        case LoadResult::kOutside:
-          break;
-        case LoadResult::kReady:
-          if (!FuseAndWrite(blocks, variation)) return;
-          break;
-      }
-      EndBolckProcess();
-      if (!StepProgress(++step, variation)) return;
+  blocks.grid.ForEach([&](const CRect& block) {
+    switch (LoadBlock(blocks, block, variation)) {
+      case LoadResult::kSkipped:
+        return true;
+      case LoadResult::kStopped:
+        // A stopped run must not look like a finished one.
+        if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;
+        ReportError();
+        return false;
+      case LoadResult::kMsFailed:
+        // Unlike a failed pan read this one is neither worded nor reported.
+        m_nLastErrorType = ERR_READ;
+        return false;
+      case LoadResult::kPanFailed:
+        Fail(ERR_READ, messages::kReadFailed);
+        return false;
+      case LoadResult::kOutside:
+        break;
+      case LoadResult::kReady:
+        if (!FuseAndWrite(blocks, variation)) return false;
+        break;
     }
-  }
+    EndBolckProcess();
+    return StepProgress(++step, variation);
+  });
 }
 
 bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {

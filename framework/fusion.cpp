@@ -25,27 +25,30 @@ GISError CFusion::Preproccess() {
     m_pMeans = SharedArray(count);
     m_pStdDevs = SharedArray(count);
     for (std::size_t i = 0; i < count; ++i) {
-      CRasterBand* band = m_pMSSrc->GetRasterBand(m_param.m_vecMSBands[i]);
-      if (!band) {
-        SetError(ERR_READ, fusion::messages::kReadFailed);
-        return GIS_FAILED;
-      }
+      CRasterBand* band = ExistingBand(*m_pMSSrc, m_param.m_vecMSBands[i]);
+      if (!band) return GIS_FAILED;
       double minimum = 0.0;
       double maximum = 0.0;
       band->ComputeStatics(&minimum, &maximum, &m_pMeans[i], &m_pStdDevs[i], true, m_pProgress);
     }
   }
 
+  const bool narrowed = BothDeclareNoData();
+  SetAddOne(narrowed);
+  SetSrcMinMaxValue(narrowed ? 1.0 : 0.0, narrowed ? 254.0 : 255.0);
+  return GIS_SUCCESS;
+}
+
+CRasterBand* CFusion::ExistingBand(CRasterSource& source, int index) {
+  CRasterBand* band = source.GetRasterBand(index);
+  if (!band) SetError(ERR_READ, fusion::messages::kReadFailed);
+  return band;
+}
+
+bool CFusion::BothDeclareNoData() const {
   const CRasterBand* ms = m_pMSSrc ? m_pMSSrc->GetRasterBand(0) : nullptr;
   const CRasterBand* pan = m_pPanSrc ? m_pPanSrc->GetRasterBand(0) : nullptr;
-  const bool bothDeclareNoData = ms && pan && ms->IsHaveNoData() && pan->IsHaveNoData();
-  SetAddOne(bothDeclareNoData);
-  if (bothDeclareNoData) {
-    SetSrcMinMaxValue(1.0, 254.0);
-  } else {
-    SetSrcMinMaxValue(0.0, 255.0);
-  }
-  return GIS_SUCCESS;
+  return ms && pan && ms->IsHaveNoData() && pan->IsHaveNoData();
 }
 
 void CFusion::GetBlockSize(int& width, int& height) {

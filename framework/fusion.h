@@ -77,6 +77,10 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   bool OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path);
   bool ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
                            std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi);
+  /// A band of a source; null, with the error state of a failed read, where it has no such band.
+  CRasterBand* ExistingBand(CRasterSource& source, int index);
+  /// Whether the first bands of both inputs declare a no-data value.
+  bool BothDeclareNoData() const;
   /// Resamples, computes, masks and converts a block: all of an AlgorithmProcess but the arithmetic.
   void** FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                   const fusion::RowArithmetic& arithmetic);

@@ -100,7 +100,7 @@ class RowWorker {
       m_conversion.ConvertRow(m_block.outType, m_out.Pointers()[b], m_output.Band(b) + at * size,
                               static_cast<std::size_t>(count));
     }
-    if (m_policy.panNoData && m_policy.panNoData->IsHaveNoData()) StorePanNoData(at, count);
+    if (m_policy.panNoData.declared) StorePanNoData(at, count);
     if (m_block.aoi) ClearOutsideArea(first, count, row, at);
   }
 
@@ -110,7 +110,7 @@ class RowWorker {
     plain.m_bAddOne = false;
     const int size = platform::PixelSize(m_block.outType);
     for (std::ptrdiff_t i = at; i < at + count; ++i) {
-      if (!m_policy.panNoData->IsNoData(m_block.pan[i])) continue;
+      if (!m_policy.panNoData(m_block.pan[i])) continue;
       for (int b = 0; b < m_block.outBandCount; ++b) {
         plain.ConvertRow(m_block.outType, &m_block.pan[i], m_output.Band(b) + i * size, 1);
       }

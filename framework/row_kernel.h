@@ -38,8 +38,8 @@ struct RowPolicy {
   int scratchRows = 0;
   /// Rows are shared out evenly among the OpenMP threads; the arithmetic must then be callable from several.
   bool parallelRows = false;
-  /// Where set, pixels whose pan value is this band's no-data value get that value in every output band.
-  const CRasterBand* panNoData = nullptr;
+  /// Pixels whose pan value is no-data by this test get that value in every output band.
+  platform::NoDataTest panNoData;
 };
 
 /// Everything that maps a block's pixels to positions in the multispectral image.

@@ -64,10 +64,9 @@ class ValidPixels {
   void Flag(const std::vector<const double*>& row, int y, std::vector<unsigned char>& valid) const {
     std::fill(valid.begin(), valid.end(), static_cast<unsigned char>(1));
     for (std::size_t b = 0; b < row.size(); ++b) {
-      const CRasterBand* band = m_source.GetRasterBand(static_cast<int>(b));
-      const bool declared = band->IsHaveNoData();
+      const platform::NoDataTest isNoData = m_source.GetRasterBand(static_cast<int>(b))->GetNoDataTest();
       for (std::size_t i = 0; i < valid.size(); ++i) {
-        if (std::isnan(row[b][i]) || (declared && band->IsNoData(row[b][i]))) valid[i] = 0;
+        if (std::isnan(row[b][i]) || isNoData(row[b][i])) valid[i] = 0;
       }
     }
     if (!m_aoi) return;

@@ -103,13 +103,11 @@ double CRasterBand::GetNoDataValue() const {
   return declared ? value : 0.0;
 }
 
-bool CRasterBand::IsNoData(double value) const {
-  if (!IsHaveNoData()) return false;
-  const double noData = GetNoDataValue();
-  if (std::isnan(noData)) return std::isnan(value);
-  if (GetRasterDataType() == PDT_FLOAT32) return static_cast<float>(value) == static_cast<float>(noData);
-  return value == noData;
+platform::NoDataTest CRasterBand::GetNoDataTest() const {
+  return {IsHaveNoData(), GetRasterDataType() == PDT_FLOAT32, GetNoDataValue()};
 }
+
+bool CRasterBand::IsNoData(double value) const { return GetNoDataTest()(value); }
 
 /// Hands on whole rows in strips of bounded size until visit answers false. False after a failed read.
 template <typename Visit>

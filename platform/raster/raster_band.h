@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/raster/no_data_test.h"
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
 
@@ -34,6 +35,8 @@ class FUSION_API CRasterBand {
   double GetNoDataValue() const;
   /// True for the declared value: a NaN equals a NaN, a 32-bit float band compares in float.
   bool IsNoData(double value) const;
+  /// The same question in a form that loops can keep.
+  platform::NoDataTest GetNoDataTest() const;
 
   /// Exact figures over the valid pixels (not no-data, not NaN), population standard deviation, one streaming pass.
   /// The reporter is asked whether to go on and never stepped. False and zeros without a valid pixel, after a failed

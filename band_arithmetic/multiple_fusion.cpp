@@ -1,0 +1,60 @@
+#include "band_arithmetic/multiple_fusion.h"
+
+#include "framework/messages.h"
+#include "platform/system/multiversion.h"
+
+namespace {
+
+FUSION_MULTIVERSION
+void MultiplyRow(const double* ms, const double* pan, int n, double* out) {
+  for (int i = 0; i < n; ++i) out[i] = ms[i] * pan[i];
+}
+
+void Multiply(const fusion::FusionRow& row) {
+  for (int b = 0; b < row.outBandCount; ++b) MultiplyRow(row.ms[b], row.pan, row.width, row.out[b]);
+}
+
+}  // namespace
+
+CMultipleFusion::CMultipleFusion(FusionParam* param) : CFusion(param) {}
+CMultipleFusion::~CMultipleFusion() = default;
+CMultipleFusion::CMultipleFusion(const CMultipleFusion&) = default;
+CMultipleFusion& CMultipleFusion::operator=(const CMultipleFusion&) = default;
+
+GISError CMultipleFusion::Preproccess() {
+  GISError result = GIS_SUCCESS;
+  if (m_pPanSrc && m_pPanSrc->IsOpen()) {
+    CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);
+    if (!pan) return GIS_FAILED;
+    pan->ComputeMinMax(&m_dPanMin, &m_dPanMax, true);
+  } else {
+    result = GIS_FAILED;
+  }
+  if (!m_pMSSrc || !m_pMSSrc->IsOpen()) return GIS_FAILED;
+
+  const std::size_t count = m_param.m_vecMSBands.size();
+  m_pMulMax = SharedArray(count);
+  m_pMulMin = SharedArray(count);
+  m_pMeans = SharedArray(count);
+  m_pStdDevs = SharedArray(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    CRasterBand* band = ExistingBand(*m_pMSSrc, m_param.m_vecMSBands[i]);
+    if (!band) return GIS_FAILED;
+    band->ComputeStatics(&m_pMulMin[i], &m_pMulMax[i], &m_pMeans[i], &m_pStdDevs[i], true, m_pProgress);
+  }
+  return result;
+}
+
+void** CMultipleFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                                         PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
+  fusion::RowPolicy policy;
+  policy.start = fusion::PositionStart::kOutput;
+  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
+                  Multiply);
+}
+
+void CMultipleFusion::EndProccess() {
+  m_pMulMax.reset();
+  m_pMulMin.reset();
+  CFusion::EndProccess();
+}

@@ -1,0 +1,159 @@
+#include "band_arithmetic/weight_fusion.h"
+
+#include <cmath>
+
+#include "framework/messages.h"
+#include "platform/system/multiversion.h"
+
+namespace {
+
+FUSION_MULTIVERSION
+void WeighRow(const double* ms, const double* pan, double weight, int n, double* out) {
+  for (int i = 0; i < n; ++i) out[i] = ((1.0 - weight) * ms[i] + (1.0 + weight) * pan[i]) * 0.5;
+}
+
+fusion::RowPolicy Policy() {
+  fusion::RowPolicy policy;
+  policy.start = fusion::PositionStart::kOutput;
+  return policy;
+}
+
+}  // namespace
+
+/// Means and deviations, of pan and of every chosen band.
+struct CWeightFusion::Figures {
+  double panMean = 0.0;
+  double panStdDev = 0.0;
+  std::vector<double> means;
+  std::vector<double> stdDevs;
+};
+
+CWeightFusion::CWeightFusion(FusionParam* param) : CFusion(param) {}
+CWeightFusion::~CWeightFusion() = default;
+CWeightFusion::CWeightFusion(const CWeightFusion&) = default;
+CWeightFusion& CWeightFusion::operator=(const CWeightFusion&) = default;
+
+GISError CWeightFusion::Preproccess() {
+  const std::size_t bandCount = m_param.m_vecMSBands.size();
+  Figures figures;
+  figures.means.resize(bandCount);
+  figures.stdDevs.resize(bandCount);
+  const GISError result = ComputeFigures(figures);
+  // Without both rasters there is no block to read.
+  if (result != GIS_SUCCESS) return result;
+
+  // The ranges are not kept beyond this point; nothing reads them.
+  m_pWeight = SharedArray(bandCount);
+  m_pMulMax = SharedArray(bandCount);
+  m_pMulMin = SharedArray(bandCount);
+  std::vector<double> covSum(bandCount, 0.0);
+  long long count = 0;
+  if (!SumCovariances(figures, covSum, count)) return result;
+  for (std::size_t i = 0; i < bandCount; ++i) {
+    const double r = covSum[i] / (figures.panStdDev * figures.stdDevs[i] * static_cast<double>(count));
+    m_pWeight[i] = std::sqrt(r);
+  }
+  return result;
+}
+
+GISError CWeightFusion::ComputeFigures(Figures& figures) {
+  GISError result = GIS_SUCCESS;
+  if (m_pPanSrc && m_pPanSrc->IsOpen()) {
+    CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);
+    if (!pan) return GIS_FAILED;
+    pan->ComputeStatics(&m_dPanMin, &m_dPanMax, &figures.panMean, &figures.panStdDev, true, nullptr);
+  } else {
+    result = GIS_FAILED;
+  }
+  if (!m_pMSSrc || !m_pMSSrc->IsOpen()) return GIS_FAILED;
+  m_pMulMax = SharedArray(figures.means.size());
+  m_pMulMin = SharedArray(figures.means.size());
+  for (std::size_t i = 0; i < figures.means.size(); ++i) {
+    CRasterBand* band = ExistingBand(*m_pMSSrc, m_param.m_vecMSBands[i]);
+    if (!band) return GIS_FAILED;
+    band->ComputeStatics(&m_pMulMin[i], &m_pMulMax[i], &figures.means[i], &figures.stdDevs[i], true, m_pProgress);
+  }
+  return result;
+}
+
+bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count) {
+  const fusion::BlockGrid grid = MakeBlockGrid();
+  if (m_pProgress) m_pProgress->Start(L"正在计算相关系数 ...", grid.Count());
+  fusion::BlockSet blocks(grid, m_param.m_vecMSBands, m_param.m_rcProcess.left, m_param.m_rcProcess.top);
+  std::vector<double> means = figures.means;
+  std::vector<double> stdDevs = figures.stdDevs;
+  bool complete = true;
+  int done = 0;
+  grid.ForEach([&](const CRect& block) {
+    switch (LoadBlock(blocks, block, {})) {
+      case fusion::LoadResult::kSkipped:
+        return true;
+      case fusion::LoadResult::kMsFailed:
+      case fusion::LoadResult::kPanFailed:
+        m_nLastErrorType = ERR_READ;
+        [[fallthrough]];
+      case fusion::LoadResult::kStopped:
+        complete = false;
+        return false;
+      case fusion::LoadResult::kOutside:
+        break;
+      case fusion::LoadResult::kReady: {
+        // A count of its own for each block: a long is too short for a large scene on some systems.
+        long blockCount = 0;
+        ComputeCovSum(blocks.pan[0], &blocks.panRect, figures.panMean, figures.panStdDev, blocks.ms.Pointers(),
+                      static_cast<int>(blocks.ms.Count()), &blocks.msRect, means.data(), stdDevs.data(), covSum.data(),
+                      blockCount, blocks.aoi);
+        count += blockCount;
+        break;
+      }
+    }
+    if (m_pProgress) m_pProgress->Step(++done, fusion::messages::kProcessing);
+    return true;
+  });
+  return complete;
+}
+
+void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double /*panStdDev*/,
+                                  double** mulBufs, int bandCount, CRect* mulRect, double* mulMeans,
+                                  double* /*mulStdDevs*/, double* covSum, long& count, CRasterAOI* aoi) {
+  CRect block = fusion::Shift(*panRect, -m_param.m_rcProcess.left, -m_param.m_rcProcess.top);
+  fusion::RowSource source = MakeRowSource(
+      {panBuf, panRect, nullptr, mulBufs, bandCount, mulRect, PDT_FLOAT64, bandCount, &block, aoi}, Policy());
+  const int width = source.Width();
+  source.SetColumns(0, width);
+  std::vector<std::vector<double>> ms(static_cast<std::size_t>(bandCount),
+                                      std::vector<double>(static_cast<std::size_t>(width)));
+  std::vector<double*> rows;
+  for (auto& band : ms) rows.push_back(band.data());
+  for (int y = 0; y < source.Height(); ++y) {
+    source.Resample(y, rows.data());
+    const double* pan = panBuf + static_cast<std::ptrdiff_t>(y) * width;
+    const auto inside = [&](int x) { return !aoi || aoi->IsInAOI(panRect->left + x, panRect->top + y); };
+    for (int b = 0; b < bandCount; ++b) {
+      double sum = covSum[b];
+      for (int x = 0; x < width; ++x) {
+        if (inside(x)) sum += (rows[static_cast<std::size_t>(b)][x] - mulMeans[b]) * (pan[x] - panMean);
+      }
+      covSum[b] = sum;
+    }
+    for (int x = 0; x < width; ++x) count += inside(x) ? bandCount : 0;
+  }
+}
+
+void** CWeightFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                                       PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
+  const auto weigh = [this, msBandCount](const fusion::FusionRow& row) {
+    for (int b = 0; b < row.outBandCount; ++b) {
+      const double weight = b < msBandCount ? std::fabs(m_pWeight[b]) : 0.0;
+      WeighRow(row.ms[b], row.pan, weight, row.width, row.out[b]);
+    }
+  };
+  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, Policy(),
+                  weigh);
+}
+
+void CWeightFusion::EndProccess() {
+  m_pMulMax.reset();
+  m_pMulMin.reset();
+  m_pWeight.reset();
+}

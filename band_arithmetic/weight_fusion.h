@@ -1,0 +1,42 @@
+#pragma once
+
+#include "framework/fusion.h"
+
+/// Correlation-weighted fusion: each fused band is a weighted mean of the resampled multispectral band and pan; the
+/// better a band correlates with pan over the whole scene, the more of pan it takes:
+///   fused = ((1 - a) ms + (1 + a) pan) / 2,  a = |sqrt(correlation / number of bands)|.
+///
+/// Source: Pohl and van Genderen, Multisensor image fusion in remote sensing, International Journal of Remote Sensing
+/// 19(5), 1998 (weighted combination by correlation coefficients).
+class FUSION_API CWeightFusion : public CFusion {
+ public:
+  explicit CWeightFusion(FusionParam* param);
+  ~CWeightFusion() override;
+  CWeightFusion(const CWeightFusion&);
+  CWeightFusion& operator=(const CWeightFusion&);
+
+  /// The statistics and the correlation pass.
+  GISError Preproccess() override;
+  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
+  /// Frees the statistics; no spectral matching.
+  void EndProccess() override;
+
+  /// Adds a block's (ms - mean) (pan - mean) to covSum, for every pixel in the area of interest and every band, and 1
+  /// to count for each of them: count grows by the number of bands per pixel. The deviations are not read.
+  void ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double panStdDev, double** mulBufs, int bandCount,
+                     CRect* mulRect, double* mulMeans, double* mulStdDevs, double* covSum, long& count,
+                     CRasterAOI* aoi);
+
+ protected:
+  double m_dPanMax = 255.0;
+  double m_dPanMin = 0.0;
+  SharedArray m_pMulMax;  ///< one per chosen band, null until Preproccess
+  SharedArray m_pMulMin;
+  SharedArray m_pWeight;
+
+ private:
+  struct Figures;
+  GISError ComputeFigures(Figures& figures);
+  bool SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count);
+};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cmath>
+
+namespace platform {
+
+/// Whether a value is a band's declared no-data value, in a form that loops can keep.
+struct NoDataTest {
+  bool declared = false;
+  bool asFloat = false;  ///< 32-bit float bands compare in float
+  double value = 0.0;
+
+  bool operator()(double v) const {
+    if (!declared) return false;
+    if (std::isnan(value)) return std::isnan(v);
+    return asFloat ? static_cast<float>(v) == static_cast<float>(value) : v == value;
+  }
+};
+
+}  // namespace platform

@@ -1,0 +1,69 @@
+#include "transform/prin_component_fusion.h"
+
+#include <algorithm>
+
+#include "framework/row_math.h"
+#include "platform/raster/raster_algorithm.h"
+#include "platform/utility/matrix_operation.h"
+
+namespace {
+
+/// out = one matrix row times the column of band rows.
+void Combine(const double* coefficients, double* const* bands, int bandCount, int width, double* out) {
+  fusion::ClearRow(width, out);
+  for (int b = 0; b < bandCount; ++b) fusion::AddScaledRow(bands[b], coefficients[b], width, out);
+}
+
+}  // namespace
+
+CPrinComponentFusion::CPrinComponentFusion(FusionParam* param) : CFusion(param) {}
+CPrinComponentFusion::~CPrinComponentFusion() = default;
+CPrinComponentFusion::CPrinComponentFusion(const CPrinComponentFusion&) = default;
+CPrinComponentFusion& CPrinComponentFusion::operator=(const CPrinComponentFusion&) = default;
+
+GISError CPrinComponentFusion::Preproccess() {
+  const int n = m_param.m_nOutBandCount;
+  if (n != m_pMSSrc->GetBandCount()) {
+    SetError(ERR_BANDS, L"请选择多光谱影像所有波段进行处理！");
+    return GIS_FAILED;
+  }
+  const auto size = static_cast<std::size_t>(n);
+  m_pFirstStatics = SharedArray(size);
+  m_pSecondStatics = SharedArray(size);
+  m_pTransform = SharedArray(size * size);
+  m_pInverseTransform = SharedArray(size * size);
+  const SharedArray scratch(size);
+  long long count = 0;
+  CRasterAlgorithm::ComputeStaticsFromAOI(m_pMSSrc, nullptr, count, m_pSecondStatics, m_pFirstStatics, scratch,
+                                          m_pTransform, false, nullptr);
+  std::copy_n(static_cast<double*>(m_pTransform), size * size, static_cast<double*>(m_pInverseTransform));
+  CMatrixOperation::InverseMatrix(m_pInverseTransform, n);
+  return GIS_SUCCESS;
+}
+
+void** CPrinComponentFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                                              PixelDataType outType, int outBandCount, CRect* dstBlock,
+                                              CRasterAOI* aoi) {
+  fusion::RowPolicy policy;
+  policy.scratchRows = msBandCount;
+  const auto substitute = [this, n = msBandCount](const fusion::FusionRow& row) {
+    std::copy_n(row.pan, row.width, row.scratch[0]);
+    for (int c = 1; c < n; ++c) Combine(m_pTransform + c * n, row.ms, n, row.width, row.scratch[c]);
+    for (int b = 0; b < row.outBandCount; ++b) {
+      if (b < n) {
+        Combine(m_pInverseTransform + b * n, row.scratch, n, row.width, row.out[b]);
+      } else {
+        fusion::ClearRow(row.width, row.out[b]);
+      }
+    }
+  };
+  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
+                  substitute);
+}
+
+void CPrinComponentFusion::EndProccess() {
+  m_pFirstStatics.reset();
+  m_pSecondStatics.reset();
+  m_pTransform.reset();
+  m_pInverseTransform.reset();
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "framework/fusion.h"
+
+/// Principal-component fusion: every resampled multispectral vector goes through the component matrix of the whole
+/// image, the pan value takes the place of the first component as it is, and back through the inverse matrix.
+///
+/// Source: Chavez, Sides and Anderson, Comparison of three different methods to merge multiresolution and multispectral
+/// data, Photogrammetric Engineering and Remote Sensing 57(3), 1991. The first component is scaled to be a weighted
+/// mean of the bands (see CRasterAlgorithm::ComputeStaticsFromAOI), so that pan can take its place.
+class FUSION_API CPrinComponentFusion : public CFusion {
+ public:
+  explicit CPrinComponentFusion(FusionParam* param);
+  ~CPrinComponentFusion() override;
+  CPrinComponentFusion(const CPrinComponentFusion&);
+  CPrinComponentFusion& operator=(const CPrinComponentFusion&);
+
+  /// The component matrix and its inverse. Refuses anything but all bands of the multispectral image.
+  GISError Preproccess() override;
+  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
+  void EndProccess() override;
+
+ protected:
+  double m_dPanMax = 255.0;
+  double m_dPanMin = 0.0;
+  SharedArray m_pFirstStatics;      ///< n values, not read by the kernel
+  SharedArray m_pSecondStatics;     ///< likewise
+  SharedArray m_pTransform;         ///< n x n, row-major, one component a row
+  SharedArray m_pInverseTransform;  ///< n x n, row-major
+};
