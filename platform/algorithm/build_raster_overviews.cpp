@@ -1,7 +1,6 @@
 #include "platform/algorithm/build_raster_overviews.h"
 
 #include <cpl_conv.h>
-#include <cpl_error.h>
 #include <cpl_string.h>
 #include <cpl_vsi.h>
 #include <gdal.h>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "platform/algorithm/messages.h"
+#include "platform/raster/gdal_access.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
 
@@ -29,7 +29,7 @@ std::vector<int> DefaultLevels(int width, int height) {
   return levels;
 }
 
-/// Overviews inside the file came with it (cloud-optimised files have them) and exclude external ones.
+/// Overviews inside the file came with its format (cloud-optimised and JPEG files have them) and exclude external ones.
 bool HasInternalOverviews(GDALDatasetH dataset) {
   if (GDALGetOverviewCount(GDALGetRasterBand(dataset, 1)) == 0) return false;
   const CPLStringList files(GDALGetFileList(dataset));
@@ -75,16 +75,14 @@ void CBuildRasterOverviews::Build() {
   const CPLConfigOptionSetter external("TIFF_USE_OVR", "YES", false);
   const CPLConfigOptionSetter big("BIGTIFF_OVERVIEW", "IF_SAFER", false);
   const CPLConfigOptionSetter threads("GDAL_NUM_THREADS", "ALL_CPUS", false);
-  const CPLErrorStateBackuper errorState;
-  const CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
+  const platform::GdalErrors quiet;
   const bool built = !platform::RasterFails(platform::RasterOperation::kWrite, m_pSource->GetPath() + L".ovr") &&
                      GDALBuildOverviews(dataset, m_strResampling.c_str(), static_cast<int>(levels.size()),
                                         levels.data(), 0, nullptr, GoesOn, m_pProgress) == CE_None;
   if (built) return;
-  // Half-built levels would pass for good ones.
-  if (GDALBuildOverviews(dataset, "NONE", 0, nullptr, 0, nullptr, nullptr, nullptr) != CE_None) {
-    VSIUnlink(CommonFun::U2Utf8(m_pSource->GetPath() + L".ovr").c_str());
-  }
+  // Half-built levels would pass for good ones; the dataset lets go of its overviews before the file goes.
+  static_cast<void>(GDALBuildOverviews(dataset, "NONE", 0, nullptr, 0, nullptr, nullptr, nullptr) == CE_None);
+  VSIUnlink(CommonFun::U2Utf8(m_pSource->GetPath() + L".ovr").c_str());
   if (m_pProgress && m_pProgress->IsCancelRequested()) {
     m_nLastErrorType = ERR_CANCELLED;
     return;

@@ -6,6 +6,8 @@
 #include <array>
 #include <utility>
 
+#include "platform/raster/gdal_access.h"
+
 namespace {
 
 std::wstring Lower(std::wstring name) {
@@ -33,7 +35,7 @@ namespace platform {
 
 const std::vector<RasterFormat>& RasterFormats() {
   static const std::vector<RasterFormat> formats = [] {
-    GDALAllRegister();
+    InitialiseGdal();
     // COG files are called .tif like any other, so that format is chosen by its name alone.
     std::vector<RasterFormat> known = {
         {kFormatGeoTiff, "GTiff", L"GeoTIFF", {L"tif", L"tiff"}, false},

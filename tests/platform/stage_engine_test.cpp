@@ -1,117 +1,16 @@
-// What every file-to-file stage shares, shown by a small stage of the test's own.
+// What every file-to-file stage shares when all goes well.
 #include <gdal.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
-#include <new>
 #include <numeric>
 
-#include "platform/algorithm/multi_band_io_process.h"
-#include "platform/algorithm/single_band_io_process.h"
-#include "platform/raster/raster_fault.h"
-#include "tests/support/recording_progress.h"
-#include "tests/support/scene.h"
+#include "tests/platform/row_sum_stage.h"
+
+using namespace stage_test;
 
 namespace {
-
-using platform::RasterOperation;
-using reference::Image;
-using test_support::FileExists;
-using test_support::FilesNamedLike;
-using test_support::ReadImage;
-using test_support::RecordingProgress;
-using test_support::WriteImage;
-
-constexpr wchar_t kIn[] = L"/vsimem/stage_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/stage_out.tif";
-constexpr wchar_t kArea[] = L"/vsimem/stage_area.csv";
-
-/// Every band is the sum of itself over the rows from -halo to +halo.
-class RowSums : public CMultiBandIOProcess {
- public:
-  explicit RowSums(const AlgorithmParam* param) : CMultiBandIOProcess(param) {}
-
-  bool Configure(const CRasterSource& input, platform::StagePlan& plan) override {
-    if (!PlanFirstBands(input, plan)) return false;
-    plan.halo = halo;
-    plan.scanCount = scans;
-    plan.roundToNearest = round;
-    plan.useArea = useArea;
-    plan.noData = input.GetRasterBand(0);
-    return true;
-  }
-  bool Prepare() override {
-    for (int s = 0; s < scans; ++s) {
-      if (!Scan({0}, [&](const double* const* rows, const unsigned char* inside, int width) {
-            for (int x = 0; x < width; ++x) {
-              if (!inside || inside[x]) scanned.push_back(rows[0][x]);
-            }
-          })) {
-        return false;
-      }
-    }
-    return true;
-  }
-  void ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) override {
-    order.push_back(row);
-    if (inRow) inRow(row);
-    for (int b = 0; b < rows.BandCount(); ++b) {
-      std::fill_n(out[b], rows.Width(), 0.0);
-      for (int r = row - halo; r <= row + halo; ++r) {
-        for (int x = 0; x < rows.Width(); ++x) out[b][x] += rows.Row(b, r)[x];
-      }
-    }
-  }
-
-  int halo = 0;
-  int scans = 0;
-  bool round = false;
-  bool useArea = false;
-  std::function<void(int)> inRow;
-  std::vector<int> order;
-  std::vector<double> scanned;
-};
-
-class Stage : public testing::Test {
- protected:
-  Stage() { m_before = FilesNamedLike(L""); }
-  ~Stage() override {
-    platform::SetRasterFault({});
-    for (const auto* file : {kIn, kOut, kArea}) CRasterSource::DeleteFileW(file);
-  }
-
-  static Image Numbers(int width, int height, int bands) {
-    Image image;
-    image.width = width;
-    image.height = height;
-    const double transform[6] = {440000.0, 10.0, 0.0, 4470000.0, 0.0, -10.0};
-    std::copy_n(transform, 6, image.geoTransform);
-    double value = 1.0;
-    for (int b = 0; b < bands; ++b) {
-      image.bands.emplace_back();
-      for (int i = 0; i < width * height; ++i) image.bands.back().push_back(value++);
-    }
-    return image;
-  }
-  static AlgorithmParam Param() {
-    AlgorithmParam param;
-    param.m_strAlgName = L"行求和";
-    param.m_strInFile = kIn;
-    param.m_strOutFile = kOut;
-    return param;
-  }
-  void ExpectNothingNewBut(std::vector<std::wstring> files) const {
-    files.insert(files.end(), m_before.begin(), m_before.end());
-    std::vector<std::wstring> present = FilesNamedLike(L"");
-    std::sort(files.begin(), files.end());
-    std::sort(present.begin(), present.end());
-    EXPECT_EQ(present, files);
-  }
-
-  std::vector<std::wstring> m_before;
-};
 
 TEST_F(Stage, OutputLiesOnTheInputsGridWithItsProjection) {
   WriteImage(Numbers(7, 5, 2), kIn, PDT_UINT16, test_support::UtmWkt());
@@ -219,35 +118,6 @@ TEST_F(Stage, ProgressHasAStageForTheParametersAndOneForTheRows) {
   EXPECT_EQ(progress.Calls(), expected);
 }
 
-TEST_F(Stage, CancellationRemovesTheOutput) {
-  WriteImage(Numbers(3, 1100, 1), kIn, PDT_UINT16);
-  WriteImage(Numbers(1, 1, 1), kOut, PDT_FLOAT64);
-  const AlgorithmParam param = Param();
-  RecordingProgress progress;
-  progress.CancelAtStep(2);
-  RowSums stage(&param);
-  stage.SetProgress(&progress);
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 1);
-  EXPECT_EQ(progress.Errors(), 0) << "a cancellation is no error";
-  EXPECT_FALSE(progress.Finished());
-  ExpectNothingNewBut({L"stage_in.tif"});
-}
-
-TEST_F(Stage, CancellationWhileScanningLeavesAnOlderOutputAlone) {
-  WriteImage(Numbers(3, 1100, 1), kIn, PDT_UINT16);
-  WriteImage(Numbers(1, 1, 1), kOut, PDT_FLOAT64);
-  const AlgorithmParam param = Param();
-  RecordingProgress progress;
-  progress.CancelAtStep(2);
-  RowSums stage(&param);
-  stage.scans = 1;
-  stage.SetProgress(&progress);
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 1);
-  EXPECT_EQ(ReadImage(kOut).width, 1);
-}
-
 TEST_F(Stage, ExistingOutputIsReplaced) {
   WriteImage(Numbers(7, 5, 2), kIn, PDT_UINT16);
   WriteImage(Numbers(50, 50, 4), kOut, PDT_FLOAT64);
@@ -257,99 +127,6 @@ TEST_F(Stage, ExistingOutputIsReplaced) {
   EXPECT_EQ(stage.GetLastErrorType(), 0);
   EXPECT_EQ(ReadImage(kOut).bands, Numbers(7, 5, 2).bands);
   ExpectNothingNewBut({L"stage_in.tif", L"stage_out.tif"});
-}
-
-TEST_F(Stage, MissingInputIsErrorFour) {
-  AlgorithmParam param = Param();
-  param.m_strInFile = L"/vsimem/没有.tif";
-  RecordingProgress progress;
-  RowSums stage(&param);
-  stage.SetProgress(&progress);
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 4);
-  EXPECT_EQ(stage.GetLastErrorMessage(), L"打开文件（/vsimem/没有.tif）失败！");
-  EXPECT_EQ(progress.Calls().back(), L"Error 4 打开文件（/vsimem/没有.tif）失败！");
-}
-
-TEST_F(Stage, InputAsOutputIsErrorFiveAndStaysWhole) {
-  WriteImage(Numbers(7, 5, 1), kIn, PDT_UINT16);
-  AlgorithmParam param = Param();
-  param.m_strOutFile = L"/vsimem/x/../stage_in.tif";
-  RowSums stage(&param);
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 5);
-  EXPECT_EQ(ReadImage(kIn).bands, Numbers(7, 5, 1).bands);
-}
-
-TEST_F(Stage, OutputThatCannotBeCreatedIsErrorFive) {
-  WriteImage(Numbers(7, 5, 1), kIn, PDT_UINT16);
-  for (const wchar_t* path : {L"/nowhere/at/all/out.tif", L""}) {
-    AlgorithmParam param = Param();
-    param.m_strOutFile = path;
-    RowSums stage(&param);
-    stage.Process();
-    EXPECT_EQ(stage.GetLastErrorType(), 5);
-    EXPECT_EQ(stage.GetLastErrorMessage(), L"创建文件（" + param.m_strOutFile + L"）失败！");
-  }
-}
-
-TEST_F(Stage, FailuresWhileRunningHaveTheirTypeAndLeaveNoOutput) {
-  WriteImage(Numbers(3, 1100, 1), kIn, PDT_UINT16);
-  struct Case {
-    RasterOperation operation;
-    const wchar_t* path;
-    int top;
-    int type;
-    const wchar_t* message;
-  };
-  const Case cases[] = {{RasterOperation::kRead, kIn, 512, 2, L"读取数据失败！"},
-                        {RasterOperation::kWrite, kOut, 1024, 3, L"写数据失败！"},
-                        {RasterOperation::kClose, kOut, 0, 3, L"写数据失败！"}};
-  for (const Case& c : cases) {
-    platform::SetRasterFault([&](RasterOperation operation, const std::wstring& path, int, const CRect& rect) {
-      return operation == c.operation && path == c.path && rect.top == c.top;
-    });
-    const AlgorithmParam param = Param();
-    RecordingProgress progress;
-    RowSums stage(&param);
-    stage.SetProgress(&progress);
-    stage.Process();
-    EXPECT_EQ(stage.GetLastErrorType(), c.type);
-    EXPECT_EQ(stage.GetLastErrorMessage(), c.message);
-    EXPECT_EQ(progress.Errors(), 1);
-    EXPECT_FALSE(progress.Finished());
-    ExpectNothingNewBut({L"stage_in.tif"});
-  }
-}
-
-TEST_F(Stage, FailedReadOfAScanIsErrorTwo) {
-  WriteImage(Numbers(3, 1100, 1), kIn, PDT_UINT16);
-  platform::SetRasterFault([&](RasterOperation operation, const std::wstring&, int, const CRect& rect) {
-    return operation == RasterOperation::kRead && rect.top > 0;
-  });
-  const AlgorithmParam param = Param();
-  RowSums stage(&param);
-  stage.scans = 1;
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 2);
-  ExpectNothingNewBut({L"stage_in.tif"});
-}
-
-TEST_F(Stage, ExceptionsBecomeErrorSixAndLeaveNoOutput) {
-  WriteImage(Numbers(3, 5, 1), kIn, PDT_FLOAT64);
-  const AlgorithmParam param = Param();
-  RowSums stage(&param);
-  stage.inRow = [](int row) {
-    if (row == 2) throw std::bad_alloc();
-  };
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 6);
-  EXPECT_EQ(stage.GetLastErrorMessage(), L"内存不足！");
-  ExpectNothingNewBut({L"stage_in.tif"});
-  stage.inRow = nullptr;
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 0) << "the next run starts anew";
-  EXPECT_EQ(stage.GetLastErrorMessage(), L"");
 }
 
 TEST_F(Stage, BandCountTakesTheFirstBands) {
@@ -453,36 +230,6 @@ TEST_F(Stage, PixelsOutsideTheAreaAreZeroAndNotScanned) {
   }
   EXPECT_EQ(stage.scanned, inside);
   EXPECT_EQ(ReadImage(kOut).bands[0], expected);
-}
-
-TEST_F(Stage, AreaThatDoesNotTouchTheImageFails) {
-  WriteImage(Numbers(6, 4, 1), kIn, PDT_FLOAT64);
-  test_support::WriteTriangle(kArea, {1000, 1000}, {1040, 1000}, {1000, 960});
-  AlgorithmParam param = Param();
-  param.m_strAoiFile = kArea;
-  RowSums stage(&param);
-  stage.useArea = true;
-  stage.Process();
-  EXPECT_NE(stage.GetLastErrorType(), 0);
-  EXPECT_EQ(stage.GetLastErrorMessage(), L"设置的影像范围有误！");
-  EXPECT_FALSE(FileExists(kOut));
-}
-
-TEST_F(Stage, AreaFileThatDoesNotOpenIsErrorFour) {
-  WriteImage(Numbers(6, 4, 1), kIn, PDT_FLOAT64);
-  AlgorithmParam param = Param();
-  param.m_strAoiFile = L"/vsimem/none.shp";
-  RowSums stage(&param);
-  stage.useArea = true;
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 4);
-  EXPECT_EQ(stage.GetLastErrorMessage(), L"打开文件（/vsimem/none.shp）失败！");
-}
-
-TEST_F(Stage, NullRecordIsAnEmptyOne) {
-  RowSums stage(nullptr);
-  stage.Process();
-  EXPECT_EQ(stage.GetLastErrorType(), 4);
 }
 
 }  // namespace
