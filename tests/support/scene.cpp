@@ -189,8 +189,8 @@ void WriteTriangle(const std::wstring& path, reference::Position a, reference::P
   // CSV is the one text format whose geometries come without a coordinate system.
   std::ostringstream text;
   text.precision(17);
-  text << "WKT,id\n\"POLYGON((" << a.x << ' ' << a.y << ',' << b.x << ' ' << b.y << ',' << c.x << ' ' << c.y << ',' << a.x
-       << ' ' << a.y << "))\",1\n";
+  text << "WKT,id\n\"POLYGON((" << a.x << ' ' << a.y << ',' << b.x << ' ' << b.y << ',' << c.x << ' ' << c.y << ','
+       << a.x << ' ' << a.y << "))\",1\n";
   const std::string content = text.str();
   VSILFILE* file = VSIFOpenL(CommonFun::U2Utf8(path).c_str(), "wb");
   ASSERT_TRUE(file);
