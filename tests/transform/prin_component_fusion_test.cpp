@@ -1,0 +1,154 @@
+#include "transform/prin_component_fusion.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/method_sweep.h"
+
+namespace {
+
+using test_support::ReadImage;
+using test_support::Scene;
+using test_support::SceneOptions;
+
+/// Shows the matrices of the run that was made last.
+class Recorded : public CPrinComponentFusion {
+ public:
+  using CPrinComponentFusion::CPrinComponentFusion;
+  GISError Preproccess() override {
+    const GISError result = CPrinComponentFusion::Preproccess();
+    const auto n = static_cast<std::size_t>(m_param.m_nOutBandCount);
+    if (result == GIS_SUCCESS) {
+      s_transform.assign(&m_pTransform[0], &m_pTransform[n * n]);
+      s_inverse.assign(&m_pInverseTransform[0], &m_pInverseTransform[n * n]);
+    }
+    return result;
+  }
+  static std::vector<double> s_transform;
+  static std::vector<double> s_inverse;
+};
+std::vector<double> Recorded::s_transform;
+std::vector<double> Recorded::s_inverse;
+
+std::vector<double> Multiply(const std::vector<double>& matrix, const std::vector<double>& x) {
+  std::vector<double> y;
+  for (std::size_t r = 0; r < x.size(); ++r) {
+    double sum = 0.0;
+    for (std::size_t c = 0; c < x.size(); ++c) sum += matrix[r * x.size() + c] * x[c];
+    y.push_back(sum);
+  }
+  return y;
+}
+
+/// The definition with the matrices that the run found; how they come about is tested on its own.
+reference::Run Reference(const Scene& scene, const FusionParam& param) {
+  reference::Run run = scene.Reference(param);
+  run.arithmetic = [](const reference::Pixel& pixel) {
+    std::vector<double> y = Multiply(Recorded::s_transform, pixel.ms);
+    y[0] = pixel.pan;
+    return Multiply(Recorded::s_inverse, y);
+  };
+  return run;
+}
+
+class PcaDefinition : public test_support::MethodSweep {};
+
+TEST_P(PcaDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<Recorded>(Reference); }
+
+INSTANTIATE_TEST_SUITE_P(AllTypes, PcaDefinition, test_support::AllTypesAndResamplings(), test_support::SweepCaseName);
+
+TEST(PrinComponentFusion, BandsThatAreMultiplesOfEachOtherComeOutInTheirProportion) {
+  // Bands 1, 2 and 3 times a common grey: one component only, t = (1, 2, 3) / sqrt(14), scaled by 1 / its sum so that
+  // the component is (b1 + 2 b2 + 3 b3) / 6. Back: pan times the vector whose component is 1: pan (1, 2, 3) 6 / 14.
+  std::vector<double> grey;
+  std::vector<double> pan;
+  for (int i = 0; i < 40; ++i) {
+    grey.push_back(10.0 + (i * 17) % 40);
+    pan.push_back(100.0 + i);
+  }
+  std::vector<std::vector<double>> bands(3);
+  for (const double g : grey) {
+    for (std::size_t b = 0; b < 3; ++b) bands[b].push_back(g * static_cast<double>(b + 1));
+  }
+  const test_support::OneRow row(pan, bands);
+  const auto out = row.Fuse<Recorded>();
+  EXPECT_NEAR(Recorded::s_transform[0], 1.0 / 6.0, 1e-12);
+  EXPECT_NEAR(Recorded::s_transform[1], 2.0 / 6.0, 1e-12);
+  EXPECT_NEAR(Recorded::s_transform[2], 3.0 / 6.0, 1e-12);
+  for (std::size_t b = 0; b < 3; ++b) {
+    for (std::size_t i = 0; i < pan.size(); ++i) {
+      EXPECT_NEAR(out[b][i], pan[i] * static_cast<double>(b + 1) * 6.0 / 14.0, 1e-9);
+    }
+  }
+}
+
+TEST(PrinComponentFusion, PanEqualToTheFirstComponentChangesNothing) {
+  SceneOptions options;
+  options.ratio = 1.0;
+  options.msType = PDT_FLOAT64;
+  options.panType = PDT_FLOAT64;
+  Scene scene(71, options);
+  FusionParam param = scene.Param();
+  param.m_eResampleType = RT_NEAREST;
+  Recorded(&param).Process();
+  for (std::size_t i = 0; i < scene.pan.bands[0].size(); ++i) {
+    scene.pan.bands[0][i] =
+        Multiply(Recorded::s_transform, {scene.ms.bands[0][i], scene.ms.bands[1][i], scene.ms.bands[2][i]})[0];
+  }
+  test_support::WriteImage(scene.pan, scene.panFile, PDT_FLOAT64);
+  Recorded(&param).Process();
+  const auto out = ReadImage(scene.outFile);
+  for (std::size_t b = 0; b < 3; ++b) {
+    for (std::size_t i = 0; i < out.bands[b].size(); ++i) ASSERT_NEAR(out.bands[b][i], scene.ms.bands[b][i], 1e-9);
+  }
+}
+
+TEST(PrinComponentFusion, WithTheIdentityThePanTakesTheFirstBand) {
+  class Identity : public CPrinComponentFusion {
+   public:
+    using CPrinComponentFusion::CPrinComponentFusion;
+    GISError Preproccess() override {
+      const GISError result = CPrinComponentFusion::Preproccess();
+      for (int i = 0; i < 9; ++i) m_pTransform[i] = m_pInverseTransform[i] = i % 4 == 0 ? 1.0 : 0.0;
+      return result;
+    }
+  };
+  const test_support::OneRow row({5.0, 6.0}, {{1.0, 2.0}, {3.0, 4.0}, {7.0, 9.0}});
+  const auto out = row.Fuse<Identity>();
+  EXPECT_EQ(out[0], (std::vector<double>{5.0, 6.0}));
+  EXPECT_EQ(out[1], (std::vector<double>{3.0, 4.0}));
+  EXPECT_EQ(out[2], (std::vector<double>{7.0, 9.0}));
+}
+
+TEST(PrinComponentFusion, UnknownResamplingGivesTheBackTransformOfPanAlone) {
+  const Scene scene(72);
+  FusionParam param = scene.Param();
+  param.m_eResampleType = static_cast<ResampleType>(5);
+  Recorded(&param).Process();
+  const auto out = ReadImage(scene.outFile);
+  for (std::size_t b = 0; b < 3; ++b) {
+    EXPECT_DOUBLE_EQ(out.bands[b][17], Recorded::s_inverse[b * 3] * scene.pan.bands[0][17]);
+  }
+}
+
+TEST(PrinComponentFusion, RefusesAPartOfTheBands) {
+  const Scene scene(73);
+  FusionParam param = scene.Param();
+  param.m_vecMSBands = {0, 1};
+  test_support::RecordingProgress progress;
+  CPrinComponentFusion fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 11);
+  EXPECT_EQ(fusion.GetLastErrorMessage(), L"请选择多光谱影像所有波段进行处理！");
+  EXPECT_EQ(progress.Errors(), 1);
+}
+
+TEST(PrinComponentFusion, ConstantImageStillRuns) {
+  const test_support::OneRow row({5.0, 6.0, 7.0}, {{4, 4, 4}, {4, 4, 4}, {4, 4, 4}});
+  const auto out = row.Fuse<CPrinComponentFusion>();
+  ASSERT_EQ(out.size(), 3u);
+}
+
+TEST(PrinComponentFusion, CommonRulesOfAMethodHold) { test_support::ExpectCommonRules<CPrinComponentFusion>(); }
+
+}  // namespace
