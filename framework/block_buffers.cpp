@@ -20,12 +20,13 @@ CRect Shift(const CRect& rect, int dx, int dy) {
 }
 
 BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)
-    : m_buffers(count), m_pointers(count, nullptr), m_capacity(capacity) {
+    : m_buffers(count), m_pointers(count, nullptr), m_held(count), m_capacity(capacity) {
   Allocate();
 }
 
 void BandBuffers::Allocate() {
   for (auto& buffer : m_buffers) buffer.reset();
+  std::fill(m_held.begin(), m_held.end(), CRect());
   for (std::size_t i = 0; i < m_buffers.size(); ++i) {
     m_buffers[i] = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(m_capacity + m_slack));
     m_pointers[i] = m_buffers[i].get();
@@ -44,12 +45,40 @@ void BandBuffers::Reserve(const CRect& rect) {
 bool BandBuffers::Read(std::size_t i, CRasterBand* band, const CRect& rect) {
   if (!band) return false;
   Reserve(rect);
+  m_held[i] = CRect();
   double* values = m_pointers[i];
   if (band->ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values, rect.Width(), rect.Height(),
                       PDT_FLOAT64) != 0) {
     return false;
   }
   std::fill_n(values + rect.Area(), rect.Width() + 2, 0.0);
+  return true;
+}
+
+bool BandBuffers::ReadOn(std::size_t i, CRasterBand* band, const CRect& rect) {
+  if (!band) return false;
+  Reserve(rect);
+  const CRect held = m_held[i];
+  const bool goesOn = held.Area() > 0 && held.left == rect.left && held.right == rect.right && held.top <= rect.top &&
+                      held.bottom > rect.top && held.bottom <= rect.bottom;
+  if (!goesOn) {
+    if (!Read(i, band, rect)) return false;
+    m_held[i] = rect;
+    return true;
+  }
+  double* values = m_pointers[i];
+  const std::ptrdiff_t width = rect.Width();
+  const std::ptrdiff_t kept = held.bottom - rect.top;
+  const std::ptrdiff_t first = rect.top - held.top;
+  if (first > 0) std::copy(values + first * width, values + (first + kept) * width, values);
+  m_held[i] = CRect();
+  const int fresh = rect.bottom - held.bottom;
+  if (fresh > 0 && band->ReadBlock(rect.left, held.bottom, rect.Width(), fresh, values + kept * width, rect.Width(),
+                                   fresh, PDT_FLOAT64) != 0) {
+    return false;
+  }
+  std::fill_n(values + rect.Area(), rect.Width() + 2, 0.0);
+  m_held[i] = rect;
   return true;
 }
 

@@ -53,12 +53,16 @@ class BandBuffers {
   void Reserve(const CRect& rect);
   /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
   bool Read(std::size_t i, CRasterBand* band, const CRect& rect);
+  /// The same where rectangles follow each other downwards: rows that the buffer already holds from the last such read
+  /// of the same band are kept.
+  bool ReadOn(std::size_t i, CRasterBand* band, const CRect& rect);
 
  private:
   void Allocate();
 
   std::vector<std::unique_ptr<double[]>> m_buffers;
   std::vector<double*> m_pointers;
+  std::vector<CRect> m_held;  ///< what ReadOn read last into each buffer, empty where it does not stand any more
   std::int64_t m_capacity;
   std::int64_t m_slack = 0;
 };

@@ -1,17 +1,22 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
-/// An array of doubles that copies share and the last owner frees; reads like a plain pointer.
-class SharedArray {
+/// An array that copies share and the last owner frees; reads like a plain pointer. Starts with zeros.
+template <typename T>
+class SharedBuffer {
  public:
-  SharedArray() = default;
-  explicit SharedArray(std::size_t n) : m_values(new double[n]()) {}
+  SharedBuffer() = default;
+  explicit SharedBuffer(std::size_t n) : m_values(new T[n]()) {}
 
-  operator double*() const { return m_values.get(); }
+  operator T*() const { return m_values.get(); }
   void reset() { m_values.reset(); }
 
  private:
-  std::shared_ptr<double[]> m_values;
+  std::shared_ptr<T[]> m_values;
 };
+
+using SharedArray = SharedBuffer<double>;
+using SharedCounts = SharedBuffer<std::int64_t>;

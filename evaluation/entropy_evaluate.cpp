@@ -1,0 +1,173 @@
+#include "evaluation/entropy_evaluate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace {
+
+constexpr int kBins = 256;
+
+void Widen(double value, double& minimum, double& maximum) {
+  if (value < minimum) minimum = value;
+  if (value > maximum) maximum = value;
+}
+
+void WidenRow(const double* values, int n, const platform::NoDataTest& isNoData, double& minimum, double& maximum) {
+  for (int i = 0; i < n; ++i) {
+    if (!isNoData(values[i])) Widen(values[i], minimum, maximum);
+  }
+}
+
+/// An undefined or negative bin counts in the first, one beyond the range in the last.
+int BinOf(double value, double minimum, double maximum) {
+  const double bin = (value - minimum) * 255.0 / (maximum - minimum);
+  if (bin >= kBins) return kBins - 1;
+  return bin > 0.0 ? static_cast<int>(bin) : 0;
+}
+
+void CountRow(const double* values, int n, const platform::NoDataTest& isNoData, double minimum, double maximum,
+              std::int64_t* counts) {
+  for (int i = 0; i < n; ++i) {
+    if (!isNoData(values[i])) ++counts[BinOf(values[i], minimum, maximum)];
+  }
+}
+
+/// Shares of the bins; undefined for an empty histogram.
+std::vector<double> Probabilities(const std::int64_t* counts) {
+  std::int64_t total = 0;
+  for (int k = 0; k < kBins; ++k) total += counts[k];
+  std::vector<double> p;
+  for (int k = 0; k < kBins; ++k) p.push_back(static_cast<double>(counts[k]) / static_cast<double>(total));
+  return p;
+}
+
+double Entropy(const std::vector<double>& p) {
+  double sum = 0.0;
+  for (const double v : p) {
+    if (v > 0.0) sum += -v * std::log(v);
+  }
+  return sum;
+}
+
+double RelativeEntropy(const std::vector<double>& f, const std::vector<double>& m) {
+  double sum = 0.0;
+  for (std::size_t k = 0; k < kBins; ++k) {
+    if (m[k] > 0.0 && f[k] > 0.0) sum += f[k] * std::log(f[k] / m[k]);
+  }
+  return sum;
+}
+
+double DeviationEntropy(const std::vector<double>& f, const std::vector<double>& m) {
+  double sum = 0.0;
+  for (std::size_t k = 0; k < kBins; ++k) {
+    const double d = f[k] - m[k];
+    if (d != 1.0) sum += -m[k] * std::log(1.0 - d * d);
+  }
+  return sum;
+}
+
+double JointEntropy(const std::vector<double>& f, const std::vector<double>& m, const std::vector<double>& q) {
+  double sum = 0.0;
+  for (std::size_t k = 0; k < kBins; ++k) {
+    if (m[k] > 0.0 && f[k] > 0.0 && q[k] > 0.0) sum += -std::log(f[k] * m[k] * q[k]);
+  }
+  return sum;
+}
+
+bool IsUndefined(const std::vector<double>& p) { return std::isnan(p.front()); }
+
+}  // namespace
+
+CEntropyEvaluate::CEntropyEvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_entropyParam(m_param) {}
+CEntropyEvaluate::~CEntropyEvaluate() = default;
+CEntropyEvaluate::CEntropyEvaluate(const CEntropyEvaluate&) = default;
+CEntropyEvaluate& CEntropyEvaluate::operator=(const CEntropyEvaluate&) = default;
+
+GISError CEntropyEvaluate::Preproccess() {
+  const std::size_t mulCount = m_param.m_vecMulBands.size();
+  const std::size_t n = PairCount();
+  m_pPanHist = SharedCounts(kBins);
+  m_pMulHist = SharedCounts(mulCount * kBins);
+  m_pFusionHist = SharedCounts(n * kBins);
+  m_dPanMin = 1e10;
+  m_dPanMax = -1e10;
+  const auto fill = [](SharedArray& values, std::size_t count, double value) {
+    values = SharedArray(count);
+    std::fill_n(static_cast<double*>(values), count, value);
+  };
+  // The maxima start at the smallest positive number: bands of negative values keep it.
+  fill(m_pMulMax, mulCount, std::numeric_limits<double>::min());
+  fill(m_pMulMin, mulCount, std::numeric_limits<double>::max());
+  fill(m_pFusionMax, n, std::numeric_limits<double>::min());
+  fill(m_pFusionMin, n, std::numeric_limits<double>::max());
+  m_pEntropy = SharedArray(2 * n);
+  m_pRelativeEntropy = SharedArray(n);
+  m_pDeviationEntropy = SharedArray(n);
+  m_pJointEntropy = SharedArray(n);
+  return HasEqualLists() ? GIS_SUCCESS : GIS_FAILED;
+}
+
+bool CEntropyEvaluate::IsFinished(int step) { return step == 2; }
+
+void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** mulBufs, int mulCount, CRect* mulRect,
+                                      double** fusionBufs, int fusionCount, CRect* blockRect) {
+  const int width = blockRect->Width();
+  const bool ranges = m_nProcessStep == 1;
+  const platform::NoDataTest panNoData = PanNoData();
+  std::vector<double> ms(static_cast<std::size_t>(width));
+  for (int y = blockRect->top; y < blockRect->bottom; ++y) {
+    const std::ptrdiff_t line = y - blockRect->top;
+    const double* pan = panBuf + line * panRect->Width();
+    if (ranges) {
+      WidenRow(pan, width, panNoData, m_dPanMin, m_dPanMax);
+    } else {
+      CountRow(pan, width, panNoData, m_dPanMin, m_dPanMax, m_pPanHist);
+    }
+    const double* fused = nullptr;
+    for (int i = 0; i < fusionCount; ++i) {
+      fused = fusionBufs[i] + line * width;
+      const platform::NoDataTest noData = FusionNoData(static_cast<std::size_t>(i));
+      if (ranges) {
+        WidenRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i]);
+      } else {
+        CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], m_pFusionHist + i * kBins);
+      }
+    }
+    const std::int64_t* cells = Cells(1).Row(y, *blockRect, *mulRect);
+    for (int j = 0; j < mulCount; ++j) {
+      const platform::NoDataTest noData = MulNoData(static_cast<std::size_t>(j));
+      fusion::Gather(mulBufs[j], cells, width, ms.data());
+      if (!ranges) {
+        CountRow(ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], m_pMulHist + j * kBins);
+        continue;
+      }
+      // The range is widened by the last fused band's value where the multispectral value is valid.
+      for (int x = 0; x < width; ++x) {
+        if (!noData(ms[static_cast<std::size_t>(x)])) Widen(fused[x], m_pMulMin[j], m_pMulMax[j]);
+      }
+    }
+  }
+}
+
+void CEntropyEvaluate::EndProccess() {
+  const std::size_t n = PairCount();
+  if (!m_pPanHist || !HasEqualLists()) return;
+  const double undefined = std::numeric_limits<double>::quiet_NaN();
+  const std::vector<double> q = Probabilities(m_pPanHist);
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::vector<double> m = Probabilities(m_pMulHist + i * kBins);
+    const std::vector<double> f = Probabilities(m_pFusionHist + i * kBins);
+    const bool noM = IsUndefined(m);
+    const bool noF = IsUndefined(f);
+    m_pEntropy[i] = noM ? undefined : Entropy(m);
+    m_pEntropy[n + i] = noF ? undefined : Entropy(f);
+    m_pRelativeEntropy[i] = noM || noF ? undefined : RelativeEntropy(f, m);
+    m_pDeviationEntropy[i] = noM || noF ? undefined : DeviationEntropy(f, m);
+    m_pJointEntropy[i] = noM || noF || IsUndefined(q) ? undefined : JointEntropy(f, m, q);
+  }
+  m_pPanHist.reset();
+  m_pMulHist.reset();
+  m_pFusionHist.reset();
+}

@@ -1,0 +1,239 @@
+#include "evaluation/fusion_evaluate.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "framework/messages.h"
+#include "platform/raster/gis_data_source.h"
+#include "platform/system/sleep.h"
+#include "platform/utility/log.h"
+
+namespace messages = fusion::messages;
+
+/// What lives as long as one Process call.
+struct CFusionEvaluate::Run {
+  CRasterSource pan;
+  CRasterSource mul;
+  CRasterSource fused;
+  std::unique_ptr<CReproject> reproject;
+  std::vector<int> mulBands;
+  std::vector<int> fusionBands;
+  fusion::BlockGrid grid{};
+  std::unique_ptr<fusion::BandBuffers> panBuffer;
+  std::unique_ptr<fusion::BandBuffers> mulBuffers;
+  std::unique_ptr<fusion::BandBuffers> fusionBuffers;
+};
+
+CFusionEvaluate::CFusionEvaluate(FusionEvaluateParam* param) {
+  if (param) m_param = *param;
+}
+
+CFusionEvaluate::~CFusionEvaluate() = default;
+CFusionEvaluate::CFusionEvaluate(const CFusionEvaluate&) = default;
+CFusionEvaluate& CFusionEvaluate::operator=(const CFusionEvaluate&) = default;
+
+std::wstring CFusionEvaluate::Title() const { return messages::RunTitle(m_param.m_strTaskName); }
+
+void CFusionEvaluate::Process() {
+  platform::Sleep(1000);
+  ClearError();
+  Run run;
+  bool prepared = false;
+  Guard([&] { prepared = Prepare(run); });
+  if (prepared) {
+    Guard([&] { WalkPasses(run); });
+    run.panBuffer.reset();
+    run.mulBuffers.reset();
+    run.fusionBuffers.reset();
+    Guard([&] { EndProccess(); });
+  }
+  run.fused.Close();
+  run.pan.Close();
+  run.mul.Close();
+  m_pPanSource = nullptr;
+  m_pMulSource = nullptr;
+  m_pFusionSource = nullptr;
+  m_pReproject = nullptr;
+  m_hasCells = false;
+  if (prepared && m_nLastErrorType == ERR_NONE && m_pProgress) m_pProgress->Finish();
+}
+
+bool CFusionEvaluate::Prepare(Run& run) {
+  if (m_pProgress) {
+    m_pProgress->Start(Title(), 3);
+    m_pProgress->Step(0, messages::kConfiguring);
+  }
+  if (!OpenRasterSource(&m_param, &run.pan, &run.mul, &run.fused, &run.mulBands, &run.fusionBands) ||
+      (m_param.m_bReproject && !BuildReprojection(run))) {
+    ReportError();
+    return false;
+  }
+  m_pPanSource = &run.pan;
+  m_pMulSource = &run.mul;
+  m_pFusionSource = &run.fused;
+  m_pReproject = run.reproject.get();
+
+  int width = 0;
+  int height = 0;
+  GetBlockSize(width, height);
+  run.grid = {run.fused.GetWidth(), run.fused.GetHeight(), width, height};
+  if (Preproccess() != GIS_SUCCESS) {
+    // What is reported is the state, which a refusal leaves at success.
+    ReportError();
+    return false;
+  }
+  if (m_pProgress) m_pProgress->Start(Title(), run.grid.Count());
+  const std::int64_t capacity = std::int64_t{width} * height;
+  run.panBuffer = std::make_unique<fusion::BandBuffers>(1, capacity);
+  run.mulBuffers = std::make_unique<fusion::BandBuffers>(run.mulBands.size(), capacity);
+  run.fusionBuffers = std::make_unique<fusion::BandBuffers>(run.fusionBands.size(), capacity);
+  return true;
+}
+
+bool CFusionEvaluate::BuildReprojection(Run& run) {
+  run.reproject.reset(
+      CReproject::Create(&run.mul, CGISDataSource::GetSpatialReferenceWKT(&run.fused), nullptr, nullptr));
+  if (!run.reproject) {
+    SetError(ERR_REPROJECT, messages::kReprojectFailed);
+    return false;
+  }
+  CBoundingBox box;
+  if (run.reproject->Src2DestBox(CGISDataSource::GetExtent(&run.mul), box, 0.0, 0.0)) {
+    run.reproject->CreateGrid(box, 0.0, 0.0, 3);
+  }
+  return true;
+}
+
+void CFusionEvaluate::WalkPasses(Run& run) {
+  do {
+    SetProcessStep();
+    int position = 0;
+    for (int row = 0; row < run.grid.Down(); ++row) {
+      for (int column = 0; column < run.grid.Across(); ++column) {
+        // Columns advance by the block's height, not its width.
+        CRect block = run.grid.Cell(column, row, run.grid.blockHeight, run.grid.blockHeight);
+        CRect read;
+        if (!GetReadBufferRect(&block, &read)) continue;
+        run.mulBuffers->Reserve(read);
+        if (StartBolckProcess() != GIS_SUCCESS) {
+          ReportError();
+          return;
+        }
+        if (!EvaluateBlock(run, block, read)) return;
+        EndBolckProcess();
+        if (m_pProgress && !m_pProgress->Step(++position, messages::kProcessing)) {
+          m_nLastErrorType = ERR_CANCELLED;
+          if (CLog::m_pLogger) {
+            CLog::m_pLogger->WriteLog(2, "FusionEvaluate", 294, "CFusionEvaluate::Process", messages::kCancelled);
+          }
+          return;
+        }
+      }
+    }
+  } while (!IsFinished(m_nProcessStep));
+}
+
+bool CFusionEvaluate::EvaluateBlock(Run& run, CRect& block, CRect& read) {
+  CRect panRect = fusion::Shift(block, m_param.m_rcPanOffset.left, m_param.m_rcPanOffset.top);
+  bool ok = true;
+  for (std::size_t i = 0; ok && i < run.fusionBands.size(); ++i) {
+    ok = run.fusionBuffers->Read(i, run.fused.GetRasterBand(run.fusionBands[i]), block);
+  }
+  for (std::size_t i = 0; ok && i < run.mulBands.size(); ++i) {
+    ok = run.mulBuffers->ReadOn(i, run.mul.GetRasterBand(run.mulBands[i]), read);
+  }
+  ok = ok && run.panBuffer->Read(0, run.pan.GetRasterBand(m_param.m_nPanBand), panRect);
+  if (!ok) {
+    Fail(ERR_READ, messages::kReadFailed);
+    return false;
+  }
+  FusionEvaluate((*run.panBuffer)[0], &panRect, run.mulBuffers->Pointers(), static_cast<int>(run.mulBands.size()),
+                 &read, run.fusionBuffers->Pointers(), static_cast<int>(run.fusionBands.size()), &block);
+  return true;
+}
+
+GISError CFusionEvaluate::Preproccess() { return GIS_SUCCESS; }
+
+bool CFusionEvaluate::OpenRasterSource(FusionEvaluateParam* param, CRasterSource* pan, CRasterSource* mul,
+                                       CRasterSource* fusion, std::vector<int>* mulBands,
+                                       std::vector<int>* fusionBands) {
+  const std::pair<CRasterSource*, const std::wstring*> inputs[] = {
+      {pan, &param->m_strPanFile}, {mul, &param->m_strMulFile}, {fusion, &param->m_strFusionFile}};
+  for (const auto& [source, path] : inputs) {
+    if (source->Open(*path, GDA_READ, true)) continue;
+    SetError(ERR_OPEN, messages::OpenFailed(*path));
+    return false;
+  }
+  mulBands->insert(mulBands->end(), param->m_vecMulBands.begin(), param->m_vecMulBands.end());
+  fusionBands->insert(fusionBands->end(), param->m_vecFusionBands.begin(), param->m_vecFusionBands.end());
+  return true;
+}
+
+void CFusionEvaluate::GetBlockSize(int& xSize, int& ySize) {
+  constexpr int kUsual = 1024;
+  xSize = kUsual;
+  ySize = kUsual;
+  if (!m_pFusionSource || !m_pFusionSource->IsOpen() || !m_pFusionSource->GetRasterBand(0)) return;
+  xSize = m_pFusionSource->GetBlockXSize();
+  ySize = m_pFusionSource->GetBlockYSize();
+  if (xSize < kUsual && ySize < kUsual) {
+    xSize = kUsual;
+    ySize = kUsual;
+  }
+}
+
+bool CFusionEvaluate::GetReadBufferRect(CRect* blockRect, CRect* readRect) {
+  const CBoundingBox box = m_pFusionSource->ImageToGround(*blockRect);
+  if (m_pReproject) {
+    if (!m_pReproject->GetInImgEnveFromGeoOut(box, *readRect, 0.0, 0.0)) *readRect = CRect();
+    return true;
+  }
+  constexpr int kMargin = 5;
+  const CRect rect = m_pMulSource->GroundToImage(box);
+  readRect->left = std::max(rect.left - kMargin, 0);
+  readRect->top = std::max(rect.top - kMargin, 0);
+  readRect->right = std::min(rect.right + kMargin, m_pMulSource->GetWidth());
+  readRect->bottom = std::min(rect.bottom + kMargin, m_pMulSource->GetHeight());
+  return true;
+}
+
+GISError CFusionEvaluate::StartBolckProcess() { return GIS_SUCCESS; }
+void CFusionEvaluate::EndBolckProcess() {}
+void CFusionEvaluate::SetProcessStep() { ++m_nProcessStep; }
+
+void CFusionEvaluate::EndProccess() {
+  m_pFusionMax.reset();
+  m_pFusionMin.reset();
+  m_pMulMax.reset();
+  m_pMulMin.reset();
+}
+
+void CFusionEvaluate::ImgXY2BufXY(double x, double y, CRect* rect, int& col, int& row) {
+  col = static_cast<int>(fusion::BufferCell(x, rect->left, rect->Width()));
+  row = static_cast<int>(fusion::BufferCell(y, rect->top, rect->Height()));
+}
+
+namespace {
+
+platform::NoDataTest NoDataOf(const CRasterSource* source, int band) {
+  const CRasterBand* found = source ? source->GetRasterBand(band) : nullptr;
+  return found ? found->GetNoDataTest() : platform::NoDataTest{};
+}
+
+}  // namespace
+
+platform::NoDataTest CFusionEvaluate::PanNoData() const { return NoDataOf(m_pPanSource, m_param.m_nPanBand); }
+
+platform::NoDataTest CFusionEvaluate::MulNoData(std::size_t i) const {
+  return NoDataOf(m_pMulSource, m_param.m_vecMulBands[i]);
+}
+
+platform::NoDataTest CFusionEvaluate::FusionNoData(std::size_t i) const {
+  return NoDataOf(m_pFusionSource, m_param.m_vecFusionBands[i]);
+}
+
+fusion::MsCells& CFusionEvaluate::Cells(int reprojectedShift) {
+  if (!m_hasCells) m_cells = fusion::MsCells(*m_pFusionSource, *m_pMulSource, m_pReproject, reprojectedShift);
+  m_hasCells = true;
+  return m_cells;
+}

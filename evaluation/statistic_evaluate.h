@@ -1,0 +1,42 @@
+#pragma once
+
+#include "evaluation/fusion_evaluate.h"
+
+/// Means, standard deviations (population), correlation and relative deviations of each band pair.
+class FUSION_API CStatisticEvaluate : public CFusionEvaluate {
+ public:
+  explicit CStatisticEvaluate(FusionEvaluateParam* param);
+  ~CStatisticEvaluate() override;
+  CStatisticEvaluate(const CStatisticEvaluate&);
+  CStatisticEvaluate& operator=(const CStatisticEvaluate&);
+
+  GISError Preproccess() override;
+  void FusionEvaluate(double* panBuf, CRect* panRect, double** mulBufs, int mulCount, CRect* mulRect,
+                      double** fusionBufs, int fusionCount, CRect* blockRect) override;
+  bool IsFinished(int step) override;
+  void EndProccess() override;
+
+  SharedArray m_pMulMean;
+  SharedArray m_pFusionMean;
+  SharedArray m_pMulStdDev;
+  SharedArray m_pFusionStdDev;
+  SharedArray m_pRelativeDeviation;  ///< mean of |(m - f) / m|
+  SharedArray m_pRelativeError;      ///< sum of (f - m)^2 over the sum of f^2
+  SharedArray m_pCorrelation;        ///< square root of the correlation coefficient; NaN for a negative one
+
+ protected:
+  SharedCounts m_pMulCount;
+  SharedCounts m_pFusionCount;
+  SharedArray m_pMulSum;
+  SharedArray m_pFusionSum;
+  SharedArray m_pCovSum;
+  SharedCounts m_pPairCount;
+  SharedCounts m_pNonZeroCount;
+  SharedArray m_pFusionSquareSum;
+
+ private:
+  void AddSums(std::size_t i, const double* fused, const double* ms, int n);
+  void AddDeviations(std::size_t i, const double* fused, const double* ms, int n);
+
+  FusionEvaluateParam m_statisticParam;
+};
