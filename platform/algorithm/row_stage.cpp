@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "platform/algorithm/messages.h"
+#include "platform/raster/gdal_access.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/system/multiversion.h"
 #include "platform/utility/common_fun.h"
@@ -183,6 +184,7 @@ bool RowStage::CreateOutput(Run& run) {
   SetOutMinMaxValue(minimum, maximum);
   const CRasterBand* noData = run.plan.noData;
   if (noData && noData->IsHaveNoData() && IsRepresentable(noData->GetNoDataValue(), run.plan.outType)) {
+    const GdalErrors quiet;
     for (int b = 1; b <= run.plan.outBandCount; ++b) {
       GDALSetRasterNoDataValue(GDALGetRasterBand(run.output.NativeHandle(), b), noData->GetNoDataValue());
     }

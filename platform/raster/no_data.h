@@ -6,7 +6,8 @@
 
 namespace platform {
 
-/// A band's no-data value as its samples carry it when read as doubles; NaN where the band declares none.
+/// A band's no-data value as its samples carry it when read as doubles (those of a float band hold a float exactly);
+/// NaN where the band declares none.
 inline double NoDataSample(const CRasterBand& band) {
   if (!band.IsHaveNoData()) return std::numeric_limits<double>::quiet_NaN();
   const double value = band.GetNoDataValue();

@@ -9,6 +9,7 @@
 
 #include "platform/algorithm/base_progress.h"
 #include "platform/raster/gdal_access.h"
+#include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
@@ -130,17 +131,10 @@ bool CRasterBand::ForEachStrip(const Visit& visit) {
   return true;
 }
 
-double CRasterBand::ValueLeftOut() const {
-  if (!IsHaveNoData()) return std::nan("");
-  // Float samples come as doubles that hold a float exactly; the declared value must be brought to the same.
-  const double noData = GetNoDataValue();
-  return GetRasterDataType() == PDT_FLOAT32 ? static_cast<double>(static_cast<float>(noData)) : noData;
-}
-
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,
                                  CBaseProgress* progress) {
   *minimum = *maximum = *mean = *stdDev = 0.0;
-  platform::RowStatistics statistics(ValueLeftOut());
+  platform::RowStatistics statistics(platform::NoDataSample(*this));
   bool cancelled = false;
   const bool read = ForEachStrip([&](const double* values, int width, int rows) {
     for (int row = 0; row < rows; ++row) statistics.Add(values + static_cast<std::ptrdiff_t>(row) * width, width);
@@ -156,7 +150,7 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
 }
 
 bool CRasterBand::HasValidPixel() {
-  platform::RowStatistics statistics(ValueLeftOut());
+  platform::RowStatistics statistics(platform::NoDataSample(*this));
   return ForEachStrip([&](const double* values, int width, int rows) {
            statistics.Add(values, static_cast<std::int64_t>(width) * rows);
            return statistics.Count() == 0;

@@ -50,8 +50,6 @@ class FUSION_API CRasterBand {
  private:
   template <typename Visit>
   bool ForEachStrip(const Visit& visit);
-  /// The declared no-data value as samples show it, NaN where there is none.
-  double ValueLeftOut() const;
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
 
 namespace platform {
@@ -24,7 +25,7 @@ void SumLanes(const double* values, std::int64_t count, double noData, double* c
   for (std::int64_t i = 0; i < count; i += kLanes) {
     for (int l = 0; l < kLanes; ++l) {
       const double v = values[i + l];
-      const bool valid = (v == v) & (v != noData);
+      const bool valid = IsValidSample(v, noData);
       counts[l] += valid ? 1.0 : 0.0;
       sums[l] += valid ? v : 0.0;
       const double low = valid ? v : INFINITY;
@@ -40,7 +41,7 @@ void SquareLanes(const double* values, std::int64_t count, double noData, double
   for (std::int64_t i = 0; i < count; i += kLanes) {
     for (int l = 0; l < kLanes; ++l) {
       const double v = values[i + l];
-      const bool valid = (v == v) & (v != noData);
+      const bool valid = IsValidSample(v, noData);
       const double d = valid ? v - mean : 0.0;
       squares[l] += d * d;
     }

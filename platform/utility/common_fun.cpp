@@ -2,11 +2,14 @@
 
 #include <cpl_vsi.h>
 
-#include <cstdint>
+#include <algorithm>
 #include <cstdio>
+#include <cwchar>
 #include <filesystem>
+#include <iterator>
 #include <random>
 #include <system_error>
+#include <type_traits>
 
 #ifdef _WIN32
 #ifndef NOMINMAX
