@@ -1,6 +1,9 @@
 #include "apps/exit_status.h"
 
+#include <iostream>
+
 #include "platform/algorithm/base_algorithm.h"
+#include "platform/utility/common_fun.h"
 
 namespace app {
 
@@ -30,6 +33,12 @@ std::string ErrorSentence(int errorType) {
     default:
       return "The run failed. Do the two images cover common ground?";
   }
+}
+
+int ReportRunError(const RunError& error) {
+  std::cerr << "fusion: error " << error.type << ": " << CommonFun::U2Utf8(error.message) << '\n'
+            << ErrorSentence(error.type) << '\n';
+  return error.type == ERR_CANCELLED ? kCancelled : kRunFailed;
 }
 
 }  // namespace app

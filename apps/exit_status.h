@@ -13,6 +13,15 @@ struct CommandError : std::runtime_error {
   ExitStatus status;
 };
 
+/// A failure with the library's own error type and message.
+struct RunError {
+  int type;
+  std::wstring message;
+};
+
+/// Says a failure on standard error and answers the exit status.
+int ReportRunError(const RunError& error);
+
 inline CommandError UsageError(const std::string& text) { return {kWrongUsage, text}; }
 
 /// A plain English sentence for an error type that a run leaves.

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "apps/exit_status.h"
+#include "apps/same_extent.h"
 #include "band_arithmetic/brovey_fusion.h"
 #include "framework/messages.h"
 #include "platform/raster/coordinate_algorithm.h"
@@ -29,13 +30,13 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   m_msType = ms.GetRasterDataType();
   CheckBands(pan.GetBandCount(), ms.GetBandCount());
 
-  const bool bothUnplaced = !pan.HasGeoTransform() && !ms.HasGeoTransform();
-  const bool wholeMultiple = pan.GetWidth() % ms.GetWidth() == 0 && pan.GetHeight() % ms.GetHeight() == 0;
-  if (options.sameExtent) {
-    TakeSameExtent(pan, ms);
-  } else if (bothUnplaced && wholeMultiple) {
-    Notice("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
-    TakeSameExtent(pan, ms);
+  const bool sameExtent = LooksLikeSameExtent(pan, ms);
+  if (options.sameExtent || sameExtent) {
+    if (!options.sameExtent) {
+      Notice("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
+    }
+    m_views.push_back(SpanPan(pan, ms, m_msFile));
+    m_msFile = m_views.back()->Path();
   } else if (!pan.HasGeoTransform() || !ms.HasGeoTransform()) {
     Notice("An image has no georeference; the images are overlaid on their pixel coordinates.");
   }
@@ -84,15 +85,6 @@ void FuseInputs::CheckBands(int panBandCount, int msBandCount) {
                        ".");
     }
   }
-}
-
-void FuseInputs::TakeSameExtent(const CRasterSource& pan, const CRasterSource& ms) {
-  const CBoundingBox box = pan.ImageToGround(CRect(0, 0, pan.GetWidth(), pan.GetHeight()));
-  const double geoTransform[6] = {box.m_dLeft, (box.m_dRight - box.m_dLeft) / ms.GetWidth(), 0.0, box.m_dTop,
-                                  0.0,         (box.m_dBottom - box.m_dTop) / ms.GetHeight()};
-  const std::wstring wkt = pan.GetSpatialReferenceWKT();
-  m_views.push_back(std::make_unique<platform::VirtualRaster>(m_msFile, std::vector<int>{}, geoTransform, &wkt));
-  m_msFile = m_views.back()->Path();
 }
 
 void FuseInputs::CutWindow(CRasterSource& pan, CRasterSource& ms) {

@@ -10,12 +10,6 @@
 
 namespace app {
 
-/// A run that could not start, with the library's own error type and message.
-struct RunError {
-  int type;
-  std::wstring message;
-};
-
 /// The two input images as the run gets them: opened once for checking, seen through views where a choice of bands or
 /// another georeference must look like a file.
 class FuseInputs {
@@ -31,7 +25,6 @@ class FuseInputs {
 
  private:
   void CheckBands(int panBandCount, int msBandCount);
-  void TakeSameExtent(const CRasterSource& pan, const CRasterSource& ms);
   void CutWindow(CRasterSource& pan, CRasterSource& ms);
   void CheckValidPixels() const;
   void Notice(const std::string& text) const;

@@ -186,7 +186,6 @@ class FuseRun {
   TemporaryFiles m_files;
 };
 
-/// The library's messages name the temporary file that the user never sees.
 void PrintJson(const FuseOptions& options, const Outcome& outcome, double seconds, const RunError& error) {
   static const char* const kTypes[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
   std::cout << nlohmann::ordered_json{{"method", options.method},
@@ -228,10 +227,7 @@ int RunFuse(const FuseOptions& options) {
   CLog::m_pLogger = nullptr;
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
   if (options.json) PrintJson(options, outcome, seconds.count(), error);
-  if (!failed) return kSuccess;
-  std::cerr << "fusion: error " << error.type << ": " << CommonFun::U2Utf8(error.message) << '\n'
-            << ErrorSentence(error.type) << '\n';
-  return error.type == ERR_CANCELLED ? kCancelled : kRunFailed;
+  return failed ? ReportRunError(error) : kSuccess;
 }
 
 }  // namespace app

@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 
+#include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/fuse_run.h"
@@ -19,6 +20,10 @@ int main(int argc, char** argv) {
   app::FuseOptions fuse;
   CLI::App* fuseCommand = fusion.add_subcommand("fuse", "Fuse a pan and a multispectral image");
   app::AddFuseOptions(*fuseCommand, fuse);
+
+  app::EvaluateOptions evaluate;
+  CLI::App* evaluateCommand = fusion.add_subcommand("evaluate", "Measure the quality of a fused image");
+  app::AddEvaluateOptions(*evaluateCommand, evaluate);
 
   app::SampleCommandOptions sample;
   CLI::App* sampleCommand = fusion.add_subcommand("sample", "Write a made-up scene to try things with");
@@ -37,6 +42,7 @@ int main(int argc, char** argv) {
   }
   try {
     if (*fuseCommand) return app::RunFuse(fuse);
+    if (*evaluateCommand) return app::RunEvaluate(evaluate);
     if (*sampleCommand) return app::RunSample(sample);
     return app::RunMethods(json, namesOnly);
   } catch (const app::CommandError& e) {

@@ -1,0 +1,236 @@
+#include "apps/evaluate_command.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <iomanip>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "apps/console_progress.h"
+#include "apps/exit_status.h"
+#include "apps/same_extent.h"
+#include "evaluation/entropy_evaluate.h"
+#include "evaluation/evaluate_factory.h"
+#include "evaluation/grad_evaluate.h"
+#include "evaluation/snr_evaluate.h"
+#include "evaluation/statistic_evaluate.h"
+#include "platform/algorithm/messages.h"
+#include "platform/raster/coordinate_algorithm.h"
+#include "platform/utility/common_fun.h"
+
+namespace app {
+namespace {
+
+/// One result array under its published name.
+struct Figures {
+  const char* name;
+  std::vector<double> values;
+};
+
+std::vector<double> Values(const SharedArray& array, std::size_t n) {
+  return array ? std::vector<double>(&array[0], &array[0] + n) : std::vector<double>(n, std::nan(""));
+}
+
+std::vector<Figures> EntropyFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CEntropyEvaluate&>(metric);
+  return {{"m_pEntropy", Values(m.m_pEntropy, 2 * n)},
+          {"m_pRelativeEntropy", Values(m.m_pRelativeEntropy, n)},
+          {"m_pDeviationEntropy", Values(m.m_pDeviationEntropy, n)},
+          {"m_pJointEntropy", Values(m.m_pJointEntropy, n)}};
+}
+
+std::vector<Figures> StatisticFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CStatisticEvaluate&>(metric);
+  return {{"m_pMulMean", Values(m.m_pMulMean, n)},
+          {"m_pFusionMean", Values(m.m_pFusionMean, n)},
+          {"m_pMulStdDev", Values(m.m_pMulStdDev, n)},
+          {"m_pFusionStdDev", Values(m.m_pFusionStdDev, n)},
+          {"m_pRelativeDeviation", Values(m.m_pRelativeDeviation, n)},
+          {"m_pRelativeError", Values(m.m_pRelativeError, n)},
+          {"m_pCorrelation", Values(m.m_pCorrelation, n)}};
+}
+
+std::vector<Figures> SnrFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CSNREvaluate&>(metric);
+  return {{"m_pSNR", Values(m.m_pSNR, n)}, {"m_pPSNR", Values(m.m_pPSNR, n)}};
+}
+
+std::vector<Figures> GradientFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CGradEvaluate&>(metric);
+  return {{"m_pFusionMeanGrad", Values(m.m_pFusionMeanGrad, n)}, {"m_pMulMeanGrad", Values(m.m_pMulMeanGrad, n)},
+          {"m_pFusionRmsGrad", Values(m.m_pFusionRmsGrad, n)},   {"m_pMulRmsGrad", Values(m.m_pMulRmsGrad, n)},
+          {"m_pMeanAbsDiff", Values(m.m_pMeanAbsDiff, n)},       {"m_pDiffNorm", Values(m.m_pDiffNorm, n)}};
+}
+
+struct Metric {
+  const char* name;
+  FusionEvaluateType type;
+  std::vector<Figures> (*figures)(const CFusionEvaluate& metric, std::size_t n);
+};
+
+constexpr Metric kMetrics[] = {{"entropy", FET_ENTROPY, EntropyFigures},
+                               {"statistics", FET_STATISTIC, StatisticFigures},
+                               {"snr", FET_SNR, SnrFigures},
+                               {"gradient", FET_GRAD, GradientFigures}};
+
+std::vector<const Metric*> ChooseMetrics(const std::vector<std::string>& names) {
+  std::vector<const Metric*> chosen;
+  for (const std::string& name : names) {
+    const auto* found = std::find_if(std::begin(kMetrics), std::end(kMetrics),
+                                     [&](const Metric& metric) { return name == metric.name; });
+    if (found == std::end(kMetrics)) {
+      throw UsageError("Unknown metric '" + name + "'; known are entropy, statistics, snr and gradient.");
+    }
+    chosen.push_back(found);
+  }
+  for (const Metric& metric : kMetrics) {
+    if (names.empty()) chosen.push_back(&metric);
+  }
+  return chosen;
+}
+
+std::vector<std::int32_t> ChooseBands(const std::vector<int>& given, int count, const char* option) {
+  std::vector<std::int32_t> bands;
+  for (const int band : given) {
+    if (band < 1 || band > count) {
+      throw UsageError(std::string(option) + " " + std::to_string(band) + ": the image has bands 1 to " +
+                       std::to_string(count) + ".");
+    }
+    bands.push_back(band - 1);
+  }
+  for (int b = 0; given.empty() && b < count; ++b) bands.push_back(b);
+  return bands;
+}
+
+/// The record of a run, worked out from the files.
+class EvaluateInputs {
+ public:
+  explicit EvaluateInputs(const EvaluateOptions& o) {
+    m_param.m_strPanFile = CommonFun::Utf82U(o.pan);
+    m_param.m_strMulFile = CommonFun::Utf82U(o.ms);
+    m_param.m_strFusionFile = CommonFun::Utf82U(o.fused);
+    CRasterSource pan;
+    CRasterSource ms;
+    CRasterSource fused;
+    Open(pan, m_param.m_strPanFile);
+    Open(ms, m_param.m_strMulFile);
+    Open(fused, m_param.m_strFusionFile);
+    m_param.m_nPanBand = ChooseBands({o.panBand}, pan.GetBandCount(), "--pan-band").front();
+    m_param.m_vecMulBands = ChooseBands(o.bands, ms.GetBandCount(), "--bands");
+    m_param.m_vecFusionBands = ChooseBands(o.fusedBands, fused.GetBandCount(), "--fused-bands");
+    if (m_param.m_vecMulBands.size() != m_param.m_vecFusionBands.size()) {
+      throw UsageError(
+          "As many fused bands as multispectral bands are compared: " + std::to_string(m_param.m_vecMulBands.size()) +
+          " and " + std::to_string(m_param.m_vecFusionBands.size()) + " are chosen (--bands, --fused-bands).");
+    }
+
+    const bool sameExtent = LooksLikeSameExtent(pan, ms);
+    if (o.sameExtent || sameExtent) {
+      if (!o.sameExtent && !o.quiet) {
+        std::cerr << "Neither image has a georeference; they are taken as covering the same ground "
+                     "(--same-extent).\n";
+      }
+      m_view = SpanPan(pan, ms, m_param.m_strMulFile);
+      m_param.m_strMulFile = m_view->Path();
+    }
+    TakeOffset(pan, fused);
+    bool reproject = false;
+    if (!CCoordinateAlgorithm::IsNeededProject(m_param.m_strFusionFile, m_param.m_strMulFile, reproject)) {
+      throw RunError{ERR_OPEN, platform::messages::OpenFailed(m_param.m_strMulFile)};
+    }
+    m_param.m_bReproject = reproject ? 1 : 0;
+  }
+
+  const FusionEvaluateParam& Param() const { return m_param; }
+
+ private:
+  static void Open(CRasterSource& source, const std::wstring& path) {
+    if (!source.Open(path, GDA_READ, true)) throw RunError{ERR_OPEN, platform::messages::OpenFailed(path)};
+  }
+
+  void TakeOffset(const CRasterSource& pan, const CRasterSource& fused) {
+    double groundX = 0.0;
+    double groundY = 0.0;
+    fused.ImageToGround(0, 0, groundX, groundY);
+    const double column = std::round(pan.GroundToPixel().X(groundX, groundY));
+    const double row = std::round(pan.GroundToPixel().Y(groundX, groundY));
+    const bool inside = column >= 0.0 && row >= 0.0 && column + fused.GetWidth() <= pan.GetWidth() &&
+                        row + fused.GetHeight() <= pan.GetHeight();
+    if (!inside) throw UsageError("The fused image does not lie inside the pan image.");
+    m_param.m_rcPanOffset.left = static_cast<std::int32_t>(column);
+    m_param.m_rcPanOffset.top = static_cast<std::int32_t>(row);
+  }
+
+  FusionEvaluateParam m_param;
+  std::unique_ptr<platform::VirtualRaster> m_view;
+};
+
+nlohmann::ordered_json ToJson(const std::vector<Figures>& figures) {
+  nlohmann::ordered_json object;
+  for (const Figures& f : figures) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const double v : f.values) {
+      // JSON has no infinities; a NaN becomes null by itself.
+      if (std::isinf(v)) {
+        list.push_back(v > 0.0 ? "inf" : "-inf");
+      } else {
+        list.push_back(v);
+      }
+    }
+    object[f.name] = list;
+  }
+  return object;
+}
+
+void PrintTable(const char* name, const std::vector<Figures>& figures) {
+  std::cout << name << '\n';
+  for (const Figures& f : figures) {
+    std::cout << "  " << std::left << std::setw(22) << f.name << std::right << std::setprecision(8);
+    for (const double v : f.values) std::cout << std::setw(16) << v;
+    std::cout << '\n';
+  }
+}
+
+}  // namespace
+
+void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
+  command.add_option("PAN", o.pan, "Panchromatic image")->required();
+  command.add_option("MS", o.ms, "Multispectral image that went into the fusion")->required();
+  command.add_option("FUSED", o.fused, "Fused image")->required();
+  command.add_option("--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)")->delimiter(',');
+  command.add_option("--bands", o.bands, "Multispectral bands, counted from 1 (default: all)")->delimiter(',');
+  command.add_option("--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)")->delimiter(',');
+  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
+  command.add_flag("--same-extent", o.sameExtent, "Take pan and multispectral image as covering the same ground");
+  command.add_flag("--json", o.json, "As one JSON object");
+  command.add_flag("--quiet", o.quiet, "No progress and no notices");
+}
+
+int RunEvaluate(const EvaluateOptions& options) {
+  const std::vector<const Metric*> metrics = ChooseMetrics(options.metrics);
+  try {
+    const EvaluateInputs inputs(options);
+    ConsoleProgress progress(options.quiet);
+    nlohmann::ordered_json report;
+    for (const Metric* metric : metrics) {
+      FusionEvaluateParam param = inputs.Param();
+      param.m_strTaskName = CommonFun::Utf82U(metric->name);
+      const std::unique_ptr<CFusionEvaluate> run(
+          CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
+      run->Process();
+      if (run->GetLastErrorType() != ERR_NONE) throw RunError{run->GetLastErrorType(), run->GetLastErrorMessage()};
+      const std::vector<Figures> figures = metric->figures(*run, param.m_vecFusionBands.size());
+      if (options.json) {
+        report[metric->name] = ToJson(figures);
+      } else {
+        PrintTable(metric->name, figures);
+      }
+    }
+    if (options.json) std::cout << report.dump(2) << '\n';
+    return kSuccess;
+  } catch (const RunError& error) {
+    return ReportRunError(error);
+  }
+}
+
+}  // namespace app
