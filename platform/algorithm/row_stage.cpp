@@ -93,8 +93,10 @@ RowStage::RowStage(const AlgorithmParam* param) : m_param(param ? *param : Algor
 RowStage::~RowStage() = default;
 RowStage::RowStage(const RowStage& other) : CBaseAlgorithm(other), m_param(other.m_param) {}
 RowStage& RowStage::operator=(const RowStage& other) {
-  CBaseAlgorithm::operator=(other);
-  m_param = other.m_param;
+  if (this != &other) {
+    CBaseAlgorithm::operator=(other);
+    m_param = other.m_param;
+  }
   return *this;
 }
 

@@ -12,7 +12,8 @@ FUSION_MULTIVERSION void MixRow(const double* green, const double* nearInfrared,
     const double g = green[i];
     const double n = nearInfrared[i];
     const double mixed = 0.9 * g + 0.1 * n;
-    out[i] = IsValidSample(g, greenNoData) & IsValidSample(n, nearInfraredNoData) ? mixed : g;
+    const bool mixes = IsValidSample(g, greenNoData) && IsValidSample(n, nearInfraredNoData);
+    out[i] = mixes ? mixed : g;
   }
 }
 

@@ -14,7 +14,10 @@ struct Kernel {
   int centerY;
   std::vector<double> coefficients;
 
-  double At(int column, int row) const { return coefficients[static_cast<std::size_t>(row * width + column)]; }
+  double At(int column, int row) const {
+    return coefficients[static_cast<std::size_t>(row) * static_cast<std::size_t>(width) +
+                        static_cast<std::size_t>(column)];
+  }
 };
 
 /// A kernel as the sum of a product of a column and a row, which two one-dimensional passes compute, and a single

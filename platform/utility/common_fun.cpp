@@ -172,7 +172,7 @@ std::wstring CommonFun::GetTempFilePath(const std::wstring& path) {
   for (int attempt = 0; attempt < 16; ++attempt) {
     wchar_t suffix[24];
     std::swprintf(suffix, std::size(suffix), L"~%08x%08x", random(), random());
-    const std::wstring name = stem + suffix + path.substr(dot);
+    std::wstring name = stem + suffix + path.substr(dot);
     if (CreateExclusively(name)) return name;
   }
   return {};
@@ -214,5 +214,5 @@ bool CommonFun::IsFolder(const std::wstring& path) {
 
 std::filesystem::path CommonFun::ToPath(const std::wstring& path) {
   const std::string utf8 = U2Utf8(path);
-  return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+  return {std::u8string(utf8.begin(), utf8.end())};
 }

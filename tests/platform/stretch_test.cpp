@@ -5,6 +5,7 @@
 
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/utility/common_fun.h"
 #include "tests/support/scene.h"
 
 namespace {
@@ -201,6 +202,36 @@ TEST_F(Stretch, StatisticsAreTakenInsideTheAreaAndOutsideIsZero) {
   const Image out = Run(param);
   const double expected[] = {4, 10, 10, 0, 10, 13, 0, 0, 13, 0, 0, 0, 0, 0, 0, 0};
   for (std::size_t i = 0; i < 16; ++i) EXPECT_NEAR(out.bands[0][i], expected[i], 1e-12) << i;
+}
+
+TEST_F(Stretch, RealSceneTakesItsTargetsOverItsValidPixels) {
+  const std::string folder = FUSION_TEST_DATA "/l8_swath_nodata/";
+  const std::wstring scene = CommonFun::Utf82U(folder + "ms.tif");
+  if (!FileExists(scene)) GTEST_SKIP() << "no scenes beside the checkout";
+  const std::vector<double> means = {400.0, 500.0, 600.0, 700.0};
+  const std::vector<double> deviations = {40.0, 30.0, 20.0, 10.0};
+  CStretchAlgorithmParam param = Param(means, deviations);
+  param.m_strInFile = scene;
+  const Image in = ReadImage(scene);
+  const Image out = Run(param);
+  ASSERT_EQ(out.bands.size(), 4u);
+  for (std::size_t b = 0; b < 4; ++b) {
+    long double count = 0;
+    long double sum = 0;
+    long double squares = 0;
+    for (std::size_t i = 0; i < in.bands[b].size(); ++i) {
+      if (in.bands[b][i] == 0.0) {
+        EXPECT_EQ(out.bands[b][i], 0.0) << "no-data stays";
+        continue;
+      }
+      const long double v = out.bands[b][i];
+      count += 1;
+      sum += v;
+      squares += v * v;
+    }
+    EXPECT_NEAR(static_cast<double>(sum / count), means[b], 1e-8);
+    EXPECT_NEAR(static_cast<double>(std::sqrt(squares / count - sum / count * (sum / count))), deviations[b], 1e-8);
+  }
 }
 
 TEST_F(Stretch, MissingTargetsAreAnErrorState) {
