@@ -1,13 +1,16 @@
 #include "apps/sample_command.h"
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <filesystem>
 #include <iostream>
+#include <sstream>
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/sample_scene.h"
+#include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
@@ -16,6 +19,7 @@ namespace app {
 namespace {
 
 constexpr double kPixel = 0.5;  // metres of ground
+constexpr int kLargest = 200000;
 constexpr double kEast = 440000.0;
 constexpr double kNorth = 4475000.0;
 // UTM zone 30 north.
@@ -26,6 +30,8 @@ struct Size {
   int height;
 };
 
+bool Fits(int size) { return size > 0 && size <= kLargest; }
+
 Size ParseSize(const std::string& text) {
   const auto cross = text.find('x');
   try {
@@ -34,18 +40,18 @@ Size ParseSize(const std::string& text) {
     int height = width;
     if (cross != std::string::npos && used == cross)
       height = std::stoi(text.substr(cross + 1), &used), used += cross + 1;
-    if (used == text.size() && width > 0 && height > 0) return {width, height};
+    if (used == text.size() && Fits(width) && Fits(height)) return {width, height};
   } catch (const std::exception&) {
     // Not a number: told below.
   }
-  throw UsageError("--size is N or WxH in pan pixels, not '" + text + "'.");
+  throw UsageError("--size is N or WxH in pan pixels, each 1 to " + std::to_string(kLargest) + ", not '" + text + "'.");
 }
 
 /// One of the scene's files while it is written.
 class SceneFile {
  public:
   SceneFile(const std::wstring& path, Size size, int bands, PixelDataType type, double pixel)
-      : m_path(path), m_temporary(CommonFun::GetTempFilePath(path)), m_width(size.width) {
+      : m_path(path), m_temporary(CommonFun::GetTempFilePath(path)), m_size(size), m_bands(bands), m_pixel(pixel) {
     const double geoTransform[6] = {kEast, pixel, 0.0, kNorth, 0.0, -pixel};
     if (m_temporary.empty() || !m_source.CreateRaster(kFormatGeoTiff, m_temporary, size.width, size.height, bands, type,
                                                       geoTransform, kCrs, nullptr)) {
@@ -59,21 +65,29 @@ class SceneFile {
 
   void WriteRow(int band, int row, const std::vector<double>& values) {
     // GDAL rounds and clamps to the file's type.
-    if (m_source.GetRasterBand(band)->WriteBlock(0, row, m_width, 1, values.data(), m_width, 1, PDT_FLOAT64) != 0) {
-      throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
-    }
+    Check(m_source.GetRasterBand(band)->WriteBlock(0, row, m_size.width, 1, values.data(), m_size.width, 1,
+                                                   PDT_FLOAT64) == 0);
   }
-  void Close() {
-    if (!m_source.Close()) throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
-  }
+  void Close() { Check(m_source.Close()); }
   void Publish() {
-    if (!CRasterSource::RenameFile(m_temporary, m_path)) {
-      throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
-    }
+    Check(CRasterSource::RenameFile(m_temporary, m_path));
     m_temporary.clear();
+  }
+  /// Takes a published file away again.
+  void Withdraw() {
+    if (m_temporary.empty()) CRasterSource::DeleteFileW(m_path);
+  }
+  std::string Description() const {
+    std::ostringstream text;
+    text << CommonFun::U2Utf8(m_path) << ": " << m_size.width << "x" << m_size.height << ", " << m_bands
+         << (m_bands == 1 ? " band" : " bands") << ", pixel " << m_pixel << " m";
+    return text.str();
   }
 
  private:
+  void Check(bool written) const {
+    if (!written) throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
+  }
   void Discard() {
     m_source.Close();
     CRasterSource::DeleteFileW(m_temporary);
@@ -81,7 +95,9 @@ class SceneFile {
 
   std::wstring m_path;
   std::wstring m_temporary;
-  int m_width;
+  Size m_size;
+  int m_bands;
+  double m_pixel;
   CRasterSource m_source;
 };
 
@@ -204,11 +220,21 @@ int RunSample(const SampleCommandOptions& o) {
   progress.Start(L"sample", msSize.height);
   for (int row = 0; row < msSize.height; ++row) {
     writer.WriteMsRow(row);
-    if (!progress.Step(row + 1, L"")) return kCancelled;
+    if (!progress.Step(row + 1, L"")) throw CommandError(kCancelled, ErrorSentence(ERR_CANCELLED));
   }
-  for (SceneFile* done : {&pan, &ms, &truth}) done->Close();
-  for (SceneFile* done : {&pan, &ms, &truth}) done->Publish();
   progress.Finish();
+  const std::array<SceneFile*, 3> files{&pan, &ms, &truth};
+  for (SceneFile* done : files) done->Close();
+  try {
+    for (SceneFile* done : files) done->Publish();
+  } catch (const CommandError&) {
+    // Part of a scene is of no use.
+    for (SceneFile* done : files) done->Withdraw();
+    throw;
+  }
+  if (!o.quiet) {
+    for (const SceneFile* done : files) std::cerr << done->Description() << '\n';
+  }
   return kSuccess;
 }
 

@@ -19,6 +19,11 @@ constexpr double kPanShares[4] = {0.22, 0.30, 0.32, 0.16};
 constexpr int kFieldSize = 150;
 constexpr int kRoadSpacing = 420;
 constexpr int kPlotSize = 44;
+constexpr int kTreeSpacing = 16;
+constexpr int kBendLength = 600;
+constexpr double kTown = 0.52;
+
+double Ease(double t) { return t * t * (3.0 - 2.0 * t); }
 
 }  // namespace
 
@@ -44,11 +49,17 @@ double SampleScene::Noise(unsigned channel, int column, int row) const {
   return Unit(channel, column, row) * 2.0 - 1.0;
 }
 
+/// Column of the middle of the river.
+double SampleScene::RiverAt(int row) const {
+  const int bend = row / kBendLength;
+  const double along = Ease(static_cast<double>(row % kBendLength) / kBendLength);
+  return m_width * (0.3 + 0.4 * (Unit(21, 0, bend) * (1.0 - along) + Unit(21, 0, bend + 1) * along));
+}
+
 /// Smooth noise between 0 and 1: random values on a lattice, blended.
 void SampleScene::SmoothRow(std::uint32_t channel, int period, int row, std::vector<double>& values) const {
-  const auto ease = [](double t) { return t * t * (3.0 - 2.0 * t); };
   const int top = row / period;
-  const double down = ease(static_cast<double>(row % period) / period);
+  const double down = Ease(static_cast<double>(row % period) / period);
   double left = 0.0;
   double right = 0.0;
   for (int column = 0; column < m_width; ++column) {
@@ -57,7 +68,7 @@ void SampleScene::SmoothRow(std::uint32_t channel, int period, int row, std::vec
       left = column == 0 ? Unit(channel, 0, top) * (1.0 - down) + Unit(channel, 0, top + 1) * down : right;
       right = Unit(channel, cell + 1, top) * (1.0 - down) + Unit(channel, cell + 1, top + 1) * down;
     }
-    const double across = ease(static_cast<double>(column % period) / period);
+    const double across = Ease(static_cast<double>(column % period) / period);
     values[static_cast<std::size_t>(column)] = left * (1.0 - across) + right * across;
   }
 }
@@ -84,16 +95,30 @@ SampleScene::Surface SampleScene::FieldAt(int column, int row) const {
   }
   static constexpr Kind kKinds[] = {kCrop, kCrop, kMeadow, kSoil, kSoil, kWood, kCrop, kMeadow};
   const int kind = kKinds[Hash(3, fieldX, fieldY) % std::size(kKinds)];
-  // Furrows: every field has a direction and a spacing of its own.
-  const double angle = Unit(4, fieldX, fieldY) * 3.14159;
+  // Furrows: every field has a direction and a spacing of its own. The direction comes from the half angle's tangent,
+  // because a sine may differ in its last digit from one system's library to another's.
+  const double t = Unit(4, fieldX, fieldY) * 2.0 - 1.0;
   const double spacing = 5.0 + 6.0 * Unit(5, fieldX, fieldY);
-  const double phase = (column * std::cos(angle) + row * std::sin(angle)) / spacing;
+  const double phase = (column * (1.0 - t * t) + row * 2.0 * t) / ((1.0 + t * t) * spacing);
   const double furrow = kind == kWood ? 0.0 : 0.06 * ((phase - std::floor(phase) < 0.5) ? 1.0 : -1.0);
   return {kind, 0.8 + 0.4 * Unit(6, fieldX, fieldY) + furrow};
 }
 
-SampleScene::Surface SampleScene::SurfaceAt(int column, int row, double town, double bend) const {
-  const double river = m_width * (0.55 + 0.2 * std::sin(row / 700.0 + m_seed)) + 120.0 * (bend - 0.5);
+/// A tree every so often: one crown at most in each cell of a lattice, lit from the upper left.
+bool SampleScene::TreeAt(int column, int row, double density, Surface& tree) const {
+  const int cellX = column / kTreeSpacing;
+  const int cellY = row / kTreeSpacing;
+  if (Unit(14, cellX, cellY) >= density) return false;
+  const double radius = 2.5 + 3.0 * Unit(15, cellX, cellY);
+  const double room = kTreeSpacing - 2.0 * radius;
+  const double x = column % kTreeSpacing - (radius + room * Unit(16, cellX, cellY));
+  const double y = row % kTreeSpacing - (radius + room * Unit(17, cellX, cellY));
+  if (x * x + y * y > radius * radius) return false;
+  tree = {kWood, 1.3 - 0.4 * (x + y) / radius};
+  return true;
+}
+
+SampleScene::Surface SampleScene::SurfaceAt(int column, int row, double town, double river) const {
   const double fromRiver = std::fabs(column - river);
   if (fromRiver < 28.0) return {kWater, 1.0 - 0.008 * fromRiver};
 
@@ -106,7 +131,8 @@ SampleScene::Surface SampleScene::SurfaceAt(int column, int row, double town, do
     return {kRoad, line ? 2.2 : 1.0};
   }
 
-  if (town > 0.58) {
+  Surface tree{};
+  if (town > kTown) {
     const int plotX = column / kPlotSize;
     const int plotY = row / kPlotSize;
     const int w = 14 + static_cast<int>(Unit(9, plotX, plotY) * 18.0);
@@ -119,9 +145,10 @@ SampleScene::Surface SampleScene::SurfaceAt(int column, int row, double town, do
       return {red ? kRedRoof : kBrightRoof, (x < w / 2 ? 0.85 : 1.1) * (0.8 + 0.4 * Unit(12, plotX, plotY))};
     }
     if (x >= 4 && x < w + 5 && y >= 4 && y < h + 5) return {kShadow, 1.0};
-    return {kMeadow, 0.9};
+    return TreeAt(column, row, 0.3, tree) ? tree : Surface{kMeadow, 0.9};
   }
-  return FieldAt(column, row);
+  const Surface field = FieldAt(column, row);
+  return field.kind == kMeadow && TreeAt(column, row, 0.1, tree) ? tree : field;
 }
 
 double SampleScene::Reflectance(int kind, int band) const {
@@ -147,16 +174,15 @@ double SampleScene::PanShare(int band) const {
 void SampleScene::Row(int row, std::vector<std::vector<double>>& bands) const {
   const auto width = static_cast<std::size_t>(m_width);
   std::vector<double> town(width);
-  std::vector<double> bend(width);
   std::vector<double> relief(width);
   std::vector<double> texture(width);
-  SmoothRow(20, 640, row, town);
-  SmoothRow(21, 300, row, bend);
+  const double river = RiverAt(row);
+  SmoothRow(20, 400, row, town);
   SmoothRow(22, 210, row, relief);
   SmoothRow(23, 7, row, texture);
   for (std::size_t i = 0; i < width; ++i) {
     const int column = static_cast<int>(i);
-    const Surface surface = SurfaceAt(column, row, town[i], bend[i]);
+    const Surface surface = SurfaceAt(column, row, town[i], river);
     const double rough = surface.kind == kWood ? 0.9 : surface.kind == kWater ? 0.05 : 0.25;
     const double light = surface.brightness * (0.9 + 0.2 * relief[i]) *
                          (1.0 + rough * (texture[i] - 0.5) + 0.06 * Noise(24, column, row));

@@ -28,8 +28,10 @@ class SampleScene {
   std::uint32_t Hash(std::uint32_t channel, std::int64_t x, std::int64_t y) const;
   double Unit(std::uint32_t channel, std::int64_t x, std::int64_t y) const;
   void SmoothRow(std::uint32_t channel, int period, int row, std::vector<double>& values) const;
+  double RiverAt(int row) const;
   Surface FieldAt(int column, int row) const;
-  Surface SurfaceAt(int column, int row, double town, double bend) const;
+  bool TreeAt(int column, int row, double density, Surface& tree) const;
+  Surface SurfaceAt(int column, int row, double town, double river) const;
   double Reflectance(int kind, int band) const;
 
   std::uint32_t m_seed;
