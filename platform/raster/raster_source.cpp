@@ -312,47 +312,4 @@ RasterDataFormat CRasterSource::GetDataFormat(const std::wstring& path) {
   return format ? format->number : kFormatUnknown;
 }
 
-bool CRasterSource::DeleteFileW(const std::wstring& path) {
-  if (path.empty()) return true;
-  platform::InitialiseGdal();
-  const GdalErrors quiet;
-  const std::string name = CommonFun::U2Utf8(path);
-  GDALDriver::QuietDelete(name.c_str());
-  VSIStatBufL status;
-  if (VSIStatL(name.c_str(), &status) != 0) return true;
-  // Not a raster that any driver knows, an empty temporary file for instance.
-  return !VSI_ISDIR(status.st_mode) && VSIUnlink(name.c_str()) == 0;
-}
-
-namespace {
-
-std::vector<std::string> FilesOf(const std::string& name) {
-  std::vector<std::string> files;
-  GDALDataset* dataset = GDALDataset::Open(name.c_str(), GDAL_OF_RASTER);
-  if (!dataset) return files;
-  char** list = dataset->GetFileList();
-  for (char** file = list; file && *file; ++file) files.emplace_back(*file);
-  CSLDestroy(list);
-  GDALClose(dataset);
-  return files;
-}
-
-}  // namespace
-
-bool CRasterSource::RenameFile(const std::wstring& from, const std::wstring& to) {
-  platform::InitialiseGdal();
-  const GdalErrors quiet;
-  const std::string source = CommonFun::U2Utf8(from);
-  const std::string target = CommonFun::U2Utf8(to);
-  const std::vector<std::string> replaced = FilesOf(target);
-  GDALDriverH driver = GDALIdentifyDriver(source.c_str(), nullptr);
-  if (!driver || GDALDriver::FromHandle(driver)->Rename(target.c_str(), source.c_str()) != CE_None) return false;
-  // Companions of the old raster that the new one has not replaced would speak of other pixels.
-  const std::vector<std::string> present = FilesOf(target);
-  for (const std::string& file : replaced) {
-    if (std::find(present.begin(), present.end(), file) == present.end()) VSIUnlink(file.c_str());
-  }
-  return true;
-}
-
 void* CRasterSource::NativeHandle() const { return m_impl->dataset; }

@@ -73,11 +73,11 @@ class FUSION_API CRasterSource {
 
   /// Format number by file name extension, 0 when unknown.
   static RasterDataFormat GetDataFormat(const std::wstring& path);
-  /// Removes a raster file with its companions; an empty path does nothing.
+  /// Removes a raster file with its companions (overviews, header, auxiliary files); an empty path does nothing.
   static bool DeleteFileW(const std::wstring& path);
 
-  /// Gives a raster file and its companions another name, replacing what has that name. False, with the source still
-  /// in place, when that fails.
+  /// Gives a raster file and its companions another name in the same folder, replacing the raster that has that name.
+  /// False, with both in place, when the raster itself cannot be renamed.
   static bool RenameFile(const std::wstring& from, const std::wstring& to);
 
   /// The dataset behind the raster, for the rest of the platform.
