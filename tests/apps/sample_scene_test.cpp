@@ -1,0 +1,399 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "apps/exit_status.h"
+#include "apps/sample_command.h"
+#include "platform/raster/raster_fault.h"
+#include "platform/raster/raster_source.h"
+#include "tests/support/scene.h"
+
+namespace {
+
+using reference::Image;
+
+struct Files {
+  Image pan;
+  Image ms;
+  Image truth;
+};
+
+class SampleScene : public testing::Test {
+ protected:
+  SampleScene() {
+    std::random_device random;
+    m_folder = std::filesystem::temp_directory_path() / ("fusion_sample_" + std::to_string(random()));
+    std::filesystem::create_directories(m_folder);
+  }
+  ~SampleScene() override {
+    platform::SetRasterFault({});
+    std::error_code ignored;
+    std::filesystem::remove_all(m_folder, ignored);
+  }
+
+  std::filesystem::path Folder(const std::filesystem::path& name = "scene") const { return m_folder / name; }
+
+  app::SampleCommandOptions Options(const std::string& size = "128", const std::string& name = "scene") const {
+    app::SampleCommandOptions options;
+    options.folder = Folder(name).string();
+    options.size = size;
+    options.quiet = true;
+    return options;
+  }
+
+  Files Read(const std::string& name = "scene") const {
+    const auto read = [&](const char* file) { return test_support::ReadImage((Folder(name) / file).wstring()); };
+    return {read("pan.tif"), read("ms.tif"), read("truth.tif")};
+  }
+
+  Files Write(const app::SampleCommandOptions& options) const {
+    EXPECT_EQ(app::RunSample(options), app::kSuccess);
+    return Read();
+  }
+
+  /// The exit status, whether answered or thrown.
+  static int Status(const app::SampleCommandOptions& options) {
+    try {
+      return app::RunSample(options);
+    } catch (const app::CommandError& error) {
+      EXPECT_STRNE(error.what(), "");
+      return error.status;
+    }
+  }
+
+  std::vector<std::string> Names(const std::string& name = "scene") const {
+    std::vector<std::string> names;
+    if (!std::filesystem::is_directory(Folder(name))) return names;
+    for (const auto& entry : std::filesystem::directory_iterator(Folder(name))) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  static std::string Bytes(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+ private:
+  std::filesystem::path m_folder;
+};
+
+double Mean(const std::vector<double>& values) {
+  double sum = 0.0;
+  for (const double value : values) sum += value;
+  return sum / static_cast<double>(values.size());
+}
+
+double Correlation(const std::vector<double>& a, const std::vector<double>& b) {
+  const double meanA = Mean(a);
+  const double meanB = Mean(b);
+  double ab = 0.0;
+  double aa = 0.0;
+  double bb = 0.0;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    ab += (a[i] - meanA) * (b[i] - meanB);
+    aa += (a[i] - meanA) * (a[i] - meanA);
+    bb += (b[i] - meanB) * (b[i] - meanB);
+  }
+  return ab / std::sqrt(aa * bb);
+}
+
+/// Mean of the truth's pixels inside one multispectral pixel.
+double AreaMean(const Image& truth, std::size_t band, int ratio, int column, int row) {
+  double sum = 0.0;
+  for (int y = row * ratio; y < (row + 1) * ratio; ++y) {
+    for (int x = column * ratio; x < (column + 1) * ratio; ++x) {
+      sum += truth.bands[band][static_cast<std::size_t>(y) * static_cast<std::size_t>(truth.width) +
+                               static_cast<std::size_t>(x)];
+    }
+  }
+  return sum / (ratio * ratio);
+}
+
+double LargestDistanceFromAreaMean(const Files& files, int ratio) {
+  double largest = 0.0;
+  for (std::size_t band = 0; band < files.ms.bands.size(); ++band) {
+    std::size_t i = 0;
+    for (int row = 0; row < files.ms.height; ++row) {
+      for (int column = 0; column < files.ms.width; ++column, ++i) {
+        const double distance = files.ms.bands[band][i] - AreaMean(files.truth, band, ratio, column, row);
+        largest = std::max(largest, std::fabs(distance));
+      }
+    }
+  }
+  return largest;
+}
+
+TEST_F(SampleScene, IsTheSameForASeed) {
+  ASSERT_EQ(Status(Options("96x80", "first")), app::kSuccess);
+  ASSERT_EQ(Status(Options("96x80", "second")), app::kSuccess);
+  for (const char* name : {"pan.tif", "ms.tif", "truth.tif"}) {
+    const std::string bytes = Bytes(Folder("first") / name);
+    EXPECT_FALSE(bytes.empty());
+    EXPECT_TRUE(bytes == Bytes(Folder("second") / name)) << name;
+  }
+}
+
+TEST_F(SampleScene, IsAnotherForAnotherSeed) {
+  auto options = Options();
+  const Files first = Write(options);
+  options.seed = 2;
+  options.overwrite = true;
+  const Files second = Write(options);
+  EXPECT_LT(Correlation(first.pan.bands[0], second.pan.bands[0]), 0.9);
+  for (std::size_t band = 0; band < 4; ++band) EXPECT_NE(first.ms.bands[band], second.ms.bands[band]);
+}
+
+TEST_F(SampleScene, MultispectralPixelIsTheAreaAverageOfTheTruth) {
+  for (const int ratio : {2, 4}) {
+    auto options = Options("120x88");
+    options.ratio = ratio;
+    options.type = "float64";
+    options.overwrite = true;
+    // Noise of 0.002 in reflectance, a reflectance of 1 being 9800 counts.
+    EXPECT_LE(LargestDistanceFromAreaMean(Write(options), ratio), 0.002 * 9800.0 + 1e-6) << ratio;
+    EXPECT_GT(LargestDistanceFromAreaMean(Read(), ratio), 1.0) << "a sensor has noise";
+  }
+}
+
+TEST_F(SampleScene, PanSeesWhatTheVisibleBandsSee) {
+  const Files files = Write(Options("512"));
+  std::vector<double> visible(files.pan.bands[0].size());
+  for (std::size_t i = 0; i < visible.size(); ++i) {
+    visible[i] = (files.truth.bands[0][i] + files.truth.bands[1][i] + files.truth.bands[2][i]) / 3.0;
+  }
+  EXPECT_GT(Correlation(files.pan.bands[0], visible), 0.8);
+}
+
+TEST_F(SampleScene, BandsAreRelatedButNotTheSame) {
+  const Files files = Write(Options("512"));
+  EXPECT_GT(Correlation(files.truth.bands[0], files.truth.bands[1]), 0.7);
+  EXPECT_LT(Correlation(files.truth.bands[2], files.truth.bands[3]), 0.7) << "plants are dark in red, bright beyond";
+}
+
+TEST_F(SampleScene, SizesFollowTheRatio) {
+  for (const int ratio : {1, 2, 4}) {
+    auto options = Options("64x48");
+    options.ratio = ratio;
+    options.bands = 3;
+    options.overwrite = true;
+    const Files files = Write(options);
+    EXPECT_EQ(files.pan.width, 64);
+    EXPECT_EQ(files.pan.height, 48);
+    EXPECT_EQ(files.truth.width, 64);
+    EXPECT_EQ(files.truth.height, 48);
+    EXPECT_EQ(files.ms.width, 64 / ratio);
+    EXPECT_EQ(files.ms.height, 48 / ratio);
+    EXPECT_EQ(files.pan.bands.size(), 1U);
+    EXPECT_EQ(files.ms.bands.size(), 3U);
+    EXPECT_EQ(files.truth.bands.size(), 3U);
+  }
+}
+
+TEST_F(SampleScene, SizeIsRoundedUpToTheRatioAndSaidSo) {
+  auto options = Options("33x5");
+  options.quiet = false;
+  testing::internal::CaptureStderr();
+  const Files files = Write(options);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("rounded up to 36x8"));
+  EXPECT_EQ(files.pan.width, 36);
+  EXPECT_EQ(files.pan.height, 8);
+  EXPECT_EQ(files.ms.width, 9);
+  EXPECT_EQ(files.ms.height, 2);
+}
+
+TEST_F(SampleScene, NamesItsFilesUnlessQuiet) {
+  auto options = Options("64");
+  options.quiet = false;
+  testing::internal::CaptureStderr();
+  Write(options);
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(said, testing::HasSubstr("pan.tif: 64x64, 1 band, pixel 0.5 m\n"));
+  EXPECT_THAT(said, testing::HasSubstr("ms.tif: 16x16, 4 bands, pixel 2 m\n"));
+  EXPECT_THAT(said, testing::HasSubstr("truth.tif: 64x64, 4 bands, pixel 0.5 m\n"));
+
+  options.quiet = true;
+  options.overwrite = true;
+  testing::internal::CaptureStderr();
+  Write(options);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(SampleScene, EveryTypeHoldsSensibleValues) {
+  const struct {
+    const char* name;
+    PixelDataType type;
+    double low;
+    double high;
+  } kTypes[] = {
+      {"uint8", PDT_UINT8, 4.0, 250.0},         {"uint16", PDT_UINT16, 150.0, 10100.0},
+      {"int16", PDT_INT16, 150.0, 10100.0},     {"uint32", PDT_UINT32, 150.0, 10100.0},
+      {"int32", PDT_INT32, 150.0, 10100.0},     {"float32", PDT_FLOAT32, 150.0, 10100.0},
+      {"float64", PDT_FLOAT64, 150.0, 10100.0},
+  };
+  for (const auto& type : kTypes) {
+    SCOPED_TRACE(type.name);
+    auto options = Options("256");
+    options.type = type.name;
+    options.overwrite = true;
+    const Files files = Write(options);
+    for (const char* name : {"pan.tif", "ms.tif", "truth.tif"}) {
+      CRasterSource source;
+      ASSERT_TRUE(source.OpenSimple((Folder() / name).wstring()));
+      EXPECT_EQ(source.GetRasterDataType(), type.type) << name;
+    }
+    for (const Image* image : {&files.pan, &files.ms, &files.truth}) {
+      for (const auto& band : image->bands) {
+        const auto [least, most] = std::minmax_element(band.begin(), band.end());
+        EXPECT_GE(*least, type.low);
+        EXPECT_LE(*most, type.high);
+        EXPECT_GT(*most, 2.0 * *least) << "nothing to see";
+      }
+    }
+  }
+}
+
+TEST_F(SampleScene, ImagesLieOverEachOther) {
+  for (const int ratio : {2, 4}) {
+    auto options = Options("64");
+    options.ratio = ratio;
+    options.overwrite = true;
+    const Files files = Write(options);
+    EXPECT_THAT(files.pan.geoTransform, testing::ElementsAreArray(files.truth.geoTransform));
+    EXPECT_THAT(files.pan.geoTransform, testing::ElementsAre(440000.0, 0.5, 0.0, 4475000.0, 0.0, -0.5));
+    EXPECT_THAT(files.ms.geoTransform, testing::ElementsAre(440000.0, 0.5 * ratio, 0.0, 4475000.0, 0.0, -0.5 * ratio));
+  }
+  for (const char* name : {"pan.tif", "ms.tif", "truth.tif"}) {
+    CRasterSource source;
+    ASSERT_TRUE(source.OpenSimple((Folder() / name).wstring()));
+    EXPECT_NE(source.GetSpatialReferenceWKT().find(L"UTM zone 30N"), std::wstring::npos) << name;
+  }
+}
+
+TEST_F(SampleScene, FolderMayHaveAnyName) {
+  const std::filesystem::path folder = Folder(u8"parcela ñ 影像");
+  const std::u8string name = folder.u8string();
+  auto options = Options("64");
+  options.folder.assign(name.begin(), name.end());
+  EXPECT_EQ(Status(options), app::kSuccess);
+  EXPECT_TRUE(std::filesystem::is_regular_file(folder / "truth.tif"));
+}
+
+TEST_F(SampleScene, OneAndSixteenBandsWork) {
+  for (const int bands : {1, 16}) {
+    auto options = Options("64");
+    options.bands = bands;
+    options.overwrite = true;
+    const Files files = Write(options);
+    EXPECT_EQ(files.ms.bands.size(), static_cast<std::size_t>(bands));
+    EXPECT_LE(LargestDistanceFromAreaMean(files, 4), 0.002 * 9800.0 + 1.0);
+  }
+}
+
+TEST_F(SampleScene, RefusesWrongOptions) {
+  for (const char* size :
+       {"0", "-4", "x", "", "12x", "x12", "12x0", "12x12x12", "12.5", "12a", "200001", "2147483647", "99999999999"}) {
+    EXPECT_EQ(Status(Options(size)), app::kWrongUsage) << size;
+  }
+  for (const int wrong : {-1, 0, 17}) {
+    auto ratio = Options();
+    ratio.ratio = wrong;
+    EXPECT_EQ(Status(ratio), app::kWrongUsage);
+    auto bands = Options();
+    bands.bands = wrong;
+    EXPECT_EQ(Status(bands), app::kWrongUsage);
+  }
+  auto type = Options();
+  type.type = "complex";
+  EXPECT_EQ(Status(type), app::kWrongUsage);
+  EXPECT_FALSE(std::filesystem::exists(Folder())) << "no folder for a scene that was refused";
+}
+
+TEST_F(SampleScene, ReplacesFilesOnlyWhenToldTo) {
+  for (const char* name : {"pan.tif", "ms.tif", "truth.tif"}) {
+    std::filesystem::remove_all(Folder());
+    std::filesystem::create_directories(Folder());
+    std::ofstream(Folder() / name) << "mine";
+    EXPECT_EQ(Status(Options("64")), app::kWrongUsage);
+    EXPECT_EQ(Bytes(Folder() / name), "mine");
+    EXPECT_THAT(Names(), testing::ElementsAre(name));
+  }
+  auto options = Options("64");
+  options.overwrite = true;
+  EXPECT_EQ(Write(options).truth.width, 64);
+  EXPECT_THAT(Names(), testing::ElementsAre("ms.tif", "pan.tif", "truth.tif"));
+}
+
+TEST_F(SampleScene, FailsBelowAFile) {
+  std::ofstream(Folder("file")) << "no folder";
+  EXPECT_EQ(Status(Options("64", "file")), app::kRunFailed);
+  EXPECT_EQ(Status(Options("64", "file/below")), app::kRunFailed);
+  EXPECT_EQ(Bytes(Folder("file")), "no folder");
+}
+
+TEST_F(SampleScene, LeavesNothingAfterAFailure) {
+  using platform::RasterOperation;
+  for (const RasterOperation broken : {RasterOperation::kCreate, RasterOperation::kWrite, RasterOperation::kClose}) {
+    for (const char* victim : {"pan", "ms", "truth"}) {
+      SCOPED_TRACE(victim);
+      bool struck = false;
+      platform::SetRasterFault(
+          [&](RasterOperation operation, const std::wstring& path, int /*band*/, const CRect& /*rect*/) {
+            const std::string name = std::filesystem::path(path).filename().string();
+            if (operation != broken || name.rfind(victim, 0) != 0) return false;
+            return struck = true;
+          });
+      EXPECT_EQ(Status(Options("64")), app::kRunFailed);
+      EXPECT_TRUE(struck);
+      EXPECT_THAT(Names(), testing::IsEmpty());
+    }
+  }
+}
+
+TEST_F(SampleScene, KeepsTheOldSceneWhenTheNewOneFails) {
+  Write(Options("64"));
+  const std::string before = Bytes(Folder() / "pan.tif");
+  platform::SetRasterFault([](platform::RasterOperation operation, const std::wstring&, int, const CRect&) {
+    return operation == platform::RasterOperation::kWrite;
+  });
+  auto options = Options("128");
+  options.overwrite = true;
+  EXPECT_EQ(Status(options), app::kRunFailed);
+  EXPECT_TRUE(before == Bytes(Folder() / "pan.tif"));
+  EXPECT_THAT(Names(), testing::ElementsAre("ms.tif", "pan.tif", "truth.tif"));
+}
+
+TEST_F(SampleScene, IsAllOrNothing) {
+  // A folder in the place of the last file: the first two must not stay alone.
+  std::filesystem::create_directories(Folder() / "truth.tif" / "full");
+  auto options = Options("64");
+  options.overwrite = true;
+  EXPECT_EQ(Status(options), app::kRunFailed);
+  EXPECT_THAT(Names(), testing::ElementsAre("truth.tif"));
+  EXPECT_TRUE(std::filesystem::is_directory(Folder() / "truth.tif" / "full"));
+}
+
+TEST_F(SampleScene, InterruptCancelsIt) {
+  bool interrupted = false;
+  platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring&, int, const CRect& rect) {
+    // Once only: a second interrupt would end the program.
+    if (operation == platform::RasterOperation::kWrite && rect.top >= 8 && !interrupted) {
+      interrupted = true;
+      std::raise(SIGINT);
+    }
+    return false;
+  });
+  EXPECT_EQ(Status(Options("64")), app::kCancelled);
+  EXPECT_TRUE(interrupted);
+  EXPECT_THAT(Names(), testing::IsEmpty());
+}
+
+}  // namespace
