@@ -5,6 +5,7 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
+#include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"
 
@@ -16,8 +17,9 @@ CFusion* Make(FusionParam* param) {
 }
 
 /// In the order of FusionType.
-constexpr std::array kMakers = {Make<CIhsTranFusion>, Make<CWeightFusion>, Make<CBroveyFusion>, Make<CMultipleFusion>,
-                                Make<CPrinComponentFusion>};
+constexpr std::array kMakers = {Make<CIhsTranFusion>,       Make<CWeightFusion>,
+                                Make<CBroveyFusion>,        Make<CMultipleFusion>,
+                                Make<CPrinComponentFusion>, Make<CSimplePanSharpeningFusionProcessAlg>};
 
 }  // namespace
 

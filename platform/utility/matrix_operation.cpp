@@ -1,6 +1,8 @@
 #include "platform/utility/matrix_operation.h"
 
 #include <Eigen/LU>
+#include <Eigen/SVD>
+#include <limits>
 
 namespace {
 
@@ -24,4 +26,13 @@ bool CMatrixOperation::InverseMatrix(double* matrix, int n) {
   if (!inverse.allFinite()) return false;
   values = inverse;
   return true;
+}
+
+double CMatrixOperation::ConditionNumber(const double* matrix, int n) {
+  constexpr double kInfinite = std::numeric_limits<double>::infinity();
+  if (!matrix || n < 1) return kInfinite;
+  const Eigen::Map<const Matrix> values(matrix, n, n);
+  if (!values.allFinite()) return kInfinite;
+  const auto singular = Eigen::JacobiSVD<Matrix>(values).singularValues();
+  return singular[n - 1] > 0.0 ? singular[0] / singular[n - 1] : kInfinite;
 }

@@ -9,4 +9,7 @@ class FUSION_API CMatrixOperation {
   static void Multimatrix(const double* a, const double* b, int rowsA, int colsA, int colsB, double* c);
   /// Inverts an n x n matrix in place; a singular one answers false and is left unchanged.
   static bool InverseMatrix(double* matrix, int n);
+  /// Largest over smallest singular value of an n x n matrix; infinite for a singular one and for entries that are not
+  /// finite.
+  static double ConditionNumber(const double* matrix, int n);
 };

@@ -7,6 +7,7 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
+#include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 #include "tests/support/recording_progress.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"
@@ -30,6 +31,7 @@ TEST(FusionAlgorithmFactory, CreatesEachTypeWithTheReporterGiven) {
   ExpectCreates<CBroveyFusion>(2);
   ExpectCreates<CMultipleFusion>(3);
   ExpectCreates<CPrinComponentFusion>(4);
+  ExpectCreates<CSimplePanSharpeningFusionProcessAlg>(5);
 }
 
 TEST(FusionAlgorithmFactory, UnknownTypesGiveNull) {

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "framework/fusion.h"
+#include "highpass/bayesian_model.h"
+
+/// The application step of Bayesian pan-sharpening: a linear estimate of the high-resolution multispectral vector from
+/// the resampled one and the pan value,
+///
+///   out(b) = (pan - m) x 2w x c(b) / s + 2w x t(b),  t = ms x M,
+///
+/// with the weight w of pan, its mean m and variance s given the bands, the per-band pan covariance c and the matrix M
+/// of BayesianModel, where the source and the meaning of these terms stand. The class estimates nothing: run
+/// BayesianModelEstimator first and hand its model to SetModel.
+class FUSION_API BayesPanSharpeningFusion : public CFusion {
+ public:
+  /// The weight is part of the model; that of a BayesianFusionParam given here is not taken over.
+  explicit BayesPanSharpeningFusion(FusionParam* param);
+  ~BayesPanSharpeningFusion() override;
+  BayesPanSharpeningFusion(const BayesPanSharpeningFusion&);
+  BayesPanSharpeningFusion& operator=(const BayesPanSharpeningFusion&);
+
+  /// A run whose bands are not as many as the model's is error type 7.
+  void SetModel(const BayesianModel& model);
+
+  /// Needs no statistics.
+  GISError Preproccess() override;
+  GISError StartBolckProcess() override;
+  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
+
+ protected:
+  BayesianFusionParam m_bayesParam;  ///< its m_dBayesParam is w
+  double m_dPanVariance = 0.0;       ///< s; below 1e-8 it becomes 1 on first use
+  double m_dPanMean = 0.0;           ///< m
+  int m_nModelBands = 0;             ///< n
+  SharedArray m_pPanCovariance;      ///< c, n values
+  SharedArray m_pTransform;          ///< M, n x n, row-major
+};

@@ -1,0 +1,216 @@
+#include "highpass/bayesian_model.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "framework/messages.h"
+#include "highpass/bayesian_samples.h"
+#include "platform/utility/matrix_operation.h"
+#include "platform/utility/running_covariance.h"
+
+namespace messages = fusion::messages;
+using platform::RunningCovariance;
+
+namespace {
+
+constexpr double kSingular = 1e12;
+constexpr double kLeastVariance = 1e-8;
+
+/// Whether a quantity varies by more than the rounding errors of its mean.
+bool HasSpread(const RunningCovariance& statistics, int i) {
+  return std::sqrt(statistics.Covariance(i, i)) > 1e-12 * std::fabs(statistics.Mean(i));
+}
+
+/// Solves covariance x solution = right hand side, the bands scaled to unit variance so that their units do not matter.
+class BandSystem {
+ public:
+  /// @param statistics whose first n components are the bands
+  BandSystem(const RunningCovariance& statistics, int n) : m_n(static_cast<std::size_t>(n)), m_inverse(m_n * m_n) {
+    for (int i = 0; i < n; ++i) m_deviations.push_back(std::sqrt(statistics.Covariance(i, i)));
+    for (std::size_t i = 0; i < m_n; ++i) {
+      for (std::size_t j = 0; j < m_n; ++j) {
+        m_inverse[i * m_n + j] =
+            statistics.Covariance(static_cast<int>(i), static_cast<int>(j)) / (m_deviations[i] * m_deviations[j]);
+      }
+    }
+    m_solvable = CMatrixOperation::ConditionNumber(m_inverse.data(), n) < kSingular &&
+                 CMatrixOperation::InverseMatrix(m_inverse.data(), n);
+  }
+
+  bool IsSolvable() const { return m_solvable; }
+  std::vector<double> Solve(std::vector<double> right) const {
+    std::vector<double> solution(m_n);
+    const int n = static_cast<int>(m_n);
+    for (std::size_t i = 0; i < m_n; ++i) right[i] /= m_deviations[i];
+    CMatrixOperation::Multimatrix(m_inverse.data(), right.data(), n, n, 1, solution.data());
+    for (std::size_t i = 0; i < m_n; ++i) solution[i] /= m_deviations[i];
+    return solution;
+  }
+
+ private:
+  std::size_t m_n;
+  std::vector<double> m_deviations;
+  std::vector<double> m_inverse;
+  bool m_solvable;
+};
+
+/// The covariances of the last component with the others.
+std::vector<double> CovariancesWithLast(const RunningCovariance& statistics, int n) {
+  std::vector<double> result;
+  for (int i = 0; i < n; ++i) result.push_back(statistics.Covariance(i, n));
+  return result;
+}
+
+std::vector<double> DetailCovariance(const RunningCovariance& details, int n) {
+  std::vector<double> sigma;
+  double trace = 0.0;
+  for (int i = 0; i < n; ++i) {
+    for (int j = 0; j < n; ++j) sigma.push_back(details.Covariance(i, j));
+    trace += details.Covariance(i, i);
+  }
+  if (CMatrixOperation::ConditionNumber(sigma.data(), n) > kSingular) {
+    for (int i = 0; i < n; ++i) sigma[static_cast<std::size_t>(i * n + i)] += 1e-9 * trace / n;
+  }
+  return sigma;
+}
+
+double Dot(const std::vector<double>& a, const std::vector<double>& b) {
+  double sum = 0.0;
+  for (std::size_t i = 0; i < a.size(); ++i) sum += a[i] * b[i];
+  return sum;
+}
+
+}  // namespace
+
+namespace fusion {
+
+BayesianModel MakeBayesianModel(double weight, double intercept, const std::vector<double>& coefficients,
+                                double residualVariance, const std::vector<double>& sigma) {
+  const std::size_t n = coefficients.size();
+  BayesianModel model;
+  model.weight = weight;
+  model.panMean = intercept;
+  model.panVariance = residualVariance < kLeastVariance ? 1.0 : residualVariance;
+  model.coefficients = coefficients;
+
+  // V is the inverse of a matrix plus a product of a vector with itself: by Sherman and Morrison's formula, with
+  // k = w / ((1-w) s), it is (Sigma - k Sigma beta beta' Sigma / (1 + k beta' Sigma beta)) / (2(1-w)), and no matrix
+  // has to be inverted.
+  std::vector<double> spread(n);
+  const int size = static_cast<int>(n);
+  CMatrixOperation::Multimatrix(sigma.data(), coefficients.data(), size, size, 1, spread.data());
+  const double k = weight / ((1.0 - weight) * model.panVariance);
+  const double scale = 1.0 + k * Dot(coefficients, spread);
+  for (std::size_t i = 0; i < n; ++i) {
+    model.panCovariance.push_back(spread[i] / (2.0 * (1.0 - weight) * scale));
+    for (std::size_t j = 0; j < n; ++j) {
+      const double identity = i == j ? 1.0 : 0.0;
+      model.transform.push_back((identity - k * coefficients[i] * spread[j] / scale) / (2.0 * weight));
+    }
+  }
+  return model;
+}
+
+}  // namespace fusion
+
+BayesianModelEstimator::BayesianModelEstimator(const BayesianFusionParam& param) : m_param(param) {}
+BayesianModelEstimator::~BayesianModelEstimator() = default;
+
+void BayesianModelEstimator::Process() {
+  ClearError();
+  m_model = {};
+  Guard([this] { Estimate(); });
+}
+
+bool BayesianModelEstimator::Open(CRasterSource& pan, CRasterSource& ms, std::vector<CRasterBand*>& bands) {
+  if (!(m_param.m_dBayesParam > 0.0 && m_param.m_dBayesParam < 1.0)) {
+    Fail(ERR_EXCEPTION, L"贝叶斯权重必须大于0且小于1！");
+    return false;
+  }
+  for (const auto& [source, path] : {std::pair(&pan, m_param.m_strPanFile), std::pair(&ms, m_param.m_strMSFile)}) {
+    if (source->Open(path, GDA_READ, m_param.m_bOpenOption)) continue;
+    Fail(ERR_OPEN, messages::OpenFailed(path));
+    return false;
+  }
+  if (m_param.m_vecMSBands.empty()) {
+    for (int b = 0; b < ms.GetBandCount(); ++b) m_param.m_vecMSBands.push_back(b);
+  }
+  for (const int b : m_param.m_vecMSBands) bands.push_back(ms.GetRasterBand(b));
+  const bool exist = std::all_of(bands.begin(), bands.end(), [](const CRasterBand* band) { return band != nullptr; });
+  if (exist && pan.GetRasterBand(m_param.m_nPanBand)) return true;
+  Fail(ERR_READ, messages::kReadFailed);
+  return false;
+}
+
+void BayesianModelEstimator::Estimate() {
+  CRasterSource pan;
+  CRasterSource ms;
+  std::vector<CRasterBand*> bands;
+  if (!Open(pan, ms, bands)) return;
+  fusion::PanAverage average(pan, *pan.GetRasterBand(m_param.m_nPanBand), ms);
+  if (m_param.m_bNeedReproject && !average.Reproject(pan, ms)) return Fail(ERR_REPROJECT, messages::kReprojectFailed);
+
+  const int n = static_cast<int>(bands.size());
+  fusion::BayesianSamples samples(ms, bands, average);
+  if (m_pProgress) m_pProgress->Start(messages::RunTitle(L"贝叶斯模型估计"), 2 * samples.TileCount());
+  int step = 0;
+  const auto pass = [&](const std::function<void(const fusion::BayesianBatch&)>& visit) {
+    const bool read = samples.ForEachTile([&](const fusion::BayesianBatch& batch) {
+      visit(batch);
+      if (!m_pProgress || m_pProgress->Step(++step, messages::kProcessing)) return true;
+      m_nLastErrorType = ERR_CANCELLED;
+      return false;
+    });
+    if (!read) Fail(ERR_READ, messages::kReadFailed);
+    return m_nLastErrorType == ERR_NONE;
+  };
+
+  RunningCovariance values(n + 1);  // bands and pan
+  RunningCovariance details(n);
+  std::vector<const double*> columns;
+  const bool summed = pass([&](const fusion::BayesianBatch& batch) {
+    columns = batch.bands;
+    columns.push_back(batch.pan);
+    values.Add(columns.data(), batch.count);
+    details.Add(batch.details.data(), batch.count);
+  });
+  if (!summed) return;
+  if (values.Count() < n + 2) return Fail(ERR_STATISTICS, L"有效的公共像元太少，无法估计贝叶斯模型！");
+  for (int i = 0; i <= n; ++i) {
+    // Details are compared with the values they were taken from.
+    if (HasSpread(values, i) && (i == n || details.Covariance(i, i) > 1e-24 * values.Covariance(i, i))) continue;
+    return Fail(ERR_ZERO_DEVIATION, L"影像数据标准差为零，无法估计贝叶斯模型！");
+  }
+  const BandSystem system(values, n);
+  if (!system.IsSolvable()) return Fail(ERR_STATISTICS, L"多光谱波段线性相关，无法估计贝叶斯模型！");
+  std::vector<double> beta = system.Solve(CovariancesWithLast(values, n));
+  const auto intercept = [&] {
+    double a = values.Mean(n);
+    for (int i = 0; i < n; ++i) a -= beta[static_cast<std::size_t>(i)] * values.Mean(i);
+    return a;
+  };
+
+  // The residuals themselves, since their variance may be lost in the digits of pan's; and what of them still goes with
+  // the bands for the last digits of beta.
+  RunningCovariance residuals(n + 1);
+  std::vector<double> residual;
+  const double a = intercept();
+  const bool refined = pass([&](const fusion::BayesianBatch& batch) {
+    residual.assign(batch.pan, batch.pan + batch.count);
+    for (double& e : residual) e -= a;
+    for (std::size_t b = 0; b < beta.size(); ++b) {
+      for (std::size_t i = 0; i < residual.size(); ++i) residual[i] -= beta[b] * batch.bands[b][i];
+    }
+    columns = batch.bands;
+    columns.push_back(residual.data());
+    residuals.Add(columns.data(), batch.count);
+  });
+  if (!refined) return;
+  const std::vector<double> left = CovariancesWithLast(residuals, n);
+  const std::vector<double> correction = system.Solve(left);
+  for (std::size_t b = 0; b < beta.size(); ++b) beta[b] += correction[b];
+  const double variance = std::max(residuals.Covariance(n, n) - Dot(correction, left), 0.0);
+
+  m_model = fusion::MakeBayesianModel(m_param.m_dBayesParam, intercept(), beta, variance, DetailCovariance(details, n));
+  if (m_pProgress) m_pProgress->Finish();
+}

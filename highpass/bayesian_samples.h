@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "highpass/pan_average.h"
+#include "platform/raster/raster_source.h"
+
+namespace fusion {
+
+/// One batch of samples: the multispectral pixels of a tile that lie wholly on valid pan pixels and are valid, like
+/// their eight neighbours, in all chosen bands. One column of count values for each quantity.
+struct BayesianBatch {
+  std::int64_t count;
+  const std::vector<const double*>& bands;    ///< the pixel's values
+  const std::vector<const double*>& details;  ///< the same less the mean over 3 x 3 pixels, edges repeated
+  const double* pan;                          ///< the pan image averaged over the pixel
+};
+
+/// Streams the samples of a pan and a multispectral image in tiles, so that memory depends on no image's size.
+class BayesianSamples {
+ public:
+  /// @param bands chosen bands of ms
+  BayesianSamples(const CRasterSource& ms, std::vector<CRasterBand*> bands, PanAverage& pan);
+
+  int TileCount() const { return m_tiles.Count(); }
+  /// Calls visit for every tile, with or without a sample, until it answers false. False after a failed read.
+  bool ForEachTile(const std::function<bool(const BayesianBatch&)>& visit);
+
+ private:
+  bool Collect(const CRect& tile);
+  void CollectRow(const CRect& tile, const CRect& read, int row);
+
+  std::vector<CRasterBand*> m_bands;
+  std::vector<double> m_noData;
+  PanAverage& m_pan;
+  BlockGrid m_tiles;
+  BandBuffers m_buffers;
+  std::int64_t m_count = 0;
+  std::vector<std::vector<double>> m_columns;  ///< bands, details, pan
+  std::vector<const double*> m_bandColumns;
+  std::vector<const double*> m_detailColumns;
+};
+
+}  // namespace fusion

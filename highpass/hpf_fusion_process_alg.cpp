@@ -1,0 +1,106 @@
+#include "highpass/hpf_fusion_process_alg.h"
+
+#include "framework/messages.h"
+#include "highpass/hpf_fusion.h"
+#include "highpass/hpf_param.h"
+#include "highpass/stage_pipeline.h"
+#include "platform/processing/stretch_of_multi_band.h"
+#include "platform/raster/raster_source.h"
+
+namespace messages = fusion::messages;
+
+CHpfFusionProcessAlg::CHpfFusionProcessAlg(FusionParam* param) : m_hpfParam(fusion::ToHpfParam(param)) {}
+CHpfFusionProcessAlg::~CHpfFusionProcessAlg() = default;
+CHpfFusionProcessAlg::CHpfFusionProcessAlg(const CHpfFusionProcessAlg&) = default;
+CHpfFusionProcessAlg& CHpfFusionProcessAlg::operator=(const CHpfFusionProcessAlg&) = default;
+
+void CHpfFusionProcessAlg::Process() {
+  ClearError();
+  Guard([this] {
+    fusion::StagePipeline pipeline(
+        m_hpfParam, m_pProgress,
+        {"HpfFusionProcessAlg", __LINE__, "CHpfFusionProcessAlg::Process", L"开始HPF融合处理", L"HPF融合处理结束"});
+    pipeline.Execute([&] { return RunStages(pipeline); });
+    if (pipeline.HasFailed()) SetError(pipeline.ErrorType(), pipeline.ErrorMessage());
+  });
+}
+
+bool CHpfFusionProcessAlg::RunStages(fusion::StagePipeline& pipeline) {
+  std::wstring highPass;
+  std::wstring secondHighPass;
+  if (!pipeline.Convolve(L"卷积处理(1/4)", m_hpfParam.m_filter1, highPass)) return false;
+  if (m_hpfParam.m_bSecondFilter && !pipeline.Convolve(L"二次卷积(1/4)", m_hpfParam.m_filter2, secondHighPass)) {
+    return false;
+  }
+  if (!pipeline.MakeGreen(L"加绿处理(2/4)")) return false;
+  if (Preproccess() != GIS_SUCCESS) return false;
+
+  std::wstring fused;
+  std::wstring corrected;
+  if (!Fuse(pipeline, highPass, secondHighPass, fused) || !CorrectSpectrally(pipeline, fused, corrected)) return false;
+  // Eight bits whatever type the run asks for.
+  return !m_hpfParam.m_bDataStretch || pipeline.AdjustLevel(L"数据拉伸处理(4/4)", corrected, PDT_UINT8, 0.0001);
+}
+
+GISError CHpfFusionProcessAlg::Preproccess() {
+  CRasterSource ms;
+  if (!ms.Open(m_hpfParam.m_strMSFile, GDA_READ, m_hpfParam.m_bOpenOption)) {
+    Fail(ERR_OPEN, L"打开多光谱影像失败！");
+    return GIS_OPEN_FAILED;
+  }
+  if (m_hpfParam.m_vecMSBands.empty()) {
+    for (int b = 0; b < ms.GetBandCount(); ++b) m_hpfParam.m_vecMSBands.push_back(b);
+  }
+  const std::size_t count = m_hpfParam.m_vecMSBands.size();
+  m_pMulMeans = SharedArray(count);
+  m_pMulStdvs = SharedArray(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    // The file's i-th band, not the i-th chosen one.
+    CRasterBand* band = ms.GetRasterBand(static_cast<int>(i));
+    if (!band) continue;
+    double minimum = 0.0;
+    double maximum = 0.0;
+    if (!band->ComputeStatics(&minimum, &maximum, &m_pMulMeans[i], &m_pMulStdvs[i], true, m_pProgress)) {
+      return FailStatistics();
+    }
+  }
+  m_eMSDataType = ms.GetRasterDataType();
+  return GIS_SUCCESS;
+}
+
+GISError CHpfFusionProcessAlg::FailStatistics() {
+  if (m_pProgress && m_pProgress->IsCancelRequested()) {
+    m_nLastErrorType = ERR_CANCELLED;
+  } else {
+    Fail(ERR_STATISTICS, messages::kMsStatisticsFailed);
+  }
+  return GIS_FAILED;
+}
+
+bool CHpfFusionProcessAlg::Fuse(fusion::StagePipeline& pipeline, const std::wstring& highPass,
+                                const std::wstring& secondHighPass, std::wstring& fused) {
+  if (!pipeline.MakeTempFile(fused)) return false;
+  HpfFusionParam record = pipeline.FusionRecord(L"HPF融合处理(3/4)", highPass, secondHighPass, fused);
+  record.m_bSecondFilter = m_hpfParam.m_bSecondFilter;
+  record.m_bDataStretch = m_hpfParam.m_bDataStretch;
+  record.m_bHpfFlag4 = m_hpfParam.m_bHpfFlag4;
+  CHpfFusion stage(&record);
+  stage.SetMulMeanValue(m_pMulMeans);
+  stage.SetMulStdvValue(m_pMulStdvs);
+  return pipeline.Run(stage);
+}
+
+bool CHpfFusionProcessAlg::CorrectSpectrally(fusion::StagePipeline& pipeline, const std::wstring& fused,
+                                             std::wstring& corrected) {
+  corrected = m_hpfParam.m_strOutFile;
+  if (m_hpfParam.m_bDataStretch && !pipeline.MakeTempFile(corrected)) return false;
+  CStretchAlgorithmParam record;
+  pipeline.FillRecord(record, L"光谱校正(4/4)", fused, corrected);
+  record.m_eOutDataType = m_eMSDataType;
+  record.m_eOutFormat = m_hpfParam.m_bDataStretch ? kFormatGeoTiff : m_hpfParam.m_eOutFormat;
+  record.m_nOutBandCount = m_hpfParam.m_nOutBandCount;
+  record.m_pMeans = m_pMulMeans;
+  record.m_pStdDevs = m_pMulStdvs;
+  CStretchOfMultiBand stage(&record);
+  return pipeline.Run(stage);
+}

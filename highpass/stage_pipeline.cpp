@@ -1,0 +1,153 @@
+#include "highpass/stage_pipeline.h"
+
+#include "framework/messages.h"
+#include "platform/algorithm/build_raster_overviews.h"
+#include "platform/processing/convolution.h"
+#include "platform/processing/make_green_alg.h"
+#include "platform/processing/outo_adjust_level.h"
+#include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
+#include "platform/utility/log.h"
+
+namespace fusion {
+
+StagePipeline::StagePipeline(HpfFusionParam& param, CBaseProgress* progress, const PipelineLog& log)
+    : m_param(param), m_progress(progress), m_log(log), m_msFile(param.m_strMSFile) {}
+
+StagePipeline::~StagePipeline() {
+  m_param.m_strMSFile = m_msFile;
+  RemoveTempFiles();
+}
+
+bool StagePipeline::Execute(const std::function<bool()>& stages) {
+  if (m_progress) {
+    m_progress->Start(messages::RunTitle(m_param.m_strAlgName), 100);
+    m_progress->Step(0, messages::kConfiguring);
+  }
+  // No stage sees all three, and the last one would replace the input.
+  for (const auto& input : {m_param.m_strPanFile, m_param.m_strMSFile}) {
+    if (!CommonFun::IsSameFile(m_param.m_strOutFile, input)) continue;
+    Fail(ERR_CREATE, messages::CreateFailed(m_param.m_strOutFile));
+    if (m_progress) m_progress->Error(m_errorType, m_errorMessage);
+    return false;
+  }
+  WriteLog(m_log.begin);
+  if (!stages()) return false;
+  RemoveTempFiles();
+  BuildPyramids();
+  WriteLog(m_log.end);
+  return true;
+}
+
+bool StagePipeline::Run(CBaseAlgorithm& stage) {
+  stage.SetProgress(m_progress);
+  stage.Process();
+  if (stage.GetLastErrorType() == ERR_NONE && stage.GetLastErrorMessage().empty()) return true;
+  return Fail(stage.GetLastErrorType(), stage.GetLastErrorMessage());
+}
+
+bool StagePipeline::MakeTempFile(std::wstring& file) {
+  file = CommonFun::GetTempFilePath(m_param.m_strOutFile);
+  if (file.empty()) {
+    Fail(ERR_CREATE, messages::CreateFailed(m_param.m_strOutFile));
+    if (m_progress) m_progress->Error(m_errorType, m_errorMessage);
+    return false;
+  }
+  m_tempFiles.push_back(file);
+  return true;
+}
+
+void StagePipeline::FillRecord(AlgorithmParam& record, const wchar_t* name, const std::wstring& input,
+                               const std::wstring& output) const {
+  record.m_strAlgName = name;
+  record.m_strInFile = input;
+  record.m_strOutFile = output;
+  record.m_strAoiFile = m_param.m_strAoiFile;
+  record.m_bOpenOption = m_param.m_bOpenOption;
+  record.m_eOutDataType = PDT_FLOAT32;
+  record.m_eOutFormat = kFormatGeoTiff;
+}
+
+HpfFusionParam StagePipeline::FusionRecord(const wchar_t* name, const std::wstring& pan, const std::wstring& second,
+                                           const std::wstring& output) const {
+  HpfFusionParam record;
+  FillRecord(record, name, {}, output);
+  record.m_strPanFile = pan;
+  record.m_strSecondHpfFile = second;
+  record.m_strMSFile = m_param.m_strMSFile;
+  record.m_rcProcess = m_param.m_rcProcess;
+  record.m_nPanBand = m_param.m_nPanBand;
+  record.m_vecMSBands = m_param.m_vecMSBands;
+  record.m_bNeedReproject = m_param.m_bNeedReproject;
+  record.m_eResampleType = RT_BICUBIC;
+  record.m_dDetailWeight1 = m_param.m_dDetailWeight1;
+  record.m_dDetailWeight2 = m_param.m_dDetailWeight2;
+  record.m_bHpfFlag1 = m_param.m_bHpfFlag1;
+  return record;
+}
+
+bool StagePipeline::Convolve(const wchar_t* name, const FilterDescription& filter, std::wstring& output) {
+  if (!MakeTempFile(output)) return false;
+  ConvolutionParam record;
+  FillRecord(record, name, m_param.m_strPanFile, output);
+  record.m_nBand = m_param.m_nPanBand;
+  record.m_dScale = filter.m_dScale;
+  record.m_vecCoefficients = filter.m_vecCoefficients;
+  record.m_nWidth = filter.m_nWidth;
+  record.m_nHeight = filter.m_nHeight;
+  record.m_nCenterX = filter.m_nCenterX;
+  record.m_nCenterY = filter.m_nCenterY;
+  CConvolution stage(&record);
+  return Run(stage);
+}
+
+bool StagePipeline::MakeGreen(const wchar_t* name) {
+  if (!m_param.m_bMakeGreen) return true;
+  std::wstring output;
+  if (!MakeTempFile(output)) return false;
+  AlgorithmParam record;
+  FillRecord(record, name, m_param.m_strMSFile, output);
+  CMakeGreenAlg stage(&record);
+  if (!Run(stage)) return false;
+  m_param.m_strMSFile = output;
+  return true;
+}
+
+bool StagePipeline::AdjustLevel(const wchar_t* name, const std::wstring& input, PixelDataType type, double ratio) {
+  OutoAdjustLevelParam record;
+  FillRecord(record, name, input, m_param.m_strOutFile);
+  record.m_eOutDataType = type;
+  record.m_eOutFormat = m_param.m_eOutFormat;
+  record.m_nOutBandCount = m_param.m_nOutBandCount;
+  record.m_dRatio = ratio;
+  record.m_nMode = 0;
+  COutoAdjustLevel stage(&record);
+  return Run(stage);
+}
+
+bool StagePipeline::Fail(int type, const std::wstring& message) {
+  m_failed = true;
+  m_errorType = type;
+  m_errorMessage = message;
+  return false;
+}
+
+void StagePipeline::RemoveTempFiles() {
+  for (const auto& file : m_tempFiles) CRasterSource::DeleteFileW(file);
+  m_tempFiles.clear();
+}
+
+void StagePipeline::BuildPyramids() {
+  CRasterSource output;
+  if (!output.OpenSimple(m_param.m_strOutFile)) return;
+  // The counter is the same in every pipeline, however many stages it has.
+  if (m_progress && !m_progress->Step(100, L"创建输出影像金字塔(4/4)")) return;
+  CBuildRasterOverviews pyramids(&output, "AVERAGE", 0, nullptr, m_progress, std::wstring(), false);
+  pyramids.Process();
+}
+
+void StagePipeline::WriteLog(const wchar_t* text) const {
+  if (CLog::m_pLogger) CLog::m_pLogger->WriteLog(2, m_log.file, m_log.line, m_log.function, text);
+}
+
+}  // namespace fusion

@@ -1,0 +1,70 @@
+#include "platform/utility/running_covariance.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "platform/system/multiversion.h"
+
+namespace platform {
+namespace {
+
+// Independent lanes let the sums vectorise although additions may not be reordered.
+constexpr int kLanes = 16;
+
+FUSION_MULTIVERSION
+void AddProducts(const double* a, double meanA, const double* b, double meanB, std::int64_t count, double* lanes) {
+  for (std::int64_t i = 0; i < count; i += kLanes) {
+    for (int l = 0; l < kLanes; ++l) lanes[l] += (a[i + l] - meanA) * (b[i + l] - meanB);
+  }
+}
+
+double SumOfProducts(const double* a, double meanA, const double* b, double meanB, std::int64_t count) {
+  const std::int64_t whole = count - count % kLanes;
+  double lanes[kLanes] = {};
+  AddProducts(a, meanA, b, meanB, whole, lanes);
+  double sum = 0.0;
+  for (std::int64_t i = whole; i < count; ++i) sum += (a[i] - meanA) * (b[i] - meanB);
+  for (const double lane : lanes) sum += lane;
+  return sum;
+}
+
+double MeanOf(const double* values, std::int64_t count) {
+  double sum = 0.0;
+  for (std::int64_t i = 0; i < count; ++i) sum += values[i];
+  return sum / static_cast<double>(count);
+}
+
+}  // namespace
+
+RunningCovariance::RunningCovariance(int size)
+    : m_size(size),
+      m_means(static_cast<std::size_t>(size), 0.0),
+      m_products(static_cast<std::size_t>(size) * static_cast<std::size_t>(size), 0.0) {}
+
+void RunningCovariance::Add(const double* const* columns, std::int64_t count) {
+  if (count <= 0) return;
+  std::vector<double> means;
+  for (int i = 0; i < m_size; ++i) means.push_back(MeanOf(columns[i], count));
+  const auto mean = [&](int i) { return means[static_cast<std::size_t>(i)]; };
+
+  const auto before = static_cast<double>(m_count);
+  const auto added = static_cast<double>(count);
+  const double share = before * added / (before + added);
+  for (int i = 0; i < m_size; ++i) {
+    for (int j = i; j < m_size; ++j) {
+      const double apart = (mean(i) - Mean(i)) * (mean(j) - Mean(j)) * share;
+      Product(i, j) += SumOfProducts(columns[i], mean(i), columns[j], mean(j), count) + apart;
+    }
+  }
+  for (int i = 0; i < m_size; ++i)
+    m_means[static_cast<std::size_t>(i)] += (mean(i) - Mean(i)) * added / (before + added);
+  m_count += count;
+}
+
+double RunningCovariance::Covariance(int i, int j) const {
+  if (m_count == 0) return 0.0;
+  const auto at = static_cast<std::size_t>(std::min(i, j) * m_size + std::max(i, j));
+  return m_products[at] / static_cast<double>(m_count);
+}
+
+}  // namespace platform
