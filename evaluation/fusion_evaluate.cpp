@@ -116,6 +116,8 @@ void CFusionEvaluate::WalkPasses(Run& run) {
         if (!GetReadBufferRect(&block, &read)) continue;
         run.mulBuffers->Reserve(read);
         if (StartBolckProcess() != GIS_SUCCESS) {
+          // A stopped run must not look like a finished one.
+          if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;
           ReportError();
           return;
         }

@@ -27,7 +27,8 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
   virtual GISError Preproccess();
   virtual bool OpenRasterSource(FusionEvaluateParam* param, CRasterSource* pan, CRasterSource* mul,
                                 CRasterSource* fusion, std::vector<int>* mulBands, std::vector<int>* fusionBands);
-  /// The metric's work on one block. Buffers are row-major, each over its own rectangle.
+  /// The metric's work on one block. Buffers are row-major, each over its own rectangle, and only to be read: rows of
+  /// the multispectral ones may serve the next block too.
   virtual void FusionEvaluate(double* panBuf, CRect* panRect, double** mulBufs, int mulCount, CRect* mulRect,
                               double** fusionBufs, int fusionCount, CRect* blockRect) = 0;
   virtual void GetBlockSize(int& xSize, int& ySize);

@@ -28,8 +28,11 @@ GISError CGradEvaluate::Preproccess() {
 }
 
 void CGradEvaluate::GetBlockSize(int& xSize, int& ySize) {
-  xSize = std::min(1024, m_pPanSource->GetWidth());
-  ySize = std::min(1024, m_pPanSource->GetHeight());
+  xSize = 1024;
+  ySize = 1024;
+  if (!m_pPanSource || !m_pPanSource->IsOpen()) return;
+  xSize = std::min(xSize, m_pPanSource->GetWidth());
+  ySize = std::min(ySize, m_pPanSource->GetHeight());
 }
 
 bool CGradEvaluate::IsFinished(int /*step*/) { return true; }

@@ -16,7 +16,11 @@ CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
 }
 
 CRect Shift(const CRect& rect, int dx, int dy) {
-  return {rect.left + dx, rect.top + dy, rect.right + dx, rect.bottom + dy};
+  // A caller's offset may be anything: off the range of an int the rectangle collapses at its end.
+  const auto add = [](std::int64_t value, int offset) {
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(value + offset, INT32_MIN, INT32_MAX));
+  };
+  return {add(rect.left, dx), add(rect.top, dy), add(rect.right, dx), add(rect.bottom, dy)};
 }
 
 BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)

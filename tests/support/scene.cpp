@@ -1,5 +1,6 @@
 #include "tests/support/scene.h"
 
+#include <cpl_string.h>
 #include <cpl_vsi.h>
 #include <gdal_priv.h>
 #include <gtest/gtest.h>
@@ -29,11 +30,13 @@ Dataset Own(GDALDataset* dataset) { return {dataset, &GDALClose}; }
 }  // namespace
 
 void WriteImage(const reference::Image& image, const std::wstring& path, PixelDataType type, const std::string& wkt,
-                std::optional<double> noData) {
+                std::optional<double> noData, const std::vector<std::string>& options) {
   GDALAllRegister();
+  CPLStringList creation;
+  for (const auto& option : options) creation.AddString(option.c_str());
   auto file = Own(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
       CommonFun::U2Utf8(path).c_str(), image.width, image.height, static_cast<int>(image.bands.size()), GdalType(type),
-      nullptr));
+      creation.List()));
   ASSERT_TRUE(file);
   double geoTransform[6];
   std::copy_n(image.geoTransform, 6, geoTransform);

@@ -11,9 +11,10 @@
 /// Small pan and multispectral scenes in memory, known to the reference kernel and written as files for the library.
 namespace test_support {
 
-/// Writes an image as a GeoTIFF. Values must be representable in the type.
+/// Writes an image as a GeoTIFF. Values must be representable in the type. Options are GDAL's, such as "TILED=YES".
 void WriteImage(const reference::Image& image, const std::wstring& path, PixelDataType type,
-                const std::string& wkt = "", std::optional<double> noData = std::nullopt);
+                const std::string& wkt = "", std::optional<double> noData = std::nullopt,
+                const std::vector<std::string>& options = {});
 /// Reads a whole raster as doubles.
 reference::Image ReadImage(const std::wstring& path);
 bool FileExists(const std::wstring& path);
