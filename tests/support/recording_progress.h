@@ -27,6 +27,13 @@ class RecordingProgress : public CBaseProgress {
     ++m_errors;
   }
 
+  /// Forgets what it recorded, for another run.
+  void Clear() {
+    m_calls.clear();
+    m_steps = 0;
+    m_errors = 0;
+    m_finished = false;
+  }
   /// Answers false from this position on.
   void CancelAtStep(int position) { m_cancelAt = position; }
 
