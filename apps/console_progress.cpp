@@ -5,8 +5,8 @@
 #include <csignal>
 #include <iostream>
 
+#include "apps/stage_names.h"
 #include "platform/system/console.h"
-#include "platform/utility/common_fun.h"
 
 namespace app {
 namespace {
@@ -36,7 +36,7 @@ ConsoleProgress::~ConsoleProgress() {
 
 void ConsoleProgress::Start(const std::wstring& title, int range) {
   EndLine();
-  m_title = CommonFun::U2Utf8(title);
+  m_title = StageName(title);
   m_range = std::max(range, 1);
 }
 

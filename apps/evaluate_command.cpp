@@ -1,6 +1,7 @@
 #include "apps/evaluate_command.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cmath>
 #include <iomanip>
 #include <iostream>
@@ -8,6 +9,7 @@
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
+#include "apps/fuse_options.h"
 #include "apps/same_extent.h"
 #include "evaluation/entropy_evaluate.h"
 #include "evaluation/evaluate_factory.h"
@@ -136,7 +138,7 @@ class EvaluateInputs {
     TakeOffset(pan, fused);
     bool reproject = false;
     if (!CCoordinateAlgorithm::IsNeededProject(m_param.m_strFusionFile, m_param.m_strMulFile, reproject)) {
-      throw RunError{ERR_OPEN, platform::messages::OpenFailed(m_param.m_strMulFile)};
+      throw RunError(ERR_OPEN, platform::messages::OpenFailed(m_param.m_strMulFile));
     }
     m_param.m_bReproject = reproject ? 1 : 0;
   }
@@ -145,10 +147,20 @@ class EvaluateInputs {
 
  private:
   static void Open(CRasterSource& source, const std::wstring& path) {
-    if (!source.Open(path, GDA_READ, true)) throw RunError{ERR_OPEN, platform::messages::OpenFailed(path)};
+    if (!source.Open(path, GDA_READ, true)) throw RunError(ERR_OPEN, platform::messages::OpenFailed(path));
+  }
+
+  /// Whether a step of one pixel of the fused image is one of the pan image on the ground, but for rounding.
+  static bool HaveSamePixels(const CRasterSource& pan, const CRasterSource& fused) {
+    const double* p = pan.PixelToGround().t;
+    const double* f = fused.PixelToGround().t;
+    constexpr double kTolerance = 0.01;
+    return std::fabs(f[1] - p[1]) <= kTolerance * std::fabs(p[1]) &&
+           std::fabs(f[5] - p[5]) <= kTolerance * std::fabs(p[5]);
   }
 
   void TakeOffset(const CRasterSource& pan, const CRasterSource& fused) {
+    if (!HaveSamePixels(pan, fused)) throw UsageError("The fused image's pixels are not those of the pan image.");
     double groundX = 0.0;
     double groundY = 0.0;
     fused.ImageToGround(0, 0, groundX, groundY);
@@ -169,14 +181,7 @@ nlohmann::ordered_json ToJson(const std::vector<Figures>& figures) {
   nlohmann::ordered_json object;
   for (const Figures& f : figures) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const double v : f.values) {
-      // JSON has no infinities; a NaN becomes null by itself.
-      if (std::isinf(v)) {
-        list.push_back(v > 0.0 ? "inf" : "-inf");
-      } else {
-        list.push_back(v);
-      }
-    }
+    for (const double v : f.values) list.push_back(JsonNumber(v));
     object[f.name] = list;
   }
   return object;
@@ -197,9 +202,12 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image that went into the fusion")->required();
   command.add_option("FUSED", o.fused, "Fused image")->required();
-  command.add_option("--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)")->delimiter(',');
-  command.add_option("--bands", o.bands, "Multispectral bands, counted from 1 (default: all)")->delimiter(',');
-  command.add_option("--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)")->delimiter(',');
+  command.add_option("--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->type_name("NAME,...");
+  AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
+  AddList(command, "--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)");
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take pan and multispectral image as covering the same ground");
   command.add_flag("--json", o.json, "As one JSON object");
@@ -207,8 +215,8 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
 }
 
 int RunEvaluate(const EvaluateOptions& options) {
-  const std::vector<const Metric*> metrics = ChooseMetrics(options.metrics);
   try {
+    const std::vector<const Metric*> metrics = ChooseMetrics(options.metrics);
     const EvaluateInputs inputs(options);
     ConsoleProgress progress(options.quiet);
     nlohmann::ordered_json report;
@@ -218,7 +226,7 @@ int RunEvaluate(const EvaluateOptions& options) {
       const std::unique_ptr<CFusionEvaluate> run(
           CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
       run->Process();
-      if (run->GetLastErrorType() != ERR_NONE) throw RunError{run->GetLastErrorType(), run->GetLastErrorMessage()};
+      if (run->GetLastErrorType() != ERR_NONE) throw RunError(run->GetLastErrorType(), run->GetLastErrorMessage());
       const std::vector<Figures> figures = metric->figures(*run, param.m_vecFusionBands.size());
       if (options.json) {
         report[metric->name] = ToJson(figures);
@@ -226,10 +234,11 @@ int RunEvaluate(const EvaluateOptions& options) {
         PrintTable(metric->name, figures);
       }
     }
-    if (options.json) std::cout << report.dump(2) << '\n';
+    if (options.json) PrintJson(report);
     return kSuccess;
-  } catch (const RunError& error) {
-    return ReportRunError(error);
+  } catch (const CommandError& error) {
+    if (options.json) PrintJson({{"error_type", error.type}, {"message", error.what()}});
+    throw;
   }
 }
 

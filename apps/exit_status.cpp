@@ -1,14 +1,22 @@
 #include "apps/exit_status.h"
 
+#include <cmath>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
 
+CommandError RunError(int type, const std::wstring& message) {
+  return {type == ERR_CANCELLED ? kCancelled : kRunFailed, CommonFun::U2Utf8(message), type};
+}
+
 std::string ErrorSentence(int errorType) {
   switch (errorType) {
+    case ERR_NONE:
+      return "The images have no common ground, or the window or the area of interest lies outside it.";
     case ERR_CANCELLED:
       return "The run was cancelled; nothing was written.";
     case ERR_READ:
@@ -31,14 +39,28 @@ std::string ErrorSentence(int errorType) {
     case ERR_REPROJECT:
       return "The multispectral image cannot be brought into the pan image's coordinate system.";
     default:
-      return "The run failed. Do the two images cover common ground?";
+      return "The run failed.";
   }
 }
 
-int ReportRunError(const RunError& error) {
-  std::cerr << "fusion: error " << error.type << ": " << CommonFun::U2Utf8(error.message) << '\n'
-            << ErrorSentence(error.type) << '\n';
-  return error.type == ERR_CANCELLED ? kCancelled : kRunFailed;
+int Report(const CommandError& error) {
+  if (error.status == kCancelled) {
+    std::cerr << "fusion: " << ErrorSentence(ERR_CANCELLED) << '\n';
+  } else if (error.type == CommandError::kOwnType) {
+    std::cerr << "fusion: " << error.what() << '\n';
+  } else {
+    std::cerr << "fusion: error " << error.type << ": " << error.what() << '\n' << ErrorSentence(error.type) << '\n';
+  }
+  return error.status;
+}
+
+void PrintJson(const nlohmann::ordered_json& object) {
+  std::cout << object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+nlohmann::ordered_json JsonNumber(double value) {
+  if (std::isinf(value)) return value > 0.0 ? "inf" : "-inf";
+  return value;
 }
 
 }  // namespace app

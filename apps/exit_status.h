@@ -1,5 +1,6 @@
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
 
@@ -7,24 +8,31 @@ namespace app {
 
 enum ExitStatus : int { kSuccess = 0, kRunFailed = 1, kWrongUsage = 2, kCancelled = 130 };
 
-/// Ends a command before its run: what() is the sentence for the user.
+/// Ends a command without success. what() is the message for the user.
 struct CommandError : std::runtime_error {
-  CommandError(ExitStatus exitStatus, const std::string& text) : std::runtime_error(text), status(exitStatus) {}
+  /// The error type of a failure that is the command's own and not one of the library's.
+  static constexpr int kOwnType = -1;
+
+  CommandError(ExitStatus exitStatus, const std::string& text, int errorType = kOwnType)
+      : std::runtime_error(text), status(exitStatus), type(errorType) {}
   ExitStatus status;
-};
-
-/// A failure with the library's own error type and message.
-struct RunError {
   int type;
-  std::wstring message;
 };
-
-/// Says a failure on standard error and answers the exit status.
-int ReportRunError(const RunError& error);
 
 inline CommandError UsageError(const std::string& text) { return {kWrongUsage, text}; }
+/// A failed or cancelled run with the library's error type and message.
+CommandError RunError(int type, const std::wstring& message);
 
 /// A plain English sentence for an error type that a run leaves.
 std::string ErrorSentence(int errorType);
+
+/// Says a failure on standard error and answers the exit status.
+int Report(const CommandError& error);
+
+/// One object on standard output, always valid UTF-8.
+void PrintJson(const nlohmann::ordered_json& object);
+
+/// A value for JSON, which has no infinities: "inf" and "-inf"; a NaN becomes null by itself.
+nlohmann::ordered_json JsonNumber(double value);
 
 }  // namespace app

@@ -16,7 +16,11 @@ namespace {
 namespace messages = fusion::messages;
 
 void OpenOrThrow(CRasterSource& source, const std::wstring& path) {
-  if (!source.Open(path, GDA_READ, true)) throw RunError{ERR_OPEN, messages::OpenFailed(path)};
+  if (!source.Open(path, GDA_READ, true)) throw RunError(ERR_OPEN, messages::OpenFailed(path));
+}
+
+std::unique_ptr<platform::VirtualRaster> View(const std::wstring& file, const std::vector<int>& bands) {
+  return std::make_unique<platform::VirtualRaster>(file, bands, nullptr, nullptr);
 }
 
 }  // namespace
@@ -28,7 +32,7 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   OpenOrThrow(pan, m_panFile);
   OpenOrThrow(ms, m_msFile);
   m_msType = ms.GetRasterDataType();
-  CheckBands(pan.GetBandCount(), ms.GetBandCount());
+  CheckBands(*checked.method, pan.GetBandCount(), ms.GetBandCount());
 
   const bool sameExtent = LooksLikeSameExtent(pan, ms);
   if (options.sameExtent || sameExtent) {
@@ -43,13 +47,12 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
 
   // Where a method works on whole files, the choice of bands must be one.
   if (checked.method->wholeFileBands && !options.bands.empty()) {
-    m_views.push_back(std::make_unique<platform::VirtualRaster>(m_msFile, m_bands, nullptr, nullptr));
+    m_views.push_back(View(m_msFile, m_bands));
     m_msFile = m_views.back()->Path();
     m_bands.clear();
   }
   if (checked.method->isPipeline && m_panBand != 0) {
-    m_views.push_back(
-        std::make_unique<platform::VirtualRaster>(m_panFile, std::vector<int>{m_panBand}, nullptr, nullptr));
+    m_views.push_back(View(m_panFile, {m_panBand}));
     m_panFile = m_views.back()->Path();
     m_panBand = 0;
   }
@@ -57,13 +60,13 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   OpenOrThrow(pan, m_panFile);
   OpenOrThrow(ms, m_msFile);
   if (!CCoordinateAlgorithm::IsNeededProject(m_panFile, m_msFile, m_needReproject)) {
-    throw RunError{ERR_OPEN, messages::OpenFailed(m_panFile)};
+    throw RunError(ERR_OPEN, messages::OpenFailed(m_panFile));
   }
   if (!options.window.empty()) CutWindow(pan, ms);
   CheckValidPixels();
 }
 
-void FuseInputs::CheckBands(int panBandCount, int msBandCount) {
+void FuseInputs::CheckBands(const Method& method, int panBandCount, int msBandCount) {
   if (m_options.panBand < 1 || m_options.panBand > panBandCount) {
     throw UsageError("--pan-band " + std::to_string(m_options.panBand) + ": the pan image has bands 1 to " +
                      std::to_string(panBandCount) + ".");
@@ -77,14 +80,22 @@ void FuseInputs::CheckBands(int panBandCount, int msBandCount) {
     m_bands.push_back(band - 1);
   }
   const int chosen = m_bands.empty() ? msBandCount : static_cast<int>(m_bands.size());
-  if (chosen < 2) throw UsageError("A fusion needs at least two multispectral bands.");
-  if (m_options.method == "ihs" && chosen < 3) throw UsageError("Method ihs needs at least three bands.");
+  if (chosen < method.minimumBands) {
+    throw UsageError("Method " + std::string(method.name) + " needs at least " + std::to_string(method.minimumBands) +
+                     " multispectral bands, " + std::to_string(chosen) + (chosen == 1 ? " is" : " are") + " chosen.");
+  }
   for (const int position : m_options.rgb) {
     if (position < 1 || position > chosen) {
       throw UsageError("--rgb " + std::to_string(position) + ": there are positions 1 to " + std::to_string(chosen) +
                        ".");
     }
   }
+}
+
+std::vector<int> FuseInputs::ChosenBands(const CRasterSource& ms) const {
+  std::vector<int> bands = m_bands;
+  for (int b = 0; m_bands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(b);
+  return bands;
 }
 
 void FuseInputs::CutWindow(CRasterSource& pan, CRasterSource& ms) {
@@ -96,7 +107,7 @@ void FuseInputs::CutWindow(CRasterSource& pan, CRasterSource& ms) {
   CRect overlap;
   bool reproject = false;
   if (!CBroveyFusion(nullptr).GetOutRect(&pan, &ms, overlap, reproject, false)) {
-    throw RunError{ERR_NONE, messages::kWrongExtent};
+    throw RunError(ERR_NONE, messages::kWrongExtent);
   }
   m_window = CRect(std::max({wanted.left, overlap.left, 0}), std::max({wanted.top, overlap.top, 0}),
                    std::min({wanted.right, overlap.right, pan.GetWidth()}),
@@ -116,12 +127,10 @@ void FuseInputs::CheckValidPixels() const {
   OpenOrThrow(ms, m_msFile);
   const auto check = [](CRasterBand* band, const std::string& name) {
     if (band && band->HasValidPixel()) return;
-    throw RunError{ERR_STATISTICS, CommonFun::Utf82U(name + " has no valid pixel or cannot be read.")};
+    throw RunError(ERR_STATISTICS, CommonFun::Utf82U(name + " has no valid pixel or cannot be read."));
   };
   check(pan.GetRasterBand(m_panBand), "The pan image");
-  std::vector<int> bands = m_bands;
-  for (int b = 0; m_bands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(b);
-  for (const int b : bands) check(ms.GetRasterBand(b), "Multispectral band " + std::to_string(b + 1));
+  for (const int b : ChosenBands(ms)) check(ms.GetRasterBand(b), "Multispectral band " + std::to_string(b + 1));
 }
 
 void FuseInputs::FillParam(FusionParam& param) const {
@@ -137,16 +146,14 @@ void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>&
                                 CBaseProgress& progress) const {
   CRasterSource ms;
   OpenOrThrow(ms, m_msFile);
-  std::vector<int> bands = m_bands;
-  for (int b = 0; m_bands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(b);
-  for (const int b : bands) {
+  for (const int b : ChosenBands(ms)) {
     double minimum = 0.0;
     double maximum = 0.0;
     double mean = 0.0;
     double stdDev = 0.0;
     if (!ms.GetRasterBand(b)->ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, &progress)) {
-      if (progress.IsCancelRequested()) throw RunError{ERR_CANCELLED, {}};
-      throw RunError{ERR_STATISTICS, messages::kMsStatisticsFailed};
+      if (progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
+      throw RunError(ERR_STATISTICS, messages::kMsStatisticsFailed);
     }
     means.push_back(mean);
     stdDevs.push_back(stdDev);

@@ -14,17 +14,18 @@ namespace app {
 /// another georeference must look like a file.
 class FuseInputs {
  public:
-  /// Throws CommandError for wrong usage, RunError for an input that cannot be used.
+  /// Throws CommandError for wrong usage and for an input that cannot be used.
   FuseInputs(const FuseOptions& options, const CheckedOptions& checked);
 
   /// Files, bands, window and reprojection into the record.
   void FillParam(FusionParam& param) const;
-  /// Means and deviations of the chosen multispectral bands. Throws RunError.
+  /// Means and deviations of the chosen multispectral bands. Throws CommandError.
   void ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs, CBaseProgress& progress) const;
   PixelDataType MsType() const { return m_msType; }
 
  private:
-  void CheckBands(int panBandCount, int msBandCount);
+  void CheckBands(const Method& method, int panBandCount, int msBandCount);
+  std::vector<int> ChosenBands(const CRasterSource& ms) const;
   void CutWindow(CRasterSource& pan, CRasterSource& ms);
   void CheckValidPixels() const;
   void Notice(const std::string& text) const;

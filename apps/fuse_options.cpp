@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 
 #include "apps/exit_status.h"
 #include "platform/raster/pixel_type.h"
@@ -19,6 +20,11 @@ PixelDataType ParsePixelType(const std::string& name) {
   return type;
 }
 
+void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description) {
+  // One argument holds the whole list; what follows it is none of its business.
+  command.add_option(name, values, description)->delimiter(',')->allow_extra_args(false)->type_name("N,N,...");
+}
+
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image")->required();
@@ -28,12 +34,11 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("--resample", o.resample, "nearest, bilinear or bicubic (default: bicubic)");
   command.add_option("--type", o.type,
                      "uint8, uint16, int16, uint32, int32, float32 or float64 (default: the multispectral image's)");
-  command.add_option("--bands", o.bands, "Multispectral bands, counted from 1 (default: all)")->delimiter(',');
+  AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
-  command.add_option("--rgb", o.rgb, "ihs: which of the chosen bands are red, green and blue")
-      ->delimiter(',')
-      ->expected(3);
-  command.add_option("--window", o.window, "XOFF,YOFF,XSIZE,YSIZE in pan pixels")->delimiter(',')->expected(4);
+  AddList(command, "--rgb", o.rgb,
+          "ihs: which of the chosen bands are red, green and blue (default: 1,2,3; of four bands 3,2,1)");
+  AddList(command, "--window", o.window, "XOFF,YOFF,XSIZE,YSIZE in pan pixels");
   command.add_option("--aoi", o.aoi, "Vector file: fuse only inside its polygons");
   command
       .add_option("--spectral-match", o.spectralMatch,
@@ -81,28 +86,32 @@ void RefuseForeignOptions(const FuseOptions& o, const Method& m) {
   check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesWeight);
 }
 
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return text;
+}
+
 ResampleType ParseResample(const std::string& name) {
   const ResampleType type = CStringParamParser::GetResampleType(CommonFun::Utf82U(name));
-  std::string lower = name;
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-  if (type == RT_NEAREST && lower != "nearest") {
+  if (type == RT_NEAREST && Lower(name) != "nearest") {
     throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear and bicubic.");
   }
   return type;
 }
 
 RasterDataFormat ParseFormat(const std::string& name) {
-  const auto lower = [](std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-  };
   std::string known;
   for (const auto& format : platform::RasterFormats()) {
     const std::string title = CommonFun::U2Utf8(format.name);
-    if (lower(name) == lower(title) || lower(name) == lower(format.driver)) return format.number;
+    if (Lower(name) == Lower(title) || Lower(name) == Lower(format.driver)) return format.number;
     known += (known.empty() ? "" : ", ") + title;
   }
   throw UsageError("Unknown format '" + name + "'; known are " + known + ".");
+}
+
+void CheckWeight(const std::optional<double>& weight, const char* option) {
+  if (weight && !std::isfinite(*weight)) throw UsageError(std::string(option) + " must be a finite number.");
 }
 
 void CheckKernel(const std::optional<int>& size, const char* option) {
@@ -146,12 +155,15 @@ CheckedOptions CheckOptions(const FuseOptions& o) {
   }
   CheckKernel(o.kernelSize, "--kernel-size");
   CheckKernel(o.secondKernelSize, "--second-kernel-size");
+  CheckWeight(o.detailWeight, "--detail-weight");
+  CheckWeight(o.secondDetailWeight, "--second-detail-weight");
   if (o.bayesWeight && !(*o.bayesWeight > 0.0 && *o.bayesWeight < 1.0)) {
     throw UsageError("--bayes-weight must lie between 0 and 1, both excluded.");
   }
-  if (!o.window.empty() && (o.window[2] <= 0 || o.window[3] <= 0)) {
-    throw UsageError("--window needs a size of at least one pixel.");
+  if (!o.window.empty() && (o.window.size() != 4 || o.window[2] <= 0 || o.window[3] <= 0)) {
+    throw UsageError("--window is XOFF,YOFF,XSIZE,YSIZE with a size of at least one pixel.");
   }
+  if (!o.rgb.empty() && o.rgb.size() != 3) throw UsageError("--rgb is three positions: red, green and blue.");
   return checked;
 }
 

@@ -44,6 +44,9 @@ struct FuseOptions {
   bool json = false;
 };
 
+/// Declares an option that takes a list of whole numbers, separated by commas, in one argument.
+void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description);
+
 /// Declares the options on a subcommand.
 void AddFuseOptions(CLI::App& command, FuseOptions& options);
 

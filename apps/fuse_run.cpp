@@ -1,6 +1,7 @@
 #include "apps/fuse_run.h"
 
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -30,16 +31,24 @@ class TemporaryFiles {
   TemporaryFiles(const TemporaryFiles&) = delete;
   TemporaryFiles& operator=(const TemporaryFiles&) = delete;
 
-  /// A fresh file beside the path. Throws RunError.
+  /// A fresh file beside the path. Throws CommandError.
   std::wstring Make(const std::wstring& beside, const std::wstring& output) {
     const std::wstring file = CommonFun::GetTempFilePath(beside);
-    if (file.empty()) throw RunError{ERR_CREATE, messages::CreateFailed(output)};
+    if (file.empty()) throw RunError(ERR_CREATE, messages::CreateFailed(output));
     m_files.push_back(file);
     return file;
   }
 
  private:
   std::vector<std::wstring> m_files;
+};
+
+/// Keeps runs from building overviews of their own.
+struct NoOverviews {
+  NoOverviews() { CBuildRasterOverviews::SetEnabled(false); }
+  ~NoOverviews() { CBuildRasterOverviews::SetEnabled(true); }
+  NoOverviews(const NoOverviews&) = delete;
+  NoOverviews& operator=(const NoOverviews&) = delete;
 };
 
 struct Outcome {
@@ -51,12 +60,16 @@ struct Outcome {
 
 class FuseRun {
  public:
-  FuseRun(const FuseOptions& options, const CheckedOptions& checked)
-      : m_options(options), m_checked(checked), m_output(CommonFun::Utf82U(options.out)), m_progress(options.quiet) {}
+  explicit FuseRun(const FuseOptions& options)
+      : m_options(options),
+        m_checked(CheckOptions(options)),
+        m_output(CommonFun::Utf82U(options.out)),
+        m_progress(options.quiet) {}
 
-  /// Throws CommandError and RunError.
+  /// Throws CommandError.
   Outcome Run() {
     CheckOutput();
+    OpenLog();
     const FuseInputs inputs(m_options, m_checked);
     m_type = m_checked.type;
     if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
@@ -78,7 +91,7 @@ class FuseRun {
     }
     const Outcome outcome = Describe(result);
     if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
-    if (!CRasterSource::RenameFile(result, m_output)) throw RunError{ERR_WRITE, messages::kWriteFailed};
+    if (!CRasterSource::RenameFile(result, m_output)) throw RunError(ERR_WRITE, messages::kWriteFailed);
     return outcome;
   }
 
@@ -95,9 +108,26 @@ class FuseRun {
     }
   }
 
+  void OpenLog() {
+    if (m_options.log.empty()) return;
+    const std::wstring file = CommonFun::Utf82U(m_options.log);
+    for (const auto& other : {m_options.pan, m_options.ms, m_options.aoi, m_options.out}) {
+      const bool sameName = std::filesystem::absolute(CommonFun::ToPath(file)).lexically_normal() ==
+                            std::filesystem::absolute(CommonFun::ToPath(CommonFun::Utf82U(other))).lexically_normal();
+      if (!other.empty() && (sameName || CommonFun::IsSameFile(file, CommonFun::Utf82U(other)))) {
+        throw UsageError("--log " + m_options.log + " is an image of this run.");
+      }
+    }
+    try {
+      m_log.emplace(file);
+    } catch (const std::exception& e) {
+      throw CommandError(kRunFailed, "--log: " + std::string(e.what()));
+    }
+    CLog::m_pLogger = &*m_log;
+  }
+
   PixelDataType DefaultType(PixelDataType msType) const {
-    // The bare product of two images fits no integer type.
-    if (m_options.method == "multiplicative" && !m_checked.matched) return PDT_FLOAT32;
+    if (!m_checked.matched && m_checked.method->rawType != PDT_UNKNOWN) return m_checked.method->rawType;
     return msType == PDT_UNKNOWN ? PDT_FLOAT32 : msType;
   }
 
@@ -125,15 +155,13 @@ class FuseRun {
     const std::unique_ptr<CBaseAlgorithm> algorithm = m_checked.method->make(param, m_options, m_progress);
     algorithm->SetStretch(m_options.stretch || StretchesByItself(type));
     // Overviews are built once, on the finished file.
-    CBuildRasterOverviews::SetEnabled(false);
+    const NoOverviews pause;
     Carry(*algorithm);
-    CBuildRasterOverviews::SetEnabled(true);
   }
 
-  /// IHS computes on the scale of a byte; a wider integer type would use a fraction of its range.
   bool StretchesByItself(PixelDataType type) const {
-    if (m_options.method != "ihs" || m_options.stretch || platform::IsFloatType(type) || type == PDT_UINT8)
-      return false;
+    const bool wide = !platform::IsFloatType(type) && type != PDT_UINT8;
+    if (!m_checked.method->onByteScale || m_options.stretch || !wide) return false;
     if (!m_options.quiet) std::cerr << "The result is stretched to the range of the output type (--stretch).\n";
     return true;
   }
@@ -159,15 +187,15 @@ class FuseRun {
     algorithm.SetProgress(&m_progress);
     algorithm.Process();
     if (algorithm.GetLastErrorType() != ERR_NONE || !algorithm.GetLastErrorMessage().empty()) {
-      throw RunError{algorithm.GetLastErrorType(), algorithm.GetLastErrorMessage()};
+      throw RunError(algorithm.GetLastErrorType(), algorithm.GetLastErrorMessage());
     }
-    if (m_progress.IsCancelRequested()) throw RunError{ERR_CANCELLED, {}};
+    if (m_progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
   }
 
   /// A run that reports success but left no readable raster has failed.
   static Outcome Describe(const std::wstring& file) {
     CRasterSource source;
-    if (!source.OpenSimple(file)) throw RunError{ERR_WRITE, messages::kWriteFailed};
+    if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
     return {source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType()};
   }
 
@@ -179,55 +207,46 @@ class FuseRun {
   }
 
   const FuseOptions& m_options;
-  const CheckedOptions& m_checked;
+  const CheckedOptions m_checked;
   std::wstring m_output;
   ConsoleProgress m_progress;
   PixelDataType m_type = PDT_UNKNOWN;
+  std::optional<CLog> m_log;
   TemporaryFiles m_files;
 };
 
-void PrintJson(const FuseOptions& options, const Outcome& outcome, double seconds, const RunError& error) {
-  static const char* const kTypes[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
-  std::cout << nlohmann::ordered_json{{"method", options.method},
-                                      {"output", options.out},
-                                      {"width", outcome.width},
-                                      {"height", outcome.height},
-                                      {"bands", outcome.bands},
-                                      {"type", kTypes[outcome.type]},
-                                      {"seconds", seconds},
-                                      {"error_type", error.type},
-                                      {"message", CommonFun::U2Utf8(error.message)}}
-                   .dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
-            << '\n';
+const char* TypeName(PixelDataType type) {
+  static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
+  return kNames[platform::IsPixelType(type) ? type : 0];
 }
 
 }  // namespace
 
 int RunFuse(const FuseOptions& options) {
   const auto start = std::chrono::steady_clock::now();
-  std::optional<CLog> log;
   Outcome outcome;
-  RunError error{ERR_NONE, {}};
-  bool failed = false;
-  const CheckedOptions checked = CheckOptions(options);
-  if (!options.log.empty()) {
-    try {
-      log.emplace(CommonFun::Utf82U(options.log));
-    } catch (const std::exception& e) {
-      throw CommandError(kRunFailed, "--log: " + std::string(e.what()));
-    }
-    CLog::m_pLogger = &*log;
-  }
+  CommandError error(kSuccess, "", ERR_NONE);
   try {
-    outcome = FuseRun(options, checked).Run();
-  } catch (const RunError& e) {
+    outcome = FuseRun(options).Run();
+  } catch (const CommandError& e) {
     error = e;
-    failed = true;
+  } catch (const std::exception& e) {
+    error = {kRunFailed, e.what(), ERR_EXCEPTION};
   }
   CLog::m_pLogger = nullptr;
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  if (options.json) PrintJson(options, outcome, seconds.count(), error);
-  return failed ? ReportRunError(error) : kSuccess;
+  if (options.json) {
+    PrintJson({{"method", options.method},
+               {"output", options.out},
+               {"width", outcome.width},
+               {"height", outcome.height},
+               {"bands", outcome.bands},
+               {"type", TypeName(outcome.type)},
+               {"seconds", seconds.count()},
+               {"error_type", error.type},
+               {"message", error.what()}});
+  }
+  return error.status == kSuccess ? kSuccess : Report(error);
 }
 
 }  // namespace app

@@ -1,7 +1,7 @@
 // The `fusion` command.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
-#include <iostream>
 
 #include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
@@ -13,7 +13,7 @@
 
 int main(int argc, char** argv) {
   platform::UseUtf8Console();
-  CLI::App fusion("Pan-sharpening of satellite and aerial images.");
+  CLI::App fusion("Pan-sharpening of satellite and aerial images.", "fusion");
   fusion.set_version_flag("--version", "fusion " FUSION_VERSION);
   fusion.require_subcommand(1);
 
@@ -36,7 +36,10 @@ int main(int argc, char** argv) {
   methodsCommand->add_flag("--names", namesOnly, "Names only, one a line");
 
   try {
-    fusion.parse(argc, argv);
+    std::vector<std::string> arguments = platform::Utf8Arguments(argc, argv);
+    // The parser takes them last first.
+    std::reverse(arguments.begin(), arguments.end());
+    fusion.parse(std::move(arguments));
   } catch (const CLI::ParseError& e) {
     return fusion.exit(e) == 0 ? app::kSuccess : app::kWrongUsage;
   }
@@ -46,10 +49,8 @@ int main(int argc, char** argv) {
     if (*sampleCommand) return app::RunSample(sample);
     return app::RunMethods(json, namesOnly);
   } catch (const app::CommandError& e) {
-    std::cerr << "fusion: " << e.what() << '\n';
-    return e.status;
+    return app::Report(e);
   } catch (const std::exception& e) {
-    std::cerr << "fusion: " << e.what() << '\n';
-    return app::kRunFailed;
+    return app::Report({app::kRunFailed, e.what()});
   }
 }

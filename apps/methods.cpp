@@ -20,23 +20,44 @@ std::unique_ptr<CBaseAlgorithm> Make(HpfFusionParam& param, const FuseOptions& /
   return std::make_unique<Algorithm>(&param);
 }
 
-constexpr unsigned kBandArithmetic = kTakesResample | kTakesType | kTakesStretch | kTakesMatch;
+constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
 
 }  // namespace
 
 const std::vector<Method>& Methods() {
-  // name, summary, takes, matched by default, matches itself, pipeline, whole file, overviews, maker
   static const std::vector<Method> methods = {
-      {"brovey", "each band times pan over the sum of the bands", kBandArithmetic, true, true, false, false, false,
-       Make<CBroveyFusion>},
-      {"multiplicative", "each band times pan", kBandArithmetic, true, true, false, false, false,
-       Make<CMultipleFusion>},
-      {"weighted", "mean of band and pan, weighted by their correlation", kBandArithmetic, true, false, false, false,
-       false, Make<CWeightFusion>},
-      {"ihs", "pan in place of the intensity of three bands", kBandArithmetic | kTakesRgb, true, false, false, false,
-       true, Make<CIhsTranFusion>},
-      {"pca", "pan in place of the first principal component", kTakesResample | kTakesType | kTakesStretch, false,
-       false, false, true, false, Make<CPrinComponentFusion>},
+      {.name = "brovey",
+       .summary = "each band times pan over the sum of the bands",
+       .takes = kRaster | kTakesMatch,
+       .make = Make<CBroveyFusion>,
+       .matchedByDefault = true,
+       .matchesItself = true},
+      {.name = "multiplicative",
+       .summary = "each band times pan",
+       .takes = kRaster | kTakesMatch,
+       .make = Make<CMultipleFusion>,
+       .matchedByDefault = true,
+       .matchesItself = true,
+       // The bare product of two images fits no integer type.
+       .rawType = PDT_FLOAT32},
+      {.name = "weighted",
+       .summary = "mean of band and pan, weighted by their correlation",
+       .takes = kRaster | kTakesMatch,
+       .make = Make<CWeightFusion>,
+       .matchedByDefault = true},
+      {.name = "ihs",
+       .summary = "pan in place of the intensity of three bands",
+       .takes = kRaster | kTakesMatch | kTakesRgb,
+       .make = Make<CIhsTranFusion>,
+       .matchedByDefault = true,
+       .buildsOverviews = true,
+       .onByteScale = true,
+       .minimumBands = 3},
+      {.name = "pca",
+       .summary = "pan in place of the first principal component",
+       .takes = kRaster,
+       .make = Make<CPrinComponentFusion>,
+       .wholeFileBands = true},
   };
   return methods;
 }

@@ -27,18 +27,24 @@ enum MethodOption : unsigned {
 struct Method {
   const char* name;
   const char* summary;
-  unsigned takes;
-  bool matchedByDefault;
-  /// Carries the spectral matching out by itself when its output is a float type.
-  bool matchesItself;
-  /// Runs file to file in stages of its own.
-  bool isPipeline;
-  /// Works on all bands of a file, so that a choice of bands must look like a file.
-  bool wholeFileBands;
-  /// Its published run ends with overviews of the output.
-  bool buildsOverviews;
+  unsigned takes = 0;  ///< of MethodOption
   /// The algorithm for a filled record. Throws CommandError where preparing it fails.
   std::unique_ptr<CBaseAlgorithm> (*make)(HpfFusionParam& param, const FuseOptions& options, CBaseProgress& progress);
+  /// --spectral-match auto means on.
+  bool matchedByDefault = false;
+  /// Carries the spectral matching out by itself when its output is a float type.
+  bool matchesItself = false;
+  /// Runs file to file in stages of its own, always with bicubic resampling.
+  bool isPipeline = false;
+  /// Works on all bands of a file, so that a choice of bands must look like a file.
+  bool wholeFileBands = false;
+  /// Its published run ends with overviews of the output.
+  bool buildsOverviews = false;
+  /// Computes on the scale of a byte, so that wider integer types need the stretch of the value conversion.
+  bool onByteScale = false;
+  int minimumBands = 2;
+  /// Output type of a raw run where none is given; PDT_UNKNOWN for the multispectral image's own.
+  PixelDataType rawType = PDT_UNKNOWN;
 
   bool Takes(MethodOption option) const { return (takes & option) != 0; }
 };

@@ -31,6 +31,8 @@ std::vector<int> DefaultLevels(int width, int height) {
 
 /// Overviews inside the file came with its format (cloud-optimised and JPEG files have them) and exclude external ones.
 bool HasInternalOverviews(GDALDatasetH dataset) {
+  const char* layout = GDALGetMetadataItem(dataset, "LAYOUT", "IMAGE_STRUCTURE");
+  if (layout && EQUAL(layout, "COG")) return true;  // small ones need none
   if (GDALGetOverviewCount(GDALGetRasterBand(dataset, 1)) == 0) return false;
   const CPLStringList files(GDALGetFileList(dataset));
   return std::none_of(files.List(), files.List() + files.size(),

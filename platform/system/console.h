@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "platform/system/export.h"
 
@@ -11,5 +13,8 @@ FUSION_API bool IsTerminal(std::FILE* stream);
 
 /// Makes the terminal read UTF-8 where it would not by itself.
 FUSION_API void UseUtf8Console();
+
+/// The program's arguments, without its name, as UTF-8.
+FUSION_API std::vector<std::string> Utf8Arguments(int argc, const char* const* argv);
 
 }  // namespace platform
