@@ -5,6 +5,7 @@
 
 #include "framework/messages.h"
 #include "platform/raster/gis_data_source.h"
+#include "platform/raster/row_cache.h"
 #include "platform/system/sleep.h"
 #include "platform/utility/log.h"
 
@@ -22,6 +23,14 @@ struct CFusionEvaluate::Run {
   std::unique_ptr<fusion::BandBuffers> panBuffer;
   std::unique_ptr<fusion::BandBuffers> mulBuffers;
   std::unique_ptr<fusion::BandBuffers> fusionBuffers;
+  platform::RowCache rows;
+
+  /// Blocks side by side share their rows, which a file of strips would decode again for each of them.
+  void KeepRows(const CRect& block, const CRect& read) {
+    if (grid.Across() < 2) return;
+    rows.Reserve(platform::RowCache::BytesOf(fused, block.Height()) + platform::RowCache::BytesOf(pan, block.Height()) +
+                 platform::RowCache::BytesOf(mul, read.Height()));
+  }
 };
 
 CFusionEvaluate::CFusionEvaluate(FusionEvaluateParam* param) {
@@ -115,6 +124,7 @@ void CFusionEvaluate::WalkPasses(Run& run) {
         CRect read;
         if (!GetReadBufferRect(&block, &read)) continue;
         run.mulBuffers->Reserve(read);
+        run.KeepRows(block, read);
         if (StartBolckProcess() != GIS_SUCCESS) {
           // A stopped run must not look like a finished one.
           if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;

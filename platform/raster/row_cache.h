@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/system/export.h"
+
+class CRasterSource;
+
+namespace platform {
+
+/// Room in memory for decoded rows, for a reader that comes back to the same rows of a raster block after block (a file
+/// of strips that is read column by column would be decoded once per column otherwise). The room goes with the object.
+class FUSION_API RowCache {
+ public:
+  RowCache() = default;
+  ~RowCache();
+  RowCache(const RowCache&) = delete;
+  RowCache& operator=(const RowCache&) = delete;
+
+  /// Bytes that so many consecutive rows of an open raster take, decoded, in all bands.
+  static std::int64_t BytesOf(const CRasterSource& source, std::int64_t rows);
+  /// Makes room for at least so many bytes. Asking for less than before changes nothing, and so does asking for more
+  /// than a bounded share of the machine's memory, or asking where the user has set GDAL_CACHEMAX.
+  void Reserve(std::int64_t bytes);
+
+ private:
+  std::int64_t m_bytes = 0;
+};
+
+}  // namespace platform
