@@ -38,11 +38,12 @@ void ConsoleProgress::Start(const std::wstring& title, int range) {
   EndLine();
   m_title = StageName(title);
   m_range = std::max(range, 1);
+  m_running = true;
 }
 
 bool ConsoleProgress::Step(int position, const std::wstring& /*text*/) {
   // Position 0 is the set-up that each run announces first; a line of its own would say nothing.
-  if (!m_silent && position > 0) {
+  if (!m_silent && m_running && position > 0) {
     const int percent = static_cast<int>(std::clamp<long long>(100LL * position / m_range, 0, 100));
     if (m_terminal) {
       DrawBar(percent);
@@ -53,7 +54,10 @@ bool ConsoleProgress::Step(int position, const std::wstring& /*text*/) {
   return !IsCancelRequested();
 }
 
-void ConsoleProgress::Finish() { EndLine(); }
+void ConsoleProgress::Finish() {
+  EndLine();
+  m_running = false;
+}
 
 void ConsoleProgress::Error(int /*type*/, const std::wstring& /*message*/) { EndLine(); }
 

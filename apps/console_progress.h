@@ -27,7 +27,8 @@ class ConsoleProgress : public CBaseProgress {
   bool m_terminal;
   std::string m_title;
   int m_range = 100;
-  int m_drawn = -1;  ///< percent drawn so far, -1 for nothing on the line
+  bool m_running = false;  ///< between Start and Finish; steps outside have no line
+  int m_drawn = -1;        ///< percent drawn so far, -1 for nothing on the line
 };
 
 }  // namespace app

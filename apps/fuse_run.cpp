@@ -149,7 +149,6 @@ class FuseRun {
     for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
     param.m_bSpectralMatch = matchesItself;
     param.m_bMakeGreen = m_options.makeGreen && (matchesItself || m_checked.method->isPipeline);
-    param.m_bSecondFilter = m_options.secondKernelSize || m_options.secondDetailWeight;
     param.m_bDataStretch = m_options.autoLevel;
 
     const std::unique_ptr<CBaseAlgorithm> algorithm = m_checked.method->make(param, m_options, m_progress);

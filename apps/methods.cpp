@@ -5,9 +5,11 @@
 #include <nlohmann/json.hpp>
 
 #include "apps/fuse_options.h"
+#include "apps/highpass_setup.h"
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
+#include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"
 
@@ -26,6 +28,10 @@ constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
 
 const std::vector<Method>& Methods() {
   static const std::vector<Method> methods = {
+      {.name = "bayesian",
+       .summary = "the likeliest image, given the bands and their regression on pan",
+       .takes = kRaster | kTakesBayesWeight,
+       .make = MakeBayesian},
       {.name = "brovey",
        .summary = "each band times pan over the sum of the bands",
        .takes = kRaster | kTakesMatch,
@@ -58,6 +64,20 @@ const std::vector<Method>& Methods() {
        .takes = kRaster,
        .make = Make<CPrinComponentFusion>,
        .wholeFileBands = true},
+      {.name = "hpf",
+       .summary = "bands plus the high-pass filtered pan, scaled to each band's spread",
+       .takes = kTakesAutoLevel | kTakesKernels,
+       .make = MakeHpf,
+       .isPipeline = true,
+       .wholeFileBands = true,
+       .buildsOverviews = true},
+      {.name = "sharpen",
+       .summary = "bands times the ratio of pan to its 7 x 7 mean, plus pan",
+       .takes = kTakesType | kTakesMatch | kTakesAutoLevel,
+       .make = Make<CSimplePanSharpeningFusionProcessAlg>,
+       .matchedByDefault = true,
+       .isPipeline = true,
+       .buildsOverviews = true},
   };
   return methods;
 }

@@ -18,6 +18,7 @@ constexpr std::pair<std::wstring_view, const char*> kStages[] = {
     {L"光谱校正", "spectral correction"},
     {L"光谱匹配运算", "spectral matching"},
     {L"数据拉伸处理", "level adjustment"},
+    {L"贝叶斯模型估计", "model estimation"},
 };
 
 }  // namespace
@@ -31,6 +32,7 @@ std::string StageName(const std::wstring& title) {
   if (name.size() >= frame.size() && name.starts_with(before) && name.ends_with(kDots)) {
     name = name.substr(before.size(), name.size() - frame.size());
   }
+  if (title == L"正在计算相关系数 ...") return "correlation";
   for (const auto& [chinese, english] : kStages) {
     // A stage's number in its pipeline follows its name.
     if (name == chinese || (name.starts_with(chinese) && name[chinese.size()] == L'(')) {

@@ -73,10 +73,10 @@ void CBuildRasterOverviews::Build() {
   }
   if (levels.empty() || HasInternalOverviews(dataset)) return;
 
-  // External files even where the raster is open for updating; all processors for the averaging.
+  // External files even where the raster is open for updating. No GDAL_NUM_THREADS: the workers' readers complain on
+  // the terminal about files of more than three bands, out of reach of the error handler below.
   const CPLConfigOptionSetter external("TIFF_USE_OVR", "YES", false);
   const CPLConfigOptionSetter big("BIGTIFF_OVERVIEW", "IF_SAFER", false);
-  const CPLConfigOptionSetter threads("GDAL_NUM_THREADS", "ALL_CPUS", false);
   const platform::GdalErrors quiet;
   const bool built = !platform::RasterFails(platform::RasterOperation::kWrite, m_pSource->GetPath() + L".ovr") &&
                      GDALBuildOverviews(dataset, m_strResampling.c_str(), static_cast<int>(levels.size()),

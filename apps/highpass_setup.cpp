@@ -1,0 +1,87 @@
+#include "apps/highpass_setup.h"
+
+#include <cmath>
+
+#include "apps/exit_status.h"
+#include "apps/fuse_options.h"
+#include "framework/messages.h"
+#include "highpass/bayes_pan_sharpening_fusion.h"
+#include "highpass/hpf_fusion_process_alg.h"
+#include "platform/raster/gis_data_source.h"
+#include "platform/raster/reproject.h"
+
+namespace app {
+namespace {
+
+namespace messages = fusion::messages;
+
+/// -1 everywhere and n x n - 1 in the centre, over n x n: the pixel less the mean around it.
+FilterDescription HighPass(int size) {
+  FilterDescription filter;
+  filter.m_nWidth = size;
+  filter.m_nHeight = size;
+  filter.m_nCenterX = size / 2;
+  filter.m_nCenterY = size / 2;
+  filter.m_dScale = 1.0 / (size * size);
+  filter.m_vecCoefficients.assign(static_cast<std::size_t>(size * size), -1.0);
+  filter.m_vecCoefficients[static_cast<std::size_t>(size * size / 2)] = size * size - 1.0;
+  return filter;
+}
+
+void OpenOrThrow(CRasterSource& source, const std::wstring& path) {
+  if (!source.Open(path, GDA_READ, true)) throw RunError(ERR_OPEN, messages::OpenFailed(path));
+}
+
+}  // namespace
+
+int DefaultKernelSize(double ratio) {
+  if (ratio < 2.5) return 5;
+  if (ratio < 3.5) return 7;
+  if (ratio < 5.5) return 9;
+  if (ratio < 7.5) return 11;
+  return ratio < 9.5 ? 13 : 15;
+}
+
+double PixelRatio(const FusionParam& param) {
+  CRasterSource pan;
+  CRasterSource ms;
+  OpenOrThrow(pan, param.m_strPanFile);
+  OpenOrThrow(ms, param.m_strMSFile);
+  CBoundingBox msExtent = CGISDataSource::GetExtent(&ms);
+  if (param.m_bNeedReproject && !CReproject::GetExtent(&ms, pan.GetSpatialReferenceWKT(), msExtent)) {
+    throw RunError(ERR_REPROJECT, messages::kReprojectFailed);
+  }
+  const CBoundingBox panExtent = CGISDataSource::GetExtent(&pan);
+  const double msPixel = std::fabs(msExtent.m_dRight - msExtent.m_dLeft) / ms.GetWidth();
+  return msPixel / (std::fabs(panExtent.m_dRight - panExtent.m_dLeft) / pan.GetWidth());
+}
+
+std::unique_ptr<CBaseAlgorithm> MakeHpf(HpfFusionParam& param, const FuseOptions& options,
+                                        CBaseProgress& /*progress*/) {
+  constexpr int kSecondSize = 5;
+  param.m_filter1 = HighPass(options.kernelSize ? *options.kernelSize : DefaultKernelSize(PixelRatio(param)));
+  if (options.detailWeight) param.m_dDetailWeight1 = *options.detailWeight;
+  param.m_bSecondFilter = options.secondKernelSize || options.secondDetailWeight;
+  if (param.m_bSecondFilter) param.m_filter2 = HighPass(options.secondKernelSize.value_or(kSecondSize));
+  if (options.secondDetailWeight) param.m_dDetailWeight2 = *options.secondDetailWeight;
+  return std::make_unique<CHpfFusionProcessAlg>(&param);
+}
+
+std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const FuseOptions& options,
+                                             CBaseProgress& progress) {
+  constexpr double kWeight = 0.5;
+  BayesianFusionParam record;
+  static_cast<FusionParam&>(record) = param;
+  record.m_dBayesParam = options.bayesWeight.value_or(kWeight);
+  BayesianModelEstimator estimator(record);
+  estimator.SetProgress(&progress);
+  estimator.Process();
+  if (estimator.GetLastErrorType() != ERR_NONE || !estimator.GetLastErrorMessage().empty()) {
+    throw RunError(estimator.GetLastErrorType(), estimator.GetLastErrorMessage());
+  }
+  auto fusion = std::make_unique<BayesPanSharpeningFusion>(&record);
+  fusion->SetModel(estimator.GetModel());
+  return fusion;
+}
+
+}  // namespace app
