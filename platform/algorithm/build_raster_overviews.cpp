@@ -47,11 +47,14 @@ int CPL_STDCALL GoesOn(double, const char*, void* progress) {
 
 }  // namespace
 
+// The signature is published.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 CBuildRasterOverviews::CBuildRasterOverviews(CRasterSource* source, const char* resampling, int levelCount, int* levels,
                                              CBaseProgress* progress, std::wstring /*text*/, bool /*flag*/)
     : m_pSource(source), m_strResampling(resampling ? resampling : ""), m_nLevelCount(levelCount), m_pLevels(levels) {
   SetProgress(progress);
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 void CBuildRasterOverviews::Process() {
   ClearError();

@@ -18,6 +18,10 @@ using test_support::WriteImage;
 constexpr wchar_t kIn[] = L"/vsimem/convolution_in.tif";
 constexpr wchar_t kOut[] = L"/vsimem/convolution_out.tif";
 
+std::size_t At(int column, int row, int width) {
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(width) + static_cast<std::size_t>(column);
+}
+
 Image RandomImage(int width, int height, int bands, unsigned seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> value(-500.0, 4000.0);
@@ -54,10 +58,9 @@ std::pair<double, double> PlainSum(const Image& image, const ConvolutionParam& p
     for (int i = 0; i < param.m_nWidth; ++i) {
       const int column = std::clamp(x + i - param.m_nCenterX, 0, image.width - 1);
       const int row = std::clamp(y + j - param.m_nCenterY, 0, image.height - 1);
-      const long double term =
-          static_cast<long double>(param.m_vecCoefficients[static_cast<std::size_t>(j * param.m_nWidth + i)]) *
-          param.m_dScale *
-          image.bands[static_cast<std::size_t>(param.m_nBand)][static_cast<std::size_t>(row * image.width + column)];
+      const long double term = static_cast<long double>(param.m_vecCoefficients[At(i, j, param.m_nWidth)]) *
+                               param.m_dScale *
+                               image.bands[static_cast<std::size_t>(param.m_nBand)][At(column, row, image.width)];
       sum += term;
       absolute += std::abs(term);
     }
@@ -77,14 +80,14 @@ void ExpectPlainSum(const Image& image, ConvolutionParam param) {
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < image.width; ++x) {
       const auto [sum, absolute] = PlainSum(image, param, x, y);
-      ASSERT_NEAR(out.bands[0][static_cast<std::size_t>(y * image.width + x)], sum, 1e-9 * absolute)
-          << "column " << x << " row " << y;
+      ASSERT_NEAR(out.bands[0][At(x, y, image.width)], sum, 1e-9 * absolute) << "column " << x << " row " << y;
     }
   }
 }
 
 std::vector<double> Constant(int count, double value) {
-  return std::vector<double>(static_cast<std::size_t>(count), value);
+  std::vector<double> coefficients(static_cast<std::size_t>(count), value);
+  return coefficients;
 }
 
 std::vector<double> HighPass(int n, double center) {
@@ -97,6 +100,7 @@ std::vector<double> Random(int count, unsigned seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> value(-1.0, 1.0);
   std::vector<double> coefficients;
+  coefficients.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) coefficients.push_back(value(random));
   return coefficients;
 }
@@ -226,7 +230,7 @@ TEST_F(Convolution, OneHugeValueSpoilsNoPixelBeyondItsReach) {
     for (int y = 0; y < 60; ++y) {
       for (int x = 0; x < 60; ++x) {
         if (std::abs(x - 30) <= 3 && std::abs(y - 30) <= 3) continue;
-        const auto i = static_cast<std::size_t>(y * 60 + x);
+        const auto i = At(x, y, 60);
         ASSERT_EQ(results[0][i], results[1][i]) << "column " << x << " row " << y;
       }
     }

@@ -33,7 +33,7 @@ class Overviews : public testing::Test {
   /// A raster whose pixel (x, y) is 4 x + y modulo 199.
   std::string Make(const std::string& name, int width, int height, const char* driver = "GTiff") const {
     GDALAllRegister();
-    const std::string path = (m_folder / name).string();
+    std::string path = (m_folder / name).string();
     GDALDatasetH memory = GDALCreate(GDALGetDriverByName("MEM"), "", width, height, 1, GDT_Byte, nullptr);
     std::vector<unsigned char> row(static_cast<std::size_t>(width));
     for (int y = 0; y < height; ++y) {
@@ -67,6 +67,7 @@ class Overviews : public testing::Test {
     std::vector<int> widths;
     GDALDatasetH file = GDALOpen(path.c_str(), GA_ReadOnly);
     GDALRasterBandH band = GDALGetRasterBand(file, 1);
+    widths.reserve(static_cast<std::size_t>(GDALGetOverviewCount(band)));
     for (int i = 0; i < GDALGetOverviewCount(band); ++i)
       widths.push_back(GDALGetRasterBandXSize(GDALGetOverview(band, i)));
     GDALClose(file);

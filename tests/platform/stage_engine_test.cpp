@@ -12,6 +12,10 @@ using namespace stage_test;
 
 namespace {
 
+std::size_t At(int column, int row, int width) {
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(width) + static_cast<std::size_t>(column);
+}
+
 TEST_F(Stage, OutputLiesOnTheInputsGridWithItsProjection) {
   WriteImage(Numbers(7, 5, 2), kIn, PDT_UINT16, test_support::UtmWkt());
   const AlgorithmParam param = Param();
@@ -67,9 +71,9 @@ TEST_F(Stage, RowsComeInOrderWithTheirHaloAcrossChunks) {
       for (int x = 0; x < 3; ++x) {
         double sum = 0.0;
         for (int r = y - halo; r <= y + halo; ++r) {
-          sum += image.bands[0][static_cast<std::size_t>(std::clamp(r, 0, kHeight - 1) * 3 + x)];
+          sum += image.bands[0][At(x, std::clamp(r, 0, kHeight - 1), 3)];
         }
-        ASSERT_EQ(out.bands[0][static_cast<std::size_t>(y * 3 + x)], sum) << "halo " << halo << " row " << y;
+        ASSERT_EQ(out.bands[0][At(x, y, 3)], sum) << "halo " << halo << " row " << y;
       }
     }
   }
@@ -148,7 +152,7 @@ TEST_F(Stage, FormatFollowsTheRecordThenTheExtension) {
   const auto driver = [&] {
     RowSums(&param).Process();
     GDALDatasetH file = GDALOpen("/vsimem/stage_out.img", GA_ReadOnly);
-    const std::string name = file ? GDALGetDriverShortName(GDALGetDatasetDriver(file)) : "none";
+    std::string name = file ? GDALGetDriverShortName(GDALGetDatasetDriver(file)) : "none";
     if (file) GDALClose(file);
     CRasterSource::DeleteFileW(param.m_strOutFile);
     return name;
@@ -222,7 +226,7 @@ TEST_F(Stage, PixelsOutsideTheAreaAreZeroAndNotScanned) {
   std::vector<double> expected;
   for (int y = 0; y < 4; ++y) {
     for (int x = 0; x < 6; ++x) {
-      const double value = image.bands[0][static_cast<std::size_t>(y * 6 + x)];
+      const double value = image.bands[0][At(x, y, 6)];
       const bool in = x + y <= 2;
       if (in) inside.push_back(value);
       expected.push_back(in ? value : 0.0);

@@ -55,8 +55,8 @@ class Stretch : public testing::Test {
 const std::vector<double> kEight = {2, 4, 4, 4, 5, 5, 7, 9};
 
 TEST_F(Stretch, BringsEachBandToItsTarget) {
-  std::vector<double> doubled;
-  for (const double v : kEight) doubled.push_back(2.0 * v + 1.0);
+  std::vector<double> doubled = kEight;
+  for (double& v : doubled) v = 2.0 * v + 1.0;
   WriteImage(Row({kEight, doubled}), kIn, PDT_UINT8);
   const std::vector<double> means = {100.0, 0.0};
   const std::vector<double> deviations = {10.0, 1.0};
@@ -150,8 +150,8 @@ TEST_F(Stretch, OwnStatisticsAsTargetsChangeNothing) {
 
 TEST_F(Stretch, GreenMixComesFirst) {
   // Green 10 x kEight and near infrared a constant 100: mixed 9 x kEight + 10, mean 55, deviation 18.
-  std::vector<double> green;
-  for (const double v : kEight) green.push_back(10.0 * v);
+  std::vector<double> green = kEight;
+  for (double& v : green) v *= 10.0;
   const std::vector<double> infrared(8, 100.0);
   WriteImage(Row({kEight, green, kEight, infrared}), kIn, PDT_UINT8);
   const std::vector<double> means = {55.0, 55.0, 55.0, 100.0};

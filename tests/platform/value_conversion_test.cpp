@@ -16,20 +16,20 @@ constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 struct TypeCase {
-  PixelDataType type;
   double minimum;
   double maximum;
+  PixelDataType type;
   bool isFloat;
 };
 
 const TypeCase kTypes[] = {
-    {PDT_UINT8, 0.0, 255.0, false},
-    {PDT_UINT16, 0.0, 65535.0, false},
-    {PDT_INT16, -32768.0, 32767.0, false},
-    {PDT_UINT32, 0.0, 4294967295.0, false},
-    {PDT_INT32, -2147483648.0, 2147483647.0, false},
-    {PDT_FLOAT32, -3.4028234663852886e38, 3.4028234663852886e38, true},
-    {PDT_FLOAT64, -1.7976931348623157e308, 1.7976931348623157e308, true},
+    {0.0, 255.0, PDT_UINT8, false},
+    {0.0, 65535.0, PDT_UINT16, false},
+    {-32768.0, 32767.0, PDT_INT16, false},
+    {0.0, 4294967295.0, PDT_UINT32, false},
+    {-2147483648.0, 2147483647.0, PDT_INT32, false},
+    {-3.4028234663852886e38, 3.4028234663852886e38, PDT_FLOAT32, true},
+    {-1.7976931348623157e308, 1.7976931348623157e308, PDT_FLOAT64, true},
 };
 
 /// The conversion as it is defined, one value at a time, through the widest integer.
@@ -153,7 +153,7 @@ TEST(ValueConversion, FloatsKeepTheFraction) {
 
 TEST_P(EveryType, RowsEqualTheDefinitionAndTheConversionByValue) {
   const TypeCase type = GetParam();
-  std::mt19937 random(7 + type.type);
+  std::mt19937 random(7U + static_cast<unsigned>(type.type));
   const double special[] = {kNan,  kInfinity,    -kInfinity,   -0.5,         0.999999,     -0.0,         type.minimum,
                             254.5, 2147483647.5, 2147483648.0, 4294967295.9, type.maximum, 2147483648.75};
   for (const bool stretch : {false, true}) {
@@ -165,7 +165,7 @@ TEST_P(EveryType, RowsEqualTheDefinitionAndTheConversionByValue) {
       c.m_dSrcMax = 1021.0;
       const double reach = stretch ? 1200.0 : std::min(type.maximum * 1.2, 1e39);
       std::uniform_real_distribution<double> value(-reach, reach);
-      for (const std::size_t n : {0, 1, 3, 7, 8, 9, 31, 32, 33, 257}) {
+      for (const std::size_t n : {0U, 1U, 3U, 7U, 8U, 9U, 31U, 32U, 33U, 257U}) {
         std::vector<double> values(n);
         for (std::size_t i = 0; i < n; ++i)
           values[i] = i % 5 == 4 ? special[i / 5 % std::size(special)] : value(random);
