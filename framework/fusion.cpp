@@ -157,7 +157,8 @@ fusion::RowGeometry MakeGeometry(const fusion::FusionBlock& block, const fusion:
 
 void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                          const fusion::RowArithmetic& arithmetic) {
-  if (!platform::IsPixelType(block.outType)) return nullptr;
+  const bool areOpen = m_pPanSrc && m_pMSSrc && m_pDstSrc;
+  if (!areOpen || !platform::IsPixelType(block.outType)) return nullptr;
   return fusion::RunRowKernel(block, MakeGeometry(block, policy, *m_pPanSrc, *m_pMSSrc, *m_pDstSrc, m_pReproject),
                               m_param.m_eResampleType, policy, arithmetic, m_conversion);
 }

@@ -5,6 +5,7 @@
 
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
+#include "platform/raster/pixel_type.h"
 
 namespace {
 
@@ -92,6 +93,7 @@ void CIhsTranFusion::ScaleBlock(CRasterBand& band, int msIndex, double* values, 
 
 void** CIhsTranFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
                                         PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
+  if (!m_pPanSrc || !platform::IsPixelType(outType)) return nullptr;
   fusion::RowPolicy policy;
   policy.parallelRows = true;
   policy.panNoData = m_pPanSrc->GetRasterBand(0)->GetNoDataTest();

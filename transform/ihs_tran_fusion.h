@@ -15,7 +15,8 @@ class FUSION_API CIhsTranFusion : public CFusion {
   CIhsTranFusion(const CIhsTranFusion&);
   CIhsTranFusion& operator=(const CIhsTranFusion&);
 
-  /// Ends with overviews of the output where there is a progress reporter.
+  /// The common block loop, with blocks brought to scale after they are read. Ends with overviews of the output where
+  /// there is a progress reporter.
   void Process() override;
   /// Ranges of pan and the chosen bands. Refuses fewer than three bands and RGB positions that do not exist.
   GISError Preproccess() override;

@@ -23,11 +23,12 @@ CPrinComponentFusion& CPrinComponentFusion::operator=(const CPrinComponentFusion
 
 GISError CPrinComponentFusion::Preproccess() {
   const int n = m_param.m_nOutBandCount;
-  if (n != m_pMSSrc->GetBandCount()) {
+  const auto size = static_cast<std::size_t>(n);
+  // More bands than the image has, some of them twice, would reach beyond the matrix.
+  if (!m_pMSSrc || n != m_pMSSrc->GetBandCount() || m_param.m_vecMSBands.size() > size) {
     SetError(ERR_BANDS, L"请选择多光谱影像所有波段进行处理！");
     return GIS_FAILED;
   }
-  const auto size = static_cast<std::size_t>(n);
   m_pFirstStatics = SharedArray(size);
   m_pSecondStatics = SharedArray(size);
   m_pTransform = SharedArray(size * size);

@@ -12,8 +12,12 @@ using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowM
 
 void CMatrixOperation::Multimatrix(const double* a, const double* b, int rowsA, int colsA, int colsB, double* c) {
   if (rowsA < 1 || colsB < 1 || colsA < 0) return;
-  Eigen::Map<Matrix>(c, rowsA, colsB).noalias() =
-      Eigen::Map<const Matrix>(a, rowsA, colsA) * Eigen::Map<const Matrix>(b, colsA, colsB);
+  const Eigen::Map<const Matrix> left(a, rowsA, colsA);
+  const Eigen::Map<const Matrix> right(b, colsA, colsB);
+  Eigen::Map<Matrix> product(c, rowsA, colsB);
+  product.setZero();
+  // Term after term, so that an element's last bit does not depend on the size of the product.
+  for (int k = 0; k < colsA; ++k) product.noalias() += left.col(k) * right.row(k);
 }
 
 bool CMatrixOperation::InverseMatrix(double* matrix, int n) {

@@ -56,6 +56,8 @@ TEST(MultipleFusion, ProductOfTwoBytesIsClampedToTheRange) {
   EXPECT_EQ(out[1], (std::vector<double>{0.0, 20.0, 0.0}));
 }
 
+TEST(MultipleFusion, PreparingWithoutOpenImagesFails) { EXPECT_EQ(CMultipleFusion(nullptr).Preproccess(), 4); }
+
 TEST(MultipleFusion, UnknownResamplingGivesZero) {
   const Scene scene(41);
   FusionParam param = scene.Param();

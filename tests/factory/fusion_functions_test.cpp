@@ -5,9 +5,9 @@
 
 #include <memory>
 
-#include "band_arithmetic/brovey_fusion.h"
+#include "framework/factory/fusion_algorithm_factory.h"
 #include "platform/utility/common_fun.h"
-#include "tests/support/scene.h"
+#include "tests/support/method_sweep.h"
 
 namespace {
 
@@ -70,6 +70,52 @@ TEST(OneCallFunctions, NamesChooseResamplingAndType) {
   test_support::ExpectEqual(ReadImage(scene.outFile), reference::Fuse(run));
 }
 
+TEST(OneCallFunctions, UnknownTypeNameMeansTheMultispectralImagesOwn) {
+  const Scene scene(89);
+  EXPECT_EQ(Names(scene).Run(MultipleFusion, "sinc", "colour"), 0);
+  CRasterSource out;
+  ASSERT_TRUE(out.OpenSimple(scene.outFile));
+  EXPECT_EQ(out.GetRasterDataType(), PDT_UINT16);
+}
+
+TEST(OneCallFunctions, EachRunsItsOwnMethod) {
+  const Scene scene(90);
+  const Names names(scene);
+  const std::pair<OneCall, FusionType> calls[] = {{IHSFusion, FT_IHS},
+                                                  {WeightFusion, FT_WEIGHT},
+                                                  {MultipleFusion, FT_MULTIPLE},
+                                                  {BroveyFusion, FT_BROVEY},
+                                                  {PCAFusion, FT_PRIN_COMPONENT}};
+  for (const auto& [call, type] : calls) {
+    EXPECT_EQ(names.Run(call, "bilinear", "float64"), 0);
+    const auto once = ReadImage(scene.outFile);
+    FusionParam param = scene.Param();
+    param.m_eResampleType = RT_BILINEAR;
+    const std::unique_ptr<CFusion> algorithm(CFusionAlgorithmFactory::CreateAlgorithm(type, nullptr, &param));
+    algorithm->Process();
+    test_support::ExpectEqual(ReadImage(scene.outFile), once.bands);
+  }
+}
+
+TEST(OneCallFunctions, NullStringsAreEmptyOnes) {
+  EXPECT_EQ(BroveyFusion(nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+  const Scene scene(91);
+  EXPECT_EQ(Names(scene).Run(PCAFusion, nullptr, nullptr), 0);
+}
+
+TEST(OneCallFunctions, ReprojectWhereTheCoordinateSystemsDiffer) {
+  test_support::ReprojectedScene scene(92);
+  const Names names(scene.Base());
+  EXPECT_EQ(names.Run(BroveyFusion), 0);
+  const auto out = ReadImage(scene.Base().outFile);
+  FusionParam param = scene.Base().Param(PDT_FLOAT32);
+  param.m_eResampleType = RT_NEAREST;
+  reference::Run run = scene.Base().Reference(param);
+  run.arithmetic = [](const reference::Pixel& pixel) { return reference::Brovey(pixel, 3); };
+  scene.Complete(run, out);
+  test_support::ExpectEqual(out, reference::Fuse(run));
+}
+
 TEST(OneCallFunctions, InputThatDoesNotOpenGivesMinusOne) {
   const Scene scene(84);
   Names names(scene);
@@ -114,6 +160,11 @@ TEST(OneCallFunctions, ExtensionChoosesTheFormat) {
     EXPECT_EQ(DriverOf(names.out), driver);
     CRasterSource::DeleteFileW(CommonFun::Utf82U(names.out));
   }
+  names.out = "/vsimem/one_call.jp2";
+  EXPECT_EQ(names.Run(BroveyFusion, "", "uint8"), 0);
+  const std::string expected = GDALGetDriverByName("JP2OpenJPEG") ? "JP2OpenJPEG" : "GTiff";
+  EXPECT_EQ(DriverOf(names.out), expected);
+  CRasterSource::DeleteFileW(CommonFun::Utf82U(names.out));
 }
 
 }  // namespace

@@ -26,6 +26,24 @@ TEST(Matrix, ProductOfAColumnAndARow) {
   for (int i = 0; i < 6; ++i) EXPECT_EQ(c[i], expected[i]);
 }
 
+TEST(Matrix, ProductAddsTermAfterTerm) {
+  std::mt19937 random(6);
+  std::uniform_real_distribution<double> value(-10.0, 10.0);
+  for (const int n : {3, 4, 8, 17}) {
+    std::vector<double> a(static_cast<std::size_t>(n * n));
+    std::vector<double> b(static_cast<std::size_t>(n));
+    for (double& v : a) v = value(random);
+    for (double& v : b) v = value(random);
+    std::vector<double> c(static_cast<std::size_t>(n));
+    CMatrixOperation::Multimatrix(a.data(), b.data(), n, n, 1, c.data());
+    for (int r = 0; r < n; ++r) {
+      double sum = 0.0;
+      for (int k = 0; k < n; ++k) sum += a[static_cast<std::size_t>(r * n + k)] * b[static_cast<std::size_t>(k)];
+      EXPECT_EQ(c[static_cast<std::size_t>(r)], sum);
+    }
+  }
+}
+
 TEST(Matrix, EmptyProductTouchesNothing) {
   double c = 4.0;
   CMatrixOperation::Multimatrix(nullptr, nullptr, 0, 0, 0, &c);

@@ -160,6 +160,18 @@ void ExpectCommonRules() {
     ExpectSuccess(fusion);
   }
   {
+    SCOPED_TRACE("outside a run there is nothing to prepare and nothing to fuse");
+    FusionParam param = scene.Param();
+    Method idle(&param);
+    double* none[] = {nullptr, nullptr, nullptr};
+    CRect rect(0, 0, 1, 1);
+    for (const int type : {0, 7, 8}) {
+      EXPECT_EQ(
+          idle.AlgorithmProcess(nullptr, &rect, none, 3, &rect, static_cast<PixelDataType>(type), 3, &rect, nullptr),
+          nullptr);
+    }
+  }
+  {
     SCOPED_TRACE("cancellation");
     FusionParam param = scene.Param();
     RecordingProgress progress;

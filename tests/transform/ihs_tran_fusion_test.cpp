@@ -79,66 +79,6 @@ TEST_P(IhsDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CIhsTranFusion
 
 INSTANTIATE_TEST_SUITE_P(AllTypes, IhsDefinition, test_support::AllTypesAndResamplings(), test_support::SweepCaseName);
 
-struct Ihs {
-  double i;
-  double h;
-  double s;
-};
-
-Ihs Forward(double r, double g, double b) {
-  Ihs v{};
-  CIhsTranFusion(nullptr).RGB2IHS(r, g, b, v.i, v.h, v.s);
-  return v;
-}
-
-std::array<double, 3> Back(const Ihs& v) {
-  double r = 0;
-  double g = 0;
-  double b = 0;
-  CIhsTranFusion(nullptr).IHS2RGB(v.i, v.h, v.s, r, g, b);
-  return {r, g, b};
-}
-
-TEST(IhsTransform, PureColoursLieAtTheirAngles) {
-  EXPECT_NEAR(Forward(90, 0, 0).h, 0.0, 1e-12);
-  EXPECT_NEAR(Forward(0, 90, 0).h, 120.0 / 360.0, 1e-12);
-  EXPECT_NEAR(Forward(0, 0, 90).h, 240.0 / 360.0, 1e-12);
-  for (const Ihs& v : {Forward(90, 0, 0), Forward(0, 90, 0), Forward(0, 0, 90)}) {
-    EXPECT_NEAR(v.i, 30.0, 1e-12);
-    EXPECT_NEAR(v.s, 1.0, 1e-12);
-  }
-}
-
-TEST(IhsTransform, GreyHasNeitherHueNorSaturation) {
-  for (const double grey : {0.0, 1.0, 77.0}) {
-    const Ihs v = Forward(grey, grey, grey);
-    EXPECT_EQ(v.i, grey);
-    EXPECT_EQ(v.h, 0.0);
-    EXPECT_EQ(v.s, 0.0);
-    EXPECT_EQ(Back({50.0, v.h, v.s}), (std::array<double, 3>{50.0, 50.0, 50.0})) << "grey takes the pan value";
-  }
-}
-
-TEST(IhsTransform, YellowIsHalfWayBetweenRedAndGreen) {
-  const Ihs v = Forward(60, 60, 0);
-  EXPECT_NEAR(v.h, 60.0 / 360.0, 1e-12);
-  EXPECT_NEAR(v.s, 1.0, 1e-12);
-  EXPECT_NEAR(v.i, 40.0, 1e-12);
-}
-
-TEST(IhsTransform, BackTransformIsTheInverse) {
-  for (int r = 1; r < 250; r += 31) {
-    for (int g = 2; g < 250; g += 29) {
-      for (int b = 3; b < 250; b += 37) {
-        const auto rgb = Back(Forward(r, g, b));
-        EXPECT_NEAR(rgb[0], r, 1e-9);
-        EXPECT_NEAR(rgb[1], g, 1e-9);
-        EXPECT_NEAR(rgb[2], b, 1e-9);
-      }
-    }
-  }
-}
-
 TEST(IhsFusion, PanEqualToTheIntensityChangesNothing) {
   // A byte image stays on its own scale, so nothing but the transform is at work.
   std::vector<double> pan;
@@ -160,6 +100,87 @@ TEST(IhsFusion, PanEqualToTheIntensityChangesNothing) {
   for (std::size_t b = 0; b < 3; ++b) {
     for (std::size_t i = 0; i < pan.size(); ++i) EXPECT_NEAR(out[b][i], bands[b][i], 1e-9);
   }
+}
+
+TEST(IhsFusion, PanEqualToTheIntensityOfAFloatImageFrom1To254ChangesNothing) {
+  std::vector<std::vector<double>> bands(3, {1.0, 254.0});
+  for (int i = 0; i < 200; ++i) {
+    bands[0].push_back(1.5 + (i * 37) % 251);
+    bands[1].push_back(2.25 + (i * 101) % 250);
+    bands[2].push_back(3.75 + (i * 173) % 249);
+  }
+  std::vector<double> pan;
+  for (std::size_t i = 0; i < bands[0].size(); ++i) pan.push_back((bands[0][i] + bands[1][i] + bands[2][i]) / 3.0);
+  const test_support::OneRow row(pan, bands, PDT_FLOAT64);
+  const auto out = row.Fuse<CIhsTranFusion>(PDT_FLOAT64);
+  for (std::size_t b = 0; b < 3; ++b) {
+    for (std::size_t i = 0; i < pan.size(); ++i) EXPECT_NEAR(out[b][i], bands[b][i], 1e-9);
+  }
+}
+
+TEST(IhsFusion, PositionsOfTheCallerAreUsedAsTheyStand) {
+  SceneOptions options;
+  options.msBands = 4;
+  options.panType = PDT_INT16;
+  const Scene scene(67, options);
+  for (const auto& rgb : {std::vector<std::int32_t>{3, 0, 2}, {0, 1, 2}, {0, 0, 1}, {2, 1, 0, 9}}) {
+    FusionParam param = scene.Param();
+    param.m_vecRGBBands = rgb;
+    test_support::ExpectDefinition<CIhsTranFusion>(scene, param, Reference(scene, param));
+  }
+  FusionParam chosen = scene.Param();
+  chosen.m_vecMSBands = {3, 1, 0};
+  test_support::ExpectDefinition<CIhsTranFusion>(scene, chosen, Reference(scene, chosen));
+}
+
+TEST(IhsFusion, MultispectralNoDataIsNotScaled) {
+  // The fourth band is copied, so that it shows what was read: valid values from 200 to 800, and 0 left as it is.
+  const test_support::OneRow row({10, 20, 30}, {{1, 2, 3}, {3, 2, 1}, {1, 3, 2}, {0, 200, 800}}, PDT_UINT16);
+  const auto plain = row.Fuse<CIhsTranFusion>(PDT_FLOAT64);
+  EXPECT_EQ(plain[3], (std::vector<double>{1.0, 64.25, 254.0})) << "0 is a value like any other";
+  reference::Image ms = ReadImage(row.Param().m_strMSFile);
+  test_support::WriteImage(ms, row.Param().m_strMSFile, PDT_UINT16, "", 0.0);
+  const auto declared = row.Fuse<CIhsTranFusion>(PDT_FLOAT64);
+  EXPECT_EQ(declared[3], (std::vector<double>{0.0, 1.0, 254.0}));
+}
+
+TEST(IhsFusion, DeclaredNoDataInBothImagesNarrowsTheRange) {
+  test_support::OneRow row({0, 9, 255}, {{7, 7, 7}, {7, 7, 7}, {7, 7, 7}}, PDT_UINT8);
+  EXPECT_EQ(row.Fuse<CIhsTranFusion>(PDT_UINT8)[0], (std::vector<double>{0.0, 9.0, 255.0}));
+  const auto declare = [](const std::wstring& file) {
+    test_support::WriteImage(ReadImage(file), file, PDT_UINT8, "", 77.0);
+  };
+  declare(row.Param().m_strPanFile);
+  EXPECT_EQ(row.Fuse<CIhsTranFusion>(PDT_UINT8)[0], (std::vector<double>{0.0, 9.0, 255.0}));
+  declare(row.Param().m_strMSFile);
+  EXPECT_EQ(row.Fuse<CIhsTranFusion>(PDT_UINT8)[0], (std::vector<double>{1.0, 9.0, 254.0}));
+}
+
+TEST(IhsFusion, BandWithoutSpreadGivesZeroInIntegers) {
+  const test_support::OneRow row({10, 20}, {{500, 500}, {500, 600}, {500, 700}}, PDT_UINT16);
+  const auto out = row.Fuse<CIhsTranFusion>(PDT_UINT8);
+  for (const double v : out[0]) EXPECT_EQ(v, 0.0);
+}
+
+TEST(IhsFusion, PreparingWithoutOpenImagesFails) { EXPECT_EQ(CIhsTranFusion(nullptr).Preproccess(), 4); }
+
+TEST(IhsFusion, MatchedRunLeavesItsTemporaryFileWithoutOverviews) {
+  const Scene scene(68);
+  FusionParam param = scene.Param();
+  param.m_bSpectralMatch = true;
+  class Temporary : public CIhsTranFusion {
+   public:
+    using CIhsTranFusion::CIhsTranFusion;
+    const std::wstring& Path() const { return m_strTempFile; }
+  } fusion(&param);
+  RecordingProgress progress;
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  test_support::ExpectSuccess(fusion);
+  EXPECT_FALSE(test_support::FileExists(scene.outFile));
+  EXPECT_TRUE(test_support::FileExists(fusion.Path()));
+  EXPECT_EQ(progress.Calls().back(), L"Finish");
+  CRasterSource::DeleteFileW(fusion.Path());
 }
 
 TEST(IhsFusion, WideTypesAreBroughtToTheScaleOf1To254) {

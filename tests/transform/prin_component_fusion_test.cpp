@@ -81,6 +81,27 @@ TEST(PrinComponentFusion, BandsThatAreMultiplesOfEachOtherComeOutInTheirProporti
   }
 }
 
+TEST(PrinComponentFusion, TwoBandsOfEqualSpreadByHand) {
+  // Deviations (-3 -1), (-1 -3), (1 3), (3 1): equal variances, covariance 3. Components (1 1), scaled to a mean, and
+  // (1 -1) / sqrt(2). With pan for the mean of both bands a pixel becomes pan plus and minus half the bands'
+  // difference.
+  const test_support::OneRow row({100.0, 50.0, 0.0, 7.0}, {{17.0, 19.0, 21.0, 23.0}, {39.0, 37.0, 43.0, 41.0}});
+  const auto out = row.Fuse<Recorded>();
+  const double root = std::sqrt(0.5);
+  const double transform[] = {0.5, 0.5, root, -root};
+  const double inverse[] = {1.0, root, 1.0, -root};
+  for (std::size_t i = 0; i < 4; ++i) {
+    EXPECT_NEAR(Recorded::s_transform[i], transform[i], 1e-12);
+    EXPECT_NEAR(Recorded::s_inverse[i], inverse[i], 1e-12);
+  }
+  const double first[] = {89.0, 41.0, -11.0, -2.0};
+  const double second[] = {111.0, 59.0, 11.0, 16.0};
+  for (std::size_t i = 0; i < 4; ++i) {
+    EXPECT_NEAR(out[0][i], first[i], 1e-12);
+    EXPECT_NEAR(out[1][i], second[i], 1e-12);
+  }
+}
+
 TEST(PrinComponentFusion, PanEqualToTheFirstComponentChangesNothing) {
   SceneOptions options;
   options.ratio = 1.0;
@@ -130,23 +151,53 @@ TEST(PrinComponentFusion, UnknownResamplingGivesTheBackTransformOfPanAlone) {
   }
 }
 
-TEST(PrinComponentFusion, RefusesAPartOfTheBands) {
+TEST(PrinComponentFusion, RefusesAnythingButAllBands) {
   const Scene scene(73);
+  const auto expectRefusal = [&](const std::vector<std::int32_t>& bands, int outBandCount) {
+    FusionParam param = scene.Param();
+    param.m_vecMSBands = bands;
+    param.m_nOutBandCount = outBandCount;
+    test_support::RecordingProgress progress;
+    CPrinComponentFusion fusion(&param);
+    fusion.SetProgress(&progress);
+    fusion.Process();
+    EXPECT_EQ(fusion.GetLastErrorType(), 11);
+    EXPECT_EQ(fusion.GetLastErrorMessage(), L"请选择多光谱影像所有波段进行处理！");
+    EXPECT_EQ(progress.Errors(), 1);
+  };
+  expectRefusal({0, 1}, 0);
+  expectRefusal({}, 2);
+  expectRefusal({}, 4);
+  expectRefusal({0, 1, 2, 0}, 0);
+  expectRefusal({0, 1, 2, 0, 1}, 3);
+}
+
+TEST(PrinComponentFusion, PreparingWithoutOpenImagesFails) {
+  EXPECT_EQ(CPrinComponentFusion(nullptr).Preproccess(), 4);
+}
+
+TEST(PrinComponentFusion, ImageWithoutAnyValidPixelGoesOnWithZeroMatrices) {
+  SceneOptions options;
+  options.msNoData = 5.0;
+  Scene scene(74, options);
+  for (auto& band : scene.ms.bands) std::fill(band.begin(), band.end(), 5.0);
+  test_support::WriteImage(scene.ms, scene.msFile, PDT_UINT16, "", 5.0);
   FusionParam param = scene.Param();
-  param.m_vecMSBands = {0, 1};
-  test_support::RecordingProgress progress;
   CPrinComponentFusion fusion(&param);
-  fusion.SetProgress(&progress);
   fusion.Process();
-  EXPECT_EQ(fusion.GetLastErrorType(), 11);
-  EXPECT_EQ(fusion.GetLastErrorMessage(), L"请选择多光谱影像所有波段进行处理！");
-  EXPECT_EQ(progress.Errors(), 1);
+  test_support::ExpectSuccess(fusion);
+  for (const auto& band : ReadImage(scene.outFile).bands) {
+    for (const double v : band) ASSERT_EQ(v, 0.0);
+  }
 }
 
 TEST(PrinComponentFusion, ConstantImageStillRuns) {
   const test_support::OneRow row({5.0, 6.0, 7.0}, {{4, 4, 4}, {4, 4, 4}, {4, 4, 4}});
   const auto out = row.Fuse<CPrinComponentFusion>();
   ASSERT_EQ(out.size(), 3u);
+  for (const auto& band : out) {
+    for (const double v : band) EXPECT_TRUE(std::isfinite(v));
+  }
 }
 
 TEST(PrinComponentFusion, CommonRulesOfAMethodHold) { test_support::ExpectCommonRules<CPrinComponentFusion>(); }
