@@ -62,7 +62,12 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   if (!CCoordinateAlgorithm::IsNeededProject(m_panFile, m_msFile, m_needReproject)) {
     throw RunError(ERR_OPEN, messages::OpenFailed(m_panFile));
   }
-  if (!options.window.empty()) CutWindow(pan, ms);
+  CRect overlap;
+  bool reproject = false;
+  if (!CBroveyFusion(nullptr).GetOutRect(&pan, &ms, overlap, reproject, false)) {
+    throw RunError(ERR_NONE, messages::kWrongExtent);
+  }
+  if (!options.window.empty()) CutWindow(pan, overlap);
   CheckValidPixels();
 }
 
@@ -98,17 +103,12 @@ std::vector<int> FuseInputs::ChosenBands(const CRasterSource& ms) const {
   return bands;
 }
 
-void FuseInputs::CutWindow(CRasterSource& pan, CRasterSource& ms) {
+void FuseInputs::CutWindow(const CRasterSource& pan, const CRect& overlap) {
   const auto& w = m_options.window;
   const auto edge = [](int start, int size) {
     return static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(start) + size, INT32_MIN, INT32_MAX));
   };
   const CRect wanted(w[0], w[1], edge(w[0], w[2]), edge(w[1], w[3]));
-  CRect overlap;
-  bool reproject = false;
-  if (!CBroveyFusion(nullptr).GetOutRect(&pan, &ms, overlap, reproject, false)) {
-    throw RunError(ERR_NONE, messages::kWrongExtent);
-  }
   m_window = CRect(std::max({wanted.left, overlap.left, 0}), std::max({wanted.top, overlap.top, 0}),
                    std::min({wanted.right, overlap.right, pan.GetWidth()}),
                    std::min({wanted.bottom, overlap.bottom, pan.GetHeight()}));

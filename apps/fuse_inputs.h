@@ -26,7 +26,7 @@ class FuseInputs {
  private:
   void CheckBands(const Method& method, int panBandCount, int msBandCount);
   std::vector<int> ChosenBands(const CRasterSource& ms) const;
-  void CutWindow(CRasterSource& pan, CRasterSource& ms);
+  void CutWindow(const CRasterSource& pan, const CRect& overlap);
   void CheckValidPixels() const;
   void Notice(const std::string& text) const;
 

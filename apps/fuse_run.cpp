@@ -112,9 +112,10 @@ class FuseRun {
     if (m_options.log.empty()) return;
     const std::wstring file = CommonFun::Utf82U(m_options.log);
     for (const auto& other : {m_options.pan, m_options.ms, m_options.aoi, m_options.out}) {
+      if (other.empty()) continue;
       const bool sameName = std::filesystem::absolute(CommonFun::ToPath(file)).lexically_normal() ==
                             std::filesystem::absolute(CommonFun::ToPath(CommonFun::Utf82U(other))).lexically_normal();
-      if (!other.empty() && (sameName || CommonFun::IsSameFile(file, CommonFun::Utf82U(other)))) {
+      if (sameName || CommonFun::IsSameFile(file, CommonFun::Utf82U(other))) {
         throw UsageError("--log " + m_options.log + " is an image of this run.");
       }
     }

@@ -1,0 +1,147 @@
+// The table of methods, the checks of the options, and the kernels that the command chooses.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <set>
+
+#include "apps/exit_status.h"
+#include "apps/fuse_options.h"
+#include "apps/highpass_setup.h"
+#include "apps/stage_names.h"
+
+namespace {
+
+using app::FuseOptions;
+
+FuseOptions Options(const std::string& method) {
+  FuseOptions options;
+  options.method = method;
+  return options;
+}
+
+/// The sentence of the refusal, empty where the options are taken.
+std::string Refusal(const FuseOptions& options) {
+  try {
+    app::CheckOptions(options);
+    return "";
+  } catch (const app::CommandError& error) {
+    EXPECT_EQ(error.status, app::kWrongUsage);
+    return error.what();
+  }
+}
+
+TEST(Methods, AreTheEightWithBayesianAsTheDefault) {
+  std::set<std::string> names;
+  for (const auto& method : app::Methods()) names.insert(method.name);
+  EXPECT_EQ(names, (std::set<std::string>{"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf",
+                                          "sharpen"}));
+  EXPECT_STREQ(app::DefaultMethod().name, "bayesian");
+  EXPECT_EQ(app::FindMethod("Brovey"), nullptr);
+}
+
+TEST(Methods, FiveAreMatchedByDefault) {
+  const std::set<std::string> matched = {"brovey", "multiplicative", "weighted", "ihs", "sharpen"};
+  for (const auto& method : app::Methods()) {
+    const FuseOptions options = Options(method.name);
+    EXPECT_EQ(app::CheckOptions(options).matched, matched.contains(method.name)) << method.name;
+    FuseOptions off = options;
+    off.spectralMatch = "off";
+    EXPECT_FALSE(app::CheckOptions(off).matched) << method.name;
+    FuseOptions on = options;
+    on.spectralMatch = "on";
+    EXPECT_EQ(Refusal(on).empty(), matched.contains(method.name)) << method.name;
+  }
+}
+
+TEST(Methods, RefuseOptionsWithoutEffectAndNameTheMethodsThatTakeThem) {
+  struct Case {
+    std::function<void(FuseOptions&)> give;
+    std::set<std::string> takenBy;
+  };
+  const std::set<std::string> all = {"bayesian", "brovey", "multiplicative", "weighted", "ihs",
+                                     "pca",      "hpf",    "sharpen"};
+  const std::set<std::string> plain = {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca"};
+  std::set<std::string> typed = plain;
+  typed.insert("sharpen");
+  const std::set<std::string> pipelines = {"hpf", "sharpen"};
+  const Case cases[] = {
+      {[](FuseOptions& o) { o.resample = "nearest"; }, plain},
+      {[](FuseOptions& o) { o.type = "float32"; }, typed},
+      {[](FuseOptions& o) {
+         o.rgb = {1, 2, 3};
+       },
+       {"ihs"}},
+      {[](FuseOptions& o) { o.stretch = true, o.spectralMatch = "off"; }, plain},
+      {[](FuseOptions& o) { o.autoLevel = true; }, pipelines},
+      {[](FuseOptions& o) { o.makeGreen = true, o.spectralMatch = "off"; }, pipelines},
+      {[](FuseOptions& o) { o.kernelSize = 5; }, {"hpf"}},
+      {[](FuseOptions& o) { o.secondKernelSize = 5; }, {"hpf"}},
+      {[](FuseOptions& o) { o.detailWeight = 0.5; }, {"hpf"}},
+      {[](FuseOptions& o) { o.secondDetailWeight = 0.5; }, {"hpf"}},
+      {[](FuseOptions& o) { o.bayesWeight = 0.5; }, {"bayesian"}},
+  };
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    for (const auto& method : all) {
+      FuseOptions options = Options(method);
+      cases[i].give(options);
+      const std::string refusal = Refusal(options);
+      EXPECT_EQ(refusal.empty(), cases[i].takenBy.contains(method))
+          << "case " << i << ", " << method << ": " << refusal;
+      if (refusal.empty()) continue;
+      for (const auto& taker : cases[i].takenBy) EXPECT_NE(refusal.find(taker), std::string::npos) << refusal;
+    }
+  }
+}
+
+TEST(Methods, RefuseWrongValues) {
+  const auto refused = [](const std::string& method, const std::function<void(FuseOptions&)>& give) {
+    FuseOptions options = Options(method);
+    give(options);
+    return !Refusal(options).empty();
+  };
+  EXPECT_TRUE(refused("magic", [](FuseOptions&) {}));
+  EXPECT_TRUE(refused("brovey", [](FuseOptions& o) { o.type = "int12"; }));
+  EXPECT_TRUE(refused("brovey", [](FuseOptions& o) { o.resample = "lanczos"; }));
+  EXPECT_TRUE(refused("brovey", [](FuseOptions& o) { o.format = "papyrus"; }));
+  EXPECT_TRUE(refused("brovey", [](FuseOptions& o) { o.spectralMatch = "maybe"; }));
+  EXPECT_TRUE(refused("brovey", [](FuseOptions& o) { o.stretch = true; }));
+  EXPECT_TRUE(refused("pca", [](FuseOptions& o) { o.stretch = true, o.type = "float32"; }));
+  EXPECT_TRUE(refused("sharpen", [](FuseOptions& o) { o.autoLevel = true, o.spectralMatch = "on"; }));
+  EXPECT_TRUE(refused("ihs", [](FuseOptions& o) { o.rgb = {1, 2}; }));
+  for (const int size : {-3, 0, 1, 4, 33}) {
+    EXPECT_TRUE(refused("hpf", [&](FuseOptions& o) { o.kernelSize = size; })) << size;
+    EXPECT_TRUE(refused("hpf", [&](FuseOptions& o) { o.secondKernelSize = size; })) << size;
+  }
+  for (const double weight : {-0.1, 0.0, 1.0, 2.0}) {
+    EXPECT_TRUE(refused("bayesian", [&](FuseOptions& o) { o.bayesWeight = weight; })) << weight;
+  }
+  for (const std::vector<int>& window : {std::vector<int>{0, 0, 10}, {0, 0, 0, 10}, {0, 0, 10, -1}}) {
+    EXPECT_TRUE(refused("brovey", [&](FuseOptions& o) { o.window = window; }));
+  }
+  EXPECT_FALSE(refused("hpf", [](FuseOptions& o) { o.kernelSize = 31, o.secondKernelSize = 3; }));
+  EXPECT_FALSE(refused("brovey", [](FuseOptions& o) { o.window = {-5, -5, 10, 10}; }));
+  EXPECT_FALSE(refused("brovey", [](FuseOptions& o) { o.resample = "cubic", o.format = "geotiff"; }));
+}
+
+TEST(Methods, AutoLevelSwitchesTheMatchingOff) {
+  FuseOptions options = Options("sharpen");
+  options.autoLevel = true;
+  EXPECT_FALSE(app::CheckOptions(options).matched);
+}
+
+TEST(HighPassKernels, GrowWithTheRatioOfThePixels) {
+  const std::pair<double, int> expected[] = {{1.0, 5},  {2.0, 5},  {2.49, 5}, {2.5, 7},  {3.49, 7},
+                                             {3.5, 9},  {4.0, 9},  {5.49, 9}, {5.5, 11}, {7.49, 11},
+                                             {7.5, 13}, {9.4, 13}, {9.5, 15}, {40.0, 15}};
+  for (const auto& [ratio, size] : expected) EXPECT_EQ(app::DefaultKernelSize(ratio), size) << ratio;
+}
+
+TEST(StageNames, AreEnglishWithoutTheirFrame) {
+  EXPECT_EQ(app::StageName(L"正在进行brovey..."), "brovey");
+  EXPECT_EQ(app::StageName(L"正在进行光谱匹配运算..."), "spectral matching");
+  EXPECT_EQ(app::StageName(L"正在进行卷积处理(1/4)..."), "filtering (1/4)");
+  EXPECT_EQ(app::StageName(L"正在进行..."), "");
+  EXPECT_EQ(app::StageName(L"sample"), "sample");
+}
+
+}  // namespace

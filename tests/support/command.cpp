@@ -1,0 +1,84 @@
+#include "tests/support/command.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "platform/utility/common_fun.h"
+
+namespace test_support {
+namespace {
+
+std::string ToUtf8(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return {text.begin(), text.end()};
+}
+
+std::filesystem::path ToPath(const std::string& utf8) { return CommonFun::ToPath(CommonFun::Utf82U(utf8)); }
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+  std::random_device random;
+  m_path = std::filesystem::temp_directory_path() / ToPath("fusion_tést_影像_" + std::to_string(random()));
+  std::filesystem::create_directories(m_path);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::permissions(m_path, std::filesystem::perms::owner_all, ignored);
+  std::filesystem::remove_all(m_path, ignored);
+}
+
+std::string TemporaryFolder::Path(const std::string& name) const { return ToUtf8(m_path / ToPath(name)); }
+
+std::wstring TemporaryFolder::WidePath(const std::string& name) const { return CommonFun::Utf82U(Path(name)); }
+
+std::vector<std::string> TemporaryFolder::Names() const {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
+    names.push_back(ToUtf8(entry.path().filename()));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+bool TemporaryFolder::Has(const std::string& name) const { return std::filesystem::exists(m_path / ToPath(name)); }
+
+std::string FileBytes(const std::string& path) {
+  std::ifstream file(ToPath(path), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string Quoted(const std::string& text) {
+#ifdef _WIN32
+  return '"' + text + '"';
+#else
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + '\'';
+#endif
+}
+
+int RunShell(const std::string& line) {
+  const int result = std::system(line.c_str());
+#ifdef _WIN32
+  return result;
+#else
+  // The wait status: the exit status stands in its second byte.
+  return (result & 0x7F) == 0 ? (result >> 8) & 0xFF : -1;
+#endif
+}
+
+CommandResult RunCommand(const std::string& program, const std::vector<std::string>& arguments) {
+  const TemporaryFolder folder;
+  std::string line = Quoted(program);
+  for (const std::string& argument : arguments) line += ' ' + Quoted(argument);
+  line += " > " + Quoted(folder.Path("out")) + " 2> " + Quoted(folder.Path("err"));
+  const int status = RunShell(line);
+  return {status, FileBytes(folder.Path("out")), FileBytes(folder.Path("err"))};
+}
+
+}  // namespace test_support
