@@ -52,12 +52,12 @@ void** BayesPanSharpeningFusion::AlgorithmProcess(double* pan, CRect* panRect, d
   const auto estimate = [this, n = msBandCount](const fusion::FusionRow& row) {
     const double gain = 2.0 * m_bayesParam.m_dBayesParam;
     double* transformed = row.scratch[0];
-    for (int b = 0; b < row.outBandCount; ++b) {
-      fusion::ClearRow(row.width, b < n ? transformed : row.out[b]);
-      if (b >= n) continue;
+    for (int b = 0; b < std::min(n, row.outBandCount); ++b) {
+      fusion::ClearRow(row.width, transformed);
       for (int i = 0; i < n; ++i) fusion::AddScaledRow(row.ms[i], m_pTransform[i * n + b], row.width, transformed);
       EstimateRow(row.pan, m_dPanMean, gain, m_pPanCovariance[b], m_dPanVariance, transformed, row.width, row.out[b]);
     }
+    for (int b = n; b < row.outBandCount; ++b) fusion::ClearRow(row.width, row.out[b]);
   };
   fusion::RowPolicy policy;
   policy.reprojectedOffset = 0.5;

@@ -16,9 +16,10 @@ namespace {
 constexpr double kSingular = 1e12;
 constexpr double kLeastVariance = 1e-8;
 
-/// Whether a quantity varies by more than the rounding errors of its mean.
-bool HasSpread(const RunningCovariance& statistics, int i) {
-  return std::sqrt(statistics.Covariance(i, i)) > 1e-12 * std::fabs(statistics.Mean(i));
+/// Whether a quantity varies by no more than the rounding errors of its mean. Sums that overflowed are left to the
+/// regression.
+bool IsConstant(const RunningCovariance& statistics, int i) {
+  return std::sqrt(statistics.Covariance(i, i)) <= 1e-12 * std::fabs(statistics.Mean(i));
 }
 
 /// Solves covariance x solution = right hand side, the bands scaled to unit variance so that their units do not matter.
@@ -178,7 +179,8 @@ void BayesianModelEstimator::Estimate() {
   if (values.Count() < n + 2) return Fail(ERR_STATISTICS, L"有效的公共像元太少，无法估计贝叶斯模型！");
   for (int i = 0; i <= n; ++i) {
     // Details are compared with the values they were taken from.
-    if (HasSpread(values, i) && (i == n || details.Covariance(i, i) > 1e-24 * values.Covariance(i, i))) continue;
+    const bool flat = i < n && details.Covariance(i, i) < 1e-24 * values.Covariance(i, i);
+    if (!flat && !IsConstant(values, i)) continue;
     return Fail(ERR_ZERO_DEVIATION, L"影像数据标准差为零，无法估计贝叶斯模型！");
   }
   const BandSystem system(values, n);
