@@ -28,9 +28,9 @@ double SumOfProducts(const double* a, double meanA, const double* b, double mean
   return sum;
 }
 
-double MeanOf(const double* values, std::int64_t count) {
+double MeanBeyond(double origin, const double* values, std::int64_t count) {
   double sum = 0.0;
-  for (std::int64_t i = 0; i < count; ++i) sum += values[i];
+  for (std::int64_t i = 0; i < count; ++i) sum += values[i] - origin;
   return sum / static_cast<double>(count);
 }
 
@@ -38,26 +38,29 @@ double MeanOf(const double* values, std::int64_t count) {
 
 RunningCovariance::RunningCovariance(int size)
     : m_size(size),
+      m_origins(static_cast<std::size_t>(size), 0.0),
       m_means(static_cast<std::size_t>(size), 0.0),
       m_products(static_cast<std::size_t>(size) * static_cast<std::size_t>(size), 0.0) {}
 
 void RunningCovariance::Add(const double* const* columns, std::int64_t count) {
   if (count <= 0) return;
   std::vector<double> means;
-  for (int i = 0; i < m_size; ++i) means.push_back(MeanOf(columns[i], count));
-  const auto mean = [&](int i) { return means[static_cast<std::size_t>(i)]; };
-
+  std::vector<double> centers;
+  for (std::size_t i = 0; i < m_means.size(); ++i) {
+    if (m_count == 0) m_origins[i] = columns[i][0];
+    means.push_back(MeanBeyond(m_origins[i], columns[i], count));
+    centers.push_back(m_origins[i] + means.back());
+  }
   const auto before = static_cast<double>(m_count);
   const auto added = static_cast<double>(count);
   const double share = before * added / (before + added);
-  for (int i = 0; i < m_size; ++i) {
-    for (int j = i; j < m_size; ++j) {
-      const double apart = (mean(i) - Mean(i)) * (mean(j) - Mean(j)) * share;
-      Product(i, j) += SumOfProducts(columns[i], mean(i), columns[j], mean(j), count) + apart;
+  for (std::size_t i = 0; i < means.size(); ++i) {
+    for (std::size_t j = i; j < means.size(); ++j) {
+      const double apart = (means[i] - m_means[i]) * (means[j] - m_means[j]) * share;
+      m_products[i * means.size() + j] += SumOfProducts(columns[i], centers[i], columns[j], centers[j], count) + apart;
     }
   }
-  for (int i = 0; i < m_size; ++i)
-    m_means[static_cast<std::size_t>(i)] += (mean(i) - Mean(i)) * added / (before + added);
+  for (std::size_t i = 0; i < means.size(); ++i) m_means[i] += (means[i] - m_means[i]) * (added / (before + added));
   m_count += count;
 }
 

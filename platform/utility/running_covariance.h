@@ -17,16 +17,15 @@ class RunningCovariance {
   void Add(const double* const* columns, std::int64_t count);
 
   std::int64_t Count() const { return m_count; }
-  double Mean(int i) const { return m_means[static_cast<std::size_t>(i)]; }
+  double Mean(int i) const { return m_origins[static_cast<std::size_t>(i)] + m_means[static_cast<std::size_t>(i)]; }
   /// Population covariance, 0 without any vector.
   double Covariance(int i, int j) const;
 
  private:
-  double& Product(int i, int j) { return m_products[static_cast<std::size_t>(i * m_size + j)]; }
-
   int m_size;
   std::int64_t m_count = 0;
-  std::vector<double> m_means;
+  std::vector<double> m_origins;   ///< the first vector
+  std::vector<double> m_means;     ///< less the origin, whose digits a large mean would otherwise take
   std::vector<double> m_products;  ///< sums of products of deviations; the upper triangle is kept
 };
 

@@ -115,4 +115,29 @@ TEST(Matrix, SingularOnesAreLeftUnchanged) {
   EXPECT_FALSE(CMatrixOperation::InverseMatrix(&one, 0));
 }
 
+TEST(Matrix, ConditionIsTheRatioOfTheSingularValues) {
+  const double diagonal[] = {8, 0, 0, 0, -2, 0, 0, 0, 0.5};
+  EXPECT_DOUBLE_EQ(CMatrixOperation::ConditionNumber(diagonal, 3), 16.0);
+  // Eigenvalues 3 and 1.
+  const double symmetric[] = {2, 1, 1, 2};
+  EXPECT_NEAR(CMatrixOperation::ConditionNumber(symmetric, 2), 3.0, 1e-14);
+  // m m' is 25, 0 / 0, 1: singular values 5 and 1.
+  const double turned[] = {3, -4, 0.8, 0.6};
+  EXPECT_NEAR(CMatrixOperation::ConditionNumber(turned, 2), 5.0, 1e-14);
+  const double tiny[] = {1e-200, 0, 0, 1e-205};
+  EXPECT_NEAR(CMatrixOperation::ConditionNumber(tiny, 2), 1e5, 1e-6);
+}
+
+TEST(Matrix, ConditionOfSingularOnesIsBeyondAllLimits) {
+  const double zero[] = {0, 0, 0, 0};
+  const double dependent[] = {1, 2, 2, 4};
+  const double nan[] = {std::numeric_limits<double>::quiet_NaN(), 0, 0, 1};
+  const double infinite = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(CMatrixOperation::ConditionNumber(zero, 2), infinite);
+  EXPECT_GT(CMatrixOperation::ConditionNumber(dependent, 2), 1e15);
+  EXPECT_EQ(CMatrixOperation::ConditionNumber(nan, 2), infinite);
+  EXPECT_EQ(CMatrixOperation::ConditionNumber(nullptr, 2), infinite);
+  EXPECT_EQ(CMatrixOperation::ConditionNumber(zero, 0), infinite);
+}
+
 }  // namespace

@@ -1,0 +1,227 @@
+// The family on satellite images.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <memory>
+
+#include "band_arithmetic/brovey_fusion.h"
+#include "highpass/bayes_pan_sharpening_fusion.h"
+#include "highpass/hpf_fusion_process_alg.h"
+#include "highpass/simple_pan_sharpening_fusion_process_alg.h"
+#include "platform/raster/coordinate_algorithm.h"
+#include "platform/utility/common_fun.h"
+#include "tests/highpass/dense_model.h"
+#include "tests/highpass/pipeline_fixture.h"
+#include "tests/support/method_sweep.h"
+#include "transform/prin_component_fusion.h"
+
+namespace {
+
+using test_support::Deviation;
+using test_support::Mean;
+using test_support::ReadImage;
+
+/// Tests of a scene are skipped where the scenes are not at hand.
+class RealScene : public highpass_test::PipelineFiles {
+ protected:
+  /// False where the scene is absent.
+  bool Choose(const std::string& scene) {
+    const std::string folder = FUSION_TEST_DATA "/" + scene + "/";
+    if (!std::filesystem::exists(folder + "pan.tif")) return false;
+    m_panFile = CommonFun::Utf82U(folder + "pan.tif");
+    m_msFile = CommonFun::Utf82U(folder + "ms.tif");
+    m_refFile = CommonFun::Utf82U(folder + "ref.tif");
+    return true;
+  }
+
+  template <typename Param>
+  Param Record(PixelDataType type) const {
+    Param param;
+    param.m_strPanFile = m_panFile;
+    param.m_strMSFile = m_msFile;
+    param.m_strOutFile = m_outFile;
+    param.m_eOutDataType = type;
+    CCoordinateAlgorithm::IsNeededProject(m_panFile, m_msFile, param.m_bNeedReproject);
+    return param;
+  }
+
+  static void RunWell(CBaseAlgorithm& algorithm) {
+    algorithm.Process();
+    ASSERT_EQ(algorithm.GetLastErrorType(), 0) << CommonFun::U2Utf8(algorithm.GetLastErrorMessage());
+    ASSERT_TRUE(algorithm.GetLastErrorMessage().empty());
+  }
+
+  BayesianModel Model(double weight = 0.5) const {
+    auto param = Record<BayesianFusionParam>(PDT_FLOAT32);
+    param.m_dBayesParam = weight;
+    BayesianModelEstimator estimator(param);
+    RunWell(estimator);
+    return estimator.GetModel();
+  }
+
+  std::wstring m_refFile;
+};
+
+#define CHOOSE_OR_SKIP(scene) \
+  if (!Choose(scene)) GTEST_SKIP() << "no scene " << scene << " beside the checkout"
+
+class RealPipelines : public RealScene, public testing::WithParamInterface<const char*> {};
+
+TEST_P(RealPipelines, HpfRunsInEveryCombinationOfItsStages) {
+  CHOOSE_OR_SKIP(GetParam());
+  reference::Image ms = ReadImage(m_msFile);
+  // Filled corners are no-data where there are any.
+  for (auto& band : ms.bands) std::erase(band, 0.0);
+  for (int combination = 0; combination < 8; ++combination) {
+    auto param = Record<HpfFusionParam>(PDT_UNKNOWN);
+    param.m_filter1 = highpass_test::HighPass(5);
+    param.m_filter2 = highpass_test::HighPass(9);
+    param.m_bSecondFilter = (combination & 1) != 0;
+    param.m_bMakeGreen = (combination & 2) != 0;
+    param.m_bDataStretch = (combination & 4) != 0;
+    SCOPED_TRACE("combination " + std::to_string(combination));
+    CHpfFusionProcessAlg pipeline(&param);
+    RunWell(pipeline);
+    for (const auto& file : NewFiles()) EXPECT_TRUE(file.starts_with(L"融合.tif")) << CommonFun::U2Utf8(file);
+
+    const auto out = ReadImage(m_outFile);
+    ASSERT_EQ(out.bands.size(), ms.bands.size());
+    for (std::size_t b = 0; b < out.bands.size(); ++b) {
+      const auto [low, high] = std::minmax_element(out.bands[b].begin(), out.bands[b].end());
+      if (param.m_bDataStretch) {
+        EXPECT_EQ(*low, 0.0);
+        EXPECT_EQ(*high, 255.0);
+      } else if (b != 1) {
+        // Spectrally corrected; green may be mixed. Clamping at the type's ends moves the figures a little.
+        EXPECT_NEAR(Mean(out.bands[b]), Mean(ms.bands[b]), 0.01 * Mean(ms.bands[b]));
+        EXPECT_NEAR(Deviation(out.bands[b]), Deviation(ms.bands[b]), 0.05 * Deviation(ms.bands[b]));
+      }
+    }
+  }
+}
+
+TEST_P(RealPipelines, SharpenRunsInEveryCombinationOfItsStages) {
+  CHOOSE_OR_SKIP(GetParam());
+  const std::size_t bands = ReadImage(m_msFile).bands.size();
+  for (int combination = 0; combination < 4; ++combination) {
+    auto param = Record<HpfFusionParam>(PDT_UINT16);
+    param.m_bMakeGreen = (combination & 1) != 0;
+    param.m_bDataStretch = (combination & 2) != 0;
+    SCOPED_TRACE("combination " + std::to_string(combination));
+    CSimplePanSharpeningFusionProcessAlg pipeline(&param);
+    RunWell(pipeline);
+    for (const auto& file : NewFiles()) EXPECT_TRUE(file.starts_with(L"融合.tif")) << CommonFun::U2Utf8(file);
+    const auto out = ReadImage(m_outFile);
+    ASSERT_EQ(out.bands.size(), bands);
+    const auto [low, high] = std::minmax_element(out.bands[0].begin(), out.bands[0].end());
+    EXPECT_LT(*low, *high);
+    if (param.m_bDataStretch) {
+      EXPECT_EQ(*low, 0.0);
+      EXPECT_EQ(*high, 65535.0);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, RealPipelines,
+                         testing::Values("l8_tiny", "l8_momotombo_4band", "l8_madrid_3band", "l8_ms_epsg4326",
+                                         "l8_partial_overlap"));
+
+TEST_F(RealScene, EstimatorAgreesWithTheDenseSolution) {
+  struct Case {
+    const char* scene;
+    std::optional<double> panNoData;
+    std::optional<double> msNoData;
+  };
+  const Case cases[] = {{"l8_tiny", -32768.0, -32768.0},
+                        {"l8_partial_overlap", 0.0, 0.0},
+                        {"l8_swath_nodata", 0.0, 0.0},
+                        {"l8_momotombo_triple", std::nullopt, std::nullopt},
+                        {"wv2_rotterdam_r4", std::nullopt, std::nullopt}};
+  int seen = 0;
+  for (const Case& c : cases) {
+    if (!Choose(c.scene)) continue;
+    ++seen;
+    SCOPED_TRACE(c.scene);
+    const auto pan = ReadImage(m_panFile);
+    const auto ms = ReadImage(m_msFile);
+    std::vector<int> bands;
+    for (std::size_t b = 0; b < ms.bands.size(); ++b) bands.push_back(static_cast<int>(b));
+    const auto samples =
+        highpass_test::CollectSamples(pan, ms, bands, highpass_test::GridCells(pan, ms), c.panNoData, c.msNoData);
+    const auto dense = highpass_test::Fit(samples);
+    const auto figures = highpass_test::Figures(0.5, dense.beta, dense.variance, dense.sigma);
+    const BayesianModel model = Model();
+    const auto n = static_cast<Eigen::Index>(bands.size());
+    // Real bands go together closely; the dense system's own digits end here.
+    EXPECT_NEAR(model.panVariance, dense.variance, 1e-9 * dense.variance);
+    EXPECT_NEAR(model.panMean, dense.intercept, 1e-7 * (1.0 + std::fabs(dense.intercept)));
+    for (Eigen::Index i = 0; i < n; ++i) {
+      const auto k = static_cast<std::size_t>(i);
+      EXPECT_NEAR(model.coefficients[k], dense.beta(i), 1e-9 * dense.beta.norm());
+      EXPECT_NEAR(model.panCovariance[k], figures.covariance(i), 1e-8 * figures.covariance.norm());
+      for (Eigen::Index j = 0; j < n; ++j) {
+        EXPECT_NEAR(model.transform[static_cast<std::size_t>(i * n + j)], figures.transform(i, j),
+                    1e-8 * figures.transform.norm());
+      }
+    }
+  }
+  if (seen == 0) GTEST_SKIP() << "no scenes beside the checkout";
+}
+
+/// The bands resampled and nothing else.
+class Upsampling : public CFusion {
+ public:
+  using CFusion::CFusion;
+  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override {
+    return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {},
+                    [](const fusion::FusionRow& row) {
+                      for (int b = 0; b < row.outBandCount; ++b) std::copy_n(row.ms[b], row.width, row.out[b]);
+                    });
+  }
+};
+
+/// Relative dimensionless global error (Wald, Quality of high resolution synthesised images, 2000).
+double Ergas(const reference::Image& truth, const reference::Image& out, double ratio) {
+  double sum = 0.0;
+  for (std::size_t b = 0; b < truth.bands.size(); ++b) {
+    double squares = 0.0;
+    for (std::size_t i = 0; i < truth.bands[b].size(); ++i) {
+      squares += (truth.bands[b][i] - out.bands[b][i]) * (truth.bands[b][i] - out.bands[b][i]);
+    }
+    const double mean = Mean(truth.bands[b]);
+    sum += squares / static_cast<double>(truth.bands[b].size()) / (mean * mean);
+  }
+  return 100.0 / ratio * std::sqrt(sum / static_cast<double>(truth.bands.size()));
+}
+
+TEST_F(RealScene, BayesianIsTheNearestToTheTruthOfAReducedScene) {
+  CHOOSE_OR_SKIP("l8_momotombo_triple");
+  const auto truth = ReadImage(m_refFile);
+  const auto error = [&](CBaseAlgorithm& algorithm) {
+    RunWell(algorithm);
+    return Ergas(truth, ReadImage(m_outFile), 2.0);
+  };
+  auto record = Record<FusionParam>(PDT_FLOAT32);
+  BayesPanSharpeningFusion bayesian(&record);
+  bayesian.SetModel(Model());
+  Upsampling upsampling(&record);
+  CPrinComponentFusion pca(&record);
+  auto matched = record;
+  matched.m_bSpectralMatch = true;
+  CBroveyFusion brovey(&matched);
+  auto hpfRecord = Record<HpfFusionParam>(PDT_UNKNOWN);
+  hpfRecord.m_filter1 = highpass_test::HighPass(5);
+  CHpfFusionProcessAlg hpf(&hpfRecord);
+
+  const double best = error(bayesian);
+  EXPECT_LT(best, 1.32);
+  EXPECT_GT(best, 1.2) << "better than can be: the truth has leaked in";
+  EXPECT_LT(best, error(upsampling));
+  EXPECT_LT(best, error(pca));
+  EXPECT_LT(best, error(brovey));
+  EXPECT_LT(best, error(hpf));
+}
+
+}  // namespace
