@@ -44,15 +44,20 @@ PixelDataType FromGdalType(int type) {
   for (int known = PDT_UINT8; known <= PDT_FLOAT64; ++known) {
     if (kTypes[known] == type) return static_cast<PixelDataType>(known);
   }
-  // Complex numbers are read by their real part.
+  if (type == GDT_Unknown) return PDT_UNKNOWN;
+  // Complex numbers are read by their real part, 64-bit integers as doubles.
   const auto gdalType = static_cast<GDALDataType>(type);
-  return GDALDataTypeIsComplex(gdalType) ? FromGdalType(GDALGetNonComplexDataType(gdalType)) : PDT_UNKNOWN;
+  return GDALDataTypeIsComplex(gdalType) ? FromGdalType(GDALGetNonComplexDataType(gdalType)) : PDT_FLOAT64;
 }
 
 bool ReadWkt(const std::wstring& wkt, OGRSpatialReference& crs) {
   if (wkt.empty()) return false;
   const GdalErrors quiet;
-  if (crs.SetFromUserInput(CommonFun::U2Utf8(wkt).c_str()) != OGRERR_NONE) return false;
+  // Text only: neither a file nor a web address is looked up.
+  if (crs.SetFromUserInput(CommonFun::U2Utf8(wkt).c_str(),
+                           OGRSpatialReference::SET_FROM_USER_INPUT_LIMITATIONS_get()) != OGRERR_NONE) {
+    return false;
+  }
   crs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
   return true;
 }

@@ -7,8 +7,11 @@
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
+#include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_aoi.h"
+#include "platform/raster/read_window.h"
+#include "platform/system/multiversion.h"
 
 bool CRasterAlgorithm::GetMaxMinVal(PixelDataType type, double& maximum, double& minimum) {
   return platform::DispatchPixelType(type, [&](auto element) {
@@ -21,82 +24,153 @@ bool CRasterAlgorithm::GetMaxMinVal(PixelDataType type, double& maximum, double&
 
 namespace {
 
-/// Reads all bands row after row and hands on the pixels that are valid in every band, inside the area if there is one.
+/// One run of pixels of a row: the samples of every band, and 1 for a pixel that counts, else 0.
+struct PixelRun {
+  std::vector<const double*> bands;
+  std::vector<double> counts;
+};
+
+/// Reads all bands window after window and hands on the pixels that are valid in every band, inside the area if there
+/// is one.
 class ValidPixels {
  public:
   ValidPixels(CRasterSource& source, CRasterAOI* aoi, CDataProgress* progress)
       : m_source(source), m_aoi(aoi), m_progress(progress) {
-    const std::int64_t bytes = std::int64_t{8} * source.GetWidth() * source.GetBandCount();
-    m_rows = static_cast<int>(std::clamp<std::int64_t>((std::int64_t{16} << 20) / bytes, 1, source.GetHeight()));
-    const int block = std::max(source.GetBlockYSize(), 1);
-    if (m_rows > block) m_rows -= m_rows % block;
-    m_values.resize(static_cast<std::size_t>(source.GetBandCount()));
-    for (auto& band : m_values)
-      band.resize(static_cast<std::size_t>(m_rows) * static_cast<std::size_t>(source.GetWidth()));
+    constexpr std::int64_t kMostValues = std::int64_t{2} << 20;
+    m_window = platform::ReadWindow(*source.GetRasterBand(0), kMostValues / source.GetBandCount());
+    m_values.assign(static_cast<std::size_t>(source.GetBandCount()),
+                    std::vector<double>(static_cast<std::size_t>(m_window.Area())));
+    for (int b = 0; b < source.GetBandCount(); ++b) {
+      m_noData.push_back(platform::NoDataSample(*source.GetRasterBand(b)));
+    }
   }
 
-  /// Calls visit with one row of values per band and a flag for each pixel. False after a failed read or a
-  /// cancellation.
+  /// Calls visit with one run after another. False after a failed read or a cancellation.
   template <typename Visit>
-  bool ForEachRow(const Visit& visit) {
+  bool ForEachRun(const Visit& visit) {
     const int width = m_source.GetWidth();
-    std::vector<unsigned char> valid(static_cast<std::size_t>(width));
-    std::vector<const double*> row(m_values.size());
-    for (int top = 0; top < m_source.GetHeight(); top += m_rows) {
-      if (m_progress && m_progress->IsCancelRequested()) return false;
-      const int count = std::min(m_rows, m_source.GetHeight() - top);
-      for (std::size_t b = 0; b < m_values.size(); ++b) {
-        CRasterBand* band = m_source.GetRasterBand(static_cast<int>(b));
-        if (band->ReadBlock(0, top, width, count, m_values[b].data(), width, count, PDT_FLOAT64) != 0) return false;
-      }
-      if (m_aoi) m_aoi->ReadCacheAoiBuffer(0, top, width, count);
-      for (int r = 0; r < count; ++r) {
-        for (std::size_t b = 0; b < row.size(); ++b)
-          row[b] = m_values[b].data() + static_cast<std::ptrdiff_t>(r) * width;
-        Flag(row, top + r, valid);
-        visit(row, valid);
+    const int height = m_source.GetHeight();
+    PixelRun run;
+    for (int top = 0; top < height; top += m_window.bottom) {
+      for (int left = 0; left < width; left += m_window.right) {
+        if (m_progress && m_progress->IsCancelRequested()) return false;
+        const CRect rect(left, top, std::min(left + m_window.right, width), std::min(top + m_window.bottom, height));
+        if (!Read(rect)) return false;
+        for (int row = 0; row < rect.Height(); ++row) {
+          Fill(rect, row, run);
+          visit(run);
+        }
       }
     }
     return true;
   }
 
  private:
-  void Flag(const std::vector<const double*>& row, int y, std::vector<unsigned char>& valid) const {
-    std::fill(valid.begin(), valid.end(), static_cast<unsigned char>(1));
-    for (std::size_t b = 0; b < row.size(); ++b) {
-      const platform::NoDataTest isNoData = m_source.GetRasterBand(static_cast<int>(b))->GetNoDataTest();
-      for (std::size_t i = 0; i < valid.size(); ++i) {
-        if (std::isnan(row[b][i]) || isNoData(row[b][i])) valid[i] = 0;
+  bool Read(const CRect& rect) {
+    for (std::size_t b = 0; b < m_values.size(); ++b) {
+      CRasterBand* band = m_source.GetRasterBand(static_cast<int>(b));
+      if (band->ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), m_values[b].data(), rect.Width(),
+                          rect.Height(), PDT_FLOAT64) != 0) {
+        return false;
+      }
+    }
+    if (m_aoi) m_aoi->ReadCacheAoiBuffer(rect.left, rect.top, rect.Width(), rect.Height());
+    return true;
+  }
+
+  void Fill(const CRect& rect, int row, PixelRun& run) const {
+    run.bands.clear();
+    run.counts.assign(static_cast<std::size_t>(rect.Width()), 1.0);
+    for (std::size_t b = 0; b < m_values.size(); ++b) {
+      const double* samples = m_values[b].data() + static_cast<std::ptrdiff_t>(row) * rect.Width();
+      run.bands.push_back(samples);
+      const double noData = m_noData[b];
+      for (std::size_t i = 0; i < run.counts.size(); ++i) {
+        run.counts[i] = platform::IsValidSample(samples[i], noData) ? run.counts[i] : 0.0;
       }
     }
     if (!m_aoi) return;
-    for (std::size_t i = 0; i < valid.size(); ++i) {
-      if (!m_aoi->IsInAOI(static_cast<int>(i), y)) valid[i] = 0;
+    for (std::size_t i = 0; i < run.counts.size(); ++i) {
+      if (!m_aoi->IsInAOI(rect.left + static_cast<int>(i), rect.top + row)) run.counts[i] = 0.0;
     }
   }
 
   CRasterSource& m_source;
   CRasterAOI* m_aoi;
   CDataProgress* m_progress;
-  int m_rows;
+  CRect m_window;
   std::vector<std::vector<double>> m_values;
+  std::vector<double> m_noData;
 };
 
-void FixScale(Eigen::MatrixXd& components) {
-  for (Eigen::Index r = 0; r < components.rows(); ++r) {
-    double sum = components.row(r).sum();
-    bool negative = sum < 0.0;
-    if (sum == 0.0) {
-      Eigen::Index c = 0;
-      while (c + 1 < components.cols() && components(r, c) == 0.0) ++c;
-      negative = components(r, c) < 0.0;
-    }
-    if (negative) {
-      components.row(r) *= -1.0;
-      sum = -sum;
-    }
-    if (r == 0 && sum > 1e-6) components.row(r) /= sum;
+/// Independent lanes let the sum vectorise although additions may not be reordered.
+FUSION_MULTIVERSION
+double Dot(const double* a, const double* b, std::size_t count) {
+  constexpr std::size_t kLanes = 16;
+  double lanes[kLanes] = {};
+  std::size_t i = 0;
+  for (; i + kLanes <= count; i += kLanes) {
+    for (std::size_t l = 0; l < kLanes; ++l) lanes[l] += a[i + l] * b[i + l];
   }
+  double sum = 0.0;
+  for (; i < count; ++i) sum += a[i] * b[i];
+  for (const double lane : lanes) sum += lane;
+  return sum;
+}
+
+/// A band's differences from a value; pixels that do not count differ by nothing.
+void Centre(const double* samples, const std::vector<double>& counts, double middle, std::vector<double>& centred) {
+  centred.resize(counts.size());
+  for (std::size_t i = 0; i < counts.size(); ++i) centred[i] = counts[i] != 0.0 ? samples[i] - middle : 0.0;
+}
+
+bool ComputeMeans(ValidPixels& pixels, long long& count, Eigen::VectorXd& means) {
+  std::vector<double> centred;
+  return pixels.ForEachRun([&](const PixelRun& run) {
+    const std::size_t n = run.counts.size();
+    const double added = Dot(run.counts.data(), run.counts.data(), n);
+    if (added == 0.0) return;
+    count += static_cast<long long>(added);
+    // Differences from the running mean keep their digits whatever the mean.
+    for (std::size_t b = 0; b < run.bands.size(); ++b) {
+      double& mean = means[static_cast<Eigen::Index>(b)];
+      Centre(run.bands[b], run.counts, mean, centred);
+      mean += Dot(centred.data(), run.counts.data(), n) / static_cast<double>(count);
+    }
+  }) && count > 0;
+}
+
+bool ComputeCovariance(ValidPixels& pixels, long long count, const Eigen::VectorXd& means,
+                       Eigen::MatrixXd& covariance) {
+  std::vector<std::vector<double>> centred(static_cast<std::size_t>(means.size()));
+  const bool read = pixels.ForEachRun([&](const PixelRun& run) {
+    for (Eigen::Index a = 0; a < means.size(); ++a) {
+      const auto first = static_cast<std::size_t>(a);
+      Centre(run.bands[first], run.counts, means[a], centred[first]);
+      for (Eigen::Index b = 0; b <= a; ++b) {
+        covariance(a, b) += Dot(centred[first].data(), centred[static_cast<std::size_t>(b)].data(), run.counts.size());
+      }
+    }
+  });
+  covariance /= static_cast<double>(count);
+  covariance.triangularView<Eigen::StrictlyUpper>() = covariance.transpose();
+  return read;
+}
+
+/// Signs and the scale of the first row. Sums and entries that only rounding keeps from 0 count as 0.
+void FixScale(Eigen::MatrixXd& components) {
+  constexpr double kZero = 1e-12;
+  for (Eigen::Index r = 0; r < components.rows(); ++r) {
+    auto row = components.row(r);
+    bool negative = row.sum() < 0.0;
+    if (std::fabs(row.sum()) < kZero) {
+      const auto first = std::find_if(row.begin(), row.end(), [](double entry) { return std::fabs(entry) > kZero; });
+      negative = first != row.end() && *first < 0.0;
+    }
+    if (negative) row = -row;
+  }
+  const double sum = components.row(0).sum();
+  if (sum > 1e-6) components.row(0) /= sum;
 }
 
 }  // namespace
@@ -108,42 +182,9 @@ bool CRasterAlgorithm::ComputeStaticsFromAOI(CRasterSource* source, CRasterAOI* 
   if (!source || !source->IsOpen()) return false;
   const auto n = static_cast<Eigen::Index>(source->GetBandCount());
   ValidPixels pixels(*source, aoi, progress);
-
   Eigen::VectorXd mean = Eigen::VectorXd::Zero(n);
-  const bool summed = pixels.ForEachRow([&](const auto& row, const auto& valid) {
-    // A row's sums of differences from the running mean keep their digits whatever the mean.
-    Eigen::VectorXd sum = Eigen::VectorXd::Zero(n);
-    long long rowCount = 0;
-    for (const unsigned char v : valid) rowCount += v;
-    if (rowCount == 0) return;
-    for (Eigen::Index b = 0; b < n; ++b) {
-      const double* values = row[static_cast<std::size_t>(b)];
-      double s = 0.0;
-      for (std::size_t i = 0; i < valid.size(); ++i) s += valid[i] ? values[i] - mean[b] : 0.0;
-      sum[b] = s;
-    }
-    count += rowCount;
-    mean += sum / static_cast<double>(count);
-  });
-  if (!summed || count == 0) return false;
-
   Eigen::MatrixXd covariance = Eigen::MatrixXd::Zero(n, n);
-  const bool multiplied = pixels.ForEachRow([&](const auto& row, const auto& valid) {
-    for (Eigen::Index a = 0; a < n; ++a) {
-      const double* first = row[static_cast<std::size_t>(a)];
-      for (Eigen::Index b = a; b < n; ++b) {
-        const double* second = row[static_cast<std::size_t>(b)];
-        double s = 0.0;
-        for (std::size_t i = 0; i < valid.size(); ++i) {
-          s += valid[i] ? (first[i] - mean[a]) * (second[i] - mean[b]) : 0.0;
-        }
-        covariance(a, b) += s;
-      }
-    }
-  });
-  if (!multiplied) return false;
-  covariance /= static_cast<double>(count);
-  covariance.triangularView<Eigen::StrictlyLower>() = covariance.transpose();
+  if (!ComputeMeans(pixels, count, mean) || !ComputeCovariance(pixels, count, mean, covariance)) return false;
 
   const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(covariance);
   if (solver.info() != Eigen::Success) return false;

@@ -28,56 +28,120 @@ struct Polygon {
   double maxX = -INFINITY;
   double minY = INFINITY;
   double maxY = -INFINITY;
+
+  void Add(Ring ring) {
+    for (const Vertex& v : ring) {
+      minX = std::min(minX, v.x);
+      maxX = std::max(maxX, v.x);
+      minY = std::min(minY, v.y);
+      maxY = std::max(maxY, v.y);
+    }
+    rings.push_back(std::move(ring));
+  }
 };
 
-void AddRing(const OGRLinearRing& source, const platform::Affine& toPixel, Polygon& polygon) {
-  Ring ring;
-  for (int i = 0; i < source.getNumPoints(); ++i) {
-    const Vertex v{toPixel.X(source.getX(i), source.getY(i)), toPixel.Y(source.getX(i), source.getY(i))};
-    polygon.minX = std::min(polygon.minX, v.x);
-    polygon.maxX = std::max(polygon.maxX, v.x);
-    polygon.minY = std::min(polygon.minY, v.y);
-    polygon.maxY = std::max(polygon.maxY, v.y);
-    ring.push_back(v);
-  }
-  polygon.rings.push_back(std::move(ring));
-}
+/// Carries polygons to pixel coordinates. A straight edge of another coordinate system is a curve there, so it is cut
+/// until its pieces follow the curve within a small part of a pixel.
+class PixelPolygons {
+ public:
+  PixelPolygons(const platform::Affine& toPixel, OGRCoordinateTransformation* carry, std::vector<Polygon>& polygons)
+      : m_toPixel(toPixel), m_carry(carry), m_polygons(polygons) {}
 
-void AddPolygons(const OGRGeometry& geometry, const platform::Affine& toPixel, std::vector<Polygon>& polygons) {
-  const OGRwkbGeometryType type = wkbFlatten(geometry.getGeometryType());
-  if (type == wkbPolygon) {
-    const OGRPolygon* source = geometry.toPolygon();
-    if (source->IsEmpty()) return;
-    Polygon polygon;
-    for (const OGRLinearRing* ring : *source) AddRing(*ring, toPixel, polygon);
-    polygons.push_back(std::move(polygon));
-  } else if (OGR_GT_IsSubClassOf(type, wkbGeometryCollection)) {
-    for (const OGRGeometry* part : *geometry.toGeometryCollection()) AddPolygons(*part, toPixel, polygons);
-  }
-}
-
-/// Marks the pixels of one row whose centres lie inside a polygon.
-void FillRow(const Polygon& polygon, int row, int left, int width, unsigned char* marks) {
-  const double y = row + 0.5;
-  if (y < polygon.minY || y > polygon.maxY) return;
-  std::vector<double> crossings;
-  for (const Ring& ring : polygon.rings) {
-    for (std::size_t i = 0; i + 1 < ring.size(); ++i) {
-      const Vertex& a = ring[i];
-      const Vertex& b = ring[i + 1];
-      // Half-open in y, so that a shared vertex counts once.
-      if ((a.y <= y) == (b.y <= y)) continue;
-      crossings.push_back(a.x + (y - a.y) / (b.y - a.y) * (b.x - a.x));
+  void Add(const OGRGeometry& geometry) {
+    const OGRwkbGeometryType type = wkbFlatten(geometry.getGeometryType());
+    if (OGR_GT_IsSubClassOf(type, wkbPolygon)) {
+      AddPolygon(*geometry.toPolygon());
+    } else if (OGR_GT_IsSubClassOf(type, wkbGeometryCollection)) {
+      for (const OGRGeometry* part : *geometry.toGeometryCollection()) Add(*part);
     }
   }
-  std::sort(crossings.begin(), crossings.end());
-  for (std::size_t i = 0; i + 1 < crossings.size(); i += 2) {
-    // Centres c + 0.5 with first <= c + 0.5 < last.
-    const double first = std::ceil(crossings[i] - 0.5) - left;
-    const double last = std::ceil(crossings[i + 1] - 0.5) - left;
-    const auto from = static_cast<int>(std::clamp(first, 0.0, static_cast<double>(width)));
-    const auto to = static_cast<int>(std::clamp(last, 0.0, static_cast<double>(width)));
-    if (from < to) std::fill(marks + from, marks + to, static_cast<unsigned char>(1));
+
+ private:
+  void AddPolygon(const OGRPolygon& source) {
+    Polygon polygon;
+    for (const OGRLinearRing* line : source) {
+      Ring ring;
+      const int count = line->getNumPoints();
+      Vertex ground{};
+      for (int i = 0; i <= count && count > 0; ++i) {
+        // Back to the first point at the end, whether or not the file closes its rings.
+        const Vertex next{line->getX(i % count), line->getY(i % count)};
+        Vertex pixel{};
+        // A polygon that reaches to where the image's coordinate system has no values cannot be laid on it.
+        if (!ToPixel(next, pixel)) return;
+        if (m_carry && i > 0) AddCurve(ground, ring.back(), next, pixel, 0, ring);
+        ring.push_back(pixel);
+        ground = next;
+      }
+      polygon.Add(std::move(ring));
+    }
+    if (polygon.minY <= polygon.maxY) m_polygons.push_back(std::move(polygon));
+  }
+
+  bool ToPixel(const Vertex& ground, Vertex& pixel) const {
+    double x = ground.x;
+    double y = ground.y;
+    if (m_carry && !m_carry->Transform(1, &x, &y)) return false;
+    pixel = {m_toPixel.X(x, y), m_toPixel.Y(x, y)};
+    return std::isfinite(pixel.x) && std::isfinite(pixel.y);
+  }
+
+  /// The points strictly between the two ends.
+  void AddCurve(const Vertex& groundA, const Vertex& pixelA, const Vertex& groundB, const Vertex& pixelB, int depth,
+                Ring& ring) const {
+    constexpr double kTolerance = 0.02;
+    constexpr int kDeepest = 12;
+    const Vertex ground{(groundA.x + groundB.x) / 2, (groundA.y + groundB.y) / 2};
+    Vertex pixel{};
+    if (depth == kDeepest || !ToPixel(ground, pixel)) return;
+    const double error = std::hypot(pixel.x - (pixelA.x + pixelB.x) / 2, pixel.y - (pixelA.y + pixelB.y) / 2);
+    if (error < kTolerance) return;
+    // By value: the ring moves its points when it grows.
+    const Vertex first = pixelA;
+    AddCurve(groundA, first, ground, pixel, depth + 1, ring);
+    ring.push_back(pixel);
+    AddCurve(ground, pixel, groundB, pixelB, depth + 1, ring);
+  }
+
+  const platform::Affine& m_toPixel;
+  OGRCoordinateTransformation* m_carry;
+  std::vector<Polygon>& m_polygons;
+};
+
+/// Marks the pixels of a rectangle whose centres lie inside a polygon.
+void Fill(const Polygon& polygon, const CRect& rect, unsigned char* marks) {
+  // Rows whose centre lines y = row + 0.5 satisfy from <= y < to, counted from the rectangle's first.
+  const auto rowFrom = [&rect](double y) {
+    return static_cast<int>(std::clamp(std::ceil(y - 0.5) - rect.top, 0.0, static_cast<double>(rect.Height())));
+  };
+  const int first = rowFrom(polygon.minY);
+  const int last = rowFrom(polygon.maxY);
+  if (first >= last) return;
+  std::vector<std::vector<double>> crossings(static_cast<std::size_t>(last - first));
+  for (const Ring& ring : polygon.rings) {
+    for (std::size_t i = 0; i + 1 < ring.size(); ++i) {
+      // Always walked downwards, so that neighbours that share an edge see the same crossings. Half-open in y, so that
+      // a shared vertex counts once.
+      const bool down = ring[i].y <= ring[i + 1].y;
+      const Vertex& a = down ? ring[i] : ring[i + 1];
+      const Vertex& b = down ? ring[i + 1] : ring[i];
+      for (int row = rowFrom(a.y); row < rowFrom(b.y); ++row) {
+        const double y = rect.top + row + 0.5;
+        crossings[static_cast<std::size_t>(row - first)].push_back(a.x + (y - a.y) / (b.y - a.y) * (b.x - a.x));
+      }
+    }
+  }
+  const int width = rect.Width();
+  const auto columnFrom = [&rect, width](double x) {
+    return static_cast<int>(std::clamp(std::ceil(x - 0.5) - rect.left, 0.0, static_cast<double>(width)));
+  };
+  for (int row = first; row < last; ++row) {
+    auto& line = crossings[static_cast<std::size_t>(row - first)];
+    std::sort(line.begin(), line.end());
+    unsigned char* rowMarks = marks + static_cast<std::ptrdiff_t>(row) * width;
+    for (std::size_t i = 0; i + 1 < line.size(); i += 2) {
+      std::fill(rowMarks + columnFrom(line[i]), rowMarks + columnFrom(line[i + 1]), static_cast<unsigned char>(1));
+    }
   }
 }
 
@@ -103,18 +167,18 @@ bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
   const bool rasterHasCrs = platform::ReadWkt(raster.GetSpatialReferenceWKT(), rasterCrs);
   for (OGRLayer* layer : file->GetLayers()) {
     std::unique_ptr<OGRCoordinateTransformation> carry;
-    if (const OGRSpatialReference* crs = layer->GetSpatialRef(); crs && rasterHasCrs) {
-      OGRSpatialReference layerCrs(*crs);
-      layerCrs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-      if (!layerCrs.IsSame(&rasterCrs)) carry.reset(OGRCreateCoordinateTransformation(&layerCrs, &rasterCrs));
+    const OGRSpatialReference* layerCrs = layer->GetSpatialRef();
+    if (layerCrs && rasterHasCrs && !layerCrs->IsSame(&rasterCrs)) {
+      carry.reset(OGRCreateCoordinateTransformation(layerCrs, &rasterCrs));
+      if (!carry) return false;
     }
+    PixelPolygons polygons(raster.GroundToPixel(), carry.get(), m_impl->polygons);
     for (const auto& feature : *layer) {
       const OGRGeometry* geometry = feature->GetGeometryRef();
       if (!geometry) continue;
       // Curves become chains of short lines.
       const std::unique_ptr<OGRGeometry> linear(geometry->getLinearGeometry());
-      if (!linear || (carry && linear->transform(carry.get()) != OGRERR_NONE)) continue;
-      AddPolygons(*linear, raster.GroundToPixel(), m_impl->polygons);
+      if (linear) polygons.Add(*linear);
     }
   }
   return !m_impl->polygons.empty();
@@ -138,13 +202,10 @@ CRect CRasterAOI::GetCoveringRect() const {
 int CRasterAOI::ReadCacheAoiBuffer(int left, int top, int width, int height) {
   m_impl->cached = CRect();
   m_impl->marks.clear();
-  if (width <= 0 || height <= 0) return 0;
+  if (width <= 0 || height <= 0 || left > INT32_MAX - width || top > INT32_MAX - height) return 0;
   m_impl->cached = CRect(left, top, left + width, top + height);
   m_impl->marks.assign(static_cast<std::size_t>(m_impl->cached.Area()), 0);
-  for (int r = 0; r < height; ++r) {
-    unsigned char* row = m_impl->marks.data() + static_cast<std::ptrdiff_t>(r) * width;
-    for (const Polygon& polygon : m_impl->polygons) FillRow(polygon, top + r, left, width, row);
-  }
+  for (const Polygon& polygon : m_impl->polygons) Fill(polygon, m_impl->cached, m_impl->marks.data());
   const auto inside = std::count(m_impl->marks.begin(), m_impl->marks.end(), static_cast<unsigned char>(1));
   if (inside == 0) return 0;
   return inside == m_impl->cached.Area() ? 3 : 1;

@@ -13,6 +13,7 @@
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
+#include "platform/raster/read_window.h"
 #include "platform/raster/row_statistics.h"
 
 namespace {
@@ -23,9 +24,24 @@ GDALRasterBand* BandOf(const CRasterSource& source, int index) {
   return platform::DatasetOf(source)->GetRasterBand(index + 1);
 }
 
+/// A rectangle from its size; empty where the far edge does not fit an int.
+CRect RectOf(int left, int top, int width, int height) {
+  const std::int64_t right = static_cast<std::int64_t>(left) + width;
+  const std::int64_t bottom = static_cast<std::int64_t>(top) + height;
+  if (width <= 0 || height <= 0 || right > INT32_MAX || bottom > INT32_MAX) return {};
+  return {left, top, static_cast<std::int32_t>(right), static_cast<std::int32_t>(bottom)};
+}
+
+/// GDAL reads signed bytes as unsigned ones and tells so aside.
+bool HasSignedBytes(GDALRasterBand& band) {
+  const char* kind = band.GetMetadataItem("PIXELTYPE", "IMAGE_STRUCTURE");
+  return band.GetRasterDataType() == GDT_Byte && kind && EQUAL(kind, "SIGNEDBYTE");
+}
+
 }  // namespace
 
-CRasterBand::CRasterBand(CRasterSource* source, int index) : m_pSource(source), m_nIndex(index) {}
+CRasterBand::CRasterBand(CRasterSource* source, int index)
+    : m_pSource(source), m_nIndex(index), m_bSignedBytes(HasSignedBytes(*BandOf(*source, index))) {}
 
 int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight,
                           PixelDataType type, int pixelSpace, int lineSpace) {
@@ -35,9 +51,11 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
       !platform::IsPixelType(type) || pixelSpace < 0 || lineSpace < 0) {
     return kFailed;
   }
+  if (write && (m_bSignedBytes || !m_pSource->IsWritable())) return kFailed;
   const auto operation = write ? platform::RasterOperation::kWrite : platform::RasterOperation::kRead;
   if (platform::RasterFails(operation, m_pSource->GetPath(), m_nIndex, rect)) return kFailed;
   const platform::GdalErrors quiet;
+  if (m_bSignedBytes) return ReadSignedBytes(rect, buffer, type, pixelSpace, lineSpace) ? 0 : kFailed;
   const CPLErr result =
       BandOf(*m_pSource, m_nIndex)
           ->RasterIO(write ? GF_Write : GF_Read, rect.left, rect.top, rect.Width(), rect.Height(), buffer, bufferWidth,
@@ -47,17 +65,24 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
   return result == CE_None && !(write && quiet.Any()) ? 0 : kFailed;
 }
 
-namespace {
-
-/// A rectangle from its size; empty where the far edge does not fit an int.
-CRect RectOf(int left, int top, int width, int height) {
-  const std::int64_t right = static_cast<std::int64_t>(left) + width;
-  const std::int64_t bottom = static_cast<std::int64_t>(top) + height;
-  if (width <= 0 || height <= 0 || right > INT32_MAX || bottom > INT32_MAX) return {};
-  return {left, top, static_cast<std::int32_t>(right), static_cast<std::int32_t>(bottom)};
+/// The samples as 16-bit integers first, then in the type wanted.
+bool CRasterBand::ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace) {
+  std::vector<std::int8_t> bytes(static_cast<std::size_t>(rect.Width()));
+  std::vector<std::int16_t> samples(bytes.size());
+  const int pixelStep = pixelSpace != 0 ? pixelSpace : platform::PixelSize(type);
+  const std::ptrdiff_t lineStep = lineSpace != 0 ? lineSpace : std::ptrdiff_t{pixelStep} * rect.Width();
+  for (int row = 0; row < rect.Height(); ++row) {
+    if (BandOf(*m_pSource, m_nIndex)
+            ->RasterIO(GF_Read, rect.left, rect.top + row, rect.Width(), 1, bytes.data(), rect.Width(), 1, GDT_Byte, 0,
+                       0, nullptr) != CE_None) {
+      return false;
+    }
+    std::copy(bytes.begin(), bytes.end(), samples.begin());
+    GDALCopyWords(samples.data(), GDT_Int16, sizeof(std::int16_t), static_cast<char*>(buffer) + row * lineStep,
+                  static_cast<GDALDataType>(platform::ToGdalType(type)), pixelStep, rect.Width());
+  }
+  return true;
 }
-
-}  // namespace
 
 int CRasterBand::ReadBlock(int left, int top, int width, int height, void* buffer, int bufferWidth, int bufferHeight,
                            PixelDataType type, int pixelSpace, int lineSpace) {
@@ -72,6 +97,7 @@ int CRasterBand::WriteBlock(int left, int top, int width, int height, const void
 }
 
 PixelDataType CRasterBand::GetRasterDataType() const {
+  if (m_bSignedBytes) return PDT_INT16;
   return platform::FromGdalType(BandOf(*m_pSource, m_nIndex)->GetRasterDataType());
 }
 
@@ -110,23 +136,21 @@ platform::NoDataTest CRasterBand::GetNoDataTest() const {
 
 bool CRasterBand::IsNoData(double value) const { return GetNoDataTest()(value); }
 
-/// Hands on whole rows in strips of bounded size until visit answers false. False after a failed read.
+/// Hands on the samples of one window of bounded size after another until visit answers false. False after a failed
+/// read.
 template <typename Visit>
-bool CRasterBand::ForEachStrip(const Visit& visit) {
+bool CRasterBand::ForEachWindow(const Visit& visit) {
+  const CRect step = platform::ReadWindow(*this, std::int64_t{1} << 20);
   const int width = GetWidth();
   const int height = GetHeight();
-  constexpr std::int64_t kBufferBytes = std::int64_t{8} << 20;
-  const std::int64_t blockRows = std::max(GetBlockYSize(), 1);
-  std::int64_t rows = std::max<std::int64_t>(kBufferBytes / (static_cast<std::int64_t>(sizeof(double)) * width), 1);
-  // Whole native blocks, so that none is decoded twice.
-  if (rows > blockRows) rows -= rows % blockRows;
-  const int strip = static_cast<int>(std::min<std::int64_t>(rows, height));
-
-  std::vector<double> values(static_cast<std::size_t>(strip) * static_cast<std::size_t>(width));
-  for (int top = 0; top < height; top += strip) {
-    const int count = std::min(strip, height - top);
-    if (ReadBlock(0, top, width, count, values.data(), width, count, PDT_FLOAT64) != 0) return false;
-    if (!visit(values.data(), width, count)) return true;
+  std::vector<double> values(static_cast<std::size_t>(step.Area()));
+  for (int top = 0; top < height; top += step.bottom) {
+    const int rows = std::min(step.bottom, height - top);
+    for (int left = 0; left < width; left += step.right) {
+      const int columns = std::min(step.right, width - left);
+      if (ReadBlock(left, top, columns, rows, values.data(), columns, rows, PDT_FLOAT64) != 0) return false;
+      if (!visit(values.data(), static_cast<std::int64_t>(columns) * rows)) return true;
+    }
   }
   return true;
 }
@@ -136,8 +160,8 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
   *minimum = *maximum = *mean = *stdDev = 0.0;
   platform::RowStatistics statistics(platform::NoDataSample(*this));
   bool cancelled = false;
-  const bool read = ForEachStrip([&](const double* values, int width, int rows) {
-    for (int row = 0; row < rows; ++row) statistics.Add(values + static_cast<std::ptrdiff_t>(row) * width, width);
+  const bool read = ForEachWindow([&](const double* values, std::int64_t count) {
+    statistics.Add(values, count);
     cancelled = progress && progress->IsCancelRequested();
     return !cancelled;
   });
@@ -151,8 +175,8 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
 
 bool CRasterBand::HasValidPixel() {
   platform::RowStatistics statistics(platform::NoDataSample(*this));
-  return ForEachStrip([&](const double* values, int width, int rows) {
-           statistics.Add(values, static_cast<std::int64_t>(width) * rows);
+  return ForEachWindow([&](const double* values, std::int64_t count) {
+           statistics.Add(values, count);
            return statistics.Count() == 0;
          }) &&
          statistics.Count() > 0;

@@ -49,10 +49,12 @@ class FUSION_API CRasterBand {
 
  private:
   template <typename Visit>
-  bool ForEachStrip(const Visit& visit);
+  bool ForEachWindow(const Visit& visit);
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
+  bool ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
 
   CRasterSource* m_pSource;
   int m_nIndex;
+  bool m_bSignedBytes;  ///< 8-bit samples with a sign, presented as 16-bit ones, read only
 };

@@ -1,16 +1,16 @@
 #include "platform/raster/raster_source.h"
 
 #include <gdal_priv.h>
-#include <gdalwarper.h>
 #include <ogr_spatialref.h>
-#include <vrtdataset.h>
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/gdal_access.h"
+#include "platform/raster/north_up_view.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
@@ -30,34 +30,10 @@ struct CRasterSource::Impl {
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
   std::wstring copySource;                             ///< the temporary raster it is copied from
+  CPLStringList copyOptions;
 };
 
 namespace {
-
-bool NeedsWarp(GDALDataset* dataset) {
-  double t[6];
-  if (dataset->GetGeoTransform(t) == CE_None) return t[2] != 0.0 || t[4] != 0.0;
-  return dataset->GetGCPCount() > 0 || dataset->GetMetadata("RPC") != nullptr;
-}
-
-/// A north-up view that owns the dataset; null, and the dataset released, when it cannot be made.
-GDALDataset* WarpNorthUp(GDALDataset* dataset) {
-  GDALWarpOptions* options = GDALCreateWarpOptions();
-  const int bandCount = dataset->GetRasterCount();
-  GDALWarpInitDefaultBandMapping(options, bandCount);
-  int hasNoData = 0;
-  const double noData = dataset->GetRasterBand(1)->GetNoDataValue(&hasNoData);
-  if (hasNoData) {
-    GDALWarpInitNoDataReal(options, noData);
-    GDALWarpInitDstNoDataReal(options, noData);
-    options->papszWarpOptions = CSLSetNameValue(options->papszWarpOptions, "INIT_DEST", "NO_DATA");
-  }
-  auto* warped =
-      GDALDataset::FromHandle(GDALAutoCreateWarpedVRT(dataset, nullptr, nullptr, GRA_NearestNeighbour, 0.125, options));
-  GDALDestroyWarpOptions(options);
-  dataset->ReleaseRef();
-  return warped;
-}
 
 std::wstring WktOf(GDALDataset* dataset) {
   const OGRSpatialReference* crs = dataset->GetSpatialRef();
@@ -78,18 +54,31 @@ bool IsIdentity(const double t[6]) {
   return t[0] == 0.0 && t[1] == 1.0 && t[2] == 0.0 && t[3] == 0.0 && t[4] == 0.0 && t[5] == 1.0;
 }
 
+/// The caller's creation options over ours.
+CPLStringList CreationOptions(const char* driver, const char* const* options) {
+  CPLStringList result;
+  if (EQUAL(driver, "GTiff")) {
+    result.SetNameValue("BIGTIFF", "IF_SAFER");
+    result.SetNameValue("INTERLEAVE", "BAND");
+  } else if (EQUAL(driver, "JP2OpenJPEG")) {
+    // Lossless, where the driver left to itself would not keep the values.
+    result.SetNameValue("QUALITY", "100");
+    result.SetNameValue("REVERSIBLE", "YES");
+  }
+  return CPLStringList(CSLMerge(result.StealList(), const_cast<char**>(options)));
+}
+
 /// Whether the driver of a copied format takes this type and number of bands: told by copying a tiny raster.
-bool CanCopy(GDALDriver* driver, int bandCount, GDALDataType type) {
-  auto* memory = GetGDALDriverManager()->GetDriverByName("MEM");
-  GDALDataset* sample = memory->Create("", 64, 64, bandCount, type, nullptr);
+bool CanCopy(GDALDriver* driver, int width, int height, int bandCount, GDALDataType type) {
+  constexpr int kJpegLimit = 65535;
+  if (EQUAL(driver->GetDescription(), "JPEG") && std::max(width, height) > kJpegLimit) return false;
+  const std::unique_ptr<GDALDataset> sample(
+      GetGDALDriverManager()->GetDriverByName("MEM")->Create("", 64, 64, bandCount, type, nullptr));
   if (!sample) return false;
-  const std::string probe = CPLSPrintf("/vsimem/format_probe_%p", static_cast<void*>(sample));
-  GDALDataset* copy = driver->CreateCopy(probe.c_str(), sample, TRUE, nullptr, nullptr, nullptr);
-  const bool works = copy != nullptr;
-  if (copy) GDALClose(copy);
-  GDALClose(sample);
-  VSIUnlink(probe.c_str());
-  VSIUnlink((probe + ".aux.xml").c_str());
+  const std::string probe = CPLSPrintf("/vsimem/format_probe_%p", static_cast<void*>(sample.get()));
+  const bool works = std::unique_ptr<GDALDataset>(
+                         driver->CreateCopy(probe.c_str(), sample.get(), TRUE, nullptr, nullptr, nullptr)) != nullptr;
+  CRasterSource::DeleteFileW(CommonFun::Utf82U(probe));
   return works;
 }
 
@@ -129,8 +118,8 @@ bool CRasterSource::Open(const std::wstring& path, GISDataAccess access, bool op
     GDALClose(dataset);
     return false;
   }
-  if (option && !update && NeedsWarp(dataset)) {
-    dataset = WarpNorthUp(dataset);
+  if (option && !update && platform::NeedsNorthUpView(*dataset)) {
+    dataset = platform::MakeNorthUpView(dataset);
     if (!dataset) return false;
   }
   Adopt(dataset, path, update);
@@ -151,28 +140,22 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
   }
   const GdalErrors quiet;
   const auto gdalType = static_cast<GDALDataType>(platform::ToGdalType(type));
+  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(wanted->driver);
+  CPLStringList creation = CreationOptions(wanted->driver, options);
+  CPLStringList copyOptions;
   std::wstring target = path;
-  const char* driverName = wanted->driver;
   if (wanted->copyOnly) {
-    if (!CanCopy(GetGDALDriverManager()->GetDriverByName(wanted->driver), bandCount, gdalType)) return false;
+    if (!CanCopy(driver, width, height, bandCount, gdalType)) return false;
     target = CommonFun::GetTempFilePath(path + L".tif");
     if (target.empty()) return false;
-    driverName = "GTiff";
+    driver = GetGDALDriverManager()->GetDriverByName("GTiff");
+    copyOptions = std::exchange(creation, CreationOptions("GTiff", nullptr));
   }
-
-  char** creation = nullptr;
-  if (std::string(driverName) == "GTiff") {
-    creation = CSLSetNameValue(creation, "BIGTIFF", "IF_SAFER");
-    creation = CSLSetNameValue(creation, "INTERLEAVE", "BAND");
-  }
-  creation = CSLMerge(creation, const_cast<char**>(options));
-  const std::string name = CommonFun::U2Utf8(target);
-  GDALDataset* dataset = GetGDALDriverManager()
-                             ->GetDriverByName(driverName)
-                             ->Create(name.c_str(), width, height, bandCount, gdalType, creation);
-  CSLDestroy(creation);
+  const bool existed = CommonFun::IsExistingFile(path);
+  GDALDataset* dataset =
+      driver->Create(CommonFun::U2Utf8(target).c_str(), width, height, bandCount, gdalType, creation.List());
   if (!dataset) {
-    if (wanted->copyOnly) DeleteFileW(target);
+    if (wanted->copyOnly || !existed) DeleteFileW(target);
     return false;
   }
   if (geoTransform && !IsIdentity(geoTransform)) {
@@ -186,6 +169,7 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
   if (wanted->copyOnly) {
     m_impl->copyFormat = wanted;
     m_impl->copySource = target;
+    m_impl->copyOptions = copyOptions;
   }
   return true;
 }
@@ -210,16 +194,24 @@ bool CRasterSource::Close() {
 }
 
 bool CRasterSource::CopyToFinalFormat() const {
-  const GdalErrors errors;
-  GDALDataset* source = GDALDataset::Open(CommonFun::U2Utf8(m_impl->copySource).c_str(), GDAL_OF_RASTER);
-  if (!source) return false;
-  GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(m_impl->copyFormat->driver);
-  GDALDataset* copy =
-      driver->CreateCopy(CommonFun::U2Utf8(m_impl->path).c_str(), source, FALSE, nullptr, nullptr, nullptr);
-  if (copy) GDALClose(copy);
-  GDALClose(source);
-  const bool ok = copy && !errors.Any();
-  if (!ok) DeleteFileW(m_impl->path);
+  // Under another name first, so that a failure leaves an older file as it was.
+  const std::wstring finished = CommonFun::GetTempFilePath(m_impl->path);
+  if (finished.empty()) return false;
+  bool ok = false;
+  {
+    const GdalErrors errors;
+    const std::unique_ptr<GDALDataset> source(
+        GDALDataset::Open(CommonFun::U2Utf8(m_impl->copySource).c_str(), GDAL_OF_RASTER));
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(m_impl->copyFormat->driver);
+    std::unique_ptr<GDALDataset> copy(source ? driver->CreateCopy(CommonFun::U2Utf8(finished).c_str(), source.get(),
+                                                                  FALSE, m_impl->copyOptions.List(), nullptr, nullptr)
+                                             : nullptr);
+    ok = copy != nullptr;
+    copy.reset();
+    ok = ok && !errors.Any();
+  }
+  ok = ok && RenameFile(finished, m_impl->path);
+  if (!ok) DeleteFileW(finished);
   return ok;
 }
 
@@ -312,4 +304,5 @@ RasterDataFormat CRasterSource::GetDataFormat(const std::wstring& path) {
   return format ? format->number : kFormatUnknown;
 }
 
+bool CRasterSource::IsWritable() const { return m_impl->writable; }
 void* CRasterSource::NativeHandle() const { return m_impl->dataset; }

@@ -36,6 +36,7 @@ class FUSION_API CRasterSource {
   /// False when pending data could not be written. Closing a closed raster is a success.
   bool Close();
   bool IsOpen() const;
+  bool IsWritable() const;
 
   std::wstring GetPath() const;
   int GetWidth() const;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/raster/coordinate_algorithm.h"
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/gis_data_source.h"
 
@@ -96,7 +97,14 @@ struct CReproject::Impl {
   platform::Affine sourceToPixel;
   int width = 0;
   int height = 0;
+  double fullTurn = 0.0;  ///< of a geographic source's longitudes, in its units, else 0
+  double middleX = 0.0;   ///< of the source, on its ground
   Grid grid;
+
+  /// The longitude that lies nearest to the source; an image may reach over the date line, or count from 0 to 360.
+  double NearSource(double x) const {
+    return fullTurn > 0.0 ? x + fullTurn * std::nearbyint((middleX - x) / fullTurn) : x;
+  }
 
   /// Corner-based source pixel positions in place; failed points become NaN.
   void ToPixels(std::vector<Point>& points) const {
@@ -108,8 +116,18 @@ struct CReproject::Impl {
     }
     Apply(*toSource, x, y);
     for (std::size_t i = 0; i < points.size(); ++i) {
-      points[i] = {sourceToPixel.X(x[i], y[i]), sourceToPixel.Y(x[i], y[i])};
+      const double near = NearSource(x[i]);
+      points[i] = {sourceToPixel.X(near, y[i]), sourceToPixel.Y(near, y[i])};
     }
+  }
+
+  /// The smallest box of corner-based source pixel positions around a ground box.
+  Envelope PixelEnvelope(const CBoundingBox& box) const {
+    std::vector<Point> points = Outline(box);
+    ToPixels(points);
+    Envelope envelope;
+    for (const Point& p : points) envelope.Add(p);
+    return envelope;
   }
 
   void Apply(OGRCoordinateTransformation& transformation, std::vector<double>& x, std::vector<double>& y) const {
@@ -141,23 +159,24 @@ struct CReproject::Impl {
 
   /// Whether interpolation stays close to the exact positions where it errs most: the middles of cells and edges.
   bool IsAccurate(const Grid& candidate) const {
-    constexpr double kTolerance = 0.01;
+    // Half the tolerance here leaves room for the points between.
+    constexpr double kTolerance = 0.01 / 2;
     std::vector<Point> ground;
-    for (int r = 0; r < candidate.rows; ++r) {
-      for (int c = 0; c < candidate.columns; ++c) {
-        ground.push_back({candidate.left + candidate.cellX * (c + 0.5), candidate.top + candidate.cellY * (r + 0.5)});
-        ground.push_back({candidate.left + candidate.cellX * (c + 0.5), candidate.top + candidate.cellY * r});
-        ground.push_back({candidate.left + candidate.cellX * c, candidate.top + candidate.cellY * (r + 0.5)});
+    for (int r = 0; r <= 2 * candidate.rows; ++r) {
+      ground.clear();
+      // In half cells; the nodes themselves, at even numbers, are exact.
+      for (int c = r % 2 == 0 ? 1 : 0; c <= 2 * candidate.columns; c += r % 2 == 0 ? 2 : 1) {
+        ground.push_back({candidate.left + candidate.cellX * 0.5 * c, candidate.top + candidate.cellY * 0.5 * r});
       }
-    }
-    std::vector<Point> exact = ground;
-    ToPixels(exact);
-    for (std::size_t i = 0; i < ground.size(); ++i) {
-      Point near{};
-      if (!candidate.Interpolate(ground[i].x, ground[i].y, near)) return false;
-      // Half the tolerance here leaves room for the points between; a NaN is not accurate.
-      const double error = std::hypot(near.x - exact[i].x, near.y - exact[i].y);
-      if (!(error < kTolerance / 2)) return false;
+      std::vector<Point> exact = ground;
+      ToPixels(exact);
+      for (std::size_t i = 0; i < ground.size(); ++i) {
+        // A point that rounding puts outside the box is taken exactly there.
+        Point near{};
+        if (!candidate.Interpolate(ground[i].x, ground[i].y, near)) continue;
+        // Written so that a NaN is not accurate.
+        if (!(std::hypot(near.x - exact[i].x, near.y - exact[i].y) < kTolerance)) return false;
+      }
     }
     return true;
   }
@@ -168,9 +187,12 @@ CReproject::~CReproject() = default;
 
 CReproject* CReproject::Create(CRasterSource* source, const std::wstring& wkt, const void* /*reserved1*/,
                                const void* /*reserved2*/) {
+  if (!source || !source->IsOpen()) return nullptr;
+  const std::wstring sourceWkt = source->GetSpatialReferenceWKT();
   OGRSpatialReference ground;
   OGRSpatialReference sourceCrs;
-  if (!source || !platform::ReadWkt(wkt, ground) || !platform::ReadWkt(source->GetSpatialReferenceWKT(), sourceCrs)) {
+  if (!CCoordinateAlgorithm::IsValidCoordinate(wkt) || !CCoordinateAlgorithm::IsValidCoordinate(sourceWkt) ||
+      !platform::ReadWkt(wkt, ground) || !platform::ReadWkt(sourceWkt, sourceCrs)) {
     return nullptr;
   }
   const platform::GdalErrors quiet;
@@ -181,6 +203,12 @@ CReproject* CReproject::Create(CRasterSource* source, const std::wstring& wkt, c
   result->m_impl->sourceToPixel = source->GroundToPixel();
   result->m_impl->width = source->GetWidth();
   result->m_impl->height = source->GetHeight();
+  if (sourceCrs.IsGeographic()) {
+    constexpr double kTurn = 6.283185307179586;
+    result->m_impl->fullTurn = kTurn / sourceCrs.GetAngularUnits();
+    double middleY = 0.0;
+    source->ImageToGround(0.5 * source->GetWidth(), 0.5 * source->GetHeight(), result->m_impl->middleX, middleY);
+  }
   return result.release();
 }
 
@@ -189,15 +217,21 @@ bool CReproject::CreateGrid(const CBoundingBox& box, double cellX, double cellY,
   const double width = std::fabs(box.m_dRight - box.m_dLeft);
   const double height = std::fabs(box.m_dBottom - box.m_dTop);
   if (!(width > 0.0 && height > 0.0 && std::isfinite(width) && std::isfinite(height))) return false;
-  constexpr int kFirstCells = 16;
-  constexpr int kMostCells = 4096;
-  const auto cells = [](double size, double cell) {
-    return cell > 0.0 ? static_cast<int>(std::clamp(std::ceil(size / cell), 1.0, double{kMostCells})) : kFirstCells;
+  const Envelope pixels = m_impl->PixelEnvelope(box);
+  if (pixels.IsEmpty()) return false;
+  // Left to itself it starts with cells of some 256 source pixels, which most pairs of systems need no finer.
+  constexpr double kFirstCell = 256.0;
+  const double sourcePixels = std::max(pixels.maxX - pixels.minX, pixels.maxY - pixels.minY);
+  const double firstCell = std::max(width, height) * kFirstCell / sourcePixels;
+  const auto cells = [firstCell](double size, double cell) {
+    return static_cast<std::int64_t>(std::clamp(std::ceil(size / (cell > 0.0 ? cell : firstCell)), 1.0, 1e6));
   };
-  int columns = cells(width, cellX);
-  int rows = cells(height, cellY);
-  for (int i = 0; i <= maxRefinements; ++i, columns *= 2, rows *= 2) {
-    Grid candidate = m_impl->SampleGrid(box, columns, rows);
+  std::int64_t columns = cells(width, cellX);
+  std::int64_t rows = cells(height, cellY);
+  // A grid of more cells than this would cost more than it saves.
+  constexpr std::int64_t kMostCells = std::int64_t{1} << 21;
+  for (int i = 0; i <= maxRefinements && columns * rows <= kMostCells; ++i, columns *= 2, rows *= 2) {
+    Grid candidate = m_impl->SampleGrid(box, static_cast<int>(columns), static_cast<int>(rows));
     if (!m_impl->IsAccurate(candidate)) continue;
     m_impl->grid = std::move(candidate);
     return true;
@@ -232,10 +266,7 @@ bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double*
 
 bool CReproject::GetInImgEnveFromGeoOut(const CBoundingBox& box, CRect& rect, double /*reserved1*/,
                                         double /*reserved2*/) const {
-  std::vector<Point> points = Outline(box);
-  m_impl->ToPixels(points);
-  Envelope envelope;
-  for (const Point& p : points) envelope.Add(p);
+  const Envelope envelope = m_impl->PixelEnvelope(box);
   if (envelope.IsEmpty()) return false;
   constexpr double kMargin = 10.0;
   const auto clip = [](double v, int size) {

@@ -8,8 +8,9 @@
 /// Positions in a source raster for ground points of another coordinate system.
 class FUSION_API CReproject {
  public:
-  /// From ground points in the given coordinate system to the source raster. Null when it cannot be built. The caller
-  /// owns the object, which needs nothing of the source after this call. The last two arguments are ignored.
+  /// From ground points in the given coordinate system to the source raster. Null when it cannot be built: a closed
+  /// source, either coordinate system unknown, or no transformation between them. The caller owns the object, which
+  /// needs nothing of the source after this call. The last two arguments are ignored.
   static CReproject* Create(CRasterSource* source, const std::wstring& wkt, const void* reserved1,
                             const void* reserved2);
   ~CReproject();
@@ -25,6 +26,7 @@ class FUSION_API CReproject {
   bool GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY, int n) const;
 
   /// The source rectangle that covers a ground box, enlarged by 10 pixels for the kernels, clamped to the source.
+  /// False, and rect untouched, where nothing of the source is left: a caller has nothing to read then.
   bool GetInImgEnveFromGeoOut(const CBoundingBox& box, CRect& rect, double reserved1, double reserved2) const;
 
   /// A box of the source's coordinate system carried to the other one: its outline with 21 points an edge.

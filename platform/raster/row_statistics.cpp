@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
@@ -37,12 +38,13 @@ void SumLanes(const double* values, std::int64_t count, double noData, double* c
 }
 
 FUSION_MULTIVERSION
-void SquareLanes(const double* values, std::int64_t count, double noData, double mean, double* squares) {
+void DeviationLanes(const double* values, std::int64_t count, double noData, double mean, double* sums,
+                    double* squares) {
   for (std::int64_t i = 0; i < count; i += kLanes) {
     for (int l = 0; l < kLanes; ++l) {
       const double v = values[i + l];
-      const bool valid = IsValidSample(v, noData);
-      const double d = valid ? v - mean : 0.0;
+      const double d = IsValidSample(v, noData) ? v - mean : 0.0;
+      sums[l] += d;
       squares[l] += d * d;
     }
   }
@@ -66,17 +68,27 @@ RowSums Sum(const double* values, std::int64_t count, double noData) {
   return result;
 }
 
-double Squares(const double* values, std::int64_t count, double noData, double mean) {
-  double squares[kLanes] = {};
-  SquareLanes(values, count, noData, mean, squares);
+struct Deviations {
   double sum = 0.0;
-  for (const double s : squares) sum += s;
-  return sum;
+  double squares = 0.0;
+};
+
+Deviations Deviate(const double* values, std::int64_t count, double noData, double mean) {
+  double sums[kLanes] = {};
+  double squares[kLanes] = {};
+  DeviationLanes(values, count, noData, mean, sums, squares);
+  return {std::accumulate(sums, sums + kLanes, 0.0), std::accumulate(squares, squares + kLanes, 0.0)};
 }
 
 }  // namespace
 
 void RowStatistics::Add(const double* values, std::int64_t count) {
+  // Pieces that stay in the cache for their second look.
+  constexpr std::int64_t kPiece = 2048;
+  for (std::int64_t i = 0; i < count; i += kPiece) AddPiece(values + i, std::min(kPiece, count - i));
+}
+
+void RowStatistics::AddPiece(const double* values, std::int64_t count) {
   // The rest that does not fill the lanes, filled up with values that do not count.
   const std::int64_t whole = count - count % kLanes;
   double rest[kLanes];
@@ -85,19 +97,24 @@ void RowStatistics::Add(const double* values, std::int64_t count) {
 
   const RowSums first = Sum(values, whole, m_noData);
   const RowSums last = Sum(rest, kLanes, m_noData);
-  const double rowCount = first.count + last.count;
-  if (rowCount == 0.0) return;
-  const double rowMean = (first.sum + last.sum) / rowCount;
-  const double rowSquares = Squares(values, whole, m_noData, rowMean) + Squares(rest, kLanes, m_noData, rowMean);
+  const double pieceCount = first.count + last.count;
+  if (pieceCount == 0.0) return;
+  double pieceMean = (first.sum + last.sum) / pieceCount;
+  const Deviations head = Deviate(values, whole, m_noData, pieceMean);
+  const Deviations tail = Deviate(rest, kLanes, m_noData, pieceMean);
+  // The deviations tell how far rounding left the mean from the true one.
+  const double correction = (head.sum + tail.sum) / pieceCount;
+  const double pieceSquares = head.squares + tail.squares - correction * correction * pieceCount;
+  pieceMean += correction;
 
   m_minimum = std::min({m_minimum, first.minimum, last.minimum});
   m_maximum = std::max({m_maximum, first.maximum, last.maximum});
   const auto before = static_cast<double>(m_count);
-  const double total = before + rowCount;
-  const double delta = rowMean - m_mean;
-  m_squares += rowSquares + delta * delta * (before * rowCount / total);
-  m_mean += delta * (rowCount / total);
-  m_count += static_cast<std::int64_t>(rowCount);
+  const double total = before + pieceCount;
+  const double delta = pieceMean - m_mean;
+  m_squares += std::max(pieceSquares, 0.0) + delta * delta * (before * pieceCount / total);
+  m_mean += delta * (pieceCount / total);
+  m_count += static_cast<std::int64_t>(pieceCount);
 }
 
 double RowStatistics::StdDev() const { return m_count > 0 ? std::sqrt(m_squares / static_cast<double>(m_count)) : 0.0; }

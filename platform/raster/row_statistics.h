@@ -5,8 +5,8 @@
 
 namespace platform {
 
-/// Running figures of a stream of values: rows are reduced on their own and merged, so that neither a large mean nor a
-/// long stream costs digits (Chan, Golub and LeVeque, Updating formulae and a pairwise algorithm for computing sample
+/// Running figures of a stream of values: pieces are reduced on their own and merged, so that neither a large mean nor
+/// a long stream costs digits (Chan, Golub and LeVeque, Updating formulae and a pairwise algorithm for computing sample
 /// variances, 1979).
 class RowStatistics {
  public:
@@ -23,6 +23,8 @@ class RowStatistics {
   double StdDev() const;
 
  private:
+  void AddPiece(const double* values, std::int64_t count);
+
   double m_noData;
   std::int64_t m_count = 0;
   double m_minimum = std::numeric_limits<double>::infinity();

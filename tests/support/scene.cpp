@@ -1,10 +1,8 @@
 #include "tests/support/scene.h"
 
-#include <cpl_string.h>
 #include <cpl_vsi.h>
 #include <gdal_priv.h>
 #include <gtest/gtest.h>
-#include <ogr_spatialref.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,15 +11,10 @@
 
 #include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
+#include "tests/support/test_raster.h"
 
 namespace test_support {
 namespace {
-
-GDALDataType GdalType(PixelDataType type) {
-  static const GDALDataType kTypes[] = {GDT_Unknown, GDT_Byte,  GDT_UInt16,  GDT_Int16,
-                                        GDT_UInt32,  GDT_Int32, GDT_Float32, GDT_Float64};
-  return kTypes[type];
-}
 
 using Dataset = std::unique_ptr<GDALDataset, decltype(&GDALClose)>;
 
@@ -31,25 +24,16 @@ Dataset Own(GDALDataset* dataset) { return {dataset, &GDALClose}; }
 
 void WriteImage(const reference::Image& image, const std::wstring& path, PixelDataType type, const std::string& wkt,
                 std::optional<double> noData, const std::vector<std::string>& options) {
-  GDALAllRegister();
-  CPLStringList creation;
-  for (const auto& option : options) creation.AddString(option.c_str());
-  auto file = Own(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
-      CommonFun::U2Utf8(path).c_str(), image.width, image.height, static_cast<int>(image.bands.size()), GdalType(type),
-      creation.List()));
-  ASSERT_TRUE(file);
-  double geoTransform[6];
-  std::copy_n(image.geoTransform, 6, geoTransform);
-  file->SetGeoTransform(geoTransform);
-  if (!wkt.empty()) file->SetProjection(wkt.c_str());
-  for (std::size_t b = 0; b < image.bands.size(); ++b) {
-    GDALRasterBand* band = file->GetRasterBand(static_cast<int>(b) + 1);
-    if (noData) band->SetNoDataValue(*noData);
-    auto values = image.bands[b];
-    ASSERT_EQ(band->RasterIO(GF_Write, 0, 0, image.width, image.height, values.data(), image.width, image.height,
-                             GDT_Float64, 0, 0, nullptr),
-              CE_None);
-  }
+  TestRaster raster;
+  raster.width = image.width;
+  raster.height = image.height;
+  raster.bands = image.bands;
+  raster.type = type;
+  raster.geoTransform.emplace(image.geoTransform, image.geoTransform + 6);
+  raster.wkt = wkt;
+  raster.noData = noData;
+  raster.options = options;
+  ASSERT_TRUE(WriteRaster(raster, path));
 }
 
 reference::Image ReadImage(const std::wstring& path) {
@@ -171,22 +155,8 @@ void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<d
   }
 }
 
-namespace {
-
-std::string WktOf(int epsg) {
-  OGRSpatialReference crs;
-  crs.importFromEPSG(epsg);
-  char* text = nullptr;
-  crs.exportToWkt(&text);
-  std::string wkt = text;
-  CPLFree(text);
-  return wkt;
-}
-
-}  // namespace
-
-std::string UtmWkt() { return WktOf(32630); }
-std::string Wgs84Wkt() { return WktOf(4326); }
+std::string UtmWkt() { return WktOfEpsg(32630); }
+std::string Wgs84Wkt() { return WktOfEpsg(4326); }
 
 void WriteTriangle(const std::wstring& path, reference::Position a, reference::Position b, reference::Position c) {
   // CSV is the one text format whose geometries come without a coordinate system.
