@@ -83,7 +83,9 @@ class PixelPolygons {
     double y = ground.y;
     if (m_carry && !m_carry->Transform(1, &x, &y)) return false;
     pixel = {m_toPixel.X(x, y), m_toPixel.Y(x, y)};
-    return std::isfinite(pixel.x) && std::isfinite(pixel.y);
+    // Written so that a NaN fails; below the limit no difference of two coordinates overflows.
+    constexpr double kLimit = 1e300;
+    return std::fabs(pixel.x) <= kLimit && std::fabs(pixel.y) <= kLimit;
   }
 
   /// The points strictly between the two ends.
@@ -107,6 +109,12 @@ class PixelPolygons {
   OGRCoordinateTransformation* m_carry;
   std::vector<Polygon>& m_polygons;
 };
+
+/// Some formats cannot leave a layer without a coordinate system and write one that says nothing.
+bool IsKnown(const OGRSpatialReference& crs) {
+  const char* name = crs.GetName();
+  return (crs.IsProjected() || crs.IsGeographic()) && !(name && STARTS_WITH_CI(name, "Undefined"));
+}
 
 /// Marks the pixels of a rectangle whose centres lie inside a polygon.
 void Fill(const Polygon& polygon, const CRect& rect, unsigned char* marks) {
@@ -168,7 +176,7 @@ bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
   for (OGRLayer* layer : file->GetLayers()) {
     std::unique_ptr<OGRCoordinateTransformation> carry;
     const OGRSpatialReference* layerCrs = layer->GetSpatialRef();
-    if (layerCrs && rasterHasCrs && !layerCrs->IsSame(&rasterCrs)) {
+    if (layerCrs && rasterHasCrs && IsKnown(*layerCrs) && !layerCrs->IsSame(&rasterCrs)) {
       carry.reset(OGRCreateCoordinateTransformation(layerCrs, &rasterCrs));
       if (!carry) return false;
     }
