@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "framework/messages.h"
 #include "highpass/bayesian_samples.h"
@@ -81,6 +82,79 @@ double Dot(const std::vector<double>& a, const std::vector<double>& b) {
   return sum;
 }
 
+struct FitError {
+  int type;
+  const wchar_t* message;
+};
+
+/// The model from two passes over the samples.
+class ModelFit {
+ public:
+  explicit ModelFit(int n) : m_n(n), m_values(n + 1), m_details(n), m_residuals(n + 1) {}
+
+  /// First pass.
+  void AddValues(const fusion::BayesianBatch& batch) {
+    m_columns = batch.bands;
+    m_columns.push_back(batch.pan);
+    m_values.Add(m_columns.data(), batch.count);
+    m_details.Add(batch.details.data(), batch.count);
+  }
+
+  std::optional<FitError> Solve() {
+    if (m_values.Count() < m_n + 2) return FitError{ERR_STATISTICS, L"有效的公共像元太少，无法估计贝叶斯模型！"};
+    for (int i = 0; i <= m_n; ++i) {
+      // Details are compared with the values they were taken from.
+      const bool flat = i < m_n && m_details.Covariance(i, i) < 1e-24 * m_values.Covariance(i, i);
+      if (flat || IsConstant(m_values, i)) {
+        return FitError{ERR_ZERO_DEVIATION, L"影像数据标准差为零，无法估计贝叶斯模型！"};
+      }
+    }
+    m_system.emplace(m_values, m_n);
+    if (!m_system->IsSolvable()) return FitError{ERR_STATISTICS, L"多光谱波段线性相关，无法估计贝叶斯模型！"};
+    m_beta = m_system->Solve(CovariancesWithLast(m_values, m_n));
+    m_intercept = Intercept();
+    return std::nullopt;
+  }
+
+  /// Second pass: the residuals themselves, since their variance may be lost in the digits of pan's.
+  void AddResiduals(const fusion::BayesianBatch& batch) {
+    m_residual.assign(batch.pan, batch.pan + batch.count);
+    for (double& e : m_residual) e -= m_intercept;
+    for (std::size_t b = 0; b < m_beta.size(); ++b) {
+      for (std::size_t i = 0; i < m_residual.size(); ++i) m_residual[i] -= m_beta[b] * batch.bands[b][i];
+    }
+    m_columns = batch.bands;
+    m_columns.push_back(m_residual.data());
+    m_residuals.Add(m_columns.data(), batch.count);
+  }
+
+  BayesianModel Model(double weight) {
+    // What of the residuals still goes with the bands belongs to the last digits of beta.
+    const std::vector<double> left = CovariancesWithLast(m_residuals, m_n);
+    const std::vector<double> correction = m_system->Solve(left);
+    for (std::size_t b = 0; b < m_beta.size(); ++b) m_beta[b] += correction[b];
+    const double variance = std::max(m_residuals.Covariance(m_n, m_n) - Dot(correction, left), 0.0);
+    return fusion::MakeBayesianModel(weight, Intercept(), m_beta, variance, DetailCovariance(m_details, m_n));
+  }
+
+ private:
+  double Intercept() const {
+    double intercept = m_values.Mean(m_n);
+    for (int i = 0; i < m_n; ++i) intercept -= m_beta[static_cast<std::size_t>(i)] * m_values.Mean(i);
+    return intercept;
+  }
+
+  int m_n;
+  RunningCovariance m_values;  ///< bands and pan
+  RunningCovariance m_details;
+  RunningCovariance m_residuals;  ///< bands and residual
+  std::optional<BandSystem> m_system;
+  std::vector<double> m_beta;
+  double m_intercept = 0.0;
+  std::vector<double> m_residual;
+  std::vector<const double*> m_columns;
+};
+
 }  // namespace
 
 namespace fusion {
@@ -133,10 +207,8 @@ bool BayesianModelEstimator::Open(CRasterSource& pan, CRasterSource& ms, std::ve
     Fail(ERR_OPEN, messages::OpenFailed(path));
     return false;
   }
-  if (m_param.m_vecMSBands.empty()) {
-    for (int b = 0; b < ms.GetBandCount(); ++b) m_param.m_vecMSBands.push_back(b);
-  }
   for (const int b : m_param.m_vecMSBands) bands.push_back(ms.GetRasterBand(b));
+  for (int b = 0; m_param.m_vecMSBands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(ms.GetRasterBand(b));
   const bool exist = std::all_of(bands.begin(), bands.end(), [](const CRasterBand* band) { return band != nullptr; });
   if (exist && pan.GetRasterBand(m_param.m_nPanBand)) return true;
   Fail(ERR_READ, messages::kReadFailed);
@@ -151,7 +223,6 @@ void BayesianModelEstimator::Estimate() {
   fusion::PanAverage average(pan, *pan.GetRasterBand(m_param.m_nPanBand), ms);
   if (m_param.m_bNeedReproject && !average.Reproject(pan, ms)) return Fail(ERR_REPROJECT, messages::kReprojectFailed);
 
-  const int n = static_cast<int>(bands.size());
   fusion::BayesianSamples samples(ms, bands, average);
   if (m_pProgress) m_pProgress->Start(messages::RunTitle(L"贝叶斯模型估计"), 2 * samples.TileCount());
   int step = 0;
@@ -166,53 +237,10 @@ void BayesianModelEstimator::Estimate() {
     return m_nLastErrorType == ERR_NONE;
   };
 
-  RunningCovariance values(n + 1);  // bands and pan
-  RunningCovariance details(n);
-  std::vector<const double*> columns;
-  const bool summed = pass([&](const fusion::BayesianBatch& batch) {
-    columns = batch.bands;
-    columns.push_back(batch.pan);
-    values.Add(columns.data(), batch.count);
-    details.Add(batch.details.data(), batch.count);
-  });
-  if (!summed) return;
-  if (values.Count() < n + 2) return Fail(ERR_STATISTICS, L"有效的公共像元太少，无法估计贝叶斯模型！");
-  for (int i = 0; i <= n; ++i) {
-    // Details are compared with the values they were taken from.
-    const bool flat = i < n && details.Covariance(i, i) < 1e-24 * values.Covariance(i, i);
-    if (!flat && !IsConstant(values, i)) continue;
-    return Fail(ERR_ZERO_DEVIATION, L"影像数据标准差为零，无法估计贝叶斯模型！");
-  }
-  const BandSystem system(values, n);
-  if (!system.IsSolvable()) return Fail(ERR_STATISTICS, L"多光谱波段线性相关，无法估计贝叶斯模型！");
-  std::vector<double> beta = system.Solve(CovariancesWithLast(values, n));
-  const auto intercept = [&] {
-    double a = values.Mean(n);
-    for (int i = 0; i < n; ++i) a -= beta[static_cast<std::size_t>(i)] * values.Mean(i);
-    return a;
-  };
-
-  // The residuals themselves, since their variance may be lost in the digits of pan's; and what of them still goes with
-  // the bands for the last digits of beta.
-  RunningCovariance residuals(n + 1);
-  std::vector<double> residual;
-  const double a = intercept();
-  const bool refined = pass([&](const fusion::BayesianBatch& batch) {
-    residual.assign(batch.pan, batch.pan + batch.count);
-    for (double& e : residual) e -= a;
-    for (std::size_t b = 0; b < beta.size(); ++b) {
-      for (std::size_t i = 0; i < residual.size(); ++i) residual[i] -= beta[b] * batch.bands[b][i];
-    }
-    columns = batch.bands;
-    columns.push_back(residual.data());
-    residuals.Add(columns.data(), batch.count);
-  });
-  if (!refined) return;
-  const std::vector<double> left = CovariancesWithLast(residuals, n);
-  const std::vector<double> correction = system.Solve(left);
-  for (std::size_t b = 0; b < beta.size(); ++b) beta[b] += correction[b];
-  const double variance = std::max(residuals.Covariance(n, n) - Dot(correction, left), 0.0);
-
-  m_model = fusion::MakeBayesianModel(m_param.m_dBayesParam, intercept(), beta, variance, DetailCovariance(details, n));
+  ModelFit fit(static_cast<int>(bands.size()));
+  if (!pass([&](const fusion::BayesianBatch& batch) { fit.AddValues(batch); })) return;
+  if (const auto error = fit.Solve()) return Fail(error->type, error->message);
+  if (!pass([&](const fusion::BayesianBatch& batch) { fit.AddResiduals(batch); })) return;
+  m_model = fit.Model(m_param.m_dBayesParam);
   if (m_pProgress) m_pProgress->Finish();
 }

@@ -33,9 +33,9 @@ struct FUSION_API BayesianModel {
 /// pixels, on the chosen bands, over all pixels of both whole images that have all data (see fusion::BayesianSamples).
 /// Streams twice over both images with bounded memory.
 ///
-/// Errors: 2, 4, 11 (bands) and 20 (reprojection) as in a fusion run; 6 for a weight that is not between 0 and 1; 7 for
-/// too few common pixels or bands that are linearly dependent; 10 for a pan image, a band or a band's detail without
-/// spread; 1 when cancelled.
+/// Errors: 2 (also a band that does not exist), 4 and 20 as in a fusion run; 6 for a weight that is not between 0 and
+/// 1; 7 for too few common pixels or bands that are linearly dependent; 10 for a pan image, a band or a band's detail
+/// without spread; 1 when cancelled.
 class FUSION_API BayesianModelEstimator : public CBaseAlgorithm {
  public:
   /// Reads the record's files, bands, reprojection flag, open option and weight.

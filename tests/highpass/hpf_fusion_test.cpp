@@ -8,7 +8,6 @@
 namespace {
 
 using highpass_test::SecondImage;
-using highpass_test::WithSecond;
 using test_support::OneRow;
 using test_support::ReadImage;
 using test_support::RecordingProgress;
@@ -24,7 +23,7 @@ class WithDeviations : public Method {
 };
 
 using OneDetail = WithDeviations<CHpfFusion>;
-using TwoDetails = WithDeviations<WithSecond<CHpfFusion>>;
+using TwoDetails = WithDeviations<highpass_test::WithSecond<CHpfFusion>>;
 
 /// The deviation as the platform computes it, so that the gains agree to the last bit.
 double PlatformDeviation(const std::wstring& file) {
@@ -79,6 +78,22 @@ INSTANTIATE_TEST_SUITE_P(AllTypes, HpfDefinition, test_support::AllTypesAndResam
 /// A detail image of deviation 2 under two bands.
 class HpfOneRow : public testing::Test {
  protected:
+  /// A record with a second detail image of one or more rows, weights 1.
+  HpfFusionParam WithSecond(const std::vector<double>& values, int height = 1) const {
+    HpfFusionParam param;
+    static_cast<FusionParam&>(param) = m_row.Param();
+    param.m_eOutDataType = PDT_FLOAT64;
+    param.m_bSecondFilter = true;
+    param.m_strSecondHpfFile = L"/vsimem/hpf_second.tif";
+    param.m_dDetailWeight1 = param.m_dDetailWeight2 = 1.0;
+    reference::Image second;
+    second.width = static_cast<int>(values.size()) / height;
+    second.height = height;
+    second.bands = {values};
+    WriteImage(second, param.m_strSecondHpfFile, PDT_FLOAT64);
+    return param;
+  }
+
   OneRow m_row{{2.0, -2.0, 2.0, -2.0}, {{10.0, 20.0, 30.0, 40.0}, {5.0, 6.0, 7.0, 8.0}}};
   double m_deviations[2] = {4.0, 12.0};
 };
@@ -91,18 +106,8 @@ TEST_F(HpfOneRow, DetailIsScaledToTheSpreadOfEachBandTimesTheWeight) {
 }
 
 TEST_F(HpfOneRow, SecondDetailHasAGainOfItsOwn) {
-  HpfFusionParam param;
-  static_cast<FusionParam&>(param) = m_row.Param();
-  param.m_eOutDataType = PDT_FLOAT64;
-  param.m_bSecondFilter = true;
-  param.m_strSecondHpfFile = L"/vsimem/hpf_second.tif";
-  param.m_dDetailWeight1 = 1.0;
+  HpfFusionParam param = WithSecond({8.0, 8.0, -8.0, -8.0});
   param.m_dDetailWeight2 = 0.25;
-  reference::Image second;
-  second.width = 4;
-  second.height = 1;
-  second.bands = {{8.0, 8.0, -8.0, -8.0}};
-  WriteImage(second, param.m_strSecondHpfFile, PDT_FLOAT32);
   CHpfFusion fusion(&param);
   fusion.SetMulStdvValue(m_deviations);
   fusion.Process();
@@ -127,15 +132,7 @@ TEST_F(HpfOneRow, DetailImageWithoutSpreadIsErrorTen) {
 }
 
 TEST_F(HpfOneRow, SecondDetailImageWithoutSpreadIsErrorTen) {
-  HpfFusionParam param;
-  static_cast<FusionParam&>(param) = m_row.Param();
-  param.m_bSecondFilter = true;
-  param.m_strSecondHpfFile = L"/vsimem/hpf_second.tif";
-  reference::Image second;
-  second.width = 4;
-  second.height = 1;
-  second.bands = {{8.0, 8.0, 8.0, 8.0}};
-  WriteImage(second, param.m_strSecondHpfFile, PDT_FLOAT32);
+  HpfFusionParam param = WithSecond({8.0, 8.0, 8.0, 8.0});
   CHpfFusion fusion(&param);
   fusion.SetMulStdvValue(m_deviations);
   fusion.Process();
@@ -144,17 +141,9 @@ TEST_F(HpfOneRow, SecondDetailImageWithoutSpreadIsErrorTen) {
 }
 
 TEST_F(HpfOneRow, SecondImageOfAnotherSizeIsRefused) {
-  HpfFusionParam param;
-  static_cast<FusionParam&>(param) = m_row.Param();
-  param.m_strOutFile = L"/vsimem/hpf_refused.tif";
-  param.m_bSecondFilter = true;
-  param.m_strSecondHpfFile = L"/vsimem/hpf_second.tif";
   for (const auto& [width, height] : {std::pair(5, 1), std::pair(4, 2)}) {
-    reference::Image second;
-    second.width = width;
-    second.height = height;
-    second.bands = {std::vector<double>(static_cast<std::size_t>(width * height), 1.0)};
-    WriteImage(second, param.m_strSecondHpfFile, PDT_FLOAT32);
+    HpfFusionParam param = WithSecond(std::vector<double>(static_cast<std::size_t>(width * height), 1.0), height);
+    param.m_strOutFile = L"/vsimem/hpf_refused.tif";
     CHpfFusion fusion(&param);
     fusion.SetMulStdvValue(m_deviations);
     fusion.Process();
