@@ -143,16 +143,20 @@ bool ComputeMeans(ValidPixels& pixels, long long& count, Eigen::VectorXd& means)
 bool ComputeCovariance(ValidPixels& pixels, long long count, const Eigen::VectorXd& means,
                        Eigen::MatrixXd& covariance) {
   std::vector<std::vector<double>> centred(static_cast<std::size_t>(means.size()));
+  Eigen::VectorXd rest = Eigen::VectorXd::Zero(means.size());
   const bool read = pixels.ForEachRun([&](const PixelRun& run) {
     for (Eigen::Index a = 0; a < means.size(); ++a) {
       const auto first = static_cast<std::size_t>(a);
       Centre(run.bands[first], run.counts, means[a], centred[first]);
+      rest[a] += Dot(centred[first].data(), run.counts.data(), run.counts.size());
       for (Eigen::Index b = 0; b <= a; ++b) {
         covariance(a, b) += Dot(centred[first].data(), centred[static_cast<std::size_t>(b)].data(), run.counts.size());
       }
     }
   });
-  covariance /= static_cast<double>(count);
+  // What rounding left of the means is taken out again.
+  rest /= static_cast<double>(count);
+  covariance = covariance / static_cast<double>(count) - rest * rest.transpose();
   covariance.triangularView<Eigen::StrictlyUpper>() = covariance.transpose();
   return read;
 }

@@ -289,8 +289,9 @@ CRect CRasterSource::GroundToImage(const CBoundingBox& box) const {
   }
   // A box that ends on a pixel edge must not take in the next pixel for a rounding error.
   constexpr double kTolerance = 1e-6;
-  const double kFar = 1073741824.0;
-  const auto whole = [kFar](double v) { return static_cast<std::int32_t>(std::clamp(v, -kFar, kFar)); };
+  // So far that even the width of a rectangle that reaches both ways fits an int.
+  static constexpr double kFar = 1073741823.0;
+  const auto whole = [](double v) { return static_cast<std::int32_t>(std::clamp(v, -kFar, kFar)); };
   if (!(minX <= maxX && minY <= maxY)) return {};
   return {whole(std::floor(minX + kTolerance)), whole(std::floor(minY + kTolerance)),
           whole(std::ceil(maxX - kTolerance)), whole(std::ceil(maxY - kTolerance))};

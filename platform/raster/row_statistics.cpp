@@ -99,21 +99,21 @@ void RowStatistics::AddPiece(const double* values, std::int64_t count) {
   const RowSums last = Sum(rest, kLanes, m_noData);
   const double pieceCount = first.count + last.count;
   if (pieceCount == 0.0) return;
-  double pieceMean = (first.sum + last.sum) / pieceCount;
+  const double pieceMean = (first.sum + last.sum) / pieceCount;
   const Deviations head = Deviate(values, whole, m_noData, pieceMean);
   const Deviations tail = Deviate(rest, kLanes, m_noData, pieceMean);
   // The deviations tell how far rounding left the mean from the true one.
   const double correction = (head.sum + tail.sum) / pieceCount;
   const double pieceSquares = head.squares + tail.squares - correction * correction * pieceCount;
-  pieceMean += correction;
 
+  if (m_count == 0) m_origin = pieceMean;
   m_minimum = std::min({m_minimum, first.minimum, last.minimum});
   m_maximum = std::max({m_maximum, first.maximum, last.maximum});
   const auto before = static_cast<double>(m_count);
   const double total = before + pieceCount;
-  const double delta = pieceMean - m_mean;
+  const double delta = (pieceMean - m_origin) + correction - m_offset;
   m_squares += std::max(pieceSquares, 0.0) + delta * delta * (before * pieceCount / total);
-  m_mean += delta * (pieceCount / total);
+  m_offset += delta * (pieceCount / total);
   m_count += static_cast<std::int64_t>(pieceCount);
 }
 

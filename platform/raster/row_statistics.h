@@ -18,7 +18,7 @@ class RowStatistics {
   std::int64_t Count() const { return m_count; }
   double Minimum() const { return m_minimum; }
   double Maximum() const { return m_maximum; }
-  double Mean() const { return m_mean; }
+  double Mean() const { return m_origin + m_offset; }
   /// Population standard deviation.
   double StdDev() const;
 
@@ -29,7 +29,8 @@ class RowStatistics {
   std::int64_t m_count = 0;
   double m_minimum = std::numeric_limits<double>::infinity();
   double m_maximum = -std::numeric_limits<double>::infinity();
-  double m_mean = 0.0;
+  double m_origin = 0.0;  ///< mean of the first piece: the mean is kept as a difference from it, which has more digits
+  double m_offset = 0.0;
   double m_squares = 0.0;  ///< sum of squared deviations from the mean
 };
 

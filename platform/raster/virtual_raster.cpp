@@ -23,19 +23,20 @@ VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& b
   const std::unique_ptr<GDALDataset> source(GDALDataset::Open(name.c_str(), GDAL_OF_RASTER));
   if (!source) throw std::runtime_error("cannot open " + name);
 
-  char** arguments = CSLAddString(CSLAddString(nullptr, "-of"), "VRT");
+  CPLStringList arguments;
+  arguments.AddString("-of").AddString("VRT");
   for (const int band : bands) {
-    arguments = CSLAddString(CSLAddString(arguments, "-b"), std::to_string(band + 1).c_str());
+    if (band < 0 || band >= source->GetRasterCount()) throw std::runtime_error("no such band in " + name);
+    arguments.AddString("-b").AddString(std::to_string(band + 1).c_str());
   }
-  GDALTranslateOptions* options = GDALTranslateOptionsNew(arguments, nullptr);
-  CSLDestroy(arguments);
+  GDALTranslateOptions* options = GDALTranslateOptionsNew(arguments.List(), nullptr);
   static std::atomic<int> count{0};
   const std::string path = "/vsimem/fusion_view_" + std::to_string(++count) + ".vrt";
   int usageError = 0;
   GDALDataset* view =
       GDALDataset::FromHandle(GDALTranslate(path.c_str(), GDALDataset::ToHandle(source.get()), options, &usageError));
   GDALTranslateOptionsFree(options);
-  if (!view) throw std::runtime_error("no such band in " + name);
+  if (!view) throw std::runtime_error("cannot make a view of " + name);
   if (geoTransform) {
     double t[6];
     std::copy_n(geoTransform, 6, t);

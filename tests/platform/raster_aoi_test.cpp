@@ -65,9 +65,9 @@ class RasterArea : public testing::Test {
     ASSERT_TRUE(m_raster.OpenSimple(m_files.back()));
   }
   bool Load(const std::vector<Layer>& layers) {
+    if (!m_raster.IsOpen()) OpenRaster();
     m_files.push_back(MemoryPath(L"gpkg"));
     WriteLayers(m_files.back(), layers);
-    if (!m_raster.IsOpen()) OpenRaster();
     return m_aoi.Load(m_files.back(), m_raster);
   }
   /// The mask of a rectangle, a line of text for each row.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #ifndef _WIN32
 #include <sys/resource.h>
@@ -32,7 +33,7 @@ const double kTransform[6] = {440000.0, 10.0, 0.0, 4470000.0, 0.0, -10.0};
 std::wstring UtmWkt() { return CommonFun::Utf82U(test_support::WktOfEpsg(32630)); }
 
 /// A sample that differs from its neighbours and between the bands.
-double SampleOf(int band, int x, int y) { return (x * 3 + y * 5 + band * 50) % 200; }
+double SampleOf(int band, int x, int y) { return (40 + 2 * x + y + 10 * band) % 250; }
 
 class RasterSource : public testing::Test {
  protected:
@@ -95,7 +96,7 @@ TEST_F(RasterSource, EveryFormatIsWrittenAndReadBack) {
     EXPECT_EQ(read.GetHeight(), 30);
     EXPECT_EQ(read.GetBandCount(), 3);
     EXPECT_EQ(read.GetRasterDataType(), PDT_UINT8);
-    EXPECT_LE(LargestError(read), std::string(format.driver) == "JPEG" ? 60.0 : 0.0);
+    EXPECT_LE(LargestError(read), std::string(format.driver) == "JPEG" ? 12.0 : 0.0);
     double t[6] = {};
     EXPECT_TRUE(read.GetGeoTransform(t));
     for (int i = 0; i < 6; ++i) EXPECT_DOUBLE_EQ(t[i], kTransform[i]);
@@ -137,6 +138,8 @@ TEST_F(RasterSource, CreatingReplacesAnExistingFileAndItsCompanions) {
   auto old = MakeRaster(9, 9, [](int, int) { return 5.0; });
   old.noData = 5.0;
   test_support::WriteRaster(old, path);
+  std::ofstream(CommonFun::ToPath(path + L".aux.xml"))
+      << "<PAMDataset><PAMRasterBand band=\"1\"><NoDataValue>5</NoDataValue></PAMRasterBand></PAMDataset>";
   CRasterSource created;
   ASSERT_TRUE(Create(created, path));
   EXPECT_TRUE(Write(created));
@@ -145,6 +148,7 @@ TEST_F(RasterSource, CreatingReplacesAnExistingFileAndItsCompanions) {
   ASSERT_TRUE(read.OpenSimple(path));
   EXPECT_EQ(read.GetWidth(), 40);
   EXPECT_FALSE(read.GetRasterBand(0)->IsHaveNoData());
+  EXPECT_EQ(folder.Files(), Names{"a.tif"});
   EXPECT_EQ(LargestError(read), 0.0);
 }
 
