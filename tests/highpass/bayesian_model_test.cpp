@@ -242,7 +242,7 @@ TEST(BayesianEstimator, OtherCoordinateSystemsUseTheUprightRectangleAroundEachTr
   };
   const DenseModel dense = Fit(CollectSamples(scene.pan, scene.ms, {0, 1, 2}, cell));
   const BayesianModel model = Estimate(param);
-  // Positions come from a grid that is exact within a hundredth of a pixel; so are the averages of pan, in its contrast.
+  // Positions come from a grid that is exact within a hundredth of a pixel, and so are the averages of pan.
   for (std::size_t b = 0; b < 3; ++b) {
     EXPECT_NEAR(model.coefficients[b], dense.beta(static_cast<Eigen::Index>(b)), 1e-2 * dense.beta.norm());
   }
