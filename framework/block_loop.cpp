@@ -158,13 +158,13 @@ bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation&
       bandCount,
       &blocks.dstBlock,
       blocks.aoi};
-  void** result = variation.kernel ? variation.kernel(block)
-                                   : AlgorithmProcess(block.pan, block.panRect, block.ms, block.msBandCount,
-                                                      block.msRect, type, bandCount, block.dstBlock, block.aoi);
-  if (!result) return true;
-  const GISError written = WriteBlock(m_pDstSrc, bandCount, &blocks.dstBlock, result);
-  fusion::FreeBlock(type, bandCount, result);
-  if (written == GIS_SUCCESS) return true;
+  const auto freeBlock = [type, bandCount](void** bands) { fusion::FreeBlock(type, bandCount, bands); };
+  const std::unique_ptr<void*, decltype(freeBlock)> result(
+      variation.kernel ? variation.kernel(block)
+                       : AlgorithmProcess(block.pan, block.panRect, block.ms, block.msBandCount, block.msRect, type,
+                                          bandCount, block.dstBlock, block.aoi),
+      freeBlock);
+  if (!result || WriteBlock(m_pDstSrc, bandCount, &blocks.dstBlock, result.get()) == GIS_SUCCESS) return true;
   Fail(ERR_WRITE, messages::kWriteFailed);
   return false;
 }
