@@ -66,7 +66,11 @@ bool PanAverage::Reproject(CRasterSource& pan, CRasterSource& ms) {
   CBoundingBox extent;
   m_reproject.reset(CReproject::Create(&pan, ms.GetSpatialReferenceWKT(), nullptr, nullptr));
   if (!m_reproject || !CReproject::GetExtent(&ms, pan.GetSpatialReferenceWKT(), extent)) return false;
-  m_reproject->CreateGrid(ms.ImageToGround(CRect(0, 0, ms.GetWidth(), ms.GetHeight())), 0.0, 0.0, 3);
+  // A regression sees shifts that no picture shows, so the grid is finer than one made for resampling.
+  const double cell = std::max(8.0, std::max(ms.GetWidth(), ms.GetHeight()) / 1024.0);
+  m_reproject->CreateGrid(ms.ImageToGround(CRect(0, 0, ms.GetWidth(), ms.GetHeight())),
+                          cell * std::hypot(m_msToGround.t[1], m_msToGround.t[4]),
+                          cell * std::hypot(m_msToGround.t[2], m_msToGround.t[5]), 3);
   const platform::Affine& toGround = pan.PixelToGround();
   m_cellWidth = (extent.MaxX() - extent.MinX()) / ms.GetWidth() / std::hypot(toGround.t[1], toGround.t[4]);
   m_cellHeight = (extent.MaxY() - extent.MinY()) / ms.GetHeight() / std::hypot(toGround.t[2], toGround.t[5]);
