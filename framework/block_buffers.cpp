@@ -3,6 +3,11 @@
 #include <algorithm>
 
 namespace fusion {
+namespace {
+
+std::int64_t SlackOf(const CRect& rect) { return rect.Area() > 0 ? std::int64_t{rect.Width()} + 2 : 0; }
+
+}  // namespace
 
 CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
   // In 64 bits: the last block of a very large raster would otherwise overflow before it is clipped.
@@ -15,6 +20,13 @@ CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
           clip(top + blockHeight, height)};
 }
 
+CRect BlockGrid::After(const CRect& block) const {
+  const int column = block.left / blockWidth + 1;
+  const int row = block.top / blockHeight;
+  if (column < Across()) return Block(column, row);
+  return row + 1 < Down() ? Block(0, row + 1) : CRect();
+}
+
 CRect Shift(const CRect& rect, int dx, int dy) {
   // A caller's offset may be anything: off the range of an int the rectangle collapses at its end.
   const auto add = [](std::int64_t value, int offset) {
@@ -24,39 +36,85 @@ CRect Shift(const CRect& rect, int dx, int dy) {
 }
 
 BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)
-    : m_buffers(count), m_pointers(count, nullptr), m_held(count), m_capacity(capacity) {
+    : m_buffers(count), m_expected(count), m_pointers(count, nullptr), m_held(count), m_capacity(capacity) {
   Allocate();
 }
 
+BandBuffers::~BandBuffers() {
+  try {
+    WaitForReader();
+  } catch (...) {
+    // What failed was only expected, never asked for.
+  }
+}
+
+BandBuffers::Buffer BandBuffers::NewBuffer() const {
+  return std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(m_capacity + m_slack));
+}
+
+void BandBuffers::WaitForReader() {
+  if (m_reader) m_reader->Wait();
+}
+
 void BandBuffers::Allocate() {
+  WaitForReader();
+  for (auto& expected : m_expected) expected = Expected();
   for (auto& buffer : m_buffers) buffer.reset();
   std::fill(m_held.begin(), m_held.end(), CRect());
   for (std::size_t i = 0; i < m_buffers.size(); ++i) {
-    m_buffers[i] = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(m_capacity + m_slack));
+    m_buffers[i] = NewBuffer();
     m_pointers[i] = m_buffers[i].get();
   }
 }
 
+bool BandBuffers::Fits(const CRect& rect) const { return rect.Area() + SlackOf(rect) <= m_capacity + m_slack; }
+
 void BandBuffers::Reserve(const CRect& rect) {
-  const std::int64_t area = rect.Area();
-  const std::int64_t slack = area > 0 ? std::int64_t{rect.Width()} + 2 : 0;
-  if (area + slack <= m_capacity + m_slack) return;
-  m_capacity = std::max(area, m_capacity);
-  m_slack = std::max(slack, m_slack);
+  if (Fits(rect)) return;
+  m_capacity = std::max(rect.Area(), m_capacity);
+  m_slack = std::max(SlackOf(rect), m_slack);
   Allocate();
+}
+
+bool BandBuffers::ReadInto(double* values, CRasterBand& band, const CRect& rect) {
+  if (band.ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values, rect.Width(), rect.Height(),
+                     PDT_FLOAT64) != 0) {
+    return false;
+  }
+  std::fill_n(values + rect.Area(), SlackOf(rect), 0.0);
+  return true;
+}
+
+void BandBuffers::Expect(std::size_t i, CRasterBand* band, const CRect& rect, platform::TaskQueue& reader) {
+  if (!band || rect.Area() == 0 || !Fits(rect)) return;
+  Expected& expected = m_expected[i];
+  if (expected.band) WaitForReader();
+  m_reader = &reader;
+  if (!expected.values) expected.values = NewBuffer();
+  expected.band = band;
+  expected.rect = rect;
+  reader.Add([&expected] { expected.read = ReadInto(expected.values.get(), *expected.band, expected.rect); });
+}
+
+bool BandBuffers::TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read) {
+  Expected& expected = m_expected[i];
+  if (!expected.band) return false;
+  WaitForReader();
+  const bool same = expected.band == band && expected.rect == rect;
+  expected.band = nullptr;
+  if (!same) return false;
+  std::swap(m_buffers[i], expected.values);
+  m_pointers[i] = m_buffers[i].get();
+  read = expected.read;
+  return true;
 }
 
 bool BandBuffers::Read(std::size_t i, CRasterBand* band, const CRect& rect) {
   if (!band) return false;
   Reserve(rect);
   m_held[i] = CRect();
-  double* values = m_pointers[i];
-  if (band->ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values, rect.Width(), rect.Height(),
-                      PDT_FLOAT64) != 0) {
-    return false;
-  }
-  std::fill_n(values + rect.Area(), rect.Width() + 2, 0.0);
-  return true;
+  bool read = false;
+  return TakeExpected(i, band, rect, read) ? read : ReadInto(m_pointers[i], *band, rect);
 }
 
 bool BandBuffers::ReadOn(std::size_t i, CRasterBand* band, const CRect& rect) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/raster/raster_source.h"
+#include "platform/system/task_queue.h"
 
 namespace fusion {
 
@@ -21,6 +22,8 @@ struct BlockGrid {
   int Count() const { return Across() * Down(); }
   /// Block in the given block column and block row, clipped to the raster.
   CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
+  /// The block that follows one of the grid's blocks, empty behind the last.
+  CRect After(const CRect& block) const;
   /// Calls visit with every block, row by row, until it answers false.
   template <typename Visit>
   void ForEach(const Visit& visit) const {
@@ -43,6 +46,9 @@ CRect Shift(const CRect& rect, int dx, int dy);
 class BandBuffers {
  public:
   BandBuffers(std::size_t count, std::int64_t capacity);
+  ~BandBuffers();
+  BandBuffers(const BandBuffers&) = delete;
+  BandBuffers& operator=(const BandBuffers&) = delete;
 
   std::size_t Count() const { return m_buffers.size(); }
   double* operator[](std::size_t i) const { return m_pointers[i]; }
@@ -53,14 +59,33 @@ class BandBuffers {
   void Reserve(const CRect& rect);
   /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
   bool Read(std::size_t i, CRasterBand* band, const CRect& rect);
+  /// Begins on another thread what the next Read(i, band, rect) will ask for. A Read of anything else just reads.
+  /// The queue must outlive the buffers.
+  void Expect(std::size_t i, CRasterBand* band, const CRect& rect, platform::TaskQueue& reader);
   /// The same where rectangles follow each other downwards: rows that the buffer already holds from the last such read
   /// of the same band are kept.
   bool ReadOn(std::size_t i, CRasterBand* band, const CRect& rect);
 
  private:
-  void Allocate();
+  using Buffer = std::unique_ptr<double[]>;
+  /// What is being read ahead, or has been, into a buffer's spare one.
+  struct Expected {
+    Buffer values;
+    CRasterBand* band = nullptr;  ///< null: nothing
+    CRect rect;
+    bool read = false;
+  };
 
-  std::vector<std::unique_ptr<double[]>> m_buffers;
+  Buffer NewBuffer() const;
+  void Allocate();
+  bool Fits(const CRect& rect) const;
+  static bool ReadInto(double* values, CRasterBand& band, const CRect& rect);
+  bool TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read);
+  void WaitForReader();
+
+  std::vector<Buffer> m_buffers;
+  std::vector<Expected> m_expected;
+  platform::TaskQueue* m_reader = nullptr;
   std::vector<double*> m_pointers;
   std::vector<CRect> m_held;  ///< what ReadOn read last into each buffer, empty where it does not stand any more
   std::int64_t m_capacity;

@@ -13,6 +13,8 @@ BlockSet::BlockSet(const BlockGrid& blockGrid, std::vector<int> bands, int left,
       msBands(std::move(bands)),
       panLeft(left),
       panTop(top),
+      reader(msBands.size() + 2),
+      writer(1),
       pan(1, std::int64_t{grid.blockWidth} * grid.blockHeight),
       detail(1, 0),
       ms(msBands.size(), std::int64_t{grid.blockWidth} * grid.blockHeight) {}
@@ -112,13 +114,34 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
       !blocks.detail.Read(0, variation.detailSource->GetRasterBand(m_param.m_nPanBand), panRect)) {
     return LoadResult::kPanFailed;
   }
+  ReadAhead(blocks, variation);
   return LoadResult::kReady;
+}
+
+void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
+  CRect next = blocks.grid.After(blocks.dstBlock);
+  CRect msRect;
+  // A guess by the common rule, since a derived class's own is to be asked only when the block's turn has come.
+  if (next.Area() == 0 || !CFusion::GetReadBufferRect(&next, &msRect)) return;
+  for (std::size_t i = 0; i < blocks.msBands.size(); ++i) {
+    blocks.ms.Expect(i, m_pMSSrc->GetRasterBand(blocks.msBands[i]), msRect, blocks.reader);
+  }
+  const CRect panRect = fusion::Shift(next, blocks.panLeft, blocks.panTop);
+  blocks.pan.Expect(0, m_pPanSrc->GetRasterBand(m_param.m_nPanBand), panRect, blocks.reader);
+  if (variation.detailSource && variation.detailSource->IsOpen()) {
+    blocks.detail.Expect(0, variation.detailSource->GetRasterBand(m_param.m_nPanBand), panRect, blocks.reader);
+  }
 }
 
 void CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   int step = 0;
   blocks.grid.ForEach([&](const CRect& block) {
-    switch (LoadBlock(blocks, block, variation)) {
+    const LoadResult loaded = LoadBlock(blocks, block, variation);
+    // A block that could not be written comes before one that cannot be read.
+    const bool goesOn =
+        loaded == LoadResult::kReady || loaded == LoadResult::kOutside || loaded == LoadResult::kSkipped;
+    if (!goesOn && !FinishWriting(blocks)) return false;
+    switch (loaded) {
       case LoadResult::kSkipped:
         return true;
       case LoadResult::kStopped:
@@ -140,8 +163,9 @@ void CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& v
         break;
     }
     EndBolckProcess();
-    return StepProgress(++step, variation);
+    return StepProgress(++step, blocks, variation);
   });
+  FinishWriting(blocks);
 }
 
 bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
@@ -159,18 +183,30 @@ bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation&
       &blocks.dstBlock,
       blocks.aoi};
   const auto freeBlock = [type, bandCount](void** bands) { fusion::FreeBlock(type, bandCount, bands); };
-  const std::unique_ptr<void*, decltype(freeBlock)> result(
-      variation.kernel ? variation.kernel(block)
-                       : AlgorithmProcess(block.pan, block.panRect, block.ms, block.msBandCount, block.msRect, type,
-                                          bandCount, block.dstBlock, block.aoi),
-      freeBlock);
-  if (!result || WriteBlock(m_pDstSrc, bandCount, &blocks.dstBlock, result.get()) == GIS_SUCCESS) return true;
-  Fail(ERR_WRITE, messages::kWriteFailed);
+  const std::shared_ptr<void*> result(variation.kernel
+                                          ? variation.kernel(block)
+                                          : AlgorithmProcess(block.pan, block.panRect, block.ms, block.msBandCount,
+                                                             block.msRect, type, bandCount, block.dstBlock, block.aoi),
+                                      freeBlock);
+  if (!result) return true;
+  blocks.writer.Add([this, &blocks, bandCount, rect = blocks.dstBlock, result]() mutable {
+    if (!blocks.writeFailed && WriteBlock(m_pDstSrc, bandCount, &rect, result.get()) != GIS_SUCCESS) {
+      blocks.writeFailed = true;
+    }
+  });
+  return !blocks.writeFailed || FinishWriting(blocks);
+}
+
+bool CFusion::FinishWriting(fusion::BlockSet& blocks) {
+  blocks.writer.Wait();
+  if (!blocks.writeFailed) return true;
+  if (m_nLastErrorType != ERR_WRITE) Fail(ERR_WRITE, messages::kWriteFailed);
   return false;
 }
 
-bool CFusion::StepProgress(int step, const fusion::RunVariation& variation) {
+bool CFusion::StepProgress(int step, fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   if (!m_pProgress || m_pProgress->Step(step, messages::kProcessing)) return true;
+  if (!FinishWriting(blocks)) return false;
   m_nLastErrorType = ERR_CANCELLED;
   if (CLog::m_pLogger) {
     CLog::m_pLogger->WriteLog(2, variation.logFile, variation.logLine, variation.logFunction, messages::kCancelled);

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <vector>
 
 #include "framework/block_buffers.h"
 #include "framework/fusion_block.h"
 #include "platform/raster/raster_source.h"
+#include "platform/system/task_queue.h"
 
 namespace fusion {
 
@@ -36,6 +38,9 @@ struct BlockSet {
   std::vector<int> msBands;
   int panLeft;
   int panTop;
+  platform::TaskQueue reader;  ///< reads the next block while this one is fused
+  std::atomic<bool> writeFailed = false;
+  platform::TaskQueue writer;  ///< writes the one before; a second one waiting would only take memory
   BandBuffers pan;
   BandBuffers detail;
   BandBuffers ms;

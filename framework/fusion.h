@@ -103,7 +103,11 @@ class FUSION_API CFusion : public CBaseAlgorithm {
                                                const fusion::RunVariation& variation);
   void WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  bool StepProgress(int step, const fusion::RunVariation& variation);
+  bool StepProgress(int step, fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  /// Begins to read the block that follows the one at hand.
+  void ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  /// Waits for the blocks under way to the output. False, with the error state set and reported, when one failed.
+  bool FinishWriting(fusion::BlockSet& blocks);
   void AbandonRun(CRasterSource& dst);
   void FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, const fusion::RunVariation& variation);
 };

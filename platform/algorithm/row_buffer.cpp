@@ -25,18 +25,16 @@ const double* RowBuffer::Row(int index, int row) const {
   return m_rows[static_cast<std::size_t>(index)].data() + static_cast<std::ptrdiff_t>(row - m_top) * m_width;
 }
 
-bool RowBuffer::Load(int first, int count) {
-  const int top = std::max(0, first - m_halo);
+bool RowBuffer::Load(int first, int count, const RowBuffer& before) {
+  m_top = std::max(0, first - m_halo);
+  m_bottom = m_top;
   const int bottom = std::min(m_height, first + count + m_halo);
-  const int keep = top >= m_top && top < m_bottom ? m_bottom - top : 0;
-  const int oldTop = std::exchange(m_top, top);
-  m_bottom = top + keep;
+  const int keep = m_top >= before.m_top && m_top < before.m_bottom ? before.m_bottom - m_top : 0;
   for (int i = 0; i < BandCount(); ++i) {
-    const double* kept = At(i, top + (top - oldTop));
-    if (keep > 0) std::copy_n(kept, static_cast<std::ptrdiff_t>(keep) * m_width, At(i, top));
-    if (m_bottom < bottom && !ReadRows(i, m_bottom, bottom)) return false;
+    if (keep > 0) std::copy_n(before.Row(i, m_top), static_cast<std::ptrdiff_t>(keep) * m_width, At(i, m_top));
+    if (m_top + keep < bottom && !ReadRows(i, m_top + keep, bottom)) return false;
   }
-  m_bottom = std::max(m_bottom, bottom);
+  m_bottom = bottom;
   return true;
 }
 

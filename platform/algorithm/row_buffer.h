@@ -7,15 +7,16 @@
 
 namespace platform {
 
-/// A moving window of whole rows over some bands of a raster, read from top to bottom as doubles.
+/// A window of whole rows over some bands of a raster, read as doubles.
 class FUSION_API RowBuffer {
  public:
   /// @param bands counted from 0
   /// @param halo rows kept above and below the loaded ones
   RowBuffer(const CRasterSource& input, std::vector<int> bands, int halo, int chunkRows);
 
-  /// Makes count rows from first on available, with their halo. False after a failed read. At most chunkRows at once.
-  bool Load(int first, int count);
+  /// Makes count rows from first on available, with their halo. Rows at its top that the window before still holds are
+  /// copied from there. False after a failed read. At most chunkRows at once.
+  bool Load(int first, int count, const RowBuffer& before);
 
   int Width() const { return m_width; }
   int BandCount() const { return static_cast<int>(m_bands.size()); }

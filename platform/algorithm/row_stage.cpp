@@ -3,6 +3,7 @@
 #include <gdal.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <numeric>
@@ -11,6 +12,7 @@
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/system/multiversion.h"
+#include "platform/system/task_queue.h"
 #include "platform/utility/common_fun.h"
 
 namespace platform {
@@ -86,7 +88,8 @@ struct RowStage::Run {
   int step = 0;
   std::vector<std::vector<double>> row;  ///< one computed row per output band
   std::vector<double*> rowPointers;
-  std::vector<std::vector<unsigned char>> outRows;  ///< a chunk of output pixels per band
+  /// A chunk of output pixels per band, twice: one is filled while the other is written.
+  std::vector<std::vector<unsigned char>> outRows[2];
 };
 
 RowStage::RowStage(const AlgorithmParam* param) : m_param(param ? *param : AlgorithmParam()) {}
@@ -205,30 +208,31 @@ bool RowStage::PlanFirstBands(const CRasterSource& input, StagePlan& plan) {
   return true;
 }
 
-bool RowStage::ForChunks(Run& run, const std::vector<int>& bands, int halo,
-                         const std::function<bool(RowBuffer& rows, int first, int count)>& work) {
-  RowBuffer rows(run.input, bands, halo, run.chunkRows);
+RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands, int halo,
+                                        const std::function<bool(RowBuffer& rows, int first, int count)>& work) {
+  RowBuffer rows[2] = {{run.input, bands, halo, run.chunkRows}, {run.input, bands, halo, run.chunkRows}};
   const int height = run.input.GetHeight();
-  for (int first = 0; first < height; first += run.chunkRows) {
-    const int count = std::min(run.chunkRows, height - first);
-    if (!rows.Load(first, count)) {
-      Fail(ERR_READ, messages::kReadFailed);
-      return false;
-    }
-    if (!work(rows, first, count)) return false;
-    if (m_pProgress && !m_pProgress->Step(++run.step, messages::kProcessing)) {
+  const auto first = [&](int chunk) { return chunk * run.chunkRows; };
+  const auto count = [&](int chunk) { return std::min(run.chunkRows, height - first(chunk)); };
+  bool goesOn = true;
+  const auto load = [&](int chunk, int slot) { return rows[slot].Load(first(chunk), count(chunk), rows[1 - slot]); };
+  const auto use = [&](int chunk, int slot) {
+    goesOn = work(rows[slot], first(chunk), count(chunk));
+    if (goesOn && m_pProgress && !m_pProgress->Step(++run.step, messages::kProcessing)) {
       m_nLastErrorType = ERR_CANCELLED;
-      return false;
+      goesOn = false;
     }
-  }
-  return true;
+    return goesOn;
+  };
+  if (LoadAhead((height + run.chunkRows - 1) / run.chunkRows, load, use)) return ChunksEnd::kDone;
+  return goesOn ? ChunksEnd::kReadFailed : ChunksEnd::kStopped;
 }
 
 bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
   Run& run = *m_run;
   AreaRows area(run.area.get(), run.input.GetWidth());
   std::vector<const double*> pointers(bands.size());
-  return ForChunks(run, bands, 0, [&](RowBuffer& rows, int first, int count) {
+  const ChunksEnd end = ForChunks(run, bands, 0, [&](RowBuffer& rows, int first, int count) {
     area.Load(first, count);
     for (int row = first; row < first + count && !area.IsOutside(); ++row) {
       for (int i = 0; i < rows.BandCount(); ++i) pointers[static_cast<std::size_t>(i)] = rows.Row(i, row);
@@ -236,6 +240,8 @@ bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
     }
     return true;
   });
+  if (end == ChunksEnd::kReadFailed) Fail(ERR_READ, messages::kReadFailed);
+  return end == ChunksEnd::kDone;
 }
 
 bool RowStage::WriteRows(Run& run) {
@@ -244,23 +250,44 @@ bool RowStage::WriteRows(Run& run) {
   const std::size_t rowBytes = width * static_cast<std::size_t>(PixelSize(run.plan.outType));
   run.row.assign(bandCount, std::vector<double>(width));
   for (auto& row : run.row) run.rowPointers.push_back(row.data());
-  run.outRows.assign(bandCount, std::vector<unsigned char>(rowBytes * static_cast<std::size_t>(run.chunkRows)));
-  return ForChunks(run, run.plan.bands, run.plan.halo, [&](RowBuffer& rows, int first, int count) {
-    FillChunk(run, rows, first, count);
-    for (int b = 0; b < run.plan.outBandCount; ++b) {
-      CRasterBand* band = run.output.GetRasterBand(b);
-      if (band && band->WriteBlock(0, first, rows.Width(), count, run.outRows[static_cast<std::size_t>(b)].data(),
-                                   rows.Width(), count, run.plan.outType) == 0) {
-        continue;
-      }
-      Fail(ERR_WRITE, messages::kWriteFailed);
-      return false;
-    }
-    return true;
+  for (auto& rows : run.outRows) {
+    rows.assign(bandCount, std::vector<unsigned char>(rowBytes * static_cast<std::size_t>(run.chunkRows)));
+  }
+  std::atomic<bool> written = true;
+  TaskQueue writer(1);
+  int slot = 0;
+  const ChunksEnd end = ForChunks(run, run.plan.bands, run.plan.halo, [&](RowBuffer& rows, int first, int count) {
+    slot = 1 - slot;
+    const auto& outRows = run.outRows[slot];
+    FillChunk(run, rows, first, count, run.outRows[slot]);
+    writer.Add(
+        [&run, &outRows, &written, first, count] { written = written && WriteChunk(run, outRows, first, count); });
+    return written.load();
   });
+  writer.Wait();
+  // A chunk that could not be written comes before one that could not be read.
+  if (!written) {
+    Fail(ERR_WRITE, messages::kWriteFailed);
+  } else if (end == ChunksEnd::kReadFailed) {
+    Fail(ERR_READ, messages::kReadFailed);
+  }
+  return written && end == ChunksEnd::kDone;
 }
 
-void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count) {
+bool RowStage::WriteChunk(Run& run, const std::vector<std::vector<unsigned char>>& rows, int first, int count) {
+  const int width = run.input.GetWidth();
+  for (int b = 0; b < run.plan.outBandCount; ++b) {
+    CRasterBand* band = run.output.GetRasterBand(b);
+    if (!band || band->WriteBlock(0, first, width, count, rows[static_cast<std::size_t>(b)].data(), width, count,
+                                  run.plan.outType) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
+                         std::vector<std::vector<unsigned char>>& outRows) {
   const int width = rows.Width();
   const bool round = run.plan.roundToNearest && !IsFloatType(run.plan.outType);
   const auto pixelBytes = static_cast<std::size_t>(PixelSize(run.plan.outType));
@@ -273,7 +300,7 @@ void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count) 
     for (std::size_t b = 0; b < run.row.size(); ++b) {
       double* values = run.rowPointers[b];
       if (round) RoundHalfUp(values, width);
-      unsigned char* out = run.outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes;
+      unsigned char* out = outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes;
       m_conversion.ConvertRow(run.plan.outType, values, out, static_cast<std::size_t>(width));
       if (inside) ClearOutside(inside, width, out, pixelBytes);
     }

@@ -60,9 +60,13 @@ class FUSION_API RowStage : public CBaseAlgorithm {
   bool Open(Run& run);
   bool CreateOutput(Run& run);
   bool WriteRows(Run& run);
-  bool ForChunks(Run& run, const std::vector<int>& bands, int halo,
-                 const std::function<bool(RowBuffer& rows, int first, int count)>& work);
-  void FillChunk(Run& run, const RowBuffer& rows, int first, int count);
+  enum class ChunksEnd { kDone, kStopped, kReadFailed };
+  /// Works through the input in chunks of rows. Stops where the work answers false or the reporter wants no more.
+  ChunksEnd ForChunks(Run& run, const std::vector<int>& bands, int halo,
+                      const std::function<bool(RowBuffer& rows, int first, int count)>& work);
+  void FillChunk(Run& run, const RowBuffer& rows, int first, int count,
+                 std::vector<std::vector<unsigned char>>& outRows);
+  static bool WriteChunk(Run& run, const std::vector<std::vector<unsigned char>>& rows, int first, int count);
 
   Run* m_run = nullptr;  ///< set while Process runs
 };

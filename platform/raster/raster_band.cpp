@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <mutex>
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
@@ -15,6 +16,7 @@
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
 #include "platform/raster/row_statistics.h"
+#include "platform/system/task_queue.h"
 
 namespace {
 
@@ -38,10 +40,29 @@ bool HasSignedBytes(GDALRasterBand& band) {
   return band.GetRasterDataType() == GDT_Byte && kind && EQUAL(kind, "SIGNEDBYTE");
 }
 
+/// Whether every row of the band lies in a strip of a GeoTIFF that holds nothing but rows of this band.
+bool LiesInStrips(GDALRasterBand& band) {
+  GDALDataset* dataset = band.GetDataset();
+  if (!dataset || !dataset->GetDriver() || !EQUAL(dataset->GetDriver()->GetDescription(), "GTiff")) return false;
+  const char* interleave = dataset->GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
+  int x = 0;
+  int y = 0;
+  band.GetBlockSize(&x, &y);
+  return x == band.GetXSize() && (dataset->GetRasterCount() == 1 || (interleave && EQUAL(interleave, "BAND")));
+}
+
 }  // namespace
 
 CRasterBand::CRasterBand(CRasterSource* source, int index)
-    : m_pSource(source), m_nIndex(index), m_bSignedBytes(HasSignedBytes(*BandOf(*source, index))) {}
+    : m_pSource(source), m_nIndex(index), m_bSignedBytes(HasSignedBytes(*BandOf(*source, index))) {
+  GDALRasterBand* band = BandOf(*source, index);
+  m_eType = m_bSignedBytes ? PDT_INT16 : platform::FromGdalType(band->GetRasterDataType());
+  band->GetBlockSize(&m_nBlockXSize, &m_nBlockYSize);
+  m_bStrips = LiesInStrips(*band);
+  int declared = 0;
+  const double value = band->GetNoDataValue(&declared);
+  m_noData = {declared != 0, m_eType == PDT_FLOAT32, declared != 0 ? value : 0.0};
+}
 
 int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight,
                           PixelDataType type, int pixelSpace, int lineSpace) {
@@ -54,7 +75,10 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
   if (write && (m_bSignedBytes || !m_pSource->IsWritable())) return kFailed;
   const auto operation = write ? platform::RasterOperation::kWrite : platform::RasterOperation::kRead;
   if (platform::RasterFails(operation, m_pSource->GetPath(), m_nIndex, rect)) return kFailed;
+  const std::lock_guard lock(m_pSource->TransferLock());
   const platform::GdalErrors quiet;
+  if (write && WriteStrips(rect, buffer, type, pixelSpace, lineSpace)) return quiet.Any() ? kFailed : 0;
+  if (m_pSource->IsWritable()) m_bStrips = false;
   if (m_bSignedBytes) return ReadSignedBytes(rect, buffer, type, pixelSpace, lineSpace) ? 0 : kFailed;
   const CPLErr result =
       BandOf(*m_pSource, m_nIndex)
@@ -63,6 +87,25 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
                      nullptr);
   // A failed write of an older block shows up as an error of this call.
   return result == CE_None && !(write && quiet.Any()) ? 0 : kFailed;
+}
+
+/// Whole strips in the band's own type go straight to the file, as long as no block of the band has been in the cache
+/// of decoded blocks, which would not know. False, with nothing written, where that is not possible. Failures are
+/// GDAL's errors.
+bool CRasterBand::WriteStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace) {
+  const int pixelBytes = platform::PixelSize(type);
+  const std::int64_t rowBytes = std::int64_t{pixelBytes} * rect.Width();
+  const bool packed = (pixelSpace == 0 || pixelSpace == pixelBytes) && (lineSpace == 0 || lineSpace == rowBytes);
+  if (!m_bStrips || type != m_eType || !packed || rect.Width() != GetWidth() || rect.top % m_nBlockYSize != 0 ||
+      rect.Height() % m_nBlockYSize != 0) {
+    return false;
+  }
+  GDALRasterBand* band = BandOf(*m_pSource, m_nIndex);
+  auto* strip = static_cast<unsigned char*>(buffer);
+  for (int row = rect.top; row < rect.bottom; row += m_nBlockYSize, strip += rowBytes * m_nBlockYSize) {
+    if (band->WriteBlock(0, row / m_nBlockYSize, strip) != CE_None) break;
+  }
+  return true;
 }
 
 /// The samples as 16-bit integers first, then in the type wanted.
@@ -96,63 +139,39 @@ int CRasterBand::WriteBlock(int left, int top, int width, int height, const void
                   pixelSpace, lineSpace);
 }
 
-PixelDataType CRasterBand::GetRasterDataType() const {
-  if (m_bSignedBytes) return PDT_INT16;
-  return platform::FromGdalType(BandOf(*m_pSource, m_nIndex)->GetRasterDataType());
-}
-
-int CRasterBand::GetBlockXSize() const {
-  int x = 0;
-  int y = 0;
-  BandOf(*m_pSource, m_nIndex)->GetBlockSize(&x, &y);
-  return x;
-}
-
-int CRasterBand::GetBlockYSize() const {
-  int x = 0;
-  int y = 0;
-  BandOf(*m_pSource, m_nIndex)->GetBlockSize(&x, &y);
-  return y;
-}
-
+PixelDataType CRasterBand::GetRasterDataType() const { return m_eType; }
+int CRasterBand::GetBlockXSize() const { return m_nBlockXSize; }
+int CRasterBand::GetBlockYSize() const { return m_nBlockYSize; }
 int CRasterBand::GetWidth() const { return m_pSource->GetWidth(); }
 int CRasterBand::GetHeight() const { return m_pSource->GetHeight(); }
 
-bool CRasterBand::IsHaveNoData() const {
-  int declared = 0;
-  BandOf(*m_pSource, m_nIndex)->GetNoDataValue(&declared);
-  return declared != 0;
-}
-
-double CRasterBand::GetNoDataValue() const {
-  int declared = 0;
-  const double value = BandOf(*m_pSource, m_nIndex)->GetNoDataValue(&declared);
-  return declared ? value : 0.0;
-}
-
-platform::NoDataTest CRasterBand::GetNoDataTest() const {
-  return {IsHaveNoData(), GetRasterDataType() == PDT_FLOAT32, GetNoDataValue()};
-}
-
-bool CRasterBand::IsNoData(double value) const { return GetNoDataTest()(value); }
+bool CRasterBand::IsHaveNoData() const { return m_noData.declared; }
+double CRasterBand::GetNoDataValue() const { return m_noData.value; }
+platform::NoDataTest CRasterBand::GetNoDataTest() const { return m_noData; }
+bool CRasterBand::IsNoData(double value) const { return m_noData(value); }
 
 /// Hands on the samples of one window of bounded size after another until visit answers false. False after a failed
 /// read.
 template <typename Visit>
 bool CRasterBand::ForEachWindow(const Visit& visit) {
   const CRect step = platform::ReadWindow(*this, std::int64_t{1} << 20);
-  const int width = GetWidth();
-  const int height = GetHeight();
-  std::vector<double> values(static_cast<std::size_t>(step.Area()));
-  for (int top = 0; top < height; top += step.bottom) {
-    const int rows = std::min(step.bottom, height - top);
-    for (int left = 0; left < width; left += step.right) {
-      const int columns = std::min(step.right, width - left);
-      if (ReadBlock(left, top, columns, rows, values.data(), columns, rows, PDT_FLOAT64) != 0) return false;
-      if (!visit(values.data(), static_cast<std::int64_t>(columns) * rows)) return true;
-    }
-  }
-  return true;
+  const int across = (GetWidth() + step.right - 1) / step.right;
+  const int down = (GetHeight() + step.bottom - 1) / step.bottom;
+  const auto window = [&](int i) {
+    const int left = i % across * step.right;
+    const int top = i / across * step.bottom;
+    return CRect(left, top, std::min(left + step.right, GetWidth()), std::min(top + step.bottom, GetHeight()));
+  };
+  std::vector<double> values[2];
+  bool wanted = true;
+  const auto load = [&](int i, int slot) {
+    const CRect rect = window(i);
+    values[slot].resize(static_cast<std::size_t>(step.Area()));
+    return ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values[slot].data(), rect.Width(), rect.Height(),
+                     PDT_FLOAT64) == 0;
+  };
+  const auto use = [&](int i, int slot) { return wanted = visit(values[slot].data(), window(i).Area()); };
+  return platform::LoadAhead(across * down, load, use) || !wanted;
 }
 
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,

@@ -52,9 +52,16 @@ class FUSION_API CRasterBand {
   bool ForEachWindow(const Visit& visit);
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
+  bool WriteStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
   bool ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
 
   CRasterSource* m_pSource;
   int m_nIndex;
   bool m_bSignedBytes;  ///< 8-bit samples with a sign, presented as 16-bit ones, read only
+  // Looked up once, so that they can be asked for while another thread reads.
+  PixelDataType m_eType = PDT_UNKNOWN;
+  int m_nBlockXSize = 0;
+  int m_nBlockYSize = 0;
+  bool m_bStrips = false;  ///< rows of this band lie in strips of their own that may be written past the block cache
+  platform::NoDataTest m_noData;
 };

@@ -1,5 +1,6 @@
 #include "platform/raster/raster_fault.h"
 
+#include <mutex>
 #include <utility>
 
 namespace platform {
@@ -15,7 +16,11 @@ RasterFault& Fault() {
 void SetRasterFault(RasterFault fault) { Fault() = std::move(fault); }
 
 bool RasterFails(RasterOperation operation, const std::wstring& path, int band, const CRect& rect) {
-  return Fault() && Fault()(operation, path, band, rect);
+  if (!Fault()) return false;
+  // Rasters are read and written from several threads.
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  return Fault()(operation, path, band, rect);
 }
 
 }  // namespace platform

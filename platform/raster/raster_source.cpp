@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,7 @@ using platform::RasterOperation;
 
 struct CRasterSource::Impl {
   GDALDataset* dataset = nullptr;
+  std::mutex transfer;  ///< held while samples are read or written
   bool writable = false;
   std::wstring path;
   std::vector<std::unique_ptr<CRasterBand>> bands;
@@ -189,7 +191,7 @@ bool CRasterSource::Close() {
     ok = ok && CopyToFinalFormat();
     DeleteFileW(m_impl->copySource);
   }
-  *m_impl = Impl();
+  m_impl = std::make_unique<Impl>();
   return ok;
 }
 
@@ -307,3 +309,4 @@ RasterDataFormat CRasterSource::GetDataFormat(const std::wstring& path) {
 
 bool CRasterSource::IsWritable() const { return m_impl->writable; }
 void* CRasterSource::NativeHandle() const { return m_impl->dataset; }
+std::mutex& CRasterSource::TransferLock() const { return m_impl->transfer; }

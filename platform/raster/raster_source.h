@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "platform/raster/affine.h"
@@ -13,7 +14,8 @@
 #undef DeleteFileW
 #endif
 
-/// A raster file. Pixel coordinates are corner-based: pixel (c, r) covers c..c+1 by r..r+1.
+/// A raster file. Pixel coordinates are corner-based: pixel (c, r) covers c..c+1 by r..r+1. Samples may be read and
+/// written from several threads while it stays open.
 class FUSION_API CRasterSource {
  public:
   CRasterSource();
@@ -83,6 +85,8 @@ class FUSION_API CRasterSource {
 
   /// The dataset behind the raster, for the rest of the platform.
   void* NativeHandle() const;
+  /// Whoever transfers samples of the dataset holds this.
+  std::mutex& TransferLock() const;
 
  private:
   void Adopt(void* dataset, const std::wstring& path, bool writable);

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <set>
 
+#include "tests/support/test_raster.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -15,14 +17,6 @@ namespace fs = std::filesystem;
 /// A folder of its own, removed afterwards.
 class Files : public testing::Test {
  protected:
-  Files() {
-    m_folder = fs::temp_directory_path() /
-               (std::string("fusion_common_fun_") + testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(m_folder);
-    fs::create_directories(m_folder);
-  }
-  ~Files() override { fs::remove_all(m_folder); }
-
   std::wstring Path(const std::wstring& name) const {
     const std::u8string folder = m_folder.u8string();
     return CommonFun::Utf82U(std::string(folder.begin(), folder.end())) + L"/" + name;
@@ -33,7 +27,8 @@ class Files : public testing::Test {
     return Path(name);
   }
 
-  fs::path m_folder;
+  test_support::TempFolder m_temporary;
+  fs::path m_folder = m_temporary.Root();
 };
 
 TEST(TextConversion, NarrowTextIsUtf8WhateverTheLocale) {

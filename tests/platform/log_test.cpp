@@ -8,15 +8,14 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "tests/support/test_raster.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 
 class Log : public testing::Test {
  protected:
-  Log() : m_file(fs::temp_directory_path() / u8"fusion_日志_test.log") { fs::remove(m_file); }
-  ~Log() override { fs::remove(m_file); }
-
   std::vector<std::string> Lines() const {
     std::ifstream file(m_file);
     std::vector<std::string> lines;
@@ -24,8 +23,9 @@ class Log : public testing::Test {
     return lines;
   }
 
-  fs::path m_file;
-  std::wstring m_name = fs::temp_directory_path().wstring() + L"/fusion_日志_test.log";
+  test_support::TempFolder m_folder;
+  fs::path m_file = m_folder.Root() / u8"日志.log";
+  std::wstring m_name = m_folder.Path(L"日志.log");
 };
 
 TEST_F(Log, NoProgramHasSetOne) { EXPECT_EQ(CLog::m_pLogger, nullptr); }

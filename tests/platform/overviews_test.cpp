@@ -10,6 +10,7 @@
 #include "platform/raster/raster_fault.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
+#include "tests/support/test_raster.h"
 
 namespace {
 
@@ -18,16 +19,9 @@ namespace fs = std::filesystem;
 /// A folder with one raster, removed afterwards.
 class Overviews : public testing::Test {
  protected:
-  Overviews() {
-    m_folder = fs::temp_directory_path() /
-               (std::string("fusion_overviews_") + testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(m_folder);
-    fs::create_directories(m_folder);
-  }
   ~Overviews() override {
     platform::SetRasterFault({});
     CBuildRasterOverviews::SetEnabled(true);
-    fs::remove_all(m_folder);
   }
 
   /// A raster whose pixel (x, y) is 4 x + y modulo 199.
@@ -84,7 +78,8 @@ class Overviews : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  fs::path m_folder;
+  test_support::TempFolder m_temporary;
+  fs::path m_folder = m_temporary.Root();
 };
 
 using Names = std::vector<std::string>;

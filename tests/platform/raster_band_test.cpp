@@ -110,6 +110,46 @@ TEST_F(RasterBand, AnUpdatedRasterKeepsWhatWasWritten) {
   EXPECT_EQ(Read(*m_source.GetRasterBand(0), 2, 4, 4, 1), (std::vector<double>{42, 1.5, 2.5, 45}));
 }
 
+/// Writes rows over each other in all the ways that a file of strips may take them: whole strips past the cache of
+/// decoded blocks, parts of strips and other types through it.
+TEST_F(RasterBand, TheLastWriteCountsHoweverTheStripsAreWritten) {
+  const double identity[6] = {0, 1, 0, 0, 0, 1};
+  const int width = 1500;  // GeoTIFF makes strips of 2 rows of it
+  const int height = 9;
+  for (const bool partFirst : {false, true}) {
+    const std::wstring path = MemoryPath();
+    std::vector<double> expected(width * height, 0.0);
+    CRasterSource created;
+    ASSERT_TRUE(created.CreateRaster(kFormatGeoTiff, path, width, height, 2, PDT_UINT16, identity, L"", nullptr));
+    CRasterBand& band = *created.GetRasterBand(1);
+    ASSERT_EQ(band.GetBlockYSize(), 2);
+    int next = 1;
+    const auto write = [&](int left, int top, int columns, int rows, bool asDouble) {
+      std::vector<std::uint16_t> values(static_cast<std::size_t>(columns * rows));
+      for (auto& v : values) v = static_cast<std::uint16_t>(next++ % 60000);
+      const std::vector<double> doubles(values.begin(), values.end());
+      for (int y = 0; y < rows; ++y) {
+        std::copy_n(doubles.begin() + y * columns, columns, expected.begin() + (top + y) * width + left);
+      }
+      const void* buffer = asDouble ? static_cast<const void*>(doubles.data()) : values.data();
+      EXPECT_EQ(band.WriteBlock(left, top, columns, rows, buffer, columns, rows, asDouble ? PDT_FLOAT64 : PDT_UINT16),
+                0);
+    };
+    if (partFirst) write(3, 0, 20, 5, false);
+    write(0, 0, width, 4, false);
+    write(0, 2, width, 4, false);
+    write(0, 8, width, 1, false);
+    write(0, 4, width, 2, true);
+    write(0, 3, width, 2, false);
+    write(10, 5, 30, 4, false);
+    write(0, 4, width, 2, false);
+    EXPECT_TRUE(created.Close());
+    ASSERT_TRUE(m_source.OpenSimple(path));
+    EXPECT_EQ(Read(*m_source.GetRasterBand(1), 0, 0, width, height), expected) << partFirst;
+    EXPECT_EQ(Read(*m_source.GetRasterBand(0), 0, 0, width, height), std::vector<double>(width * height, 0.0));
+  }
+}
+
 /// The ends of a type's range and numbers between.
 std::vector<double> ValuesOf(PixelDataType type) {
   return platform::DispatchPixelType(type, [](auto element) {

@@ -49,6 +49,7 @@ class TempFolder {
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
 
+  const std::filesystem::path& Root() const { return m_path; }
   std::wstring Path(const std::wstring& name) const;
   /// Names of all files, sorted.
   std::vector<std::string> Files() const;

@@ -1,0 +1,115 @@
+#include "framework/block_buffers.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <vector>
+
+#include "platform/raster/raster_fault.h"
+#include "tests/support/test_raster.h"
+
+namespace {
+
+using fusion::BandBuffers;
+using fusion::BlockGrid;
+
+TEST(BlockGrid, BlocksFollowEachOtherRowByRow) {
+  const BlockGrid grid{10, 7, 4, 3};
+  std::vector<CRect> walked;
+  grid.ForEach([&](const CRect& block) {
+    walked.push_back(block);
+    return true;
+  });
+  ASSERT_EQ(walked.size(), 9u);
+  for (std::size_t i = 0; i + 1 < walked.size(); ++i) EXPECT_EQ(grid.After(walked[i]), walked[i + 1]) << i;
+  EXPECT_EQ(grid.After(walked.back()).Area(), 0);
+}
+
+class BandBuffersTest : public testing::Test {
+ protected:
+  BandBuffersTest() {
+    const std::wstring path = test_support::MemoryPath();
+    EXPECT_TRUE(test_support::WriteRaster(
+        test_support::MakeRaster(20, 30, [](int x, int y) { return static_cast<double>(100 * y + x); }), path));
+    EXPECT_TRUE(source.OpenSimple(path));
+    band = source.GetRasterBand(0);
+  }
+  ~BandBuffersTest() override { platform::SetRasterFault({}); }
+
+  static void ExpectHolds(const double* values, const CRect& rect) {
+    const double* v = values;
+    for (int y = rect.top; y < rect.bottom; ++y) {
+      for (int x = rect.left; x < rect.right; ++x) ASSERT_EQ(*v++, 100 * y + x);
+    }
+    for (int i = 0; i < rect.Width() + 2; ++i) ASSERT_EQ(*v++, 0.0) << "behind the rectangle";
+  }
+
+  CRasterSource source;
+  CRasterBand* band = nullptr;
+  platform::TaskQueue reader{4};
+};
+
+TEST_F(BandBuffersTest, AnExpectedReadIsDoneOnceAndAnswersTheSame) {
+  std::atomic<int> reads = 0;
+  platform::SetRasterFault([&](platform::RasterOperation, const std::wstring&, int, const CRect&) {
+    ++reads;
+    return false;
+  });
+  BandBuffers buffers(1, 100);
+  const CRect first(0, 0, 20, 5);
+  const CRect second(3, 5, 17, 12);
+  ASSERT_TRUE(buffers.Read(0, band, first));
+  buffers.Expect(0, band, second, reader);
+  ExpectHolds(buffers[0], first);
+  ASSERT_TRUE(buffers.Read(0, band, second));
+  EXPECT_EQ(buffers.Pointers()[0], buffers[0]);
+  ExpectHolds(buffers[0], second);
+  EXPECT_EQ(reads, 2);
+}
+
+TEST_F(BandBuffersTest, SomethingElseThanExpectedIsReadAllTheSame) {
+  BandBuffers buffers(2, 100);
+  const CRect expected(0, 0, 20, 5);
+  const CRect other(0, 1, 20, 6);
+  buffers.Expect(0, band, expected, reader);
+  buffers.Expect(1, band, expected, reader);
+  buffers.Expect(1, band, other, reader);
+  ASSERT_TRUE(buffers.Read(0, band, other));
+  ExpectHolds(buffers[0], other);
+  ASSERT_TRUE(buffers.Read(1, band, other));
+  ExpectHolds(buffers[1], other);
+}
+
+TEST_F(BandBuffersTest, BuffersThatGrowForgetWhatWasExpected) {
+  BandBuffers buffers(1, 50);
+  const CRect small(0, 0, 5, 5);
+  const CRect large(0, 0, 20, 30);
+  buffers.Expect(0, band, small, reader);
+  buffers.Expect(0, band, large, reader);  // does not fit yet: read when it is asked for
+  ASSERT_TRUE(buffers.Read(0, band, large));
+  ExpectHolds(buffers[0], large);
+  ASSERT_TRUE(buffers.Read(0, band, small));
+  ExpectHolds(buffers[0], small);
+}
+
+TEST_F(BandBuffersTest, AFailureShowsWhenTheBlockIsAskedFor) {
+  const CRect rect(0, 0, 20, 5);
+  BandBuffers buffers(1, 200);
+  platform::SetRasterFault([](platform::RasterOperation, const std::wstring&, int, const CRect&) { return true; });
+  buffers.Expect(0, band, rect, reader);
+  reader.Wait();
+  platform::SetRasterFault({});
+  EXPECT_FALSE(buffers.Read(0, band, rect));
+  ASSERT_TRUE(buffers.Read(0, band, rect));
+  ExpectHolds(buffers[0], rect);
+}
+
+TEST_F(BandBuffersTest, WhatCannotBeReadIsNotExpected) {
+  BandBuffers buffers(1, 100);
+  buffers.Expect(0, nullptr, CRect(0, 0, 5, 5), reader);
+  buffers.Expect(0, band, CRect(), reader);
+  EXPECT_FALSE(buffers.Read(0, nullptr, CRect(0, 0, 5, 5)));
+  EXPECT_FALSE(buffers.Read(0, band, CRect()));
+}
+
+}  // namespace
