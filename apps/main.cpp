@@ -10,9 +10,11 @@
 #include "apps/methods.h"
 #include "apps/sample_command.h"
 #include "platform/system/console.h"
+#include "platform/system/memory.h"
 
 int main(int argc, char** argv) {
   platform::UseUtf8Console();
+  platform::KeepFreedMemory();
   CLI::App fusion("Pan-sharpening of satellite and aerial images.", "fusion");
   fusion.set_version_flag("--version", "fusion " FUSION_VERSION);
   fusion.require_subcommand(1);

@@ -7,11 +7,24 @@
 
 namespace {
 
+constexpr double kNothing = 1e-8;
+
 FUSION_MULTIVERSION
-void ShareRow(const double* ms, const double* pan, const double* sum, double bandCount, int n, double* out) {
+void ShareRow(const double* ms, const double* pan, const double* sum, int n, double* out) {
+  for (int i = 0; i < n; ++i) out[i] = ms[i] * pan[i] / sum[i];
+}
+
+FUSION_MULTIVERSION
+bool AnyIsNothing(const double* sum, int n) {
+  int found = 0;
+  for (int i = 0; i < n; ++i) found |= std::fabs(sum[i]) < kNothing ? 1 : 0;
+  return found != 0;
+}
+
+/// Where the bands hold nothing each gets an equal share.
+void ShareNothing(const double* pan, const double* sum, double bandCount, int n, double* out) {
   for (int i = 0; i < n; ++i) {
-    const double share = ms[i] * pan[i] / sum[i];
-    out[i] = std::fabs(sum[i]) < 1e-8 ? pan[i] / bandCount : share;
+    if (std::fabs(sum[i]) < kNothing) out[i] = pan[i] / bandCount;
   }
 }
 
@@ -19,7 +32,12 @@ void Brovey(const fusion::FusionRow& row) {
   double* sum = row.scratch[0];
   fusion::ClearRow(row.width, sum);
   for (int b = 0; b < row.outBandCount; ++b) fusion::AddRow(row.ms[b], row.width, sum);
-  for (int b = 0; b < row.outBandCount; ++b) ShareRow(row.ms[b], row.pan, sum, row.outBandCount, row.width, row.out[b]);
+  // Rare, and the second division would cost as much as the first.
+  const bool hasGaps = AnyIsNothing(sum, row.width);
+  for (int b = 0; b < row.outBandCount; ++b) {
+    ShareRow(row.ms[b], row.pan, sum, row.width, row.out[b]);
+    if (hasGaps) ShareNothing(row.pan, sum, row.outBandCount, row.width, row.out[b]);
+  }
 }
 
 }  // namespace

@@ -90,6 +90,8 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
   blocks.panRect = fusion::Shift(dstBlock, blocks.panLeft, blocks.panTop);
   if (!GetReadBufferRect(&blocks.dstBlock, &blocks.msRect)) return LoadResult::kSkipped;
   blocks.ms.Reserve(blocks.msRect);
+  blocks.rows.Reserve(platform::RowCache::BytesToShare(*m_pMSSrc, blocks.msRect.Height()) +
+                      platform::RowCache::BytesToShare(*m_pPanSrc, blocks.grid.blockHeight));
   if (StartBolckProcess() != GIS_SUCCESS) return LoadResult::kStopped;
 
   constexpr int kPartlyInside = 1;

@@ -7,6 +7,7 @@
 #include "framework/block_buffers.h"
 #include "framework/fusion_block.h"
 #include "platform/raster/raster_source.h"
+#include "platform/raster/row_cache.h"
 #include "platform/system/task_queue.h"
 
 namespace fusion {
@@ -38,6 +39,7 @@ struct BlockSet {
   std::vector<int> msBands;
   int panLeft;
   int panTop;
+  platform::RowCache rows;     ///< for what consecutive blocks share
   platform::TaskQueue reader;  ///< reads the next block while this one is fused
   std::atomic<bool> writeFailed = false;
   platform::TaskQueue writer;  ///< writes the one before; a second one waiting would only take memory

@@ -24,8 +24,9 @@ void InitialiseGdal() {
   static std::once_flag once;
   std::call_once(once, [] {
     GDALAllRegister();
-    // Rasters are read once from top to bottom; a large cache only costs memory and page faults.
-    if (!CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(GIntBig{64} << 20);
+    // Rasters are read once from top to bottom; a large cache only costs memory and page faults. Who comes back to the
+    // same rows makes room for them with a RowCache.
+    if (!CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(GIntBig{16} << 20);
   });
 }
 

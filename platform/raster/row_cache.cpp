@@ -41,6 +41,12 @@ std::int64_t RowCache::BytesOf(const CRasterSource& source, std::int64_t rows) {
   return decoded * source.GetWidth() * source.GetBandCount() * PixelSize(source.GetRasterDataType());
 }
 
+std::int64_t RowCache::BytesToShare(const CRasterSource& source, std::int64_t rows) {
+  const char* interleave = DatasetOf(source)->GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
+  const bool together = source.GetBandCount() > 1 && !(interleave && EQUAL(interleave, "BAND"));
+  return BytesOf(source, together ? rows : 0);
+}
+
 void RowCache::Reserve(std::int64_t bytes) {
   if (bytes <= m_bytes || bytes > MostBytes() || CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) return;
   Grow(bytes - m_bytes);
