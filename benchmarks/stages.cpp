@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <memory>
 #include <string>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "benchmarks/opened_run.h"
@@ -48,6 +51,16 @@ struct Rows {
   }
 };
 
+/// Lets the process keep what it frees. Otherwise some stage or other pays for fetching the memory of the output blocks
+/// from the system again and again, depending on what else lies on the heap.
+void KeepFreedMemory() {
+#ifdef __GLIBC__
+  constexpr int kNever = 1 << 30;
+  mallopt(M_MMAP_THRESHOLD, kNever);
+  mallopt(M_TRIM_THRESHOLD, kNever);
+#endif
+}
+
 struct Stages {
   Stopwatch reading;
   Stopwatch kernel;  ///< resampling, arithmetic and conversion together
@@ -73,17 +86,14 @@ void ResampleBlock(BroveyRun& run, Rows& ms) {
   }
 }
 
-/// Converts rows that lie in the caches, as they do in the kernel, to a block of pixels of its own, as the kernel does.
-void ConvertBlock(const BroveyRun& run, const Rows& rows, std::int64_t pixels) {
+/// Converts rows that lie in the caches, as they do in the kernel, to the pixels of a whole block.
+void ConvertBlock(const BroveyRun& run, const Rows& rows, std::int64_t pixels, void** bands) {
   const int size = platform::PixelSize(run.Type());
-  std::vector<std::unique_ptr<unsigned char[]>> bands;
-  for (int b = 0; b < run.BandCount(); ++b) {
-    bands.push_back(std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(pixels * size)));
-  }
   for (std::int64_t at = 0; at < pixels; at += kTileWidth) {
     const auto count = static_cast<std::size_t>(std::min<std::int64_t>(kTileWidth, pixels - at));
-    for (std::size_t b = 0; b < bands.size(); ++b) {
-      run.Conversion().ConvertRow(run.Type(), rows.pointers[b], bands[b].get() + at * size, count);
+    for (int b = 0; b < run.BandCount(); ++b) {
+      run.Conversion().ConvertRow(run.Type(), rows.pointers[static_cast<std::size_t>(b)],
+                                  static_cast<unsigned char*>(bands[b]) + at * size, count);
     }
   }
 }
@@ -97,7 +107,7 @@ bool ComputeAll(BroveyRun& run, Stages& stages, void**& firstBlock) {
     void** bands = stages.kernel.Time([&] { return run.Fuse(); });
     if (!bands) return computed = false;
     stages.resampling.Time([&] { ResampleBlock(run, rows); });
-    stages.conversion.Time([&] { ConvertBlock(run, rows, block.Area()); });
+    stages.conversion.Time([&] { ConvertBlock(run, rows, block.Area(), bands); });
     if (firstBlock) {
       fusion::FreeBlock(run.Type(), run.BandCount(), bands);
     } else {
@@ -143,6 +153,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: fusion_stages PAN MS OUT\n");
     return 2;
   }
+  KeepFreedMemory();
   FusionParam param;
   param.m_strPanFile = CommonFun::Utf82U(arguments[0]);
   param.m_strMSFile = CommonFun::Utf82U(arguments[1]);
