@@ -158,6 +158,7 @@ int main(int argc, char** argv) {
   param.m_strPanFile = CommonFun::Utf82U(arguments[0]);
   param.m_strMSFile = CommonFun::Utf82U(arguments[1]);
   param.m_strOutFile = CommonFun::Utf82U(arguments[2]);
+  param.m_eOutDataType = PDT_UNKNOWN;  // the multispectral image's
   param.m_eResampleType = RT_BICUBIC;
 
   BroveyRun run(param);
