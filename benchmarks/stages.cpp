@@ -5,14 +5,11 @@
 #include <cstdio>
 #include <string>
 
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
-
 #include "band_arithmetic/brovey_fusion.h"
 #include "benchmarks/opened_run.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/system/console.h"
+#include "platform/system/memory.h"
 #include "platform/utility/common_fun.h"
 
 namespace {
@@ -50,16 +47,6 @@ struct Rows {
     for (auto& row : values) pointers.push_back(row.data());
   }
 };
-
-/// Lets the process keep what it frees. Otherwise some stage or other pays for fetching the memory of the output blocks
-/// from the system again and again, depending on what else lies on the heap.
-void KeepFreedMemory() {
-#ifdef __GLIBC__
-  constexpr int kNever = 1 << 30;
-  mallopt(M_MMAP_THRESHOLD, kNever);
-  mallopt(M_TRIM_THRESHOLD, kNever);
-#endif
-}
 
 struct Stages {
   Stopwatch reading;
@@ -153,7 +140,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: fusion_stages PAN MS OUT\n");
     return 2;
   }
-  KeepFreedMemory();
+  platform::KeepFreedMemory();
   FusionParam param;
   param.m_strPanFile = CommonFun::Utf82U(arguments[0]);
   param.m_strMSFile = CommonFun::Utf82U(arguments[1]);
