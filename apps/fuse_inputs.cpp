@@ -8,6 +8,7 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "framework/messages.h"
 #include "platform/raster/coordinate_algorithm.h"
+#include "platform/raster/no_data.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
@@ -32,6 +33,7 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   OpenOrThrow(pan, m_panFile);
   OpenOrThrow(ms, m_msFile);
   m_msType = ms.GetRasterDataType();
+  SettleNoData(pan, ms);
   CheckBands(*checked.method, pan.GetBandCount(), ms.GetBandCount());
 
   const bool sameExtent = LooksLikeSameExtent(pan, ms);
@@ -45,8 +47,8 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
     Notice("An image has no georeference; the images are overlaid on their pixel coordinates.");
   }
 
-  // Where a method works on whole files, the choice of bands must be one.
-  if (checked.method->wholeFileBands && !options.bands.empty()) {
+  // Where a method works on whole files, the choice of bands must be one. Alpha is no band for any method.
+  if ((checked.method->wholeFileBands && !options.bands.empty()) || m_leavesOutAlpha) {
     m_views.push_back(View(m_msFile, m_bands));
     m_msFile = m_views.back()->Path();
     m_bands.clear();
@@ -69,6 +71,51 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   }
   if (!options.window.empty()) CutWindow(pan, overlap);
   CheckValidPixels();
+}
+
+void FuseInputs::SettleNoData(CRasterSource& pan, CRasterSource& ms) {
+  if (m_options.noDataMask == "off") return;
+  if (m_options.noData) {
+    Declare(pan, m_panFile);
+    Declare(ms, m_msFile);
+  }
+  const auto saysWhatIsValid = [](const CRasterSource& source, int index) {
+    const CRasterBand* band = source.GetRasterBand(index);
+    return band && (band->IsHaveNoData() || band->HasMask());
+  };
+  const auto anyOfMs = [&](const auto& test) {
+    for (int b = 0; b < ms.GetBandCount(); ++b) {
+      const auto& chosen = m_options.bands;
+      if ((chosen.empty() || std::find(chosen.begin(), chosen.end(), b + 1) != chosen.end()) && test(b)) return true;
+    }
+    return false;
+  };
+  m_maskNoData = m_options.noDataMask == "on" || m_options.noData || saysWhatIsValid(pan, m_options.panBand - 1) ||
+                 anyOfMs([&](int b) { return saysWhatIsValid(ms, b); });
+  if (!m_maskNoData) return;
+  if (m_options.noDataMask == "auto") {
+    Notice(
+        "Pixels without data are left out of everything and written as no-data 0 (--nodata-mask off for raw values).");
+  }
+  m_leavesOutAlpha = m_options.bands.empty() && anyOfMs([&](int b) { return ms.GetRasterBand(b)->IsAlpha(); });
+  for (int b = 0; m_leavesOutAlpha && b < ms.GetBandCount(); ++b) {
+    if (!ms.GetRasterBand(b)->IsAlpha()) m_bands.push_back(b);
+  }
+}
+
+/// Values that the samples cannot have need no declaration.
+void FuseInputs::Declare(CRasterSource& source, std::wstring& file) {
+  const double value = *m_options.noData;
+  if (source.GetRasterBand(0)->IsHaveNoData() || !platform::IsRepresentable(value, source.GetRasterDataType())) return;
+  m_views.push_back(
+      std::make_unique<platform::VirtualRaster>(file, std::vector<int>{}, nullptr, nullptr, std::optional(value)));
+  file = m_views.back()->Path();
+  OpenOrThrow(source, file);
+}
+
+void FuseInputs::Open(CRasterSource& source, const std::wstring& file) const {
+  OpenOrThrow(source, file);
+  source.SetMaskNoData(m_maskNoData);
 }
 
 void FuseInputs::CheckBands(const Method& method, int panBandCount, int msBandCount) {
@@ -123,8 +170,8 @@ void FuseInputs::CutWindow(const CRasterSource& pan, const CRect& overlap) {
 void FuseInputs::CheckValidPixels() const {
   CRasterSource pan;
   CRasterSource ms;
-  OpenOrThrow(pan, m_panFile);
-  OpenOrThrow(ms, m_msFile);
+  Open(pan, m_panFile);
+  Open(ms, m_msFile);
   const auto check = [](CRasterBand* band, const std::string& name) {
     if (band && band->HasValidPixel()) return;
     throw RunError(ERR_STATISTICS, CommonFun::Utf82U(name + " has no valid pixel or cannot be read."));
@@ -140,12 +187,13 @@ void FuseInputs::FillParam(FusionParam& param) const {
   param.m_vecMSBands.assign(m_bands.begin(), m_bands.end());
   param.m_rcProcess = m_window;
   param.m_bNeedReproject = m_needReproject;
+  param.m_bMaskNoData = m_maskNoData;
 }
 
 void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs,
                                 CBaseProgress& progress) const {
   CRasterSource ms;
-  OpenOrThrow(ms, m_msFile);
+  Open(ms, m_msFile);
   for (const int b : ChosenBands(ms)) {
     double minimum = 0.0;
     double maximum = 0.0;

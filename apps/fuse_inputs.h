@@ -22,10 +22,16 @@ class FuseInputs {
   /// Means and deviations of the chosen multispectral bands. Throws CommandError.
   void ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs, CBaseProgress& progress) const;
   PixelDataType MsType() const { return m_msType; }
+  /// Whether the run takes pixels without data for missing.
+  bool MasksNoData() const { return m_maskNoData; }
 
  private:
   void CheckBands(const Method& method, int panBandCount, int msBandCount);
   std::vector<int> ChosenBands(const CRasterSource& ms) const;
+  /// Declares --nodata, settles whether the run masks, and leaves alpha out of the bands then.
+  void SettleNoData(CRasterSource& pan, CRasterSource& ms);
+  void Declare(CRasterSource& source, std::wstring& file);
+  void Open(CRasterSource& source, const std::wstring& file) const;
   void CutWindow(const CRasterSource& pan, const CRect& overlap);
   void CheckValidPixels() const;
   void Notice(const std::string& text) const;
@@ -37,6 +43,8 @@ class FuseInputs {
   int m_panBand = 0;         ///< zero-based, of m_panFile
   CRect m_window;
   bool m_needReproject = false;
+  bool m_maskNoData = false;
+  bool m_leavesOutAlpha = false;
   PixelDataType m_msType = PDT_UNKNOWN;
   std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
 };

@@ -44,6 +44,11 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
       .add_option("--spectral-match", o.spectralMatch,
                   "auto, on or off: bring the fused bands to the multispectral means and deviations")
       ->capture_default_str();
+  command
+      .add_option("--nodata-mask", o.noDataMask,
+                  "auto, on or off: take pixels without data (no-data value, NaN, mask, alpha) for missing")
+      ->capture_default_str();
+  command.add_option("--nodata", o.noData, "No-data value of inputs that declare none");
   command.add_flag("--make-green", o.makeGreen, "Mix a tenth of near infrared into green (bands B, G, R, NIR)");
   command.add_flag("--auto-level", o.autoLevel, "hpf, sharpen: end with an automatic level adjustment");
   command.add_flag("--stretch", o.stretch, "Stretch the result to the range of an integer type");
@@ -134,6 +139,10 @@ CheckedOptions CheckOptions(const FuseOptions& o) {
   if (o.spectralMatch != "auto" && o.spectralMatch != "on" && o.spectralMatch != "off") {
     throw UsageError("--spectral-match is auto, on or off, not '" + o.spectralMatch + "'.");
   }
+  if (o.noDataMask != "auto" && o.noDataMask != "on" && o.noDataMask != "off") {
+    throw UsageError("--nodata-mask is auto, on or off, not '" + o.noDataMask + "'.");
+  }
+  if (o.noData && o.noDataMask == "off") throw UsageError("--nodata has no effect with --nodata-mask off.");
   RefuseForeignOptions(o, method);
   if (o.autoLevel && o.spectralMatch == "on") {
     throw UsageError("--auto-level sets the range by itself; it does not go with --spectral-match on.");

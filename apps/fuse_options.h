@@ -27,6 +27,8 @@ struct FuseOptions {
   std::vector<int> window;
   std::string aoi;
   std::string spectralMatch = "auto";
+  std::string noDataMask = "auto";
+  std::optional<double> noData;
   bool makeGreen = false;
   bool autoLevel = false;
   bool stretch = false;

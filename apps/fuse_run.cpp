@@ -1,5 +1,6 @@
 #include "apps/fuse_run.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -56,6 +57,7 @@ struct Outcome {
   int height = 0;
   int bands = 0;
   PixelDataType type = PDT_UNKNOWN;
+  std::optional<double> validShare;  ///< of the pixels, where the run masked those without data
 };
 
 class FuseRun {
@@ -71,6 +73,7 @@ class FuseRun {
     CheckOutput();
     OpenLog();
     const FuseInputs inputs(m_options, m_checked);
+    m_masks = inputs.MasksNoData();
     m_type = m_checked.type;
     if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
     if (m_options.stretch && platform::IsFloatType(m_type)) {
@@ -173,6 +176,7 @@ class FuseRun {
     param.m_strInFile = raw;
     param.m_strOutFile = result;
     param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
+    param.m_bMaskNoData = m_masks;
     param.m_eOutDataType = m_type;
     param.m_eOutFormat = m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
     param.m_pMeans = means.data();
@@ -193,10 +197,31 @@ class FuseRun {
   }
 
   /// A run that reports success but left no readable raster has failed.
-  static Outcome Describe(const std::wstring& file) {
+  Outcome Describe(const std::wstring& file) const {
     CRasterSource source;
     if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
-    return {source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType()};
+    Outcome outcome{source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType(), {}};
+    if (m_masks && m_options.json) outcome.validShare = ValidShare(source);
+    return outcome;
+  }
+
+  /// The share of pixels that are not 0, which a run that masks writes where there is no data.
+  static double ValidShare(const CRasterSource& source) {
+    CRasterBand& band = *source.GetRasterBand(0);
+    const int width = source.GetWidth();
+    const int height = source.GetHeight();
+    constexpr int kRows = 64;
+    std::vector<double> values(static_cast<std::size_t>(width) * kRows);
+    std::int64_t valid = 0;
+    for (int top = 0; top < height; top += kRows) {
+      const int rows = std::min(kRows, height - top);
+      if (band.ReadBlock(0, top, width, rows, values.data(), width, rows, PDT_FLOAT64) != 0) {
+        throw RunError(ERR_READ, messages::kReadFailed);
+      }
+      valid += std::count_if(values.begin(), values.begin() + std::ptrdiff_t{width} * rows,
+                             [](double v) { return v != 0.0; });
+    }
+    return static_cast<double>(valid) / (static_cast<double>(width) * height);
   }
 
   void BuildOverviews(const std::wstring& file) {
@@ -211,6 +236,7 @@ class FuseRun {
   std::wstring m_output;
   ConsoleProgress m_progress;
   PixelDataType m_type = PDT_UNKNOWN;
+  bool m_masks = false;
   std::optional<CLog> m_log;
   TemporaryFiles m_files;
 };
@@ -243,6 +269,7 @@ int RunFuse(const FuseOptions& options) {
                {"bands", outcome.bands},
                {"type", TypeName(outcome.type)},
                {"seconds", seconds.count()},
+               {"valid_share", outcome.validShare ? nlohmann::ordered_json(*outcome.validShare) : nullptr},
                {"error_type", error.type},
                {"message", error.what()}});
   }

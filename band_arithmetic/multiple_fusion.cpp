@@ -47,11 +47,10 @@ GISError CMultipleFusion::Preproccess() {
 
 void** CMultipleFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
                                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
-  fusion::RowPolicy policy;
-  policy.start = fusion::PositionStart::kOutput;
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
-                  Multiply);
+  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, Multiply);
 }
+
+fusion::PositionPolicy CMultipleFusion::Positions() const { return {.start = fusion::PositionStart::kOutput}; }
 
 void CMultipleFusion::EndProccess() {
   m_pMulMax.reset();

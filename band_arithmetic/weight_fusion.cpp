@@ -12,12 +12,6 @@ void WeighRow(const double* ms, const double* pan, double weight, int n, double*
   for (int i = 0; i < n; ++i) out[i] = ((1.0 - weight) * ms[i] + (1.0 + weight) * pan[i]) * 0.5;
 }
 
-fusion::RowPolicy Policy() {
-  fusion::RowPolicy policy;
-  policy.start = fusion::PositionStart::kOutput;
-  return policy;
-}
-
 }  // namespace
 
 /// Means and deviations, of pan and of every chosen band.
@@ -117,8 +111,8 @@ void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean
                                   double** mulBufs, int bandCount, CRect* mulRect, double* mulMeans,
                                   double* /*mulStdDevs*/, double* covSum, long& count, CRasterAOI* aoi) {
   CRect block = fusion::Shift(*panRect, -m_param.m_rcProcess.left, -m_param.m_rcProcess.top);
-  fusion::RowSource source = MakeRowSource(
-      {panBuf, panRect, nullptr, mulBufs, bandCount, mulRect, PDT_FLOAT64, bandCount, &block, aoi}, Policy());
+  fusion::RowSource source =
+      MakeRowSource({panBuf, panRect, nullptr, mulBufs, bandCount, mulRect, PDT_FLOAT64, bandCount, &block, aoi});
   const int width = source.Width();
   source.SetColumns(0, width);
   std::vector<std::vector<double>> ms(static_cast<std::size_t>(bandCount),
@@ -148,9 +142,10 @@ void** CWeightFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms,
       WeighRow(row.ms[b], row.pan, weight, row.width, row.out[b]);
     }
   };
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, Policy(),
-                  weigh);
+  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, weigh);
 }
+
+fusion::PositionPolicy CWeightFusion::Positions() const { return {.start = fusion::PositionStart::kOutput}; }
 
 void CWeightFusion::EndProccess() {
   m_pMulMax.reset();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/algorithm/gap_marks.h"
+
 namespace fusion {
 namespace {
 
@@ -36,7 +38,12 @@ CRect Shift(const CRect& rect, int dx, int dy) {
 }
 
 BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)
-    : m_buffers(count), m_expected(count), m_pointers(count, nullptr), m_held(count), m_capacity(capacity) {
+    : m_buffers(count),
+      m_expected(count),
+      m_pointers(count, nullptr),
+      m_held(count),
+      m_gaps(count, 0),
+      m_capacity(capacity) {
   Allocate();
 }
 
@@ -76,11 +83,12 @@ void BandBuffers::Reserve(const CRect& rect) {
   Allocate();
 }
 
-bool BandBuffers::ReadInto(double* values, CRasterBand& band, const CRect& rect) {
+bool BandBuffers::ReadInto(double* values, CRasterBand& band, const CRect& rect, unsigned char& gaps) {
   if (band.ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values, rect.Width(), rect.Height(),
                      PDT_FLOAT64) != 0) {
     return false;
   }
+  gaps = band.MayHoldGaps() && platform::HasGap(values, static_cast<std::size_t>(rect.Area()));
   std::fill_n(values + rect.Area(), SlackOf(rect), 0.0);
   return true;
 }
@@ -93,7 +101,8 @@ void BandBuffers::Expect(std::size_t i, CRasterBand* band, const CRect& rect, pl
   if (!expected.values) expected.values = NewBuffer();
   expected.band = band;
   expected.rect = rect;
-  reader.Add([&expected] { expected.read = ReadInto(expected.values.get(), *expected.band, expected.rect); });
+  reader.Add(
+      [&expected] { expected.read = ReadInto(expected.values.get(), *expected.band, expected.rect, expected.gaps); });
 }
 
 bool BandBuffers::TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read) {
@@ -105,6 +114,7 @@ bool BandBuffers::TakeExpected(std::size_t i, const CRasterBand* band, const CRe
   if (!same) return false;
   std::swap(m_buffers[i], expected.values);
   m_pointers[i] = m_buffers[i].get();
+  m_gaps[i] = expected.gaps;
   read = expected.read;
   return true;
 }
@@ -114,7 +124,7 @@ bool BandBuffers::Read(std::size_t i, CRasterBand* band, const CRect& rect) {
   Reserve(rect);
   m_held[i] = CRect();
   bool read = false;
-  return TakeExpected(i, band, rect, read) ? read : ReadInto(m_pointers[i], *band, rect);
+  return TakeExpected(i, band, rect, read) ? read : ReadInto(m_pointers[i], *band, rect, m_gaps[i]);
 }
 
 bool BandBuffers::ReadOn(std::size_t i, CRasterBand* band, const CRect& rect) {

@@ -55,6 +55,10 @@ class BandBuffers {
   /// One pointer per buffer.
   double** Pointers() { return m_pointers.data(); }
 
+  /// Whether the rectangle that Read last read into each buffer has samples without data, which are NaN; 0 or 1. Only
+  /// sources that mask (CRasterSource::SetMaskNoData) are looked at.
+  const unsigned char* Gaps() const { return m_gaps.data(); }
+
   /// Makes every buffer hold at least the rectangle.
   void Reserve(const CRect& rect);
   /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
@@ -74,12 +78,13 @@ class BandBuffers {
     CRasterBand* band = nullptr;  ///< null: nothing
     CRect rect;
     bool read = false;
+    unsigned char gaps = 0;
   };
 
   Buffer NewBuffer() const;
   void Allocate();
   bool Fits(const CRect& rect) const;
-  static bool ReadInto(double* values, CRasterBand& band, const CRect& rect);
+  static bool ReadInto(double* values, CRasterBand& band, const CRect& rect, unsigned char& gaps);
   bool TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read);
   void WaitForReader();
 
@@ -88,6 +93,7 @@ class BandBuffers {
   platform::TaskQueue* m_reader = nullptr;
   std::vector<double*> m_pointers;
   std::vector<CRect> m_held;  ///< what ReadOn read last into each buffer, empty where it does not stand any more
+  std::vector<unsigned char> m_gaps;
   std::int64_t m_capacity;
   std::int64_t m_slack = 0;
 };

@@ -30,6 +30,7 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
   CRasterSource dst;
   m_pAOI = nullptr;
   m_pReproject = nullptr;
+  m_gaps = {};
   m_strTempFile.clear();
 
   std::unique_ptr<fusion::BlockSet> blocks;
@@ -102,6 +103,9 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
   if (relation != kPartlyInside && relation != kWhollyInside) return LoadResult::kOutside;
   blocks.aoi = relation == kPartlyInside ? m_pAOI : nullptr;
 
+  // Without a multispectral pixel there is no data either.
+  if (m_param.m_bMaskNoData && blocks.msRect.Area() == 0) return LoadResult::kOutside;
+
   for (std::size_t i = 0; i < blocks.msBands.size(); ++i) {
     CRasterBand* band = m_pMSSrc->GetRasterBand(blocks.msBands[i]);
     if (!blocks.ms.Read(i, band, blocks.msRect)) return LoadResult::kMsFailed;
@@ -117,7 +121,7 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
     return LoadResult::kPanFailed;
   }
   ReadAhead(blocks, variation);
-  return LoadResult::kReady;
+  return MaskBlock(blocks);
 }
 
 void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "framework/resampling.h"
 #include "platform/processing/stretch_of_multi_band.h"
@@ -18,9 +19,7 @@ void CFusion::Process() { RunBlocks({}); }
 
 GISError CFusion::Preproccess() {
   if (m_param.m_bSpectralMatch && m_pMSSrc && m_pMSSrc->IsOpen()) {
-    if (m_param.m_vecMSBands.empty()) {
-      for (int b = 0; b < m_pMSSrc->GetBandCount(); ++b) m_param.m_vecMSBands.push_back(b);
-    }
+    fusion::ChooseAllBands(*m_pMSSrc, m_param.m_vecMSBands);
     const std::size_t count = m_param.m_vecMSBands.size();
     m_pMeans = SharedArray(count);
     m_pStdDevs = SharedArray(count);
@@ -97,6 +96,7 @@ void CFusion::EndProccess() {
   stretch.m_strOutFile = m_param.m_strOutFile;
   stretch.m_strAoiFile = m_param.m_strAoiFile;
   stretch.m_bOpenOption = m_param.m_bOpenOption;
+  stretch.m_bMaskNoData = m_param.m_bMaskNoData;
   stretch.m_eOutFormat = m_param.m_eOutFormat;
   stretch.m_eOutDataType = m_param.m_eOutDataType;
   stretch.m_nOutBandCount = m_param.m_nOutBandCount;
@@ -138,32 +138,29 @@ void CFusion::Bicubic(const double** bands, int bandCount, CRect* rect, double x
   fusion::ResamplePoint(RT_BICUBIC, x, y, bands, bandCount, *rect, out);
 }
 
-namespace {
+fusion::PositionPolicy CFusion::Positions() const { return {}; }
 
-fusion::RowGeometry MakeGeometry(const CRasterSource& start, const CRect& rect, double offset, const CRasterSource& ms,
-                                 const CReproject* reproject) {
-  return {start.PixelToGround(), offset, rect, ms.GroundToPixel(), ms.GetWidth(), ms.GetHeight(), reproject};
+fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBlock) const {
+  const fusion::PositionPolicy policy = Positions();
+  const bool fromPan = !m_pReproject && policy.start == fusion::PositionStart::kPan;
+  const CRasterSource& start = fromPan ? *m_pPanSrc : *m_pDstSrc;
+  return {start.PixelToGround(),
+          m_pReproject ? policy.reprojectedOffset : 0.5,
+          fromPan ? panRect : dstBlock,
+          m_pMSSrc->GroundToPixel(),
+          m_pMSSrc->GetWidth(),
+          m_pMSSrc->GetHeight(),
+          m_pReproject};
 }
-
-fusion::RowGeometry MakeGeometry(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
-                                 const CRasterSource& pan, const CRasterSource& ms, const CRasterSource& dst,
-                                 const CReproject* reproject) {
-  if (reproject) return MakeGeometry(dst, *block.dstBlock, policy.reprojectedOffset, ms, reproject);
-  if (policy.start == fusion::PositionStart::kPan) return MakeGeometry(pan, *block.panRect, 0.5, ms, nullptr);
-  return MakeGeometry(dst, *block.dstBlock, 0.5, ms, nullptr);
-}
-
-}  // namespace
 
 void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                          const fusion::RowArithmetic& arithmetic) {
   const bool areOpen = m_pPanSrc && m_pMSSrc && m_pDstSrc;
   if (!areOpen || !platform::IsPixelType(block.outType)) return nullptr;
-  return fusion::RunRowKernel(block, MakeGeometry(block, policy, *m_pPanSrc, *m_pMSSrc, *m_pDstSrc, m_pReproject),
-                              m_param.m_eResampleType, policy, arithmetic, m_conversion);
+  return fusion::RunRowKernel(block, m_gaps, Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, policy,
+                              arithmetic, m_conversion);
 }
 
-fusion::RowSource CFusion::MakeRowSource(const fusion::FusionBlock& block, const fusion::RowPolicy& policy) {
-  return {MakeGeometry(block, policy, *m_pPanSrc, *m_pMSSrc, *m_pDstSrc, m_pReproject), m_param.m_eResampleType,
-          block.ms, block.msBandCount, *block.msRect};
+fusion::RowSource CFusion::MakeRowSource(const fusion::FusionBlock& block) {
+  return {Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, block, m_gaps};
 }

@@ -85,7 +85,9 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   void** FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                   const fusion::RowArithmetic& arithmetic);
   /// The rows of a block with the multispectral bands resampled, for statistics passes.
-  fusion::RowSource MakeRowSource(const fusion::FusionBlock& block, const fusion::RowPolicy& policy);
+  fusion::RowSource MakeRowSource(const fusion::FusionBlock& block);
+  /// Where the algorithm's positions in the multispectral image start.
+  virtual fusion::PositionPolicy Positions() const;
 
   FusionParam m_param;
   CRasterSource* m_pPanSrc = nullptr;  ///< open only while Process runs, like the next two
@@ -94,14 +96,18 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   CReproject* m_pReproject = nullptr;
   CRasterAOI* m_pAOI = nullptr;
   std::wstring m_strTempFile;
-  SharedArray m_pMeans;    ///< one per selected multispectral band, null until computed
-  SharedArray m_pStdDevs;  ///< like m_pMeans
+  SharedArray m_pMeans;      ///< one per selected multispectral band, null until computed
+  SharedArray m_pStdDevs;    ///< like m_pMeans
+  fusion::BlockGaps m_gaps;  ///< of the block at hand
 
  private:
   bool CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource* dst, const CRect& rect);
   std::unique_ptr<fusion::BlockSet> PrepareRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
                                                const fusion::RunVariation& variation);
   void WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  /// Leaves out the pixels of a block just read that have no data, where the run masks them.
+  fusion::LoadResult MaskBlock(fusion::BlockSet& blocks);
+  fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;
   bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   bool StepProgress(int step, fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   /// Begins to read the block that follows the one at hand.

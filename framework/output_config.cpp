@@ -1,3 +1,4 @@
+#include "framework/band_choice.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/raster/coordinate_algorithm.h"
@@ -14,7 +15,10 @@ bool CFusion::ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRasterSou
 }
 
 bool CFusion::OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path) {
-  if (source->Open(path, GDA_READ, param.m_bOpenOption)) return true;
+  if (source->Open(path, GDA_READ, param.m_bOpenOption)) {
+    source->SetMaskNoData(param.m_bMaskNoData);
+    return true;
+  }
   SetError(ERR_OPEN, messages::OpenFailed(path));
   return false;
 }
@@ -37,10 +41,12 @@ bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRaste
   *dstRectInPan = param->m_rcProcess;
   if (!ConfigRasterAOI(param, pan, aoi)) return false;
   *dstRectInPan = param->m_rcProcess;
-
-  if (param->m_vecMSBands.empty()) {
-    for (int b = 0; b < ms->GetBandCount(); ++b) param->m_vecMSBands.push_back(b);
+  if (param->m_bMaskNoData && !*aoi) {
+    *aoi = new CRasterAOI;
+    (*aoi)->SetUnbounded();
   }
+
+  fusion::ChooseAllBands(*ms, param->m_vecMSBands);
   msBands->insert(msBands->end(), param->m_vecMSBands.begin(), param->m_vecMSBands.end());
   if (param->m_nOutBandCount == 0) {
     param->m_nOutBandCount = static_cast<int>(param->m_vecMSBands.size());
@@ -95,6 +101,7 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
     SetError(ERR_CREATE, messages::CreateFailed(param->m_strOutFile));
     return false;
   }
+  if (param->m_bMaskNoData) dst->DeclareNoData(0.0);
   return true;
 }
 

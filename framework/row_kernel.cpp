@@ -1,6 +1,7 @@
 #include "framework/row_kernel.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <mutex>
 
@@ -9,6 +10,8 @@
 #endif
 
 #include "framework/fusion_block.h"
+#include "framework/gap_resampling.h"
+#include "platform/algorithm/gap_marks.h"
 #include "platform/raster/pixel_type.h"
 
 namespace fusion {
@@ -65,14 +68,16 @@ class OutputBlock {
 /// What one thread needs to work through rows of a block.
 class RowWorker {
  public:
-  RowWorker(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType, const RowPolicy& policy,
-            const RowArithmetic& arithmetic, const platform::ValueConversion& conversion, const OutputBlock& output)
+  RowWorker(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry, ResampleType resampleType,
+            const RowPolicy& policy, const RowArithmetic& arithmetic, const platform::ValueConversion& conversion,
+            const OutputBlock& output)
       : m_block(block),
+        m_gaps(gaps),
         m_policy(policy),
         m_arithmetic(arithmetic),
         m_conversion(conversion),
         m_output(output),
-        m_source(geometry, resampleType, block.ms, block.msBandCount, *block.msRect),
+        m_source(geometry, resampleType, block, gaps),
         m_tileWidth(std::min(kTileWidth, m_source.Width())),
         m_ms(std::max(block.msBandCount, block.outBandCount), m_tileWidth),
         m_out(block.outBandCount, m_tileWidth),
@@ -100,8 +105,24 @@ class RowWorker {
       m_conversion.ConvertRow(m_block.outType, m_out.Pointers()[b], m_output.Band(b) + at * size,
                               static_cast<std::size_t>(count));
     }
+    if (m_gaps.masked) {
+      StoreGaps(first, count, row, at);
+      return;
+    }
     if (m_policy.panNoData.declared) StorePanNoData(at, count);
     if (m_block.aoi) ClearOutsideArea(first, count, row, at);
+  }
+
+  void StoreGaps(int first, int count, int row, std::ptrdiff_t at) {
+    m_inside.clear();
+    for (int i = 0; m_block.aoi && i < count; ++i) {
+      m_inside.push_back(m_block.aoi->IsInAOI(m_block.panRect->left + first + i, m_block.panRect->top + row));
+    }
+    const int size = platform::PixelSize(m_block.outType);
+    for (int b = 0; b < m_block.outBandCount; ++b) {
+      platform::StoreGaps(m_block.outType, m_block.aoi ? m_inside.data() : nullptr, static_cast<std::size_t>(count),
+                          m_output.Band(b) + at * size);
+    }
   }
 
   void StorePanNoData(std::ptrdiff_t at, int count) {
@@ -126,6 +147,7 @@ class RowWorker {
   }
 
   const FusionBlock& m_block;
+  const BlockGaps& m_gaps;
   const RowPolicy& m_policy;
   const RowArithmetic& m_arithmetic;
   const platform::ValueConversion& m_conversion;
@@ -135,6 +157,7 @@ class RowWorker {
   Rows m_ms;
   Rows m_out;
   Rows m_scratch;
+  std::vector<unsigned char> m_inside;
 };
 
 /// Shares rows out among threads, each taking one contiguous part; an exception of any of them goes on to the caller.
@@ -167,11 +190,16 @@ void ForRows(int rows, bool parallel, const Work& work) {
 
 }  // namespace
 
-RowSource::RowSource(const RowGeometry& geometry, ResampleType type, const double* const* bands, int bandCount,
-                     const CRect& msRect)
+RowSource::RowSource(const RowGeometry& geometry, ResampleType type, const FusionBlock& block, const BlockGaps& gaps)
     : m_geometry(geometry),
-      m_resampler(type, bands, bandCount, msRect),
-      m_separable(!geometry.reproject && geometry.toGround.IsAxisAligned() && geometry.groundToMs.IsAxisAligned()) {}
+      m_type(type),
+      m_block(block),
+      m_resampler(type, block.ms, block.msBandCount, *block.msRect),
+      m_separable(!geometry.reproject && geometry.toGround.IsAxisAligned() && geometry.groundToMs.IsAxisAligned()) {
+  for (int b = 0; gaps.ms && b < block.msBandCount; ++b) {
+    if (gaps.ms[b]) m_gapBands.push_back(b);
+  }
+}
 
 void RowSource::SetColumns(int first, int count) {
   m_first = first;
@@ -183,46 +211,64 @@ void RowSource::SetColumns(int first, int count) {
   m_resampler.SetColumns(m_x.data(), count);
 }
 
-void RowSource::MapRow(int row) {
-  const RowGeometry& g = m_geometry;
-  const double y = static_cast<double>(g.rect.top + row) + g.offset;
-  for (int i = 0; i < m_count; ++i) {
-    const auto k = static_cast<std::size_t>(i);
-    const double x = static_cast<double>(g.rect.left + m_first + i) + g.offset;
-    m_x[k] = g.toGround.X(x, y);
-    m_y[k] = g.toGround.Y(x, y);
+void MapPixels(const RowGeometry& g, int first, int count, int row, double* x, double* y) {
+  const double startY = static_cast<double>(g.rect.top + row) + g.offset;
+  for (int i = 0; i < count; ++i) {
+    const double startX = static_cast<double>(g.rect.left + first + i) + g.offset;
+    x[i] = g.toGround.X(startX, startY);
+    y[i] = g.toGround.Y(startX, startY);
   }
   if (g.reproject) {
-    g.reproject->GetSrcPos(m_x.data(), m_y.data(), m_x.data(), m_y.data(), m_count);
+    g.reproject->GetSrcPos(x, y, x, y, count);
     return;
   }
-  for (std::size_t k = 0; k < m_x.size(); ++k) {
-    const double gx = m_x[k];
-    const double gy = m_y[k];
-    m_x[k] = platform::SampleCoordinate(g.groundToMs.X(gx, gy), g.msWidth);
-    m_y[k] = platform::SampleCoordinate(g.groundToMs.Y(gx, gy), g.msHeight);
+  for (int i = 0; i < count; ++i) {
+    const double gx = x[i];
+    const double gy = y[i];
+    x[i] = platform::SampleCoordinate(g.groundToMs.X(gx, gy), g.msWidth);
+    y[i] = platform::SampleCoordinate(g.groundToMs.Y(gx, gy), g.msHeight);
   }
 }
+
+void RowSource::MapRow(int row) { MapPixels(m_geometry, m_first, m_count, row, m_x.data(), m_y.data()); }
 
 void RowSource::Resample(int row, double* const* out) {
   if (!m_separable) {
     MapRow(row);
     m_resampler.ResamplePoints(m_x.data(), m_y.data(), m_count, out);
-    return;
+  } else {
+    const RowGeometry& g = m_geometry;
+    const double x = static_cast<double>(g.rect.left) + g.offset;
+    const double y = static_cast<double>(g.rect.top + row) + g.offset;
+    const double corner = g.groundToMs.Y(g.toGround.X(x, y), g.toGround.Y(x, y));
+    const double msRow = platform::SampleCoordinate(corner, g.msHeight);
+    m_resampler.ResampleRow(msRow, out);
+    if (!m_gapBands.empty()) std::fill(m_y.begin(), m_y.end(), msRow);
   }
-  const RowGeometry& g = m_geometry;
-  const double x = static_cast<double>(g.rect.left) + g.offset;
-  const double y = static_cast<double>(g.rect.top + row) + g.offset;
-  const double msRow = g.groundToMs.Y(g.toGround.X(x, y), g.toGround.Y(x, y));
-  m_resampler.ResampleRow(platform::SampleCoordinate(msRow, g.msHeight), out);
+  if (!m_gapBands.empty()) FillGaps(row, out);
 }
 
-void** RunRowKernel(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType,
-                    const RowPolicy& policy, const RowArithmetic& arithmetic,
+/// A sample without data makes a NaN of every pixel that it is a tap of, and of no other.
+void RowSource::FillGaps(int row, double* const* out) {
+  for (const int b : m_gapBands) {
+    if (!platform::HasGap(out[b], static_cast<std::size_t>(m_count))) continue;
+    for (int i = 0; i < m_count; ++i) {
+      double& value = out[b][i];
+      if (!std::isnan(value)) continue;
+      const auto k = static_cast<std::size_t>(i);
+      const CRect& pan = *m_block.panRect;
+      const bool inside = !m_block.aoi || m_block.aoi->IsInAOI(pan.left + m_first + i, pan.top + row);
+      value = inside ? ResampleValid(m_type, m_x[k], m_y[k], m_block.ms[b], *m_block.msRect) : 0.0;
+    }
+  }
+}
+
+void** RunRowKernel(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry,
+                    ResampleType resampleType, const RowPolicy& policy, const RowArithmetic& arithmetic,
                     const platform::ValueConversion& conversion) {
   OutputBlock output(block.outType, block.outBandCount, static_cast<std::size_t>(geometry.rect.Area()));
   ForRows(geometry.rect.Height(), policy.parallelRows, [&](int begin, int end) {
-    RowWorker(block, geometry, resampleType, policy, arithmetic, conversion, output).Run(begin, end);
+    RowWorker(block, gaps, geometry, resampleType, policy, arithmetic, conversion, output).Run(begin, end);
   });
   return output.Release();
 }

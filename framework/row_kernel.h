@@ -29,12 +29,16 @@ using RowArithmetic = std::function<void(const FusionRow&)>;
 
 enum class PositionStart { kPan, kOutput };
 
-/// In what the algorithms' kernels differ besides the arithmetic.
-struct RowPolicy {
+/// Where an algorithm's positions in the multispectral image start.
+struct PositionPolicy {
   /// The raster whose pixel centres positions start from when there is no reprojection.
   PositionStart start = PositionStart::kPan;
   /// Under reprojection positions start from the output raster at the whole-number pixel plus this.
   double reprojectedOffset = 0.0;
+};
+
+/// In what the algorithms' kernels differ besides positions and arithmetic.
+struct RowPolicy {
   int scratchRows = 0;
   /// Rows are shared out evenly among the OpenMP threads; the arithmetic must then be callable from several.
   bool parallelRows = false;
@@ -53,11 +57,21 @@ struct RowGeometry {
   const CReproject* reproject;  ///< null without reprojection
 };
 
+/// Positions in the multispectral image (sample coordinates) of count pixels of a row, both counted from the block's
+/// upper left corner.
+void MapPixels(const RowGeometry& geometry, int first, int count, int row, double* x, double* y);
+
+/// What a run that masks samples without data knows of a block besides its area of interest, which leaves out the
+/// pixels without data.
+struct BlockGaps {
+  bool masked = false;                ///< whether the run masks at all
+  const unsigned char* ms = nullptr;  ///< for each multispectral band whether it holds NaN
+};
+
 /// The rows of one block with the multispectral bands resampled at every pixel. One per thread.
 class RowSource {
  public:
-  RowSource(const RowGeometry& geometry, ResampleType type, const double* const* bands, int bandCount,
-            const CRect& msRect);
+  RowSource(const RowGeometry& geometry, ResampleType type, const FusionBlock& block, const BlockGaps& gaps);
 
   int Width() const { return m_geometry.rect.Width(); }
   int Height() const { return m_geometry.rect.Height(); }
@@ -68,20 +82,24 @@ class RowSource {
 
  private:
   void MapRow(int row);
+  void FillGaps(int row, double* const* out);
 
   RowGeometry m_geometry;
+  ResampleType m_type;
+  FusionBlock m_block;
   RowResampler m_resampler;
   bool m_separable;
   int m_first = 0;
   int m_count = 0;
   std::vector<double> m_x;
   std::vector<double> m_y;
+  std::vector<int> m_gapBands;
 };
 
 /// Runs the arithmetic over a block row by row and converts to the output type, which must be one of the seven; see
 /// CFusion::AlgorithmProcess for the result.
-void** RunRowKernel(const FusionBlock& block, const RowGeometry& geometry, ResampleType resampleType,
-                    const RowPolicy& policy, const RowArithmetic& arithmetic,
+void** RunRowKernel(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry,
+                    ResampleType resampleType, const RowPolicy& policy, const RowArithmetic& arithmetic,
                     const platform::ValueConversion& conversion);
 
 /// Frees what RunRowKernel made.

@@ -40,6 +40,8 @@ GISError BayesPanSharpeningFusion::Preproccess() { return GIS_SUCCESS; }
 
 GISError BayesPanSharpeningFusion::StartBolckProcess() { return GIS_SUCCESS; }
 
+fusion::PositionPolicy BayesPanSharpeningFusion::Positions() const { return {.reprojectedOffset = 0.5}; }
+
 void** BayesPanSharpeningFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount,
                                                   CRect* msRect, PixelDataType outType, int outBandCount,
                                                   CRect* dstBlock, CRasterAOI* aoi) {
@@ -60,7 +62,6 @@ void** BayesPanSharpeningFusion::AlgorithmProcess(double* pan, CRect* panRect, d
     for (int b = n; b < row.outBandCount; ++b) fusion::ClearRow(row.width, row.out[b]);
   };
   fusion::RowPolicy policy;
-  policy.reprojectedOffset = 0.5;
   policy.scratchRows = 1;
   return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
                   estimate);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <optional>
 
+#include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "highpass/bayesian_samples.h"
 #include "platform/utility/matrix_operation.h"
@@ -203,12 +204,16 @@ bool BayesianModelEstimator::Open(CRasterSource& pan, CRasterSource& ms, std::ve
     return false;
   }
   for (const auto& [source, path] : {std::pair(&pan, m_param.m_strPanFile), std::pair(&ms, m_param.m_strMSFile)}) {
-    if (source->Open(path, GDA_READ, m_param.m_bOpenOption)) continue;
+    if (source->Open(path, GDA_READ, m_param.m_bOpenOption)) {
+      source->SetMaskNoData(m_param.m_bMaskNoData);
+      continue;
+    }
     Fail(ERR_OPEN, messages::OpenFailed(path));
     return false;
   }
-  for (const int b : m_param.m_vecMSBands) bands.push_back(ms.GetRasterBand(b));
-  for (int b = 0; m_param.m_vecMSBands.empty() && b < ms.GetBandCount(); ++b) bands.push_back(ms.GetRasterBand(b));
+  std::vector<std::int32_t> chosen = m_param.m_vecMSBands;
+  fusion::ChooseAllBands(ms, chosen);
+  for (const int b : chosen) bands.push_back(ms.GetRasterBand(b));
   const bool exist = std::all_of(bands.begin(), bands.end(), [](const CRasterBand* band) { return band != nullptr; });
   if (exist && pan.GetRasterBand(m_param.m_nPanBand)) return true;
   Fail(ERR_READ, messages::kReadFailed);

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "framework/row_math.h"
 #include "highpass/hpf_param.h"
@@ -71,9 +72,7 @@ bool CHpfFusion::ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRaster
 }
 
 GISError CHpfFusion::Preproccess() {
-  if (m_param.m_vecMSBands.empty()) {
-    for (int b = 0; b < m_pMSSrc->GetBandCount(); ++b) m_param.m_vecMSBands.push_back(b);
-  }
+  fusion::ChooseAllBands(*m_pMSSrc, m_param.m_vecMSBands);
   if (!m_pMulStdvs) {
     SetError(ERR_STATISTICS, messages::kMsStatisticsFailed);
     return GIS_FAILED;
@@ -133,8 +132,6 @@ void** CHpfFusion::AlgorithmProcess(double* /*pan*/, CRect* /*panRect*/, double*
 void** CHpfFusion::AlgorithmProcess(double* panBlock, CRect* blockRect, double* secondBlock, double** msBlocks,
                                     int msBandCount, CRect* msRect, PixelDataType outType, int outBandCount,
                                     CRect* readRect, CRasterAOI* aoi) {
-  fusion::RowPolicy policy;
-  policy.reprojectedOffset = 0.5;
   const auto addDetail = [this, msBandCount](const fusion::FusionRow& row) {
     for (int b = 0; b < row.outBandCount; ++b) {
       if (b >= msBandCount) {
@@ -147,9 +144,11 @@ void** CHpfFusion::AlgorithmProcess(double* panBlock, CRect* blockRect, double* 
     }
   };
   return FuseRows(
-      {panBlock, blockRect, secondBlock, msBlocks, msBandCount, msRect, outType, outBandCount, readRect, aoi}, policy,
+      {panBlock, blockRect, secondBlock, msBlocks, msBandCount, msRect, outType, outBandCount, readRect, aoi}, {},
       addDetail);
 }
+
+fusion::PositionPolicy CHpfFusion::Positions() const { return {.reprojectedOffset = 0.5}; }
 
 void CHpfFusion::EndBolckProcess() {}
 

@@ -1,5 +1,6 @@
 #include "highpass/hpf_fusion_process_alg.h"
 
+#include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "highpass/hpf_fusion.h"
 #include "highpass/hpf_param.h"
@@ -48,9 +49,8 @@ GISError CHpfFusionProcessAlg::Preproccess() {
     Fail(ERR_OPEN, L"打开多光谱影像失败！");
     return GIS_OPEN_FAILED;
   }
-  if (m_hpfParam.m_vecMSBands.empty()) {
-    for (int b = 0; b < ms.GetBandCount(); ++b) m_hpfParam.m_vecMSBands.push_back(b);
-  }
+  ms.SetMaskNoData(m_hpfParam.m_bMaskNoData);
+  fusion::ChooseAllBands(ms, m_hpfParam.m_vecMSBands);
   const std::size_t count = m_hpfParam.m_vecMSBands.size();
   m_pMulMeans = SharedArray(count);
   m_pMulStdvs = SharedArray(count);

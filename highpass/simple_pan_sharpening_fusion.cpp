@@ -52,7 +52,6 @@ void** CSimplePanSharpeningFusion::AlgorithmProcess(double* panBlock, CRect* blo
                                                     PixelDataType outType, int outBandCount, CRect* readRect,
                                                     CRasterAOI* aoi) {
   fusion::RowPolicy policy;
-  policy.reprojectedOffset = 0.5;
   policy.scratchRows = 1;
   policy.parallelRows = true;
   return FuseRows(

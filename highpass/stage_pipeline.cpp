@@ -64,6 +64,7 @@ void StagePipeline::FillRecord(AlgorithmParam& record, const wchar_t* name, cons
   record.m_strOutFile = output;
   record.m_strAoiFile = m_param.m_strAoiFile;
   record.m_bOpenOption = m_param.m_bOpenOption;
+  record.m_bMaskNoData = m_param.m_bMaskNoData;
   record.m_eOutDataType = PDT_FLOAT32;
   record.m_eOutFormat = kFormatGeoTiff;
 }

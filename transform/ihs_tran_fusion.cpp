@@ -96,7 +96,8 @@ void** CIhsTranFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms
   if (!m_pPanSrc || !platform::IsPixelType(outType)) return nullptr;
   fusion::RowPolicy policy;
   policy.parallelRows = true;
-  policy.panNoData = m_pPanSrc->GetRasterBand(0)->GetNoDataTest();
+  // A run that masks leaves such pixels out by itself.
+  if (!m_param.m_bMaskNoData) policy.panNoData = m_pPanSrc->GetRasterBand(0)->GetNoDataTest();
   const int red = m_param.m_vecRGBBands.at(0);
   const int green = m_param.m_vecRGBBands.at(1);
   const int blue = m_param.m_vecRGBBands.at(2);

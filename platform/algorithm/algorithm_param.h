@@ -22,5 +22,8 @@ struct FUSION_API AlgorithmParam {
   RasterDataFormat m_eOutFormat = kFormatUnknown;  ///< kFormatUnknown: by the output's extension
   int m_nOutBandCount = 0;                         ///< 0: the algorithm decides
   INotifyWindow* m_pNotifyWnd = nullptr;           ///< receiver of the completion message, not owned
+  /// Take samples without data (declared no-data value, NaN, mask band, alpha) for missing, not for values: they enter
+  /// nothing, and pixels without data are written as 0, which the output then declares as its no-data value.
+  bool m_bMaskNoData = false;
   bool m_bOpenOption = true;  ///< present inputs through a north-up warp where they are not north-up
 };

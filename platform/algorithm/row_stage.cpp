@@ -1,15 +1,13 @@
 #include "platform/algorithm/row_stage.h"
 
-#include <gdal.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <numeric>
 
+#include "platform/algorithm/gap_marks.h"
 #include "platform/algorithm/messages.h"
-#include "platform/raster/gdal_access.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/system/multiversion.h"
 #include "platform/system/task_queue.h"
@@ -62,18 +60,6 @@ void ClearOutside(const unsigned char* inside, int width, unsigned char* out, st
   for (int x = 0; x < width; ++x, out += pixelBytes) {
     if (!inside[x]) std::fill_n(out, pixelBytes, static_cast<unsigned char>(0));
   }
-}
-
-bool IsRepresentable(double value, PixelDataType type) {
-  ValueConversion plain;
-  if (!CRasterAlgorithm::GetMaxMinVal(type, plain.m_dOutMax, plain.m_dOutMin)) return false;
-  if (IsFloatType(type)) return !(value < plain.m_dOutMin || value > plain.m_dOutMax);
-  double converted = 0.0;
-  DispatchPixelType(type, [&](auto element) {
-    converted = static_cast<double>(plain.Convert<decltype(element)>(value));
-    return true;
-  });
-  return converted == value;
 }
 
 }  // namespace
@@ -149,6 +135,7 @@ bool RowStage::Open(Run& run) {
     SetError(ERR_CREATE, messages::CreateFailed(m_param.m_strOutFile));
     return false;
   }
+  run.input.SetMaskNoData(m_param.m_bMaskNoData);
   run.plan.outType = m_param.m_eOutDataType;
   if (!Configure(run.input, run.plan)) return false;
   if (run.plan.outType == PDT_UNKNOWN) run.plan.outType = run.input.GetRasterDataType();
@@ -188,11 +175,10 @@ bool RowStage::CreateOutput(Run& run) {
   run.created = true;
   SetOutMinMaxValue(minimum, maximum);
   const CRasterBand* noData = run.plan.noData;
-  if (noData && noData->IsHaveNoData() && IsRepresentable(noData->GetNoDataValue(), run.plan.outType)) {
-    const GdalErrors quiet;
-    for (int b = 1; b <= run.plan.outBandCount; ++b) {
-      GDALSetRasterNoDataValue(GDALGetRasterBand(run.output.NativeHandle(), b), noData->GetNoDataValue());
-    }
+  if (m_param.m_bMaskNoData) {
+    run.output.DeclareNoData(0.0);
+  } else if (noData && noData->IsHaveNoData()) {
+    run.output.DeclareNoData(noData->GetNoDataValue());
   }
   return true;
 }
@@ -293,16 +279,22 @@ void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
   const auto pixelBytes = static_cast<std::size_t>(PixelSize(run.plan.outType));
   const std::size_t rowBytes = pixelBytes * static_cast<std::size_t>(width);
   AreaRows area(run.area.get(), width);
+  std::vector<unsigned char> valid(static_cast<std::size_t>(m_param.m_bMaskNoData ? width : 0));
   area.Load(first, count);
   for (int row = first; row < first + count; ++row) {
     const unsigned char* inside = area.Row(row);
     ProcessRow(rows, row, run.rowPointers.data());
     for (std::size_t b = 0; b < run.row.size(); ++b) {
       double* values = run.rowPointers[b];
+      if (m_param.m_bMaskNoData) MarkValid(values, inside, width, valid.data());
       if (round) RoundHalfUp(values, width);
       unsigned char* out = outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes;
       m_conversion.ConvertRow(run.plan.outType, values, out, static_cast<std::size_t>(width));
-      if (inside) ClearOutside(inside, width, out, pixelBytes);
+      if (m_param.m_bMaskNoData) {
+        StoreGaps(run.plan.outType, valid.data(), static_cast<std::size_t>(width), out);
+      } else if (inside) {
+        ClearOutside(inside, width, out, pixelBytes);
+      }
     }
   }
 }

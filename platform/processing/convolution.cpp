@@ -43,5 +43,9 @@ bool CConvolution::Configure(const CRasterSource& input, platform::StagePlan& pl
 }
 
 void CConvolution::ProcessBandRow(int /*index*/, const platform::RowBuffer& rows, int row, double* out) {
-  m_passes->ProcessRow(rows, row, out);
+  if (m_param.m_bMaskNoData) {
+    m_passes->ProcessRowWithGaps(rows, row, out);
+  } else {
+    m_passes->ProcessRow(rows, row, out);
+  }
 }

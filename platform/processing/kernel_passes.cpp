@@ -108,6 +108,40 @@ void KernelPasses::ProcessRow(const RowBuffer& rows, int row, double* out) {
   if (m_isSeparable && m_separable.center != 0.0) AddWeighted(rows.Row(0, row), m_separable.center, out, m_width);
 }
 
+void KernelPasses::ProcessRowWithGaps(const RowBuffer& rows, int row, double* out) {
+  ProcessRow(rows, row, out);
+  // A gap makes a NaN of every pixel whose kernel reaches it, and of no other.
+  const double* samples = rows.Row(0, row);
+  for (int i = 0; i < m_width; ++i) {
+    if (std::isnan(samples[i])) {
+      out[i] = samples[i];
+    } else if (std::isnan(out[i])) {
+      out[i] = ValueBesideGap(rows, row, i);
+    }
+  }
+}
+
+double KernelPasses::ValueBesideGap(const RowBuffer& rows, int row, int column) const {
+  double sum = 0.0;
+  double gapWeight = 0.0;
+  double total = 0.0;
+  int count = 0;
+  for (int j = 0; j < m_kernel.height; ++j) {
+    const double* samples = rows.Row(0, std::clamp(row + j - m_kernel.centerY, 0, m_height - 1));
+    for (int i = 0; i < m_kernel.width; ++i) {
+      const double sample = samples[std::clamp(column + i - m_kernel.centerX, 0, m_width - 1)];
+      if (std::isnan(sample)) {
+        gapWeight += m_kernel.At(i, j);
+      } else {
+        sum += m_kernel.At(i, j) * sample;
+        total += sample;
+        ++count;
+      }
+    }
+  }
+  return sum + gapWeight * (total / count);
+}
+
 const double* KernelPasses::PreparedRow(const RowBuffer& rows, int row) {
   const auto place = static_cast<std::size_t>(row % m_kernel.height);
   std::vector<double>& prepared = m_ring[place];

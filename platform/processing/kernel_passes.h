@@ -38,8 +38,12 @@ class KernelPasses {
   KernelPasses(const Kernel& kernel, int imageWidth, int imageHeight);
 
   void ProcessRow(const RowBuffer& rows, int row, double* out);
+  /// The same where NaN marks samples without data: such a sample stays NaN; under the kernel of another one it counts
+  /// as the mean of those with data there.
+  void ProcessRowWithGaps(const RowBuffer& rows, int row, double* out);
 
  private:
+  double ValueBesideGap(const RowBuffer& rows, int row, int column) const;
   /// An image row after the first pass; for kernels that are not separable, with its ends repeated.
   const double* PreparedRow(const RowBuffer& rows, int row);
   void Pad(const double* values, double* padded) const;

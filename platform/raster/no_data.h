@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cmath>
 #include <limits>
 
+#include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_band.h"
 
 namespace platform {
@@ -16,5 +18,14 @@ inline double NoDataSample(const CRasterBand& band) {
 
 /// Neither NaN nor the no-data value. Written without a branch, for loops that vectorise.
 inline bool IsValidSample(double value, double noData) { return (value == value) & (value != noData); }
+
+/// Whether samples of a type can have a value. A float type rounds what it holds.
+inline bool IsRepresentable(double value, PixelDataType type) {
+  return DispatchPixelType(type, [value](auto element) {
+    using Limits = std::numeric_limits<decltype(element)>;
+    const bool outside = value < static_cast<double>(Limits::lowest()) || value > static_cast<double>(Limits::max());
+    return !outside && (!Limits::is_integer || value == std::trunc(value));
+  });
+}
 
 }  // namespace platform

@@ -157,8 +157,16 @@ void Fill(const Polygon& polygon, const CRect& rect, unsigned char* marks) {
 
 struct CRasterAOI::Impl {
   std::vector<Polygon> polygons;
+  bool unbounded = false;
   CRect cached;
   std::vector<unsigned char> marks;
+
+  /// 0: no pixel of the rectangle is inside, 1: some are, 3: all are.
+  int Relation() const {
+    const auto inside = std::count(marks.begin(), marks.end(), static_cast<unsigned char>(1));
+    if (inside == 0) return 0;
+    return inside == cached.Area() ? 3 : 1;
+  }
 };
 
 CRasterAOI::CRasterAOI() : m_impl(std::make_unique<Impl>()) {}
@@ -192,7 +200,13 @@ bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
   return !m_impl->polygons.empty();
 }
 
+void CRasterAOI::SetUnbounded() {
+  *m_impl = Impl();
+  m_impl->unbounded = true;
+}
+
 CRect CRasterAOI::GetCoveringRect() const {
+  if (m_impl->unbounded) return {INT32_MIN / 2, INT32_MIN / 2, INT32_MAX / 2, INT32_MAX / 2};
   Polygon all;
   for (const Polygon& p : m_impl->polygons) {
     all.minX = std::min(all.minX, p.minX);
@@ -212,11 +226,16 @@ int CRasterAOI::ReadCacheAoiBuffer(int left, int top, int width, int height) {
   m_impl->marks.clear();
   if (width <= 0 || height <= 0 || left > INT32_MAX - width || top > INT32_MAX - height) return 0;
   m_impl->cached = CRect(left, top, left + width, top + height);
-  m_impl->marks.assign(static_cast<std::size_t>(m_impl->cached.Area()), 0);
+  m_impl->marks.assign(static_cast<std::size_t>(m_impl->cached.Area()), m_impl->unbounded);
   for (const Polygon& polygon : m_impl->polygons) Fill(polygon, m_impl->cached, m_impl->marks.data());
-  const auto inside = std::count(m_impl->marks.begin(), m_impl->marks.end(), static_cast<unsigned char>(1));
-  if (inside == 0) return 0;
-  return inside == m_impl->cached.Area() ? 3 : 1;
+  return m_impl->Relation();
+}
+
+int CRasterAOI::Restrict(const unsigned char* keep) {
+  for (unsigned char& mark : m_impl->marks) {
+    if (*keep++ == 0) mark = 0;
+  }
+  return m_impl->Relation();
 }
 
 bool CRasterAOI::IsInAOI(int column, int row) const {

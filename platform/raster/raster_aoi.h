@@ -17,11 +17,15 @@ class FUSION_API CRasterAOI {
   /// Loads the polygons, reprojected to the raster's coordinate system where theirs differs. False when the file does
   /// not open or holds no polygon.
   bool Load(const std::wstring& path, const CRasterSource& raster);
+  /// An area without bounds, for masks that only Restrict.
+  void SetUnbounded();
   /// The pixel rectangle that covers the area, not clipped to the raster.
   CRect GetCoveringRect() const;
 
   /// Rasterises one rectangle for the IsInAOI calls that follow. 0: nothing inside, 1: partly, 3: wholly inside.
   int ReadCacheAoiBuffer(int left, int top, int width, int height);
+  /// Leaves out the pixels of the last rectangle whose byte is 0, row by row. Answers as ReadCacheAoiBuffer.
+  int Restrict(const unsigned char* keep);
   /// Whether a pixel of the last rectangle is inside; pixels outside that rectangle are not. May be called from
   /// several threads.
   bool IsInAOI(int column, int row) const;

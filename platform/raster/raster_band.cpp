@@ -16,6 +16,7 @@
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
 #include "platform/raster/row_statistics.h"
+#include "platform/raster/sample_mask.h"
 #include "platform/system/task_queue.h"
 
 namespace {
@@ -129,8 +130,15 @@ bool CRasterBand::ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType
 
 int CRasterBand::ReadBlock(int left, int top, int width, int height, void* buffer, int bufferWidth, int bufferHeight,
                            PixelDataType type, int pixelSpace, int lineSpace) {
-  return Transfer(false, RectOf(left, top, width, height), buffer, bufferWidth, bufferHeight, type, pixelSpace,
-                  lineSpace);
+  const CRect rect = RectOf(left, top, width, height);
+  const int result = Transfer(false, rect, buffer, bufferWidth, bufferHeight, type, pixelSpace, lineSpace);
+  const bool packedDoubles = type == PDT_FLOAT64 && pixelSpace == 0 && lineSpace == 0;
+  if (result != 0 || !packedDoubles || !m_bGaps) return result;
+  const std::lock_guard lock(m_pSource->TransferLock());
+  return platform::ClearInvalid(*BandOf(*m_pSource, m_nIndex), rect, platform::NoDataSample(*this),
+                                static_cast<double*>(buffer))
+             ? 0
+             : kFailed;
 }
 
 int CRasterBand::WriteBlock(int left, int top, int width, int height, const void* buffer, int bufferWidth,
@@ -149,6 +157,24 @@ bool CRasterBand::IsHaveNoData() const { return m_noData.declared; }
 double CRasterBand::GetNoDataValue() const { return m_noData.value; }
 platform::NoDataTest CRasterBand::GetNoDataTest() const { return m_noData; }
 bool CRasterBand::IsNoData(double value) const { return m_noData(value); }
+
+void CRasterBand::DeclareNoData(double value) {
+  if (!platform::IsRepresentable(value, m_eType)) return;
+  const platform::GdalErrors quiet;
+  if (BandOf(*m_pSource, m_nIndex)->SetNoDataValue(value) != CE_None) return;
+  m_noData.declared = true;
+  m_noData.value = value;
+}
+
+bool CRasterBand::IsAlpha() const { return BandOf(*m_pSource, m_nIndex)->GetColorInterpretation() == GCI_AlphaBand; }
+
+bool CRasterBand::HasMask() const { return platform::ValidityBand(*BandOf(*m_pSource, m_nIndex)) != nullptr; }
+
+void CRasterBand::SetMaskNoData(bool mask) {
+  m_bGaps = mask && (m_noData.declared || platform::IsFloatType(m_eType) || HasMask());
+}
+
+bool CRasterBand::MayHoldGaps() const { return m_bGaps; }
 
 /// Hands on the samples of one window of bounded size after another until visit answers false. False after a failed
 /// read.

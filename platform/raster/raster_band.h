@@ -38,6 +38,17 @@ class FUSION_API CRasterBand {
   /// The same question in a form that loops can keep.
   platform::NoDataTest GetNoDataTest() const;
 
+  /// Whether the band is the dataset's opacity, no data of its own.
+  bool IsAlpha() const;
+  /// Whether a mask band or another band's alpha says which samples are valid.
+  bool HasMask() const;
+  /// For CRasterSource, which sets all its bands.
+  void SetMaskNoData(bool mask);
+  void DeclareNoData(double value);
+  /// Whether reads may answer NaN for samples that are not valid, see CRasterSource::SetMaskNoData. No sample is looked
+  /// at.
+  bool MayHoldGaps() const;
+
   /// Exact figures over the valid pixels (not no-data, not NaN), population standard deviation, one streaming pass.
   /// The reporter is asked whether to go on and never stepped. False and zeros without a valid pixel, after a failed
   /// read or a cancellation. Leaves no sidecar file.
@@ -64,4 +75,5 @@ class FUSION_API CRasterBand {
   int m_nBlockYSize = 0;
   bool m_bStrips = false;  ///< rows of this band lie in strips of their own that may be written past the block cache
   platform::NoDataTest m_noData;
+  bool m_bGaps = false;  ///< masked, and there may be something to mask
 };

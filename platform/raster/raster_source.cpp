@@ -29,6 +29,7 @@ struct CRasterSource::Impl {
   platform::Affine toGround;
   platform::Affine toPixel;
   bool hasGeoTransform = false;
+  bool maskNoData = false;
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
   std::wstring copySource;                             ///< the temporary raster it is copied from
@@ -218,6 +219,17 @@ bool CRasterSource::CopyToFinalFormat() const {
 }
 
 bool CRasterSource::IsOpen() const { return m_impl->dataset != nullptr; }
+void CRasterSource::SetMaskNoData(bool mask) {
+  m_impl->maskNoData = mask;
+  for (const auto& band : m_impl->bands) band->SetMaskNoData(mask);
+}
+
+bool CRasterSource::IsMaskNoData() const { return m_impl->maskNoData; }
+
+void CRasterSource::DeclareNoData(double value) {
+  for (const auto& band : m_impl->bands) band->DeclareNoData(value);
+}
+
 std::wstring CRasterSource::GetPath() const { return m_impl->path; }
 int CRasterSource::GetWidth() const { return IsOpen() ? m_impl->dataset->GetRasterXSize() : 0; }
 int CRasterSource::GetHeight() const { return IsOpen() ? m_impl->dataset->GetRasterYSize() : 0; }

@@ -14,9 +14,20 @@
 #include "platform/utility/common_fun.h"
 
 namespace platform {
+namespace {
+
+/// Counted from 0, -1 without alpha.
+int AlphaBand(GDALDataset& dataset) {
+  for (int b = 0; b < dataset.GetRasterCount(); ++b) {
+    if (dataset.GetRasterBand(b + 1)->GetColorInterpretation() == GCI_AlphaBand) return b;
+  }
+  return -1;
+}
+
+}  // namespace
 
 VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
-                             const std::wstring* wkt) {
+                             const std::wstring* wkt, std::optional<double> noData) {
   InitialiseGdal();
   const GdalErrors quiet;
   const std::string name = CommonFun::U2Utf8(file);
@@ -28,6 +39,10 @@ VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& b
   for (const int band : bands) {
     if (band < 0 || band >= source->GetRasterCount()) throw std::runtime_error("no such band in " + name);
     arguments.AddString("-b").AddString(std::to_string(band + 1).c_str());
+  }
+  const int alpha = AlphaBand(*source);
+  if (!bands.empty() && alpha >= 0 && std::find(bands.begin(), bands.end(), alpha) == bands.end()) {
+    arguments.AddString("-mask").AddString(std::to_string(alpha + 1).c_str());
   }
   GDALTranslateOptions* options = GDALTranslateOptionsNew(arguments.List(), nullptr);
   static std::atomic<int> count{0};
@@ -45,6 +60,9 @@ VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& b
   if (wkt) {
     OGRSpatialReference crs;
     view->SetSpatialRef(ReadWkt(*wkt, crs) ? &crs : nullptr);
+  }
+  for (GDALRasterBand* band : view->GetBands()) {
+    if (noData) band->SetNoDataValue(*noData);
   }
   GDALClose(view);
   m_strPath = CommonFun::Utf82U(path);

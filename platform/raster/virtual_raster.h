@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,9 +15,11 @@ class FUSION_API VirtualRaster {
   /// @param bands zero-based, in the order wanted; empty takes all
   /// @param geoTransform six terms or null for the file's own
   /// @param wkt coordinate system, empty for none, or null for the file's own
+  /// @param noData declared for all bands where given
+  /// The file's mask, and its alpha where that is not among the bands, is the view's mask.
   /// Throws std::runtime_error when the file does not open or has no such band.
   VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
-                const std::wstring* wkt);
+                const std::wstring* wkt, std::optional<double> noData = std::nullopt);
   ~VirtualRaster();
   VirtualRaster(const VirtualRaster&) = delete;
   VirtualRaster& operator=(const VirtualRaster&) = delete;

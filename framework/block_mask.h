@@ -1,0 +1,15 @@
+#pragma once
+
+#include <vector>
+
+#include "framework/block_loop.h"
+#include "framework/row_kernel.h"
+
+namespace fusion {
+
+/// One byte per pixel of a block just read, row by row: 1 where pan (and detail, where there is one) has data and the
+/// nearest multispectral sample has data in at least one of the chosen bands. Empty where that holds for all pixels. A
+/// pixel that lies more than one sample off the multispectral image has no data there.
+std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& geometry);
+
+}  // namespace fusion

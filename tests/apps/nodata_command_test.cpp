@@ -1,0 +1,153 @@
+// The command on images with pixels without data.
+#include <gdal_priv.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/utility/common_fun.h"
+#include "tests/support/command.h"
+#include "tests/support/gap_scene.h"
+
+namespace {
+
+using test_support::CommandResult;
+using test_support::GapScene;
+using test_support::GapShape;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+class NoDataCommand : public testing::Test {
+ protected:
+  NoDataCommand() : m_gaps(2, GapShape::kHole, PDT_UINT16) {
+    for (auto& gaps : m_gaps.msGaps) gaps = m_gaps.msGaps[0];
+  }
+
+  /// Writes the scene into the folder, its gaps with a fill value.
+  void Write(double fill, std::optional<double> declared) const {
+    test_support::WriteImage(m_gaps.Pan(fill), m_folder.WidePath("pan.tif"), PDT_UINT16, "", declared);
+    test_support::WriteImage(m_gaps.Ms(fill), m_folder.WidePath("ms.tif"), PDT_UINT16, "", declared);
+  }
+  CommandResult Fuse(const std::string& out, std::vector<std::string> options) const {
+    options.insert(options.begin(),
+                   {"fuse", m_folder.Path("pan.tif"), m_folder.Path("ms.tif"), m_folder.Path(out), "--no-overviews"});
+    return test_support::RunCommand(FUSION_COMMAND, options);
+  }
+  test_support::MaskedOutput Output(const std::string& out) const {
+    return test_support::ReadMasked(m_folder.WidePath(out));
+  }
+  double ShareWithData() const {
+    int count = 0;
+    for (int y = 0; y < 29; ++y) {
+      for (int x = 0; x < 37; ++x) count += m_gaps.HasData(x, y);
+    }
+    return count / (37.0 * 29.0);
+  }
+
+  GapScene m_gaps;
+  test_support::TemporaryFolder m_folder;
+};
+
+TEST_F(NoDataCommand, EveryMethodMasksADeclaredValueByItself) {
+  for (const char* method : {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf", "sharpen"}) {
+    for (const char* match : {"auto", "off"}) {
+      SCOPED_TRACE(std::string(method) + ' ' + match);
+      const std::vector<std::string> options = {"--method", method,    "--spectral-match", match,
+                                                "--json",   "--quiet", "--overwrite"};
+      Write(0.0, 0.0);
+      const auto run = Fuse("out.tif", options);
+      ASSERT_EQ(run.status, 0) << run.err;
+      EXPECT_THAT(run.err, IsEmpty());
+      EXPECT_NEAR(nlohmann::json::parse(run.out)["valid_share"].get<double>(), ShareWithData(), 1e-12);
+      const auto output = Output("out.tif");
+      ExpectMask(output, m_gaps);
+      Write(65535.0, 65535.0);
+      ASSERT_EQ(Fuse("out.tif", options).status, 0);
+      test_support::ExpectEqual(Output("out.tif").image, output.image.bands);
+    }
+  }
+}
+
+TEST_F(NoDataCommand, SaysThatItMasksUnlessToldToBeQuietOrToldToMask) {
+  Write(0.0, 0.0);
+  const std::string notice = "--nodata-mask off";
+  EXPECT_THAT(Fuse("a.tif", {}).err, HasSubstr(notice));
+  EXPECT_THAT(Fuse("b.tif", {"--nodata-mask", "on"}).err, Not(HasSubstr(notice)));
+  EXPECT_THAT(Fuse("c.tif", {"--quiet"}).err, IsEmpty());
+  EXPECT_TRUE(Output("c.tif").declaresZero);
+}
+
+TEST_F(NoDataCommand, OffIsTheRawRunAndAutoWithoutAnythingToMaskToo) {
+  Write(0.0, 0.0);
+  const auto off = Fuse("off.tif", {"--method", "brovey", "--nodata-mask", "off", "--json", "--quiet"});
+  ASSERT_EQ(off.status, 0) << off.err;
+  EXPECT_TRUE(nlohmann::json::parse(off.out)["valid_share"].is_null());
+  EXPECT_FALSE(Output("off.tif").declaresZero);
+  Write(0.0, std::nullopt);
+  ASSERT_EQ(Fuse("plain.tif", {"--method", "brovey", "--quiet"}).status, 0);
+  EXPECT_FALSE(Output("plain.tif").declaresZero);
+}
+
+TEST_F(NoDataCommand, AValueCanBeDeclaredForInputsThatForgotTheirs) {
+  for (const char* method : {"bayesian", "brovey", "pca", "hpf", "ihs"}) {
+    SCOPED_TRACE(method);
+    Write(9.0e3, 9.0e3);
+    ASSERT_EQ(Fuse("a.tif", {"--method", method, "--quiet", "--overwrite"}).status, 0);
+    Write(9.0e3, std::nullopt);
+    ASSERT_EQ(Fuse("b.tif", {"--method", method, "--nodata", "9000", "--quiet", "--overwrite"}).status, 0);
+    test_support::ExpectEqual(Output("b.tif").image, Output("a.tif").image.bands);
+    ExpectMask(Output("b.tif"), m_gaps);
+  }
+  // A file that declares one keeps its own; a value outside the type is no sample's.
+  Write(9.0e3, 9.0e3);
+  ASSERT_EQ(Fuse("c.tif", {"--method", "brovey", "--nodata", "-1", "--quiet"}).status, 0);
+  ExpectMask(Output("c.tif"), m_gaps);
+  Write(9.0e3, std::nullopt);
+  ASSERT_EQ(Fuse("d.tif", {"--method", "brovey", "--nodata", "-1", "--quiet"}).status, 0);
+  EXPECT_TRUE(Output("d.tif").declaresZero);
+}
+
+TEST_F(NoDataCommand, AlphaIsAMaskAndNoBand) {
+  Write(0.0, 0.0);
+  ASSERT_EQ(Fuse("a.tif", {"--method", "brovey", "--quiet"}).status, 0);
+  const auto expected = Output("a.tif");
+  Write(1234.0, std::nullopt);
+  for (const char* name : {"pan.tif", "ms.tif"}) {
+    const bool isPan = std::string(name) == "pan.tif";
+    reference::Image image = isPan ? m_gaps.Pan(1234.0) : m_gaps.Ms(1234.0);
+    image.bands.emplace_back();
+    for (const bool gap : isPan ? m_gaps.panGaps : m_gaps.msGaps[0]) image.bands.back().push_back(gap ? 0.0 : 65535.0);
+    test_support::WriteImage(image, m_folder.WidePath(name), PDT_UINT16);
+    const std::unique_ptr<GDALDataset> file(
+        GDALDataset::Open(m_folder.Path(name).c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+    file->GetRasterBand(file->GetRasterCount())->SetColorInterpretation(GCI_AlphaBand);
+  }
+  for (const char* method : {"brovey", "pca", "hpf", "sharpen", "bayesian"}) {
+    SCOPED_TRACE(method);
+    const auto run = Fuse("b.tif", {"--method", method, "--quiet", "--overwrite"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const auto output = Output("b.tif");
+    ASSERT_EQ(output.image.bands.size(), 3U);
+    ExpectMask(output, m_gaps);
+    if (std::string(method) == "brovey") test_support::ExpectEqual(output.image, expected.image.bands);
+  }
+  // A choice of bands is seen through the mask as well.
+  ASSERT_EQ(Fuse("c.tif", {"--method", "pca", "--bands", "3,1", "--quiet"}).status, 0);
+  ExpectMask(Output("c.tif"), m_gaps);
+  ASSERT_EQ(Fuse("d.tif", {"--method", "brovey", "--nodata-mask", "off", "--quiet"}).status, 0);
+  EXPECT_EQ(Output("d.tif").image.bands.size(), 4U);
+}
+
+TEST_F(NoDataCommand, OptionsThatMakeNoSenseAreWrongUsage) {
+  Write(0.0, 0.0);
+  for (const auto& options : {std::vector<std::string>{"--nodata-mask", "maybe"},
+                              {"--nodata", "x"},
+                              {"--nodata", "0", "--nodata-mask", "off"}}) {
+    const auto run = Fuse("out.tif", options);
+    EXPECT_EQ(run.status, 2);
+    EXPECT_THAT(run.err, HasSubstr("--nodata"));
+  }
+}
+
+}  // namespace
