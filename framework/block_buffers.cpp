@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/algorithm/gap_marks.h"
-
 namespace fusion {
 namespace {
 
@@ -84,11 +82,9 @@ void BandBuffers::Reserve(const CRect& rect) {
 }
 
 bool BandBuffers::ReadInto(double* values, CRasterBand& band, const CRect& rect, unsigned char& gaps) {
-  if (band.ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values, rect.Width(), rect.Height(),
-                     PDT_FLOAT64) != 0) {
-    return false;
-  }
-  gaps = band.MayHoldGaps() && platform::HasGap(values, static_cast<std::size_t>(rect.Area()));
+  bool any = false;
+  if (band.ReadSamples(rect, values, any) != 0) return false;
+  gaps = any;
   std::fill_n(values + rect.Area(), SlackOf(rect), 0.0);
   return true;
 }

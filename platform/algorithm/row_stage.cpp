@@ -286,12 +286,13 @@ void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
     ProcessRow(rows, row, run.rowPointers.data());
     for (std::size_t b = 0; b < run.row.size(); ++b) {
       double* values = run.rowPointers[b];
-      if (m_param.m_bMaskNoData) MarkValid(values, inside, width, valid.data());
+      const bool gaps = m_param.m_bMaskNoData && HasGap(values, static_cast<std::size_t>(width));
+      if (gaps) MarkValid(values, inside, width, valid.data());
       if (round) RoundHalfUp(values, width);
       unsigned char* out = outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes;
       m_conversion.ConvertRow(run.plan.outType, values, out, static_cast<std::size_t>(width));
       if (m_param.m_bMaskNoData) {
-        StoreGaps(run.plan.outType, valid.data(), static_cast<std::size_t>(width), out);
+        StoreGaps(run.plan.outType, gaps ? valid.data() : inside, static_cast<std::size_t>(width), out);
       } else if (inside) {
         ClearOutside(inside, width, out, pixelBytes);
       }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/algorithm/gap_marks.h"
 #include "platform/system/multiversion.h"
 
 namespace platform {
@@ -111,6 +112,7 @@ void KernelPasses::ProcessRow(const RowBuffer& rows, int row, double* out) {
 void KernelPasses::ProcessRowWithGaps(const RowBuffer& rows, int row, double* out) {
   ProcessRow(rows, row, out);
   // A gap makes a NaN of every pixel whose kernel reaches it, and of no other.
+  if (!HasGap(out, static_cast<std::size_t>(m_width))) return;
   const double* samples = rows.Row(0, row);
   for (int i = 0; i < m_width; ++i) {
     if (std::isnan(samples[i])) {

@@ -226,12 +226,17 @@ int CRasterAOI::ReadCacheAoiBuffer(int left, int top, int width, int height) {
   m_impl->marks.clear();
   if (width <= 0 || height <= 0 || left > INT32_MAX - width || top > INT32_MAX - height) return 0;
   m_impl->cached = CRect(left, top, left + width, top + height);
-  m_impl->marks.assign(static_cast<std::size_t>(m_impl->cached.Area()), m_impl->unbounded);
+  // Without bounds there is nothing to mark before something is left out.
+  if (m_impl->unbounded) return 3;
+  m_impl->marks.assign(static_cast<std::size_t>(m_impl->cached.Area()), 0);
   for (const Polygon& polygon : m_impl->polygons) Fill(polygon, m_impl->cached, m_impl->marks.data());
   return m_impl->Relation();
 }
 
 int CRasterAOI::Restrict(const unsigned char* keep) {
+  if (m_impl->unbounded && m_impl->marks.empty()) {
+    m_impl->marks.assign(static_cast<std::size_t>(m_impl->cached.Area()), 1);
+  }
   for (unsigned char& mark : m_impl->marks) {
     if (*keep++ == 0) mark = 0;
   }
@@ -241,6 +246,7 @@ int CRasterAOI::Restrict(const unsigned char* keep) {
 bool CRasterAOI::IsInAOI(int column, int row) const {
   const CRect& rect = m_impl->cached;
   if (column < rect.left || column >= rect.right || row < rect.top || row >= rect.bottom) return false;
+  if (m_impl->marks.empty()) return true;
   return m_impl->marks[static_cast<std::size_t>(row - rect.top) * static_cast<std::size_t>(rect.Width()) +
                        static_cast<std::size_t>(column - rect.left)] != 0;
 }

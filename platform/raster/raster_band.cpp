@@ -131,14 +131,25 @@ bool CRasterBand::ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType
 int CRasterBand::ReadBlock(int left, int top, int width, int height, void* buffer, int bufferWidth, int bufferHeight,
                            PixelDataType type, int pixelSpace, int lineSpace) {
   const CRect rect = RectOf(left, top, width, height);
-  const int result = Transfer(false, rect, buffer, bufferWidth, bufferHeight, type, pixelSpace, lineSpace);
   const bool packedDoubles = type == PDT_FLOAT64 && pixelSpace == 0 && lineSpace == 0;
-  if (result != 0 || !packedDoubles || !m_bGaps) return result;
+  if (m_bGaps && packedDoubles && bufferWidth == width && bufferHeight == height) {
+    bool gaps = false;
+    return ReadSamples(rect, static_cast<double*>(buffer), gaps);
+  }
+  return Transfer(false, rect, buffer, bufferWidth, bufferHeight, type, pixelSpace, lineSpace);
+}
+
+int CRasterBand::ReadSamples(const CRect& rect, double* values, bool& gaps) {
+  gaps = false;
+  const int result = Transfer(false, rect, values, rect.Width(), rect.Height(), PDT_FLOAT64, 0, 0);
+  if (result != 0 || !m_bGaps) return result;
+  gaps = platform::ClearNoData(platform::NoDataSample(*this), values, rect.Area());
+  return !m_bMask || ClearMasked(rect, values, gaps) ? 0 : kFailed;
+}
+
+bool CRasterBand::ClearMasked(const CRect& rect, double* values, bool& gaps) {
   const std::lock_guard lock(m_pSource->TransferLock());
-  return platform::ClearInvalid(*BandOf(*m_pSource, m_nIndex), rect, platform::NoDataSample(*this),
-                                static_cast<double*>(buffer))
-             ? 0
-             : kFailed;
+  return platform::ClearMasked(*BandOf(*m_pSource, m_nIndex), rect, values, gaps);
 }
 
 int CRasterBand::WriteBlock(int left, int top, int width, int height, const void* buffer, int bufferWidth,
@@ -171,7 +182,8 @@ bool CRasterBand::IsAlpha() const { return BandOf(*m_pSource, m_nIndex)->GetColo
 bool CRasterBand::HasMask() const { return platform::ValidityBand(*BandOf(*m_pSource, m_nIndex)) != nullptr; }
 
 void CRasterBand::SetMaskNoData(bool mask) {
-  m_bGaps = mask && (m_noData.declared || platform::IsFloatType(m_eType) || HasMask());
+  m_bMask = mask && HasMask();
+  m_bGaps = m_bMask || (mask && (m_noData.declared || platform::IsFloatType(m_eType)));
 }
 
 bool CRasterBand::MayHoldGaps() const { return m_bGaps; }
@@ -193,8 +205,11 @@ bool CRasterBand::ForEachWindow(const Visit& visit) {
   const auto load = [&](int i, int slot) {
     const CRect rect = window(i);
     values[slot].resize(static_cast<std::size_t>(step.Area()));
-    return ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values[slot].data(), rect.Width(), rect.Height(),
-                     PDT_FLOAT64) == 0;
+    double* samples = values[slot].data();
+    // The figures leave the no-data value out by themselves.
+    bool gaps = false;
+    return Transfer(false, rect, samples, rect.Width(), rect.Height(), PDT_FLOAT64, 0, 0) == 0 &&
+           (!m_bMask || ClearMasked(rect, samples, gaps));
   };
   const auto use = [&](int i, int slot) { return wanted = visit(values[slot].data(), window(i).Area()); };
   return platform::LoadAhead(across * down, load, use) || !wanted;

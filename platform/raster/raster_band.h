@@ -19,6 +19,8 @@ class FUSION_API CRasterBand {
   /// inverted, and a buffer of another size than the rectangle are failures.
   int ReadBlock(int left, int top, int width, int height, void* buffer, int bufferWidth, int bufferHeight,
                 PixelDataType type, int pixelSpace = 0, int lineSpace = 0);
+  /// Reads a rectangle as packed doubles, as ReadBlock does, and tells whether a masking raster answered NaN for any.
+  int ReadSamples(const CRect& rect, double* values, bool& gaps);
   /// The opposite of ReadBlock, under the same rules.
   int WriteBlock(int left, int top, int width, int height, const void* buffer, int bufferWidth, int bufferHeight,
                  PixelDataType type, int pixelSpace = 0, int lineSpace = 0);
@@ -63,6 +65,7 @@ class FUSION_API CRasterBand {
   bool ForEachWindow(const Visit& visit);
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
+  bool ClearMasked(const CRect& rect, double* values, bool& gaps);
   bool WriteStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
   bool ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
 
@@ -75,5 +78,6 @@ class FUSION_API CRasterBand {
   int m_nBlockYSize = 0;
   bool m_bStrips = false;  ///< rows of this band lie in strips of their own that may be written past the block cache
   platform::NoDataTest m_noData;
-  bool m_bGaps = false;  ///< masked, and there may be something to mask
+  bool m_bGaps = false;  ///< masked, and there may be something to mask,
+  bool m_bMask = false;  ///< by more than its value
 };

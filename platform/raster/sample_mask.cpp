@@ -3,11 +3,11 @@
 #include <gdal_priv.h>
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <vector>
 
 #include "platform/raster/gdal_access.h"
+#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
 
 namespace platform {
@@ -15,12 +15,10 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-FUSION_MULTIVERSION void ClearValue(double value, double* values, std::int64_t count) {
-  for (std::int64_t i = 0; i < count; ++i) values[i] = values[i] == value ? kNaN : values[i];
-}
-
-void ClearMasked(const double* mask, double* values, std::int64_t count) {
-  for (std::int64_t i = 0; i < count; ++i) values[i] = mask[i] == 0.0 ? kNaN : values[i];
+FUSION_MULTIVERSION std::int64_t CountInvalid(double noData, const double* values, std::int64_t count) {
+  std::int64_t invalid = 0;
+  for (std::int64_t i = 0; i < count; ++i) invalid += IsValidSample(values[i], noData) ? 0 : 1;
+  return invalid;
 }
 
 }  // namespace
@@ -40,8 +38,21 @@ GDALRasterBand* ValidityBand(GDALRasterBand& band) {
   return nullptr;
 }
 
-bool ClearInvalid(GDALRasterBand& band, const CRect& rect, double noData, double* values) {
-  if (!std::isnan(noData)) ClearValue(noData, values, rect.Area());
+bool ClearNoData(double noData, double* values, std::int64_t count) {
+  // Most pieces have nothing to write to; those that have are still in the cache.
+  constexpr std::int64_t kPiece = 4096;
+  bool gaps = false;
+  for (std::int64_t first = 0; first < count; first += kPiece) {
+    double* piece = values + first;
+    const std::int64_t n = std::min(kPiece, count - first);
+    if (CountInvalid(noData, piece, n) == 0) continue;
+    gaps = true;
+    std::replace(piece, piece + n, noData, kNaN);
+  }
+  return gaps;
+}
+
+bool ClearMasked(GDALRasterBand& band, const CRect& rect, double* values, bool& gaps) {
   GDALRasterBand* validity = ValidityBand(band);
   if (!validity) return true;
   const GdalErrors quiet;
@@ -55,8 +66,13 @@ bool ClearInvalid(GDALRasterBand& band, const CRect& rect, double noData, double
                            nullptr) != CE_None) {
       return false;
     }
-    ClearMasked(mask.data(), values + static_cast<std::ptrdiff_t>(row) * width,
-                static_cast<std::int64_t>(rows) * width);
+    double* samples = values + static_cast<std::ptrdiff_t>(row) * width;
+    const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(rows) * width;
+    for (std::ptrdiff_t i = 0; i < count; ++i) {
+      if (mask[static_cast<std::size_t>(i)] != 0.0) continue;
+      samples[i] = kNaN;
+      gaps = true;
+    }
   }
   return true;
 }

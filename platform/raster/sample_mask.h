@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "platform/raster/raster_types.h"
 
 class GDALRasterBand;
@@ -10,8 +12,11 @@ namespace platform {
 /// dataset's alpha band; null where there is none. Declared no-data values are none of its business.
 GDALRasterBand* ValidityBand(GDALRasterBand& band);
 
-/// Puts NaN in the place of the no-data value (NaN: none) and of what the validity band leaves out, in the samples of a
-/// rectangle just read from the band. False after a failed read of the validity band.
-bool ClearInvalid(GDALRasterBand& band, const CRect& rect, double noData, double* values);
+/// Puts NaN in the place of a no-data value (NaN: none). True where any of the values is NaN then.
+bool ClearNoData(double noData, double* values, std::int64_t count);
+
+/// Puts NaN in the place of what the validity band leaves out, in the samples of a rectangle just read from the band,
+/// and sets gaps where there is any. False after a failed read of the validity band.
+bool ClearMasked(GDALRasterBand& band, const CRect& rect, double* values, bool& gaps);
 
 }  // namespace platform

@@ -180,6 +180,33 @@ TEST_F(GapSources, AlphaIsNoBandOfAMaskingRunAndADeclaredValueCountsBesideIt) {
   EXPECT_EQ(maximum, 201.0);
 }
 
+TEST_F(GapSources, ARotatedImagesNorthUpViewKeepsItsGaps) {
+  double rotated[6] = {440000.0, 18.0, 6.0, 4470000.0, 6.0, -18.0};
+  const auto expectWithoutGarbage = [&](const std::wstring& path, const char* what) {
+    SCOPED_TRACE(what);
+    {
+      const Dataset file = Update(path);
+      ASSERT_EQ(file->SetGeoTransform(rotated), CE_None);
+    }
+    CRasterSource source;
+    ASSERT_TRUE(source.Open(path, GDA_READ, true));
+    ASSERT_GT(source.GetWidth(), m_gaps.scene.ms.width);
+    source.SetMaskNoData(true);
+    double minimum = 0, maximum = 0, mean = 0, stdDev = 0;
+    ASSERT_TRUE(source.GetRasterBand(0)->ComputeStatics(&minimum, &maximum, &mean, &stdDev, false, nullptr));
+    EXPECT_LE(maximum, 201.0);
+    EXPECT_GE(minimum, 2.0);
+  };
+  const std::wstring& path = m_gaps.scene.msFile;
+  m_gaps.Write(kGarbage);
+  expectWithoutGarbage(path, "declared value");
+  m_gaps.Write(kGarbage, false);
+  AddMask(path, m_gaps.msGaps[0]);
+  expectWithoutGarbage(path, "mask");
+  WriteWithAlpha(m_gaps.Ms(kGarbage), path, m_gaps.msGaps[0]);
+  expectWithoutGarbage(path, "alpha");
+}
+
 TEST_F(GapSources, AMaskThatCannotBeReadIsAFailedRead) {
   // A mask in a file of its own whose compressed pixels are garbage.
   m_gaps.Write(kGarbage, false);
