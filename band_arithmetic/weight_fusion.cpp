@@ -1,5 +1,6 @@
 #include "band_arithmetic/weight_fusion.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "framework/messages.h"
@@ -10,6 +11,41 @@ namespace {
 FUSION_MULTIVERSION
 void WeighRow(const double* ms, const double* pan, double weight, int n, double* out) {
   for (int i = 0; i < n; ++i) out[i] = ((1.0 - weight) * ms[i] + (1.0 + weight) * pan[i]) * 0.5;
+}
+
+/// Moves the values of the pixels inside the area to the front of every row. Answers how many there are.
+int KeepInside(const CRasterAOI& area, const CRect& rect, int row, std::vector<std::vector<double>>& rows) {
+  std::size_t kept = 0;
+  for (int x = 0; x < rect.Width(); ++x) {
+    if (!area.IsInAOI(rect.left + x, rect.top + row)) continue;
+    for (auto& values : rows) values[kept] = values[static_cast<std::size_t>(x)];
+    ++kept;
+  }
+  return static_cast<int>(kept);
+}
+
+/// Adds the products of N bands' and pan's deviations, pixel by pixel in their order. The sums of several bands are
+/// carried along together, since each addition waits for the one before.
+template <std::size_t N>
+void AddProductsOf(const std::vector<double>* bands, const double* pan, int n, double panMean, const double* means,
+                   double* sums) {
+  double partial[N];
+  std::copy_n(sums, N, partial);
+  for (int i = 0; i < n; ++i) {
+    const double deviation = pan[i] - panMean;
+    for (std::size_t b = 0; b < N; ++b) partial[b] += (bands[b].data()[i] - means[b]) * deviation;
+  }
+  std::copy_n(partial, N, sums);
+}
+
+/// @param rows of each band, and last of pan
+void AddProducts(const std::vector<std::vector<double>>& rows, int n, double panMean, const double* means,
+                 double* sums) {
+  const std::size_t bandCount = rows.size() - 1;
+  const double* pan = rows.back().data();
+  std::size_t b = 0;
+  for (; b + 4 <= bandCount; b += 4) AddProductsOf<4>(&rows[b], pan, n, panMean, means + b, sums + b);
+  for (; b < bandCount; ++b) AddProductsOf<1>(&rows[b], pan, n, panMean, means + b, sums + b);
 }
 
 }  // namespace
@@ -111,26 +147,27 @@ void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean
                                   double** mulBufs, int bandCount, CRect* mulRect, double* mulMeans,
                                   double* /*mulStdDevs*/, double* covSum, long& count, CRasterAOI* aoi) {
   CRect block = fusion::Shift(*panRect, -m_param.m_rcProcess.left, -m_param.m_rcProcess.top);
-  fusion::RowSource source =
-      MakeRowSource({panBuf, panRect, nullptr, mulBufs, bandCount, mulRect, PDT_FLOAT64, bandCount, &block, aoi});
-  const int width = source.Width();
-  source.SetColumns(0, width);
-  std::vector<std::vector<double>> ms(static_cast<std::size_t>(bandCount),
-                                      std::vector<double>(static_cast<std::size_t>(width)));
-  std::vector<double*> rows;
-  for (auto& band : ms) rows.push_back(band.data());
-  for (int y = 0; y < source.Height(); ++y) {
-    source.Resample(y, rows.data());
-    const double* pan = panBuf + static_cast<std::ptrdiff_t>(y) * width;
-    const auto inside = [&](int x) { return !aoi || aoi->IsInAOI(panRect->left + x, panRect->top + y); };
-    for (int b = 0; b < bandCount; ++b) {
-      double sum = covSum[b];
-      for (int x = 0; x < width; ++x) {
-        if (inside(x)) sum += (rows[static_cast<std::size_t>(b)][x] - mulMeans[b]) * (pan[x] - panMean);
-      }
-      covSum[b] = sum;
+  const fusion::FusionBlock fused{panBuf,  panRect,     nullptr,   mulBufs, bandCount,
+                                  mulRect, PDT_FLOAT64, bandCount, &block,  aoi};
+  const int width = panRect->Width();
+  std::vector<fusion::RowSource> tiles;
+  for (int first = 0; first < width; first += fusion::kTileWidth) {
+    tiles.push_back(MakeRowSource(fused));
+    tiles.back().SetColumns(first, std::min(fusion::kTileWidth, width - first));
+  }
+  // A row of each band, and last of pan.
+  std::vector<std::vector<double>> rows(static_cast<std::size_t>(bandCount) + 1,
+                                        std::vector<double>(static_cast<std::size_t>(width)));
+  std::vector<double*> targets(static_cast<std::size_t>(bandCount));
+  for (int y = 0; y < panRect->Height(); ++y) {
+    for (std::size_t t = 0; t < tiles.size(); ++t) {
+      for (std::size_t b = 0; b < targets.size(); ++b) targets[b] = rows[b].data() + t * fusion::kTileWidth;
+      tiles[t].Resample(y, targets.data());
     }
-    for (int x = 0; x < width; ++x) count += inside(x) ? bandCount : 0;
+    std::copy_n(panBuf + static_cast<std::ptrdiff_t>(y) * width, width, rows.back().data());
+    const int kept = aoi ? KeepInside(*aoi, *panRect, y, rows) : width;
+    AddProducts(rows, kept, panMean, mulMeans, covSum);
+    count += static_cast<long>(kept) * bandCount;
   }
 }
 

@@ -17,9 +17,6 @@
 namespace fusion {
 namespace {
 
-// Wide enough to pay for the calls, narrow enough for a tile's rows to stay in the caches.
-constexpr int kTileWidth = 1024;
-
 /// Rows of doubles in one allocation.
 class Rows {
  public:

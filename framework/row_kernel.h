@@ -68,6 +68,10 @@ struct BlockGaps {
   const unsigned char* ms = nullptr;  ///< for each multispectral band whether it holds NaN
 };
 
+/// Columns to work on at a time: wide enough to pay for the calls, narrow enough for the rows at hand to stay in the
+/// caches.
+constexpr int kTileWidth = 1024;
+
 /// The rows of one block with the multispectral bands resampled at every pixel. One per thread.
 class RowSource {
  public:

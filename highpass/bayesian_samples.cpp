@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "platform/raster/no_data.h"
+#include "platform/system/multiversion.h"
+#include "platform/system/task_queue.h"
 
 namespace fusion {
 namespace {
@@ -18,6 +19,22 @@ BlockGrid Tiles(const CRasterSource& ms, double ratio) {
   return {ms.GetWidth(), ms.GetHeight(), static_cast<int>(width), static_cast<int>(height)};
 }
 
+/// What three rows sum up to, column by column.
+FUSION_MULTIVERSION
+void SumRows(const double* above, const double* row, const double* below, int n, double* out) {
+  for (int i = 0; i < n; ++i) out[i] = above[i] + row[i] + below[i];
+}
+
+/// @param sums of three rows from one column to the left to one column to the right
+FUSION_MULTIVERSION
+void DetailRow(const double* values, const double* sums, int n, double* out, unsigned char* valid) {
+  for (int i = 0; i < n; ++i) {
+    const double sum = sums[i] + sums[i + 1] + sums[i + 2];
+    out[i] = values[i] - sum / 9.0;
+    valid[i] = static_cast<unsigned char>(valid[i] & (sum == sum ? 1 : 0));
+  }
+}
+
 }  // namespace
 
 BayesianSamples::BayesianSamples(const CRasterSource& ms, std::vector<CRasterBand*> bands, PanAverage& pan)
@@ -25,29 +42,34 @@ BayesianSamples::BayesianSamples(const CRasterSource& ms, std::vector<CRasterBan
       m_pan(pan),
       m_tiles(Tiles(ms, pan.Ratio())),
       m_buffers(m_bands.size(), 0),
-      m_columns(2 * m_bands.size() + 1),
-      m_bandColumns(m_bands.size()),
-      m_detailColumns(m_bands.size()) {
+      m_sums(static_cast<std::size_t>(m_tiles.blockWidth) + 2),
+      m_valid(static_cast<std::size_t>(m_tiles.blockWidth)) {
   for (const CRasterBand* band : m_bands) m_noData.push_back(platform::NoDataSample(*band));
   const auto size = static_cast<std::size_t>(m_tiles.blockWidth) * static_cast<std::size_t>(m_tiles.blockHeight);
-  for (auto& column : m_columns) column.resize(size);
-  for (std::size_t b = 0; b < m_bands.size(); ++b) {
-    m_bandColumns[b] = m_columns[b].data();
-    m_detailColumns[b] = m_columns[m_bands.size() + b].data();
+  for (Samples& samples : m_samples) {
+    samples.columns.assign(2 * m_bands.size() + 1, std::vector<double>(size));
+    for (std::size_t b = 0; b < m_bands.size(); ++b) {
+      samples.bandColumns.push_back(samples.columns[b].data());
+      samples.detailColumns.push_back(samples.columns[m_bands.size() + b].data());
+    }
   }
 }
 
 bool BayesianSamples::ForEachTile(const std::function<bool(const BayesianBatch&)>& visit) {
-  bool read = true;
-  m_tiles.ForEach([&](const CRect& tile) {
-    read = Collect(tile);
-    return read && visit({m_count, m_bandColumns, m_detailColumns, m_columns.back().data()});
-  });
-  return read;
+  bool wanted = true;
+  const auto collect = [this](int i, int slot) {
+    return Collect(m_tiles.Block(i % m_tiles.Across(), i / m_tiles.Across()), m_samples[slot]);
+  };
+  const auto use = [&](int, int slot) {
+    const Samples& samples = m_samples[slot];
+    wanted = visit({samples.count, samples.bandColumns, samples.detailColumns, samples.columns.back().data()});
+    return wanted;
+  };
+  return platform::LoadAhead(m_tiles.Count(), collect, use) || !wanted;
 }
 
-bool BayesianSamples::Collect(const CRect& tile) {
-  m_count = 0;
+bool BayesianSamples::Collect(const CRect& tile, Samples& samples) {
+  samples.count = 0;
   if (!m_pan.Load(tile)) return false;
   const auto& pan = m_pan.Values();
   if (std::none_of(pan.begin(), pan.end(), [](double v) { return std::isfinite(v); })) return true;
@@ -56,44 +78,48 @@ bool BayesianSamples::Collect(const CRect& tile) {
                    std::min(tile.bottom + 1, m_tiles.height));
   for (std::size_t b = 0; b < m_bands.size(); ++b) {
     if (!m_buffers.Read(b, m_bands[b], read)) return false;
-    double* values = m_buffers[b];
     // A NaN spreads to the means of all neighbours, which leaves out what has to be left out.
-    for (std::int64_t i = 0; i < read.Area(); ++i) {
-      const bool valid = platform::IsValidSample(values[i], m_noData[b]) && std::isfinite(values[i]);
-      if (!valid) values[i] = std::numeric_limits<double>::quiet_NaN();
-    }
+    platform::MarkInvalid(m_buffers[b], read.Area(), m_noData[b]);
   }
-  for (int row = tile.top; row < tile.bottom; ++row) CollectRow(tile, read, row);
+  for (int row = tile.top; row < tile.bottom; ++row) CollectRow(tile, read, row, samples);
   return true;
 }
 
-void BayesianSamples::CollectRow(const CRect& tile, const CRect& read, int row) {
+void BayesianSamples::CollectRow(const CRect& tile, const CRect& read, int row, Samples& samples) {
+  const int width = tile.Width();
   const auto rowOf = [&](std::size_t b, int y) {
-    const int inside = std::clamp(y, read.top, read.bottom - 1);
-    return m_buffers[b] + static_cast<std::ptrdiff_t>(inside - read.top) * read.Width() - read.left;
+    return m_buffers[b] +
+           static_cast<std::ptrdiff_t>(std::clamp(y, read.top, read.bottom - 1) - read.top) * read.Width();
   };
-  const double* pan = m_pan.Values().data() + static_cast<std::ptrdiff_t>(row - tile.top) * tile.Width() - tile.left;
-  const std::size_t n = m_bands.size();
-  for (int x = tile.left; x < tile.right; ++x) {
-    const auto at = static_cast<std::size_t>(m_count);
-    const int left = std::max(x - 1, read.left);
-    const int right = std::min(x + 1, read.right - 1);
-    bool valid = std::isfinite(pan[x]);
-    for (std::size_t b = 0; b < n && valid; ++b) {
-      double sum = 0.0;
-      for (int y = row - 1; y <= row + 1; ++y) {
-        const double* values = rowOf(b, y);
-        sum += values[left] + values[x] + values[right];
-      }
-      const double value = rowOf(b, row)[x];
-      m_columns[b][at] = value;
-      m_columns[n + b][at] = value - sum / 9.0;
-      valid = !std::isnan(sum);
-    }
-    if (!valid) continue;
-    m_columns.back()[at] = pan[x];
-    ++m_count;
+  const double* pan = m_pan.Values().data() + static_cast<std::ptrdiff_t>(row - tile.top) * width;
+  std::copy_n(pan, width, samples.columns.back().data() + samples.count);
+  std::transform(pan, pan + width, m_valid.begin(), [](double v) { return std::isfinite(v) ? 1 : 0; });
+
+  const int before = tile.left - read.left;  // 1, or 0 at the image's left edge, where the edge sample is repeated
+  for (std::size_t b = 0; b < m_bands.size(); ++b) {
+    SumRows(rowOf(b, row - 1), rowOf(b, row), rowOf(b, row + 1), read.Width(), m_sums.data() + 1 - before);
+    if (before == 0) m_sums[0] = m_sums[1];
+    const auto last = static_cast<std::size_t>(width) + 1;
+    if (read.right == tile.right) m_sums[last] = m_sums[last - 1];
+    const double* values = rowOf(b, row) + before;
+    std::copy_n(values, width, samples.columns[b].data() + samples.count);
+    DetailRow(values, m_sums.data(), width, samples.columns[m_bands.size() + b].data() + samples.count, m_valid.data());
   }
+  DropInvalid(width, samples);
+}
+
+/// Closes the gaps that invalid ones leave among the last samples collected.
+void BayesianSamples::DropInvalid(int count, Samples& samples) const {
+  std::int64_t kept = samples.count;
+  for (std::int64_t i = 0; i < count; ++i) {
+    if (!m_valid[static_cast<std::size_t>(i)]) continue;
+    const auto from = static_cast<std::size_t>(samples.count + i);
+    const auto to = static_cast<std::size_t>(kept++);
+    if (from != to) {
+      for (auto& column : samples.columns) column[to] = column[from];
+    }
+  }
+  samples.count = kept;
 }
 
 }  // namespace fusion

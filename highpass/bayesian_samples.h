@@ -29,18 +29,26 @@ class BayesianSamples {
   bool ForEachTile(const std::function<bool(const BayesianBatch&)>& visit);
 
  private:
-  bool Collect(const CRect& tile);
-  void CollectRow(const CRect& tile, const CRect& read, int row);
+  /// The samples of one tile.
+  struct Samples {
+    std::int64_t count = 0;
+    std::vector<std::vector<double>> columns;  ///< bands, details, pan
+    std::vector<const double*> bandColumns;
+    std::vector<const double*> detailColumns;
+  };
+
+  bool Collect(const CRect& tile, Samples& samples);
+  void CollectRow(const CRect& tile, const CRect& read, int row, Samples& samples);
+  void DropInvalid(int count, Samples& samples) const;
 
   std::vector<CRasterBand*> m_bands;
   std::vector<double> m_noData;
   PanAverage& m_pan;
   BlockGrid m_tiles;
   BandBuffers m_buffers;
-  std::int64_t m_count = 0;
-  std::vector<std::vector<double>> m_columns;  ///< bands, details, pan
-  std::vector<const double*> m_bandColumns;
-  std::vector<const double*> m_detailColumns;
+  Samples m_samples[2];  ///< one tile is collected while the other is looked at
+  std::vector<double> m_sums;
+  std::vector<unsigned char> m_valid;
 };
 
 }  // namespace fusion

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "framework/row_math.h"
 #include "platform/raster/no_data.h"
 
 namespace fusion {
@@ -91,15 +92,15 @@ bool PanAverage::ReadPan(const std::vector<PanSpan>& columns, const std::vector<
   m_panRect = CRect(left, top, right, bottom);
   if (m_panRect.Area() == 0) return true;
   if (!m_pan.Read(0, &m_band, m_panRect)) return false;
-  double* values = m_pan[0];
-  for (std::int64_t i = 0; i < m_panRect.Area(); ++i) {
-    if (!platform::IsValidSample(values[i], m_noData)) values[i] = kNaN;
-  }
+  platform::MarkInvalid(m_pan[0], m_panRect.Area(), m_noData);
   return true;
 }
 
-double PanAverage::SumOfRow(int row, const PanSpan& columns) const {
-  const double* values = m_pan[0] + static_cast<std::ptrdiff_t>(row - m_panRect.top) * m_panRect.Width();
+const double* PanAverage::Row(int row) const {
+  return m_pan[0] + static_cast<std::ptrdiff_t>(row - m_panRect.top) * m_panRect.Width();
+}
+
+double PanAverage::SumOfColumns(const double* values, const PanSpan& columns) const {
   double sum = 0.0;
   for (int x = FirstPixel(columns); x < EndPixel(columns); ++x) sum += Share(columns, x) * values[x - m_panRect.left];
   return sum;
@@ -115,20 +116,19 @@ bool PanAverage::LoadGrid(const CRect& msRect) {
   if (!ReadPan(columns, rows)) return false;
   if (m_panRect.Area() == 0) return true;
 
-  std::vector<double> sums(columns.size());
+  // Down the columns first, which is most of the work and goes along whole rows.
+  std::vector<double> sums(static_cast<std::size_t>(m_panRect.Width()));
   for (std::size_t r = 0; r < rows.size(); ++r) {
     const PanSpan& row = rows[r];
     if (!LiesInside(row, m_height)) continue;
-    std::fill(sums.begin(), sums.end(), 0.0);
+    ClearRow(m_panRect.Width(), sums.data());
     for (int panRow = FirstPixel(row); panRow < EndPixel(row); ++panRow) {
-      const double share = Share(row, panRow);
-      for (std::size_t c = 0; c < columns.size(); ++c) {
-        if (LiesInside(columns[c], m_width)) sums[c] += share * SumOfRow(panRow, columns[c]);
-      }
+      AddScaledRow(Row(panRow), Share(row, panRow), m_panRect.Width(), sums.data());
     }
     for (std::size_t c = 0; c < columns.size(); ++c) {
       if (!LiesInside(columns[c], m_width)) continue;
-      m_values[r * columns.size() + c] = sums[c] / ((row.last - row.first) * (columns[c].last - columns[c].first));
+      const double area = (row.last - row.first) * (columns[c].last - columns[c].first);
+      m_values[r * columns.size() + c] = SumOfColumns(sums.data(), columns[c]) / area;
     }
   }
   return true;
@@ -173,7 +173,7 @@ bool PanAverage::LoadPoints(const CRect& msRect) {
     if (!LiesInside(columns[i], m_width)) continue;
     double sum = 0.0;
     for (int panRow = FirstPixel(rows[i]); panRow < EndPixel(rows[i]); ++panRow) {
-      sum += Share(rows[i], panRow) * SumOfRow(panRow, columns[i]);
+      sum += Share(rows[i], panRow) * SumOfColumns(Row(panRow), columns[i]);
     }
     m_values[i] = sum / ((rows[i].last - rows[i].first) * (columns[i].last - columns[i].first));
   }

@@ -36,7 +36,9 @@ class PanAverage {
   bool LoadGrid(const CRect& msRect);
   bool LoadPoints(const CRect& msRect);
   bool ReadPan(const std::vector<PanSpan>& columns, const std::vector<PanSpan>& rows);
-  double SumOfRow(int row, const PanSpan& columns) const;
+  const double* Row(int row) const;
+  /// @param values of the rectangle read's columns
+  double SumOfColumns(const double* values, const PanSpan& columns) const;
 
   CRasterBand& m_band;
   double m_noData;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "platform/raster/pixel_type.h"
@@ -27,5 +28,8 @@ inline bool IsRepresentable(double value, PixelDataType type) {
     return !outside && (!Limits::is_integer || value == std::trunc(value));
   });
 }
+
+/// Makes every sample that is not a valid finite number a NaN, which spreads to whatever is computed from it.
+void MarkInvalid(double* values, std::int64_t count, double noData);
 
 }  // namespace platform
