@@ -12,9 +12,16 @@ namespace {
 FUSION_MULTIVERSION
 void CombineCubic(const double* line, const std::int32_t* first, const double* w0, const double* w1, const double* w2,
                   const double* w3, int n, double* out) {
-  for (int i = 0; i < n; ++i) {
-    const double* tap = line + first[i];
-    out[i] = 0.0 + w0[i] * tap[0] + w1[i] * tap[1] + w2[i] * tap[2] + w3[i] * tap[3];
+  // The four taps of a column are fetched together, which is faster than gathering each tap of several columns.
+  constexpr int kPiece = 64;
+  double taps[kPiece][4];
+  for (int begin = 0; begin < n; begin += kPiece) {
+    const int count = std::min(kPiece, n - begin);
+    for (int i = 0; i < count; ++i) std::copy_n(line + first[begin + i], 4, taps[i]);
+    for (int i = 0; i < count; ++i) {
+      const int at = begin + i;
+      out[at] = 0.0 + w0[at] * taps[i][0] + w1[at] * taps[i][1] + w2[at] * taps[i][2] + w3[at] * taps[i][3];
+    }
   }
 }
 
