@@ -5,32 +5,18 @@
 #include <limits>
 #include <vector>
 
+#include "evaluation/row_sums.h"
+
 namespace {
 
 constexpr int kBins = 256;
 
-void Widen(double value, double& minimum, double& maximum) {
-  if (value < minimum) minimum = value;
-  if (value > maximum) maximum = value;
-}
-
-void WidenRow(const double* values, int n, const platform::NoDataTest& isNoData, double& minimum, double& maximum) {
-  for (int i = 0; i < n; ++i) {
-    if (!isNoData(values[i])) Widen(values[i], minimum, maximum);
-  }
-}
-
-/// An undefined or negative bin counts in the first, one beyond the range in the last.
-int BinOf(double value, double minimum, double maximum) {
-  const double bin = (value - minimum) * 255.0 / (maximum - minimum);
-  if (bin >= kBins) return kBins - 1;
-  return bin > 0.0 ? static_cast<int>(bin) : 0;
-}
-
-void CountRow(const double* values, int n, const platform::NoDataTest& isNoData, double minimum, double maximum,
-              std::int64_t* counts) {
-  for (int i = 0; i < n; ++i) {
-    if (!isNoData(values[i])) ++counts[BinOf(values[i], minimum, maximum)];
+void CountRow(const double* values, int n, const platform::NoDataTest& noData, double minimum, double maximum,
+              std::vector<std::int32_t>& bins, std::int64_t* counts) {
+  bins.resize(static_cast<std::size_t>(n));
+  fusion::BinRow(values, n, noData, minimum, maximum, bins.data());
+  for (const std::int32_t bin : bins) {
+    if (bin >= 0) ++counts[bin];
   }
 }
 
@@ -117,22 +103,23 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
   const bool ranges = m_nProcessStep == 1;
   const platform::NoDataTest panNoData = PanNoData();
   std::vector<double> ms(static_cast<std::size_t>(width));
+  std::vector<std::int32_t> bins;
   for (int y = blockRect->top; y < blockRect->bottom; ++y) {
     const std::ptrdiff_t line = y - blockRect->top;
     const double* pan = panBuf + line * panRect->Width();
     if (ranges) {
-      WidenRow(pan, width, panNoData, m_dPanMin, m_dPanMax);
+      fusion::WidenRow(pan, pan, width, panNoData, m_dPanMin, m_dPanMax);
     } else {
-      CountRow(pan, width, panNoData, m_dPanMin, m_dPanMax, m_pPanHist);
+      CountRow(pan, width, panNoData, m_dPanMin, m_dPanMax, bins, m_pPanHist);
     }
     const double* fused = nullptr;
     for (int i = 0; i < fusionCount; ++i) {
       fused = fusionBufs[i] + line * width;
       const platform::NoDataTest noData = FusionNoData(static_cast<std::size_t>(i));
       if (ranges) {
-        WidenRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i]);
+        fusion::WidenRow(fused, fused, width, noData, m_pFusionMin[i], m_pFusionMax[i]);
       } else {
-        CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], m_pFusionHist + i * kBins);
+        CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], bins, m_pFusionHist + i * kBins);
       }
     }
     const std::int64_t* cells = Cells(1).Row(y, *blockRect, *mulRect);
@@ -140,12 +127,10 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
       const platform::NoDataTest noData = MulNoData(static_cast<std::size_t>(j));
       fusion::Gather(mulBufs[j], cells, width, ms.data());
       if (!ranges) {
-        CountRow(ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], m_pMulHist + j * kBins);
-        continue;
-      }
-      // The range is widened by the last fused band's value where the multispectral value is valid.
-      for (int x = 0; x < width; ++x) {
-        if (!noData(ms[static_cast<std::size_t>(x)])) Widen(fused[x], m_pMulMin[j], m_pMulMax[j]);
+        CountRow(ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], bins, m_pMulHist + j * kBins);
+      } else {
+        // The range is widened by the last fused band's value where the multispectral value is valid.
+        fusion::WidenRow(fused, ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j]);
       }
     }
   }

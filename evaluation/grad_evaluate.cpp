@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "evaluation/row_sums.h"
+
 /// A row and the row below it, of both bands of a pair.
 struct CGradEvaluate::RowPair {
   const double* ms;
@@ -64,65 +66,42 @@ void CGradEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, doubl
   }
 }
 
-namespace {
-
-/// Adds the gradients of a row; valid answers for a column whether its pixels count.
-template <typename Valid>
-void AddGradients(const double* row, const double* below, int n, const Valid& valid, double& dx2Sum, double& dy2Sum,
-                  double& gradientSum, std::int64_t& count) {
-  double dx2 = dx2Sum;
-  double dy2 = dy2Sum;
-  double gradients = gradientSum;
-  std::int64_t counted = 0;
-  for (int x = 0; x < n; ++x) {
-    if (!valid(x)) continue;
-    const double right = row[x + 1] - row[x];
-    const double down = below[x] - row[x];
-    dx2 += right * right;
-    dy2 += down * down;
-    gradients += std::sqrt(right * right + down * down);
-    ++counted;
-  }
-  dx2Sum = dx2;
-  dy2Sum = dy2;
-  gradientSum = gradients;
-  count += counted;
+/// Which pixels of a row count: those whose value, right neighbour and pixel below are not no-data.
+/// @param tested the values that stand for the pixels' own
+const double* CGradEvaluate::ValidGradients(const double* tested, const double* row, const double* below, int n,
+                                            const platform::NoDataTest& noData) {
+  m_valid.assign(static_cast<std::size_t>(n), 1.0);
+  for (const double* values : {tested, row + 1, below}) fusion::DropNoData(values, n, noData, m_valid.data());
+  return m_valid.data();
 }
 
-}  // namespace
-
 void CGradEvaluate::AddMulRow(std::size_t i, const RowPair& rows, int n) {
-  const platform::NoDataTest noData = MulNoData(i);
-  const auto valid = [&](int x) { return !noData(rows.ms[x]) && !noData(rows.ms[x + 1]) && !noData(rows.msBelow[x]); };
-  AddGradients(rows.ms, rows.msBelow, n, valid, m_pMulDx2Sum[i], m_pMulDy2Sum[i], m_pMulMeanGrad[i], m_pMulCount[i]);
+  const double* valid = ValidGradients(rows.ms, rows.ms, rows.msBelow, n, MulNoData(i));
+  const fusion::GradientSums sums = fusion::SumGradients(rows.ms, rows.msBelow, valid, n);
+  m_pMulDx2Sum[i] += sums.dx2;
+  m_pMulDy2Sum[i] += sums.dy2;
+  m_pMulMeanGrad[i] += sums.gradients;
+  m_pMulCount[i] += static_cast<std::int64_t>(sums.count);
 }
 
 void CGradEvaluate::AddFusionRow(std::size_t i, const RowPair& rows, int n) {
-  const platform::NoDataTest noData = FusionNoData(i);
   // The first test is made on the multispectral value, with the fused band's no-data value.
-  const auto valid = [&](int x) {
-    return !noData(rows.ms[x]) && !noData(rows.fused[x + 1]) && !noData(rows.fusedBelow[x]);
-  };
-  AddGradients(rows.fused, rows.fusedBelow, n, valid, m_pFusionDx2Sum[i], m_pFusionDy2Sum[i], m_pFusionMeanGrad[i],
-               m_pFusionCount[i]);
+  const double* valid = ValidGradients(rows.ms, rows.fused, rows.fusedBelow, n, FusionNoData(i));
+  const fusion::GradientSums sums = fusion::SumGradients(rows.fused, rows.fusedBelow, valid, n);
+  m_pFusionDx2Sum[i] += sums.dx2;
+  m_pFusionDy2Sum[i] += sums.dy2;
+  m_pFusionMeanGrad[i] += sums.gradients;
+  m_pFusionCount[i] += static_cast<std::int64_t>(sums.count);
 }
 
 void CGradEvaluate::AddDifferenceRow(std::size_t i, const RowPair& rows, int n) {
-  const platform::NoDataTest fusedNoData = FusionNoData(i);
-  const platform::NoDataTest msNoData = MulNoData(i);
-  double absolute = m_pAbsDiffSum[i];
-  double squares = m_pSquareDiffSum[i];
-  std::int64_t counted = 0;
-  for (int x = 0; x < n; ++x) {
-    if (fusedNoData(rows.fused[x]) || msNoData(rows.ms[x])) continue;
-    const double d = rows.ms[x] - rows.fused[x];
-    absolute += std::fabs(d);
-    squares += d * d;
-    ++counted;
-  }
-  m_pAbsDiffSum[i] = absolute;
-  m_pSquareDiffSum[i] = squares;
-  m_pDiffCount[i] += counted;
+  m_valid.assign(static_cast<std::size_t>(n), 1.0);
+  fusion::DropNoData(rows.fused, n, FusionNoData(i), m_valid.data());
+  fusion::DropNoData(rows.ms, n, MulNoData(i), m_valid.data());
+  const fusion::DifferenceSums sums = fusion::SumDifferences(rows.fused, rows.ms, m_valid.data(), n);
+  m_pAbsDiffSum[i] += sums.absolute;
+  m_pSquareDiffSum[i] += sums.squares;
+  m_pDiffCount[i] += static_cast<std::int64_t>(sums.count);
 }
 
 void CGradEvaluate::EndProccess() {

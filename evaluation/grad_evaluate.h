@@ -38,9 +38,12 @@ class FUSION_API CGradEvaluate : public CFusionEvaluate {
 
  private:
   struct RowPair;
+  const double* ValidGradients(const double* tested, const double* row, const double* below, int n,
+                               const platform::NoDataTest& noData);
   void AddMulRow(std::size_t i, const RowPair& rows, int n);
   void AddFusionRow(std::size_t i, const RowPair& rows, int n);
   void AddDifferenceRow(std::size_t i, const RowPair& rows, int n);
 
   FusionEvaluateParam m_gradParam;
+  std::vector<double> m_valid;  ///< scratch: for each pixel of a row whether it counts
 };

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "evaluation/row_sums.h"
+
 CStatisticEvaluate::CStatisticEvaluate(FusionEvaluateParam* param)
     : CFusionEvaluate(param), m_statisticParam(m_param) {}
 CStatisticEvaluate::~CStatisticEvaluate() = default;
@@ -42,60 +44,27 @@ void CStatisticEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, 
 }
 
 void CStatisticEvaluate::AddSums(std::size_t i, const double* fused, const double* ms, int n) {
-  const auto add = [n](const double* values, const platform::NoDataTest& isNoData, double& total, std::int64_t& count) {
-    double sum = total;
-    for (int x = 0; x < n; ++x) {
-      if (isNoData(values[x])) continue;
-      sum += values[x];
-      ++count;
-    }
-    total = sum;
-  };
-  add(fused, FusionNoData(i), m_pFusionSum[i], m_pFusionCount[i]);
-  add(ms, MulNoData(i), m_pMulSum[i], m_pMulCount[i]);
+  fusion::SumRow(fused, n, FusionNoData(i), m_pFusionSum[i], m_pFusionCount[i]);
+  fusion::SumRow(ms, n, MulNoData(i), m_pMulSum[i], m_pMulCount[i]);
 }
 
 void CStatisticEvaluate::AddDeviations(std::size_t i, const double* fused, const double* ms, int n) {
-  const platform::NoDataTest fusedNoData = FusionNoData(i);
-  const platform::NoDataTest msNoData = MulNoData(i);
-  const double fusedMean = m_pFusionSum[i] / static_cast<double>(m_pFusionCount[i]);
-  const double msMean = m_pMulSum[i] / static_cast<double>(m_pMulCount[i]);
-  m_pFusionMean[i] = fusedMean;
-  m_pMulMean[i] = msMean;
-
-  // Sums in registers: each is a chain of its own.
-  double fusedSquares = m_pFusionStdDev[i];
-  double msSquares = m_pMulStdDev[i];
-  double products = m_pCovSum[i];
-  double errors = m_pRelativeError[i];
-  double powers = m_pFusionSquareSum[i];
-  double deviations = m_pRelativeDeviation[i];
-  std::int64_t pairs = 0;
-  std::int64_t nonZero = 0;
-  for (int x = 0; x < n; ++x) {
-    const double f = fused[x];
-    const double m = ms[x];
-    const bool fusedValid = !fusedNoData(f);
-    const bool msValid = !msNoData(m);
-    if (fusedValid) fusedSquares += (f - fusedMean) * (f - fusedMean);
-    if (msValid) msSquares += (m - msMean) * (m - msMean);
-    if (!fusedValid || !msValid) continue;
-    products += (m - msMean) * (f - fusedMean);
-    errors += (f - m) * (f - m);
-    powers += f * f;
-    ++pairs;
-    if (m == 0.0) continue;
-    deviations += std::fabs((m - f) / m);
-    ++nonZero;
-  }
-  m_pFusionStdDev[i] = fusedSquares;
-  m_pMulStdDev[i] = msSquares;
-  m_pCovSum[i] = products;
-  m_pRelativeError[i] = errors;
-  m_pFusionSquareSum[i] = powers;
-  m_pRelativeDeviation[i] = deviations;
-  m_pPairCount[i] += pairs;
-  m_pNonZeroCount[i] += nonZero;
+  m_pFusionMean[i] = m_pFusionSum[i] / static_cast<double>(m_pFusionCount[i]);
+  m_pMulMean[i] = m_pMulSum[i] / static_cast<double>(m_pMulCount[i]);
+  m_fusedValid.assign(static_cast<std::size_t>(n), 1.0);
+  m_msValid.assign(static_cast<std::size_t>(n), 1.0);
+  fusion::DropNoData(fused, n, FusionNoData(i), m_fusedValid.data());
+  fusion::DropNoData(ms, n, MulNoData(i), m_msValid.data());
+  const fusion::PairSums sums =
+      fusion::SumPairs(fused, ms, m_fusedValid.data(), m_msValid.data(), n, m_pFusionMean[i], m_pMulMean[i]);
+  m_pFusionStdDev[i] += sums.fusedSquares;
+  m_pMulStdDev[i] += sums.msSquares;
+  m_pCovSum[i] += sums.products;
+  m_pRelativeError[i] += sums.errors;
+  m_pFusionSquareSum[i] += sums.powers;
+  m_pRelativeDeviation[i] += sums.deviations;
+  m_pPairCount[i] += static_cast<std::int64_t>(sums.pairs);
+  m_pNonZeroCount[i] += static_cast<std::int64_t>(sums.nonZero);
 }
 
 void CStatisticEvaluate::EndProccess() {

@@ -39,4 +39,6 @@ class FUSION_API CStatisticEvaluate : public CFusionEvaluate {
   void AddDeviations(std::size_t i, const double* fused, const double* ms, int n);
 
   FusionEvaluateParam m_statisticParam;
+  std::vector<double> m_fusedValid;  ///< scratch: for each pixel of a row whether it is valid
+  std::vector<double> m_msValid;
 };

@@ -1,0 +1,194 @@
+#include "evaluation/row_sums.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include "platform/system/multiversion.h"
+
+namespace fusion {
+namespace {
+
+// Few enough to be added up once a row, enough for the loops over them to pay for their calls.
+constexpr int kLanes = 128;
+
+/// The lanes of Count sums.
+template <std::size_t Count>
+class Lanes {
+ public:
+  double* operator[](std::size_t i) { return m_values[i]; }
+  double Total(std::size_t i) const { return std::accumulate(m_values[i], m_values[i] + kLanes, 0.0); }
+
+ private:
+  double m_values[Count][kLanes] = {};
+};
+
+/// Calls work(first, count) for the pieces of a row that fill the lanes once.
+template <typename Work>
+void ForPieces(int n, const Work& work) {
+  for (int first = 0; first < n; first += kLanes) work(first, std::min(kLanes, n - first));
+}
+
+/// NoDataTest for samples as they were read, without a branch that depends on one.
+struct SampleTest {
+  explicit SampleTest(const platform::NoDataTest& test)
+      : noData(std::numeric_limits<double>::quiet_NaN()), isNan(test.declared && std::isnan(test.value)) {
+    if (test.declared) noData = test.asFloat ? static_cast<double>(static_cast<float>(test.value)) : test.value;
+  }
+  bool IsValid(double v) const { return isNan ? v == v : v != noData; }
+
+  double noData;  ///< NaN, which equals nothing, where there is none
+  bool isNan;
+};
+
+FUSION_MULTIVERSION
+void TestPiece(const double* values, int n, SampleTest test, double* valid) {
+  for (int i = 0; i < n; ++i) valid[i] = test.IsValid(values[i]) ? valid[i] : 0.0;
+}
+
+FUSION_MULTIVERSION
+void WidenPiece(const double* values, const double* tested, int n, SampleTest test, double* __restrict low,
+                double* __restrict high) {
+  for (int i = 0; i < n; ++i) {
+    const bool valid = test.IsValid(tested[i]);
+    const double v = values[i];
+    low[i] = valid & (v < low[i]) ? v : low[i];
+    high[i] = valid & (v > high[i]) ? v : high[i];
+  }
+}
+
+FUSION_MULTIVERSION
+void BinPiece(const double* values, int n, SampleTest test, double minimum, double maximum,
+              std::int32_t* __restrict bins) {
+  for (int i = 0; i < n; ++i) {
+    const double position = (values[i] - minimum) * 255.0 / (maximum - minimum);
+    double bin = position > 0.0 ? position : 0.0;
+    bin = bin < 255.0 ? bin : 255.0;
+    const auto whole = static_cast<std::int32_t>(bin);
+    bins[i] = test.IsValid(values[i]) ? whole : -1;
+  }
+}
+
+FUSION_MULTIVERSION
+void SumPiece(const double* values, int n, SampleTest test, double* __restrict sum, double* __restrict count) {
+  for (int i = 0; i < n; ++i) {
+    const bool valid = test.IsValid(values[i]);
+    const double v = values[i];
+    sum[i] += valid ? v : 0.0;
+    count[i] += valid ? 1.0 : 0.0;
+  }
+}
+
+FUSION_MULTIVERSION
+void PairPiece(const double* fused, const double* ms, const double* fusedValid, const double* msValid, int n,
+               double fusedMean, double msMean, double* __restrict fusedSquares, double* __restrict msSquares,
+               double* __restrict products, double* __restrict errors, double* __restrict powers,
+               double* __restrict deviations, double* __restrict pairs, double* __restrict nonZero) {
+  for (int i = 0; i < n; ++i) {
+    const double f = fused[i];
+    const double m = ms[i];
+    const double difference = m - f;
+    const double fromFusedMean = f - fusedMean;
+    const double fromMsMean = m - msMean;
+    const double both = fusedValid[i] * msValid[i];
+    const double divides = m != 0.0 ? both : 0.0;
+    const double relative = std::fabs(difference / m);
+    fusedSquares[i] += fusedValid[i] != 0.0 ? fromFusedMean * fromFusedMean : 0.0;
+    msSquares[i] += msValid[i] != 0.0 ? fromMsMean * fromMsMean : 0.0;
+    products[i] += both != 0.0 ? fromMsMean * fromFusedMean : 0.0;
+    errors[i] += both != 0.0 ? difference * difference : 0.0;
+    powers[i] += both != 0.0 ? f * f : 0.0;
+    deviations[i] += divides != 0.0 ? relative : 0.0;
+    pairs[i] += both;
+    nonZero[i] += divides;
+  }
+}
+
+FUSION_MULTIVERSION
+void GradientPiece(const double* row, const double* below, const double* valid, int n, double* __restrict dx2,
+                   double* __restrict dy2, double* __restrict gradients, double* __restrict count) {
+  for (int i = 0; i < n; ++i) {
+    const double right = row[i + 1] - row[i];
+    const double down = below[i] - row[i];
+    const double rightSquare = right * right;
+    const double downSquare = down * down;
+    const double gradient = std::sqrt(rightSquare + downSquare);
+    const bool counts = valid[i] != 0.0;
+    dx2[i] += counts ? rightSquare : 0.0;
+    dy2[i] += counts ? downSquare : 0.0;
+    gradients[i] += counts ? gradient : 0.0;
+    count[i] += valid[i];
+  }
+}
+
+FUSION_MULTIVERSION
+void DifferencePiece(const double* fused, const double* ms, const double* valid, int n, double* __restrict absolute,
+                     double* __restrict squares, double* __restrict count) {
+  for (int i = 0; i < n; ++i) {
+    const double d = ms[i] - fused[i];
+    const double distance = std::fabs(d);
+    const double square = d * d;
+    absolute[i] += valid[i] != 0.0 ? distance : 0.0;
+    squares[i] += valid[i] != 0.0 ? square : 0.0;
+    count[i] += valid[i];
+  }
+}
+
+}  // namespace
+
+void DropNoData(const double* values, int n, const platform::NoDataTest& test, double* valid) {
+  if (test.declared) TestPiece(values, n, SampleTest(test), valid);
+}
+
+void WidenRow(const double* values, const double* tested, int n, const platform::NoDataTest& test, double& minimum,
+              double& maximum) {
+  Lanes<2> lanes;
+  std::fill_n(lanes[0], kLanes, minimum);
+  std::fill_n(lanes[1], kLanes, maximum);
+  ForPieces(n, [&](int first, int count) {
+    WidenPiece(values + first, tested + first, count, SampleTest(test), lanes[0], lanes[1]);
+  });
+  minimum = *std::min_element(lanes[0], lanes[0] + kLanes);
+  maximum = *std::max_element(lanes[1], lanes[1] + kLanes);
+}
+
+void BinRow(const double* values, int n, const platform::NoDataTest& test, double minimum, double maximum,
+            std::int32_t* bins) {
+  BinPiece(values, n, SampleTest(test), minimum, maximum, bins);
+}
+
+void SumRow(const double* values, int n, const platform::NoDataTest& test, double& sum, std::int64_t& count) {
+  Lanes<2> lanes;
+  ForPieces(n, [&](int first, int size) { SumPiece(values + first, size, SampleTest(test), lanes[0], lanes[1]); });
+  sum += lanes.Total(0);
+  count += static_cast<std::int64_t>(lanes.Total(1));
+}
+
+PairSums SumPairs(const double* fused, const double* ms, const double* fusedValid, const double* msValid, int n,
+                  double fusedMean, double msMean) {
+  Lanes<8> lanes;
+  ForPieces(n, [&](int i, int count) {
+    PairPiece(fused + i, ms + i, fusedValid + i, msValid + i, count, fusedMean, msMean, lanes[0], lanes[1], lanes[2],
+              lanes[3], lanes[4], lanes[5], lanes[6], lanes[7]);
+  });
+  return {lanes.Total(0), lanes.Total(1), lanes.Total(2), lanes.Total(3),
+          lanes.Total(4), lanes.Total(5), lanes.Total(6), lanes.Total(7)};
+}
+
+GradientSums SumGradients(const double* row, const double* below, const double* valid, int n) {
+  Lanes<4> lanes;
+  ForPieces(n, [&](int i, int count) {
+    GradientPiece(row + i, below + i, valid + i, count, lanes[0], lanes[1], lanes[2], lanes[3]);
+  });
+  return {lanes.Total(0), lanes.Total(1), lanes.Total(2), lanes.Total(3)};
+}
+
+DifferenceSums SumDifferences(const double* fused, const double* ms, const double* valid, int n) {
+  Lanes<3> lanes;
+  ForPieces(
+      n, [&](int i, int count) { DifferencePiece(fused + i, ms + i, valid + i, count, lanes[0], lanes[1], lanes[2]); });
+  return {lanes.Total(0), lanes.Total(1), lanes.Total(2)};
+}
+
+}  // namespace fusion
