@@ -60,8 +60,7 @@ class OpenedRun : public Algorithm {
   fusion::RowSource Rows() {
     fusion::BlockSet& b = *m_blocks;
     return this->MakeRowSource({b.pan[0], &b.panRect, nullptr, b.ms.Pointers(), static_cast<int>(b.ms.Count()),
-                                &b.msRect, Type(), BandCount(), &b.dstBlock, nullptr},
-                               {});
+                                &b.msRect, Type(), BandCount(), &b.dstBlock, nullptr});
   }
 
   /// Writes one block of the output.
