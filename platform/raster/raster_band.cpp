@@ -141,10 +141,26 @@ int CRasterBand::ReadBlock(int left, int top, int width, int height, void* buffe
 
 int CRasterBand::ReadSamples(const CRect& rect, double* values, bool& gaps) {
   gaps = false;
-  const int result = Transfer(false, rect, values, rect.Width(), rect.Height(), PDT_FLOAT64, 0, 0);
-  if (result != 0 || !m_bGaps) return result;
-  gaps = platform::ClearNoData(platform::NoDataSample(*this), values, rect.Area());
-  return !m_bMask || ClearMasked(rect, values, gaps) ? 0 : kFailed;
+  if (!m_bGaps) return Transfer(false, rect, values, rect.Width(), rect.Height(), PDT_FLOAT64, 0, 0);
+  // Where no block of the file is decoded twice for it, pieces that are still in the processor's cache when they are
+  // looked through.
+  constexpr std::int64_t kPiece = 1 << 15;
+  const int width = rect.Width();
+  const std::int64_t blockValues = std::int64_t{m_nBlockYSize} * width;
+  const int step = width > 0 && blockValues <= kPiece ? static_cast<int>(kPiece / blockValues) * m_nBlockYSize
+                                                      : std::max(rect.Height(), 1);
+  // Pieces end where blocks do.
+  int top = rect.top;
+  do {
+    const std::int64_t next = step < rect.Height() ? (std::int64_t{top} / step + 1) * step : rect.bottom;
+    const CRect piece(rect.left, top, rect.right, static_cast<int>(std::min<std::int64_t>(next, rect.bottom)));
+    if (Transfer(false, piece, values, width, piece.Height(), PDT_FLOAT64, 0, 0) != 0) return kFailed;
+    if (platform::ClearNoData(platform::NoDataSample(*this), values, piece.Area())) gaps = true;
+    if (m_bMask && !ClearMasked(piece, values, gaps)) return kFailed;
+    values += piece.Area();
+    top = piece.bottom;
+  } while (top < rect.bottom);
+  return 0;
 }
 
 bool CRasterBand::ClearMasked(const CRect& rect, double* values, bool& gaps) {
