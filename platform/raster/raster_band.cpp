@@ -207,8 +207,8 @@ bool CRasterBand::MayHoldGaps() const { return m_bGaps; }
 /// Hands on the samples of one window of bounded size after another until visit answers false. False after a failed
 /// read.
 template <typename Visit>
-bool CRasterBand::ForEachWindow(const Visit& visit) {
-  const CRect step = platform::ReadWindow(*this, std::int64_t{1} << 20);
+bool CRasterBand::ForEachWindow(std::int64_t mostValues, const Visit& visit) {
+  const CRect step = platform::ReadWindow(*this, mostValues);
   const int across = (GetWidth() + step.right - 1) / step.right;
   const int down = (GetHeight() + step.bottom - 1) / step.bottom;
   const auto window = [&](int i) {
@@ -236,7 +236,7 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
   *minimum = *maximum = *mean = *stdDev = 0.0;
   platform::RowStatistics statistics(platform::NoDataSample(*this));
   bool cancelled = false;
-  const bool read = ForEachWindow([&](const double* values, std::int64_t count) {
+  const bool read = ForEachWindow(std::int64_t{1} << 20, [&](const double* values, std::int64_t count) {
     statistics.Add(values, count);
     cancelled = progress && progress->IsCancelRequested();
     return !cancelled;
@@ -251,10 +251,12 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
 
 bool CRasterBand::HasValidPixel() {
   platform::RowStatistics statistics(platform::NoDataSample(*this));
-  return ForEachWindow([&](const double* values, std::int64_t count) {
-           statistics.Add(values, count);
-           return statistics.Count() == 0;
-         }) &&
+  // Most images have one in the first rows.
+  return ForEachWindow(std::int64_t{1} << 16,
+                       [&](const double* values, std::int64_t count) {
+                         statistics.Add(values, count);
+                         return statistics.Count() == 0;
+                       }) &&
          statistics.Count() > 0;
 }
 

@@ -62,7 +62,7 @@ class FUSION_API CRasterBand {
 
  private:
   template <typename Visit>
-  bool ForEachWindow(const Visit& visit);
+  bool ForEachWindow(std::int64_t mostValues, const Visit& visit);
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
   bool ClearMasked(const CRect& rect, double* values, bool& gaps);
