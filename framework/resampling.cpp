@@ -85,13 +85,6 @@ bool BilinearFitsRow(double y, const CRect& rect) {
   return iy < rect.bottom - 1 && iy >= 0;
 }
 
-double CubicWeight(double t) {
-  const double s = std::fabs(t);
-  if (s < 1.0) return 1.0 - 2.0 * s * s + s * s * s;
-  if (s < 2.0) return 4.0 - 8.0 * s + 5.0 * s * s - s * s * s;
-  return 0.0;
-}
-
 NearestTap MakeNearestTap(double position, int origin, int size) {
   const std::int64_t index = static_cast<std::int64_t>(static_cast<int>(Sane(position) + 0.5)) - origin;
   // The upper clamp is one past the last sample.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 
 #include "platform/algorithm/string_param_parser.h"
@@ -14,7 +15,14 @@ bool BilinearFitsColumn(double x, const CRect& rect);
 bool BilinearFitsRow(double y, const CRect& rect);
 
 /// Cubic convolution with parameter -1 (Keys, Cubic convolution interpolation for digital image processing, 1981).
-double CubicWeight(double t);
+/// Without a branch, for loops that vectorise.
+inline double CubicWeight(double t) {
+  const double s = std::fabs(t);
+  const double near = 1.0 - 2.0 * s * s + s * s * s;
+  const double far = 4.0 - 8.0 * s + 5.0 * s * s - s * s * s;
+  const double beyond = s < 2.0 ? far : 0.0;
+  return s < 1.0 ? near : beyond;
+}
 
 /// The taps of one axis: the first sample, relative to the rectangle, and a weight for each that follows.
 struct NearestTap {

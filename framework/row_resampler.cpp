@@ -2,62 +2,17 @@
 
 #include <algorithm>
 
-#include "platform/system/multiversion.h"
+#include "framework/resampling_passes.h"
 
 namespace fusion {
-namespace {
-
-// The passes add in the order of ResamplePoint, so that every bit agrees.
-
-FUSION_MULTIVERSION
-void CombineCubic(const double* line, const std::int32_t* first, const double* w0, const double* w1, const double* w2,
-                  const double* w3, int n, double* out) {
-  // The four taps of a column are fetched together, which is faster than gathering each tap of several columns.
-  constexpr int kPiece = 64;
-  double taps[kPiece][4];
-  for (int begin = 0; begin < n; begin += kPiece) {
-    const int count = std::min(kPiece, n - begin);
-    for (int i = 0; i < count; ++i) std::copy_n(line + first[begin + i], 4, taps[i]);
-    for (int i = 0; i < count; ++i) {
-      const int at = begin + i;
-      out[at] = 0.0 + w0[at] * taps[i][0] + w1[at] * taps[i][1] + w2[at] * taps[i][2] + w3[at] * taps[i][3];
-    }
-  }
-}
-
-FUSION_MULTIVERSION
-void BlendCubic(const double* l0, const double* l1, const double* l2, const double* l3, const double* w, int n,
-                double* out) {
-  const double w0 = w[0];
-  const double w1 = w[1];
-  const double w2 = w[2];
-  const double w3 = w[3];
-  for (int i = 0; i < n; ++i) out[i] = 0.0 + w0 * l0[i] + w1 * l1[i] + w2 * l2[i] + w3 * l3[i];
-}
-
-FUSION_MULTIVERSION
-void CombineLinear(const double* line, const std::int32_t* first, const std::int32_t* second, const double* toFirst,
-                   const double* toSecond, int n, double* out) {
-  for (int i = 0; i < n; ++i) out[i] = toFirst[i] * line[second[i]] + toSecond[i] * line[first[i]];
-}
-
-FUSION_MULTIVERSION
-void BlendLinear(const double* upper, const double* lower, double toSecond, double toFirst, int n, double* out) {
-  for (int i = 0; i < n; ++i) out[i] = upper[i] * toSecond + lower[i] * toFirst;
-}
-
-void PickNearest(const double* line, const std::int32_t* index, int n, double* out) {
-  for (int i = 0; i < n; ++i) out[i] = line[index[i]];
-}
-
-}  // namespace
 
 RowResampler::RowResampler(ResampleType type, const double* const* bands, int bandCount, const CRect& rect)
     : m_type(type),
       m_bands(bands, bands + bandCount),
       m_rect(rect),
       m_stride(static_cast<std::int64_t>(rect.right) - rect.left),
-      m_point(static_cast<std::size_t>(bandCount)) {}
+      m_point(static_cast<std::size_t>(bandCount)),
+      m_points(type, bands, bandCount, rect) {}
 
 bool RowResampler::IsFastColumn(double x) const {
   switch (m_type) {
@@ -196,14 +151,6 @@ void RowResampler::ResampleRow(double y, double* const* out) {
   ResampleSlow(y, 0, m_fastBegin, out);
   ResampleFast(y, out);
   ResampleSlow(y, m_fastEnd, count, out);
-}
-
-void RowResampler::ResamplePoints(const double* x, const double* y, int count, double* const* out) {
-  for (int i = 0; i < count; ++i) {
-    std::fill(m_point.begin(), m_point.end(), 0.0);
-    ResamplePoint(m_type, x[i], y[i], m_bands.data(), static_cast<int>(m_bands.size()), m_rect, m_point.data());
-    for (std::size_t b = 0; b < m_point.size(); ++b) out[b][i] = m_point[b];
-  }
 }
 
 }  // namespace fusion

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "framework/point_resampler.h"
 #include "framework/resampling.h"
 
 namespace fusion {
@@ -20,7 +21,9 @@ class RowResampler {
   /// One row of values per band at the columns set and the row position y.
   void ResampleRow(double y, double* const* out);
   /// One row of values per band at arbitrary positions.
-  void ResamplePoints(const double* x, const double* y, int count, double* const* out);
+  void ResamplePoints(const double* x, const double* y, int count, double* const* out) {
+    m_points.Resample(x, y, count, out);
+  }
 
  private:
   struct Line {
@@ -47,6 +50,7 @@ class RowResampler {
   std::vector<double> m_weights[4];    ///< weight of each tap
   Line m_lines[4];                     ///< the last rows combined along their columns, by row modulo 4
   std::vector<double> m_point;
+  PointResampler m_points;
 };
 
 }  // namespace fusion
