@@ -3,7 +3,7 @@
 /// Compiles a hot loop for the baseline and for the wider vector units, chosen when the library is loaded.
 /// Floating-point contraction is off in every version, so all of them give the same bits.
 #if defined(__x86_64__) && defined(__linux__) && defined(__GNUC__) && !defined(__clang__) && \
-    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(FUSION_SINGLE_VERSION)
 #define FUSION_MULTIVERSION __attribute__((target_clones("default", "arch=x86-64-v3", "arch=x86-64-v4")))
 #else
 #define FUSION_MULTIVERSION

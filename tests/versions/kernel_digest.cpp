@@ -1,0 +1,180 @@
+// Runs the library's hot loops over made-up rows and prints every result bit for bit. Built once for each instruction
+// set, so that the outputs can be compared.
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "evaluation/row_sums.h"
+#include "framework/resampling_passes.h"
+#include "framework/row_math.h"
+#include "platform/algorithm/value_conversion.h"
+#include "platform/raster/no_data.h"
+#include "platform/raster/row_statistics.h"
+
+namespace {
+
+using Row = std::vector<double>;
+
+/// Fowler-Noll-Vo over the bytes of the results, printed with a name for each loop.
+class Digest {
+ public:
+  template <typename T>
+  void Add(const T* values, std::size_t n) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(values);
+    for (std::size_t i = 0; i < n * sizeof(T); ++i) m_hash = (m_hash ^ bytes[i]) * 1099511628211ULL;
+  }
+  void Add(const Row& row) {
+    // Which NaN a NaN is differs between instructions and means nothing.
+    for (double v : row) {
+      if (std::isnan(v)) v = std::numeric_limits<double>::quiet_NaN();
+      Add(&v, 1);
+    }
+  }
+  void Print(const std::string& name) {
+    std::printf("%s %016llx\n", name.c_str(), static_cast<unsigned long long>(m_hash));
+    m_hash = 14695981039346656037ULL;
+  }
+
+ private:
+  std::uint64_t m_hash = 14695981039346656037ULL;
+};
+
+/// Ordinary samples with some of everything that is not.
+Row MakeRow(std::mt19937& random, int n) {
+  std::uniform_real_distribution<double> usual(-3000.0, 70000.0);
+  std::uniform_int_distribution<int> kind(0, 39);
+  const double odd[] = {0.0, -0.0, INFINITY, -INFINITY, NAN, 1e300, -1e300, 5e-324, 65535.5, -32768.9};
+  Row row;
+  for (int i = 0; i < n; ++i) {
+    const int k = kind(random);
+    row.push_back(k < 10 ? odd[k] : usual(random));
+  }
+  return row;
+}
+
+std::vector<std::int32_t> MakeIndices(std::mt19937& random, int n, int most) {
+  std::uniform_int_distribution<std::int32_t> any(0, most);
+  std::vector<std::int32_t> indices;
+  for (int i = 0; i < n; ++i) indices.push_back(any(random));
+  return indices;
+}
+
+void DigestResampling(std::mt19937& random, int n, Digest& digest) {
+  const Row line = MakeRow(random, n + 4);
+  const auto first = MakeIndices(random, n, n);
+  const auto second = MakeIndices(random, n, n);
+  Row fraction(static_cast<std::size_t>(n));
+  for (double& f : fraction) f = std::generate_canonical<double, 53>(random);
+  Row weights[4] = {fraction, fraction, fraction, fraction};
+  double* const pointers[] = {weights[0].data(), weights[1].data(), weights[2].data(), weights[3].data()};
+  fusion::CubicWeights(fraction.data(), n, pointers);
+  for (const Row& w : weights) digest.Add(w);
+  Row out(fraction);
+  fusion::CombineCubic(line.data(), first.data(), pointers[0], pointers[1], pointers[2], pointers[3], n, out.data());
+  digest.Add(out);
+  fusion::BlendCubic(line.data(), line.data() + 1, line.data() + 2, line.data() + 3, fraction.data(), n, out.data());
+  digest.Add(out);
+  const double* const lines[] = {line.data(), line.data() + 1, line.data() + 2, line.data() + 3};
+  fusion::BlendCubicPoints(lines, pointers, n, out.data());
+  digest.Add(out);
+  fusion::CombineLinear(line.data(), first.data(), second.data(), weights[1].data(), weights[2].data(), n, out.data());
+  digest.Add(out);
+  fusion::BlendLinear(line.data(), line.data() + 1, 0.3, 0.7, n, out.data());
+  digest.Add(out);
+  fusion::BlendLinearPoints(line.data(), line.data() + 1, weights[0].data(), weights[1].data(), n, out.data());
+  digest.Add(out);
+  fusion::AddRow(line.data(), n, out.data());
+  fusion::AddScaledRow(line.data() + 2, 0.1, n, out.data());
+  digest.Add(out);
+}
+
+void DigestConversion(std::mt19937& random, int n, Digest& digest) {
+  const Row row = MakeRow(random, n);
+  for (int type = PDT_UINT8; type <= PDT_FLOAT64; ++type) {
+    for (const bool stretch : {false, true}) {
+      platform::ValueConversion conversion;
+      conversion.m_dOutMin = type == PDT_INT16 ? -32768.0 : 0.0;
+      conversion.m_dOutMax = type == PDT_UINT8 ? 255.0 : 32767.0;
+      conversion.m_dSrcMax = 60000.0;
+      conversion.m_bStretch = stretch;
+      std::vector<unsigned char> out(row.size() * sizeof(double), 0);
+      conversion.ConvertRow(static_cast<PixelDataType>(type), row.data(), out.data(), row.size());
+      if (type >= PDT_FLOAT32) continue;  // a NaN stays one, of whichever bits
+      digest.Add(out.data(), out.size());
+    }
+  }
+}
+
+void DigestStatistics(std::mt19937& random, int n, Digest& digest) {
+  std::uniform_real_distribution<double> usual(-100.0, 100.0);
+  Row a;
+  Row b;
+  for (int i = 0; i <= n; ++i) {
+    a.push_back(i % 7 == 3 ? -5.0 : usual(random));
+    b.push_back(i % 11 == 4 ? NAN : usual(random));
+  }
+  for (const double noData : {-5.0, static_cast<double>(NAN)}) {
+    platform::RowStatistics statistics(noData);
+    statistics.Add(a.data(), n);
+    statistics.Add(b.data(), n);
+    digest.Add({statistics.Minimum(), statistics.Maximum(), statistics.Mean(), statistics.StdDev()});
+    const platform::NoDataTest test{true, false, noData};
+    Row valid(a.size(), 1.0);
+    fusion::DropNoData(a.data(), n, test, valid.data());
+    fusion::DropNoData(b.data(), n, test, valid.data());
+    digest.Add(valid);
+    double low = 1e10;
+    double high = -1e10;
+    fusion::WidenRow(a.data(), b.data(), n, test, low, high);
+    double sum = 0.0;
+    std::int64_t count = 0;
+    fusion::SumRow(a.data(), n, test, sum, count);
+    std::vector<std::int32_t> bins(a.size(), 0);
+    fusion::BinRow(a.data(), n, test, -90.0, 80.0, bins.data());
+    digest.Add(bins.data(), bins.size());
+    const auto pairs = fusion::SumPairs(a.data(), b.data(), valid.data(), valid.data(), n, 1.5, -2.5);
+    const auto gradients = fusion::SumGradients(a.data(), b.data(), valid.data(), n);
+    const auto differences = fusion::SumDifferences(a.data(), b.data(), valid.data(), n);
+    digest.Add({low, high, sum, static_cast<double>(count), pairs.fusedSquares, pairs.msSquares, pairs.products,
+                pairs.errors, pairs.powers, pairs.deviations, pairs.pairs, pairs.nonZero, gradients.dx2, gradients.dy2,
+                gradients.gradients, gradients.count, differences.absolute, differences.squares, differences.count});
+    platform::MarkInvalid(b.data(), n, noData);
+    digest.Add(b);
+  }
+}
+
+bool Runs() {
+#if defined(__AVX512F__)
+  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
+         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512cd");
+#elif defined(__AVX2__)
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("fma");
+#else
+  return true;
+#endif
+}
+
+}  // namespace
+
+int main() {
+  if (!Runs()) {
+    std::puts("unsupported");
+    return 0;
+  }
+  std::mt19937 random(7);
+  Digest digest;
+  for (const int n : {1, 3, 7, 8, 9, 31, 32, 33, 127, 128, 129, 257, 1024}) {
+    const std::string width = " " + std::to_string(n);
+    DigestResampling(random, n, digest);
+    digest.Print("resampling" + width);
+    DigestConversion(random, n, digest);
+    digest.Print("conversion" + width);
+    DigestStatistics(random, n, digest);
+    digest.Print("statistics" + width);
+  }
+}
