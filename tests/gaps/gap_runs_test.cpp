@@ -1,12 +1,13 @@
 // Runs whose areas, blocks, coordinate systems and formats meet pixels without data.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
-#include <filesystem>
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "highpass/bayesian_model.h"
+#include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
 #include "tests/gaps/gap_methods.h"
 #include "tests/support/gap_scene.h"
@@ -238,6 +239,28 @@ TEST(GapRuns, MatchingTakesItsFiguresFromPixelsWithData) {
     EXPECT_NEAR(test_support::Mean(data), test_support::Mean(wanted), 1e-8);
     EXPECT_NEAR(test_support::Deviation(data), test_support::Deviation(wanted), 1e-8);
   }
+}
+
+TEST(GapRuns, AFailureAnywhereIsTold) {
+  GapScene gaps(14, GapShape::kSpeckles, PDT_UINT16);
+  gaps.Write(0.0);
+  FusionParam param = Masked(gaps.scene, PDT_UINT16);
+  param.m_bSpectralMatch = true;
+  int failed = 0;
+  for (int n = 0;; ++n) {
+    std::atomic<int> left = n;
+    platform::SetRasterFault(
+        [&](platform::RasterOperation, const std::wstring&, int, const CRect&) { return left.fetch_sub(1) == 0; });
+    CBroveyFusion fusion(&param);
+    fusion.Process();
+    platform::SetRasterFault({});
+    if (left >= 0) break;  // this run needed no more than n operations
+    // A failed pass over a band's figures is not the run's, as without gaps.
+    if (fusion.GetLastErrorType() != 0) ++failed;
+    ASSERT_LT(n, 1000);
+  }
+  EXPECT_GT(failed, 8);
+  EXPECT_TRUE(Brovey(param).declaresZero);
 }
 
 TEST(GapRuns, ARecordsCopyKeepsTheMode) {
