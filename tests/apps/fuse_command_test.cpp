@@ -108,9 +108,8 @@ TEST_F(FuseCommand, JsonDescribesTheOutcome) {
   const auto json = nlohmann::ordered_json::parse(run.out);
   std::vector<std::string> keys;
   for (const auto& [key, value] : json.items()) keys.push_back(key);
-  EXPECT_THAT(keys,
-              ElementsAre("method", "output", "width", "height", "bands", "type", "seconds", "valid_share", "error_type",
-                          "message"));
+  EXPECT_THAT(keys, ElementsAre("method", "output", "width", "height", "bands", "type", "seconds", "valid_share",
+                                "error_type", "message"));
   EXPECT_TRUE(json["valid_share"].is_null());
   EXPECT_EQ(json["method"], "brovey");
   EXPECT_EQ(json["output"], Path("out.tif"));
