@@ -70,7 +70,7 @@ struct BlockGaps {
 
 /// Columns to work on at a time: wide enough to pay for the calls, narrow enough for the rows at hand to stay in the
 /// caches.
-constexpr int kTileWidth = 1024;
+constexpr int kTileWidth = 2048;
 
 /// The rows of one block with the multispectral bands resampled at every pixel. One per thread.
 class RowSource {
