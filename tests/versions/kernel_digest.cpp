@@ -77,7 +77,8 @@ void DigestResampling(std::mt19937& random, int n, Digest& digest) {
   Row out(fraction);
   fusion::CombineCubic(line.data(), first.data(), pointers[0], pointers[1], pointers[2], pointers[3], n, out.data());
   digest.Add(out);
-  fusion::BlendCubic(line.data(), line.data() + 1, line.data() + 2, line.data() + 3, fraction.data(), n, out.data());
+  const double blend[] = {-0.07, 0.6, 0.55, -0.08};
+  fusion::BlendCubic(line.data(), line.data() + 1, line.data() + 2, line.data() + 3, blend, n, out.data());
   digest.Add(out);
   const double* const lines[] = {line.data(), line.data() + 1, line.data() + 2, line.data() + 3};
   fusion::BlendCubicPoints(lines, pointers, n, out.data());
