@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "framework/row_math.h"
 #include "platform/system/multiversion.h"
@@ -51,12 +52,16 @@ void** BayesPanSharpeningFusion::AlgorithmProcess(double* pan, CRect* panRect, d
   }
   if (std::fabs(m_dPanVariance) < 1e-8) m_dPanVariance = 1.0;
 
-  const auto estimate = [this, n = msBandCount](const fusion::FusionRow& row) {
+  // The transform's columns one after the other.
+  std::vector<double> columns;
+  for (int b = 0; b < msBandCount; ++b) {
+    for (int i = 0; i < msBandCount; ++i) columns.push_back(m_pTransform[i * msBandCount + b]);
+  }
+  const auto estimate = [this, &columns, n = msBandCount](const fusion::FusionRow& row) {
     const double gain = 2.0 * m_bayesParam.m_dBayesParam;
     double* transformed = row.scratch[0];
     for (int b = 0; b < std::min(n, row.outBandCount); ++b) {
-      fusion::ClearRow(row.width, transformed);
-      for (int i = 0; i < n; ++i) fusion::AddScaledRow(row.ms[i], m_pTransform[i * n + b], row.width, transformed);
+      fusion::CombineRows(row.ms, columns.data() + b * n, n, row.width, transformed);
       EstimateRow(row.pan, m_dPanMean, gain, m_pPanCovariance[b], m_dPanVariance, transformed, row.width, row.out[b]);
     }
     for (int b = n; b < row.outBandCount; ++b) fusion::ClearRow(row.width, row.out[b]);

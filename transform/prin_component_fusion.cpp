@@ -6,16 +6,6 @@
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/matrix_operation.h"
 
-namespace {
-
-/// out = one matrix row times the column of band rows.
-void Combine(const double* coefficients, double* const* bands, int bandCount, int width, double* out) {
-  fusion::ClearRow(width, out);
-  for (int b = 0; b < bandCount; ++b) fusion::AddScaledRow(bands[b], coefficients[b], width, out);
-}
-
-}  // namespace
-
 CPrinComponentFusion::CPrinComponentFusion(FusionParam* param) : CFusion(param) {}
 CPrinComponentFusion::~CPrinComponentFusion() = default;
 CPrinComponentFusion::CPrinComponentFusion(const CPrinComponentFusion&) = default;
@@ -49,10 +39,10 @@ void** CPrinComponentFusion::AlgorithmProcess(double* pan, CRect* panRect, doubl
   policy.scratchRows = msBandCount;
   const auto substitute = [this, n = msBandCount](const fusion::FusionRow& row) {
     std::copy_n(row.pan, row.width, row.scratch[0]);
-    for (int c = 1; c < n; ++c) Combine(m_pTransform + c * n, row.ms, n, row.width, row.scratch[c]);
+    for (int c = 1; c < n; ++c) fusion::CombineRows(row.ms, m_pTransform + c * n, n, row.width, row.scratch[c]);
     for (int b = 0; b < row.outBandCount; ++b) {
       if (b < n) {
-        Combine(m_pInverseTransform + b * n, row.scratch, n, row.width, row.out[b]);
+        fusion::CombineRows(row.scratch, m_pInverseTransform + b * n, n, row.width, row.out[b]);
       } else {
         fusion::ClearRow(row.width, row.out[b]);
       }

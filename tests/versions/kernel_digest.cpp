@@ -92,6 +92,8 @@ void DigestResampling(std::mt19937& random, int n, Digest& digest) {
   fusion::AddRow(line.data(), n, out.data());
   fusion::AddScaledRow(line.data() + 2, 0.1, n, out.data());
   digest.Add(out);
+  fusion::CombineRows(lines, blend, 4, n, out.data());
+  digest.Add(out);
 }
 
 void DigestConversion(std::mt19937& random, int n, Digest& digest) {
