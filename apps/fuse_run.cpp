@@ -34,7 +34,7 @@ class TemporaryFiles {
 
   /// A fresh file beside the path. Throws CommandError.
   std::wstring Make(const std::wstring& beside, const std::wstring& output) {
-    const std::wstring file = CommonFun::GetTempFilePath(beside);
+    std::wstring file = CommonFun::GetTempFilePath(beside);
     if (file.empty()) throw RunError(ERR_CREATE, messages::CreateFailed(output));
     m_files.push_back(file);
     return file;

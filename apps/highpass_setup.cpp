@@ -23,8 +23,9 @@ FilterDescription HighPass(int size) {
   filter.m_nCenterX = size / 2;
   filter.m_nCenterY = size / 2;
   filter.m_dScale = 1.0 / (size * size);
-  filter.m_vecCoefficients.assign(static_cast<std::size_t>(size * size), -1.0);
-  filter.m_vecCoefficients[static_cast<std::size_t>(size * size / 2)] = size * size - 1.0;
+  const auto count = static_cast<std::size_t>(size) * static_cast<std::size_t>(size);
+  filter.m_vecCoefficients.assign(count, -1.0);
+  filter.m_vecCoefficients[count / 2] = static_cast<double>(count) - 1.0;
   return filter;
 }
 

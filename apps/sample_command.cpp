@@ -214,7 +214,7 @@ int RunSample(const SampleCommandOptions& o) {
   SceneFile pan(file(L"pan.tif"), size, 1, type, kPixel);
   SceneFile ms(file(L"ms.tif"), msSize, o.bands, type, kPixel * o.ratio);
   SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel);
-  const SampleScene scene(o.seed, size.width, size.height, o.bands);
+  const SampleScene scene(o.seed, size.width, o.bands);
   SceneWriter writer(scene, type, o.ratio, pan, ms, truth);
   ConsoleProgress progress(o.quiet);
   progress.Start(L"sample", msSize.height);

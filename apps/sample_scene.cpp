@@ -27,8 +27,8 @@ double Ease(double t) { return t * t * (3.0 - 2.0 * t); }
 
 }  // namespace
 
-SampleScene::SampleScene(unsigned seed, int width, int height, int bandCount)
-    : m_seed(seed), m_width(width), m_height(height), m_bandCount(bandCount) {}
+SampleScene::SampleScene(unsigned seed, int width, int bandCount)
+    : m_seed(seed), m_width(width), m_bandCount(bandCount) {}
 
 std::uint32_t SampleScene::Hash(std::uint32_t channel, std::int64_t x, std::int64_t y) const {
   std::uint64_t h = (static_cast<std::uint64_t>(m_seed) << 32) ^ channel;

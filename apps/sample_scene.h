@@ -9,7 +9,7 @@ namespace app {
 /// asked for by itself.
 class SampleScene {
  public:
-  SampleScene(unsigned seed, int width, int height, int bandCount);
+  SampleScene(unsigned seed, int width, int bandCount);
 
   int Width() const { return m_width; }
   int BandCount() const { return m_bandCount; }
@@ -36,7 +36,6 @@ class SampleScene {
 
   std::uint32_t m_seed;
   int m_width;
-  int m_height;
   int m_bandCount;
 };
 

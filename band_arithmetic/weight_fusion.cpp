@@ -33,7 +33,7 @@ void AddProductsOf(const std::vector<double>* bands, const double* pan, int n, d
   std::copy_n(sums, N, partial);
   for (int i = 0; i < n; ++i) {
     const double deviation = pan[i] - panMean;
-    for (std::size_t b = 0; b < N; ++b) partial[b] += (bands[b].data()[i] - means[b]) * deviation;
+    for (std::size_t b = 0; b < N; ++b) partial[b] += (bands[b][i] - means[b]) * deviation;
   }
   std::copy_n(partial, N, sums);
 }

@@ -24,8 +24,8 @@ void CountRow(const double* values, int n, const platform::NoDataTest& noData, d
 std::vector<double> Probabilities(const std::int64_t* counts) {
   std::int64_t total = 0;
   for (int k = 0; k < kBins; ++k) total += counts[k];
-  std::vector<double> p;
-  for (int k = 0; k < kBins; ++k) p.push_back(static_cast<double>(counts[k]) / static_cast<double>(total));
+  std::vector<double> p(kBins);
+  for (std::size_t k = 0; k < kBins; ++k) p[k] = static_cast<double>(counts[k]) / static_cast<double>(total);
   return p;
 }
 

@@ -53,8 +53,8 @@ void WidenPiece(const double* values, const double* tested, int n, SampleTest te
   for (int i = 0; i < n; ++i) {
     const bool valid = test.IsValid(tested[i]);
     const double v = values[i];
-    low[i] = valid & (v < low[i]) ? v : low[i];
-    high[i] = valid & (v > high[i]) ? v : high[i];
+    low[i] = (valid & (v < low[i])) ? v : low[i];
+    high[i] = (valid & (v > high[i])) ? v : high[i];
   }
 }
 

@@ -59,8 +59,8 @@ class BandSystem {
 
 /// The covariances of the last component with the others.
 std::vector<double> CovariancesWithLast(const RunningCovariance& statistics, int n) {
-  std::vector<double> result;
-  for (int i = 0; i < n; ++i) result.push_back(statistics.Covariance(i, n));
+  std::vector<double> result(static_cast<std::size_t>(n));
+  for (int i = 0; i < n; ++i) result[static_cast<std::size_t>(i)] = statistics.Covariance(i, n);
   return result;
 }
 
@@ -72,7 +72,8 @@ std::vector<double> DetailCovariance(const RunningCovariance& details, int n) {
     trace += details.Covariance(i, i);
   }
   if (CMatrixOperation::ConditionNumber(sigma.data(), n) > kSingular) {
-    for (int i = 0; i < n; ++i) sigma[static_cast<std::size_t>(i * n + i)] += 1e-9 * trace / n;
+    for (int i = 0; i < n; ++i)
+      sigma[static_cast<std::size_t>(i) * (static_cast<std::size_t>(n) + 1)] += 1e-9 * trace / n;
   }
   return sigma;
 }
