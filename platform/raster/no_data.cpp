@@ -10,7 +10,7 @@ void MarkInvalid(double* values, std::int64_t count, double noData) {
   // The difference of an infinity with itself is a NaN.
   for (std::int64_t i = 0; i < count; ++i) {
     const double v = values[i];
-    values[i] = (v - v == 0.0) & (v != noData) ? v : kNaN;
+    values[i] = ((v - v == 0.0) & (v != noData)) ? v : kNaN;
   }
 }
 

@@ -48,7 +48,7 @@ std::wstring WktOf(GDALDataset* dataset) {
     const char* const wkt2[] = {"FORMAT=WKT2_2018", nullptr};
     crs->exportToWkt(&text, wkt2);
   }
-  const std::wstring wkt = text ? CommonFun::Utf82U(text) : std::wstring();
+  std::wstring wkt = text ? CommonFun::Utf82U(text) : std::wstring();
   CPLFree(text);
   return wkt;
 }

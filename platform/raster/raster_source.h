@@ -96,7 +96,7 @@ class FUSION_API CRasterSource {
   std::mutex& TransferLock() const;
 
  private:
-  void Adopt(void* dataset, const std::wstring& path, bool writable);
+  void Adopt(void* handle, const std::wstring& path, bool writable);
   bool CopyToFinalFormat() const;
 
   struct Impl;

@@ -255,6 +255,7 @@ bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double*
   }
   if (exact.empty()) return true;
   std::vector<Point> points;
+  points.reserve(exact.size());
   for (const int i : exact) points.push_back({sourceX[i], sourceY[i]});
   m_impl->ToPixels(points);
   for (std::size_t k = 0; k < exact.size(); ++k) {

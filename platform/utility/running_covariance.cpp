@@ -66,7 +66,8 @@ void RunningCovariance::Add(const double* const* columns, std::int64_t count) {
 
 double RunningCovariance::Covariance(int i, int j) const {
   if (m_count == 0) return 0.0;
-  const auto at = static_cast<std::size_t>(std::min(i, j) * m_size + std::max(i, j));
+  const auto at = static_cast<std::size_t>(std::min(i, j)) * static_cast<std::size_t>(m_size) +
+                  static_cast<std::size_t>(std::max(i, j));
   return m_products[at] / static_cast<double>(m_count);
 }
 
