@@ -31,7 +31,7 @@ void AddProductsOf(const std::vector<double>* bands, const double* pan, int n, d
                    double* sums) {
   double partial[N];
   std::copy_n(sums, N, partial);
-  for (int i = 0; i < n; ++i) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
     const double deviation = pan[i] - panMean;
     for (std::size_t b = 0; b < N; ++b) partial[b] += (bands[b][i] - means[b]) * deviation;
   }
