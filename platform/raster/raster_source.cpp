@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -85,6 +87,15 @@ bool CanCopy(GDALDriver* driver, int width, int height, int bandCount, GDALDataT
   return works;
 }
 
+/// Truncating a file that is there makes a file system guard what it held by writing out all that replaces it when the
+/// new file is closed. A file kept for its name holds nothing worth that wait.
+void RemoveEmptyFile(const std::wstring& path) {
+  const std::filesystem::path file = CommonFun::ToPath(path);
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(file, error))) return;
+  if (std::filesystem::file_size(file, error) == 0 && !error) std::filesystem::remove(file, error);
+}
+
 }  // namespace
 
 CRasterSource::CRasterSource() : m_impl(std::make_unique<Impl>()) {}
@@ -155,6 +166,7 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
     copyOptions = std::exchange(creation, CreationOptions("GTiff", nullptr));
   }
   const bool existed = CommonFun::IsExistingFile(path);
+  RemoveEmptyFile(target);
   GDALDataset* dataset =
       driver->Create(CommonFun::U2Utf8(target).c_str(), width, height, bandCount, gdalType, creation.List());
   if (!dataset) {
