@@ -10,6 +10,7 @@
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_inputs.h"
+#include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
 #include "platform/processing/stretch_of_multi_band.h"
@@ -82,15 +83,19 @@ class FuseRun {
 
     const std::wstring result = m_files.Make(m_output, m_output);
     const bool matchedHere = m_checked.matched && !(m_checked.method->matchesItself && platform::IsFloatType(m_type));
-    if (matchedHere) {
-      std::vector<double> means;
-      std::vector<double> stdDevs;
-      inputs.ComputeTargets(means, stdDevs, m_progress);
-      const std::wstring raw = m_files.Make(m_output + L".tif", m_output);
-      Fuse(inputs, raw, IntermediateType(), kFormatGeoTiff, false);
-      Match(raw, result, means, stdDevs);
+    if (!matchedHere) {
+      Fuse(inputs, result, m_type, m_checked.format, m_checked.matched, nullptr);
     } else {
-      Fuse(inputs, result, m_type, m_checked.format, m_checked.matched);
+      fusion::MatchTargets targets;
+      inputs.ComputeTargets(targets.means, targets.stdDevs, m_progress);
+      if (m_checked.method->isPipeline) {
+        const std::wstring raw = m_files.Make(m_output + L".tif", m_output);
+        Fuse(inputs, raw, fusion::TypeToMatch(m_type), kFormatGeoTiff, false, nullptr);
+        Match(raw, result, targets);
+      } else {
+        targets.makeGreen = m_options.makeGreen;
+        Fuse(inputs, result, m_type, m_checked.format, false, &targets);
+      }
     }
     const Outcome outcome = Describe(result);
     if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
@@ -135,13 +140,8 @@ class FuseRun {
     return msType == PDT_UNKNOWN ? PDT_FLOAT32 : msType;
   }
 
-  /// Wide enough that nothing is cut or rounded before the matching.
-  PixelDataType IntermediateType() const {
-    return m_type == PDT_UINT32 || m_type == PDT_INT32 || m_type == PDT_FLOAT64 ? PDT_FLOAT64 : PDT_FLOAT32;
-  }
-
   void Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
-            bool matchesItself) {
+            bool matchesItself, const fusion::MatchTargets* targets) {
     HpfFusionParam param;
     inputs.FillParam(param);
     param.m_strAlgName = CommonFun::Utf82U(m_checked.method->name);
@@ -156,7 +156,12 @@ class FuseRun {
     param.m_bDataStretch = m_options.autoLevel;
 
     const std::unique_ptr<CBaseAlgorithm> algorithm = m_checked.method->make(param, m_options, m_progress);
-    algorithm->SetStretch(m_options.stretch || StretchesByItself(type));
+    if (targets) {
+      // The matching brings the result to its scale.
+      dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
+    } else {
+      algorithm->SetStretch(m_options.stretch || StretchesByItself(type));
+    }
     // Overviews are built once, on the finished file.
     const NoOverviews pause;
     Carry(*algorithm);
@@ -169,8 +174,8 @@ class FuseRun {
     return true;
   }
 
-  void Match(const std::wstring& raw, const std::wstring& result, const std::vector<double>& means,
-             const std::vector<double>& stdDevs) {
+  /// The matching as a stage of its own, behind a pipeline of stages.
+  void Match(const std::wstring& raw, const std::wstring& result, const fusion::MatchTargets& targets) {
     CStretchAlgorithmParam param;
     param.m_strAlgName = messages::kSpectralMatching;
     param.m_strInFile = raw;
@@ -179,9 +184,8 @@ class FuseRun {
     param.m_bMaskNoData = m_masks;
     param.m_eOutDataType = m_type;
     param.m_eOutFormat = m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
-    param.m_pMeans = means.data();
-    param.m_pStdDevs = stdDevs.data();
-    param.m_bMakeGreen = m_options.makeGreen && !m_checked.method->isPipeline;
+    param.m_pMeans = targets.means.data();
+    param.m_pStdDevs = targets.stdDevs.data();
     CStretchOfMultiBand matching(&param);
     Carry(matching);
   }

@@ -24,14 +24,15 @@ struct BlockGrid {
   CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
   /// The block that follows one of the grid's blocks, empty behind the last.
   CRect After(const CRect& block) const;
-  /// Calls visit with every block, row by row, until it answers false.
+  /// Calls visit with every block, row by row, until it answers false; false then.
   template <typename Visit>
-  void ForEach(const Visit& visit) const {
+  bool ForEach(const Visit& visit) const {
     for (int row = 0; row < Down(); ++row) {
       for (int column = 0; column < Across(); ++column) {
-        if (!visit(Block(column, row))) return;
+        if (!visit(Block(column, row))) return false;
       }
     }
+    return true;
   }
   /// Block with other steps than the block's own size, clipped to the raster.
   CRect Cell(int column, int row, int stepX, int stepY) const;

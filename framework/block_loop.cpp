@@ -1,7 +1,11 @@
 #include "framework/block_loop.h"
 
+#include <utility>
+
+#include "framework/block_mask.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
+#include "platform/raster/raster_algorithm.h"
 #include "platform/utility/log.h"
 
 namespace messages = fusion::messages;
@@ -38,7 +42,13 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
   if (!blocks) {
     AbandonRun(dst);
   } else {
-    Guard([&] { WalkBlocks(*blocks, variation); });
+    Guard([&] {
+      if (blocks->matching) {
+        if (!WalkBlocks(*blocks, variation)) return;
+        blocks->matching->Settle();
+      }
+      WalkBlocks(*blocks, variation);
+    });
     blocks.reset();
     Guard([&] { FinishRun(pan, ms, dst, variation); });
   }
@@ -75,8 +85,29 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
     ReportError();
     return nullptr;
   }
-  if (m_pProgress) m_pProgress->Start(title, grid.Count());
-  return std::make_unique<fusion::BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top);
+  auto blocks = std::make_unique<fusion::BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top);
+  if (!PrepareMatching(*blocks)) {
+    ReportError();
+    return nullptr;
+  }
+  if (m_pProgress) m_pProgress->Start(title, grid.Count() * (blocks->matching ? 2 : 1));
+  return blocks;
+}
+
+bool CFusion::PrepareMatching(fusion::BlockSet& blocks) {
+  if (!m_matchTargets) return true;
+  const auto bandCount = static_cast<std::size_t>(m_param.m_nOutBandCount);
+  if (m_matchTargets->means.size() != bandCount || m_matchTargets->stdDevs.size() != bandCount) {
+    SetError(ERR_STATISTICS, messages::kMsStatisticsFailed);
+    return false;
+  }
+  blocks.matching =
+      std::make_unique<fusion::BlockMatching>(*m_matchTargets, m_param.m_eOutDataType, m_param.m_bMaskNoData);
+  double minimum = 0.0;
+  double maximum = 0.0;
+  CRasterAlgorithm::GetMaxMinVal(blocks.matching->FusedType(), maximum, minimum);
+  SetOutMinMaxValue(minimum, maximum);
+  return true;
 }
 
 fusion::BlockGrid CFusion::MakeBlockGrid() {
@@ -126,6 +157,7 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
 
 void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   CRect next = blocks.grid.After(blocks.dstBlock);
+  if (next.Area() == 0 && blocks.matching && blocks.matching->IsCounting()) next = blocks.grid.Block(0, 0);
   CRect msRect;
   // A guess by the common rule, since a derived class's own is to be asked only when the block's turn has come.
   if (next.Area() == 0 || !CFusion::GetReadBufferRect(&next, &msRect)) return;
@@ -139,9 +171,8 @@ void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& va
   }
 }
 
-void CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
-  int step = 0;
-  blocks.grid.ForEach([&](const CRect& block) {
+bool CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
+  const bool walked = blocks.grid.ForEach([&](const CRect& block) {
     const LoadResult loaded = LoadBlock(blocks, block, variation);
     // A block that could not be written comes before one that cannot be read.
     const bool goesOn =
@@ -169,13 +200,13 @@ void CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& v
         break;
     }
     EndBolckProcess();
-    return StepProgress(++step, blocks, variation);
+    return StepProgress(blocks, variation);
   });
-  FinishWriting(blocks);
+  return FinishWriting(blocks) && walked;
 }
 
 bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
-  const PixelDataType type = m_param.m_eOutDataType;
+  const PixelDataType type = blocks.matching ? blocks.matching->FusedType() : m_param.m_eOutDataType;
   const int bandCount = m_param.m_nOutBandCount;
   const fusion::FusionBlock block{
       blocks.pan[0],
@@ -195,10 +226,14 @@ bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation&
                                                              block.msRect, type, bandCount, block.dstBlock, block.aoi),
                                       freeBlock);
   if (!result) return true;
-  blocks.writer.Add([this, &blocks, bandCount, rect = blocks.dstBlock, result]() mutable {
-    if (!blocks.writeFailed && WriteBlock(m_pDstSrc, bandCount, &rect, result.get()) != GIS_SUCCESS) {
-      blocks.writeFailed = true;
-    }
+  // The area is asked now: when the block is written it may already hold the next one.
+  std::vector<unsigned char> inside;
+  if (blocks.matching && blocks.aoi && !m_param.m_bMaskNoData) inside = fusion::MarkInside(*blocks.aoi, blocks.panRect);
+  blocks.writer.Add([this, &blocks, bandCount, rect = blocks.dstBlock, result, inside = std::move(inside)]() mutable {
+    if (blocks.writeFailed) return;
+    const bool taken = blocks.matching ? blocks.matching->Take(result.get(), rect, inside, *m_pDstSrc)
+                                       : WriteBlock(m_pDstSrc, bandCount, &rect, result.get()) == GIS_SUCCESS;
+    if (!taken) blocks.writeFailed = true;
   });
   return !blocks.writeFailed || FinishWriting(blocks);
 }
@@ -210,8 +245,8 @@ bool CFusion::FinishWriting(fusion::BlockSet& blocks) {
   return false;
 }
 
-bool CFusion::StepProgress(int step, fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
-  if (!m_pProgress || m_pProgress->Step(step, messages::kProcessing)) return true;
+bool CFusion::StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
+  if (!m_pProgress || m_pProgress->Step(++blocks.step, messages::kProcessing)) return true;
   if (!FinishWriting(blocks)) return false;
   m_nLastErrorType = ERR_CANCELLED;
   if (CLog::m_pLogger) {

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <vector>
 
 #include "framework/block_buffers.h"
+#include "framework/block_matching.h"
 #include "framework/fusion_block.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/row_cache.h"
@@ -50,6 +52,8 @@ struct BlockSet {
   CRect panRect;   ///< in the pan image,
   CRect msRect;    ///< and what was read for it from the multispectral image
   CRasterAOI* aoi = nullptr;
+  std::unique_ptr<BlockMatching> matching;  ///< null where the blocks are written as they are
+  int step = 0;                             ///< blocks done
 };
 
 enum class LoadResult {

@@ -84,6 +84,15 @@ std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& g
   return marks;
 }
 
+std::vector<unsigned char> MarkInside(CRasterAOI& area, const CRect& panRect) {
+  std::vector<unsigned char> marks;
+  marks.reserve(static_cast<std::size_t>(panRect.Area()));
+  for (int y = panRect.top; y < panRect.bottom; ++y) {
+    for (int x = panRect.left; x < panRect.right; ++x) marks.push_back(area.IsInAOI(x, y));
+  }
+  return marks;
+}
+
 }  // namespace fusion
 
 fusion::LoadResult CFusion::MaskBlock(fusion::BlockSet& blocks) {

@@ -12,4 +12,7 @@ namespace fusion {
 /// pixel that lies more than one sample off the multispectral image has no data there.
 std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& geometry);
 
+/// One byte per pixel of a block: 0 outside the area of interest, which holds the block's cache.
+std::vector<unsigned char> MarkInside(CRasterAOI& area, const CRect& panRect);
+
 }  // namespace fusion

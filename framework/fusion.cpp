@@ -1,6 +1,7 @@
 #include "framework/fusion.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "framework/band_choice.h"
 #include "framework/messages.h"
@@ -82,6 +83,8 @@ bool CFusion::GetReadBufferRect(CRect* dstBlock, CRect* msRect) {
 GISError CFusion::StartBolckProcess() { return GIS_SUCCESS; }
 
 void CFusion::EndBolckProcess() {}
+
+void CFusion::MatchBlocks(fusion::MatchTargets targets) { m_matchTargets = std::move(targets); }
 
 void CFusion::EndProccess() {
   if (!m_param.m_bSpectralMatch) return;

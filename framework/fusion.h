@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,10 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// Cubic convolution with parameter -1 (Keys 1981).
   void Bicubic(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
 
+  /// Brings the result of the next runs to target moments, in place of the record's spectral matching: the blocks are
+  /// fused twice, once for the statistics and once for the output. A run with another number of bands fails.
+  void MatchBlocks(fusion::MatchTargets targets);
+
   /// The overlap of both images in pan pixels. False when there is none.
   bool GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool strict);
 
@@ -101,15 +106,19 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   fusion::BlockGaps m_gaps;  ///< of the block at hand
 
  private:
+  std::optional<fusion::MatchTargets> m_matchTargets;
   bool CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource* dst, const CRect& rect);
   std::unique_ptr<fusion::BlockSet> PrepareRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
                                                const fusion::RunVariation& variation);
-  void WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  /// The run's matching, null without targets. False with the error state set where they do not fit the bands.
+  bool PrepareMatching(fusion::BlockSet& blocks);
+  /// Fuses every block. False where the run ended before.
+  bool WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   /// Leaves out the pixels of a block just read that have no data, where the run masks them.
   fusion::LoadResult MaskBlock(fusion::BlockSet& blocks);
   fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;
   bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  bool StepProgress(int step, fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  bool StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   /// Begins to read the block that follows the one at hand.
   void ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   /// Waits for the blocks under way to the output. False, with the error state set and reported, when one failed.

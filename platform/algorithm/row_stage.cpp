@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstdint>
 #include <numeric>
 
-#include "platform/algorithm/gap_marks.h"
 #include "platform/algorithm/messages.h"
+#include "platform/algorithm/row_store.h"
 #include "platform/raster/raster_algorithm.h"
-#include "platform/system/multiversion.h"
 #include "platform/system/task_queue.h"
 #include "platform/utility/common_fun.h"
 
@@ -51,16 +49,6 @@ class AreaRows {
   std::vector<unsigned char> m_inside;
   int m_relation = kInside;
 };
-
-FUSION_MULTIVERSION void RoundHalfUp(double* values, int n) {
-  for (int i = 0; i < n; ++i) values[i] = std::floor(values[i] + 0.5);
-}
-
-void ClearOutside(const unsigned char* inside, int width, unsigned char* out, std::size_t pixelBytes) {
-  for (int x = 0; x < width; ++x, out += pixelBytes) {
-    if (!inside[x]) std::fill_n(out, pixelBytes, static_cast<unsigned char>(0));
-  }
-}
 
 }  // namespace
 
@@ -275,27 +263,16 @@ bool RowStage::WriteChunk(Run& run, const std::vector<std::vector<unsigned char>
 void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
                          std::vector<std::vector<unsigned char>>& outRows) {
   const int width = rows.Width();
-  const bool round = run.plan.roundToNearest && !IsFloatType(run.plan.outType);
-  const auto pixelBytes = static_cast<std::size_t>(PixelSize(run.plan.outType));
-  const std::size_t rowBytes = pixelBytes * static_cast<std::size_t>(width);
+  const std::size_t rowBytes = static_cast<std::size_t>(PixelSize(run.plan.outType)) * static_cast<std::size_t>(width);
+  RowStore store(run.plan.outType, m_conversion, run.plan.roundToNearest, m_param.m_bMaskNoData);
   AreaRows area(run.area.get(), width);
-  std::vector<unsigned char> valid(static_cast<std::size_t>(m_param.m_bMaskNoData ? width : 0));
   area.Load(first, count);
   for (int row = first; row < first + count; ++row) {
     const unsigned char* inside = area.Row(row);
     ProcessRow(rows, row, run.rowPointers.data());
     for (std::size_t b = 0; b < run.row.size(); ++b) {
-      double* values = run.rowPointers[b];
-      const bool gaps = m_param.m_bMaskNoData && HasGap(values, static_cast<std::size_t>(width));
-      if (gaps) MarkValid(values, inside, width, valid.data());
-      if (round) RoundHalfUp(values, width);
-      unsigned char* out = outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes;
-      m_conversion.ConvertRow(run.plan.outType, values, out, static_cast<std::size_t>(width));
-      if (m_param.m_bMaskNoData) {
-        StoreGaps(run.plan.outType, gaps ? valid.data() : inside, static_cast<std::size_t>(width), out);
-      } else if (inside) {
-        ClearOutside(inside, width, out, pixelBytes);
-      }
+      store.Store(run.rowPointers[b], inside, width,
+                  outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes);
     }
   }
 }

@@ -15,6 +15,9 @@ class GreenMix {
 
   GreenMix() = default;
   explicit GreenMix(const CRasterSource& input);
+  /// NaN: none.
+  GreenMix(double greenNoData, double nearInfraredNoData)
+      : m_greenNoData(greenNoData), m_nearInfraredNoData(nearInfraredNoData) {}
 
   /// One row; green is left alone where either band is no-data. out may be green itself.
   void Apply(const double* green, const double* nearInfrared, double* out, int width) const;

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "platform/algorithm/multi_band_io_process.h"
-#include "platform/processing/green_mix.h"
+#include "platform/processing/moment_matching.h"
 
 struct FUSION_API CStretchAlgorithmParam : AlgorithmParam {
   const double* m_pMeans = nullptr;    ///< target mean of each band, not owned
@@ -27,23 +27,11 @@ class FUSION_API CStretchOfMultiBand : public CMultiBandIOProcess {
   void ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) override;
 
  private:
-  struct Band {
-    double noData;
-    double mean;
-    double stdDev;
-  };
-
-  /// Puts the mixed green in the place of the present row's green.
-  void MixGreen(int width);
-
   const double* m_pMeans = nullptr;
   const double* m_pStdDevs = nullptr;
   bool m_bMakeGreen = false;
 
+  platform::MomentMatching m_matching;
   std::vector<int> m_scanBands;
-  std::vector<Band> m_bands;          ///< one per output band
   std::vector<const double*> m_rows;  ///< the present row of each band read
-  bool m_bMixes = false;
-  platform::GreenMix m_mix;
-  std::vector<double> m_mixedGreen;
 };

@@ -1,0 +1,76 @@
+#include "platform/processing/moment_matching.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "platform/raster/no_data.h"
+#include "platform/system/multiversion.h"
+
+namespace platform {
+namespace {
+
+FUSION_MULTIVERSION void StretchRow(const double* values, double* out, int width, MomentMatching::Band band) {
+  for (int i = 0; i < width; ++i) {
+    const double v = values[i];
+    const double stretched = (v - band.mean) / band.stdDev * band.targetStdDev + band.targetMean;
+    out[i] = IsValidSample(v, band.noData) ? stretched : v;
+  }
+}
+
+void FlattenRow(const double* values, double* out, int width, const MomentMatching::Band& band) {
+  for (int i = 0; i < width; ++i) out[i] = IsValidSample(values[i], band.noData) ? band.targetMean : values[i];
+}
+
+}  // namespace
+
+MomentMatching::MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix)
+    : m_bands(std::move(bands)), m_mix(mix) {
+  for (const Band& band : m_bands) m_statistics.emplace_back(band.noData);
+}
+
+const double* const* MomentMatching::Mix(const double* const* rows, int width) {
+  if (!m_mix) return rows;
+  m_rows.assign(rows, rows + m_bands.size());
+  m_mixedGreen.resize(static_cast<std::size_t>(width));
+  const std::size_t nearInfrared = std::min<std::size_t>(GreenMix::kNearInfrared, m_bands.size());
+  m_mix->Apply(rows[GreenMix::kGreen], rows[nearInfrared], m_mixedGreen.data(), width);
+  m_rows[GreenMix::kGreen] = m_mixedGreen.data();
+  return m_rows.data();
+}
+
+void MomentMatching::Count(const double* const* rows, const unsigned char* inside, int width) {
+  rows = Mix(rows, width);
+  for (std::size_t b = 0; b < m_bands.size(); ++b) {
+    const double* values = rows[b];
+    if (inside) {
+      m_counted.assign(values, values + width);
+      for (std::size_t x = 0; x < m_counted.size(); ++x) {
+        if (!inside[x]) m_counted[x] = std::numeric_limits<double>::quiet_NaN();
+      }
+      values = m_counted.data();
+    }
+    m_statistics[b].Add(values, width);
+  }
+}
+
+void MomentMatching::Settle() {
+  for (std::size_t b = 0; b < m_bands.size(); ++b) {
+    m_bands[b].mean = m_statistics[b].Mean();
+    m_bands[b].stdDev = m_statistics[b].StdDev();
+  }
+}
+
+void MomentMatching::Apply(const double* const* rows, int width, double* const* out) {
+  rows = Mix(rows, width);
+  constexpr double kNoSpread = 1e-8;
+  for (std::size_t b = 0; b < m_bands.size(); ++b) {
+    if (m_bands[b].stdDev < kNoSpread) {
+      FlattenRow(rows[b], out[b], width, m_bands[b]);
+    } else {
+      StretchRow(rows[b], out[b], width, m_bands[b]);
+    }
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "platform/processing/green_mix.h"
+#include "platform/raster/row_statistics.h"
+#include "platform/system/export.h"
+
+namespace platform {
+
+/// Brings bands to target moments, row by row: (v - mean) / deviation * target deviation + target mean, with the band's
+/// own moments, taken from rows shown before; a band without spread (below 1e-8) becomes its target mean. No-data
+/// values stay and do not count.
+class FUSION_API MomentMatching {
+ public:
+  struct Band {
+    double noData;  ///< NaN: none
+    double targetMean;
+    double targetStdDev;
+    double mean = 0.0;
+    double stdDev = 0.0;
+  };
+
+  MomentMatching() = default;
+  /// @param mix near infrared is mixed into green first, where given. Near infrared then comes as one more row, behind
+  ///   those of the bands, where it is not among them.
+  explicit MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix);
+
+  /// Takes a row of each band into the moments; inside is null where the whole row counts, else 0 marks what does not.
+  void Count(const double* const* rows, const unsigned char* inside, int width);
+  /// Ends the counting.
+  void Settle();
+  /// Matches a row of each band.
+  void Apply(const double* const* rows, int width, double* const* out);
+
+ private:
+  /// The rows with the mixed green in the place of green.
+  const double* const* Mix(const double* const* rows, int width);
+
+  std::vector<Band> m_bands;
+  std::vector<RowStatistics> m_statistics;
+  std::optional<GreenMix> m_mix;
+  std::vector<const double*> m_rows;
+  std::vector<double> m_mixedGreen;
+  std::vector<double> m_counted;
+};
+
+}  // namespace platform
