@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "platform/system/multiversion.h"
-
 namespace fusion {
 
 std::int64_t BufferCell(double position, int origin, int size) {
@@ -13,7 +11,6 @@ std::int64_t BufferCell(double position, int origin, int size) {
   return std::max<std::int64_t>(std::min<std::int64_t>(cell, std::int64_t{size} - 1), 0);
 }
 
-FUSION_MULTIVERSION
 void Gather(const double* band, const std::int64_t* cells, int n, double* out) {
   for (int i = 0; i < n; ++i) out[i] = band[cells[i]];
 }

@@ -32,7 +32,6 @@ void BlendCubic(const double* l0, const double* l1, const double* l2, const doub
   for (int i = 0; i < n; ++i) out[i] = 0.0 + w0 * l0[i] + w1 * l1[i] + w2 * l2[i] + w3 * l3[i];
 }
 
-FUSION_MULTIVERSION
 void CombineLinear(const double* line, const std::int32_t* first, const std::int32_t* second, const double* toFirst,
                    const double* toSecond, int n, double* out) {
   for (int i = 0; i < n; ++i) out[i] = toFirst[i] * line[second[i]] + toSecond[i] * line[first[i]];
