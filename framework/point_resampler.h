@@ -20,33 +20,29 @@ class PointResampler {
  private:
   using Row = std::array<double, kPassPiece>;
   using Indices = std::array<std::int32_t, kPassPiece>;
-  /// The taps of up to kPassPiece points whose whole neighbourhood lies inside the rectangle.
-  struct Piece {
-    int count = 0;
-    std::array<int, kPassPiece> place;  ///< in the caller's rows
-    Indices first;                      ///< linear index of the first tap
-    Indices second;                     ///< bilinear: of the tap right of it
-    Indices below;                      ///< bilinear: of both in the row below
-    Indices belowSecond;
-    Row columnFraction;
-    Row rowFraction;
-    Row columnToSecond;
-    Row rowToSecond;
-  };
 
-  bool Place(double x, double y, Piece& piece, int place) const;
-  void Finish(Piece& piece, double* const* out);
-  void ResampleBand(const double* band, const Piece& piece, double* out);
+  void ResampleNearest(int n, double* const* out);
+  void ResampleLinear(int n, double* const* out);
+  void ResampleCubic(int n, double* const* out);
+  void InterleaveBands();
 
   ResampleType m_type;
   std::vector<const double*> m_bands;
   CRect m_rect;
   std::int64_t m_stride;
-  Piece m_piece;
+  PositionBox m_inner;  ///< positions whose whole neighbourhood lies inside the rectangle
+  /// Bicubic: the samples of each kBandGroup bands, the last ones filled up with zeros, beside each other.
+  std::vector<std::vector<double>> m_groups;
+  // A piece of the row at work.
+  Row m_x;
+  Row m_y;
+  std::array<std::int32_t, kPassPiece> m_isInner;
+  Indices m_taps[4];
   Row m_columnWeights[4];
   Row m_rowWeights[4];
   Row m_lines[4];
   std::vector<double> m_point;
+  std::vector<double*> m_out;
 };
 
 }  // namespace fusion

@@ -1,11 +1,29 @@
 #include "framework/resampling_passes.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
 
 #include "framework/resampling.h"
 #include "platform/system/multiversion.h"
 
 namespace fusion {
+namespace {
+
+// One value of each band of a group. The compiler is told that they make a vector: left to itself it makes vectors of
+// neighbouring points, whose taps it must bring together first.
+#if defined(__GNUC__)
+using BandGroup = double __attribute__((vector_size(kBandGroup * sizeof(double))));
+#else
+using BandGroup = std::array<double, kBandGroup>;
+#endif
+
+inline void AddScaled(const BandGroup& values, double weight, BandGroup& sum) {
+  for (int b = 0; b < kBandGroup; ++b) sum[b] += weight * values[b];
+}
+
+}  // namespace
 
 FUSION_MULTIVERSION
 void CombineCubic(const double* line, const std::int32_t* first, const double* w0, const double* w1, const double* w2,
@@ -47,29 +65,68 @@ void PickNearest(const double* line, const std::int32_t* index, int n, double* o
 }
 
 FUSION_MULTIVERSION
-void BlendCubicPoints(const double* const* lines, const double* const* weights, int n, double* out) {
-  const double* l0 = lines[0];
-  const double* l1 = lines[1];
-  const double* l2 = lines[2];
-  const double* l3 = lines[3];
-  const double* w0 = weights[0];
-  const double* w1 = weights[1];
-  const double* w2 = weights[2];
-  const double* w3 = weights[3];
-  for (int i = 0; i < n; ++i) out[i] = 0.0 + w0[i] * l0[i] + w1[i] * l1[i] + w2[i] * l2[i] + w3[i] * l3[i];
-}
-
-FUSION_MULTIVERSION
 void BlendLinearPoints(const double* upper, const double* lower, const double* toSecond, const double* toFirst, int n,
                        double* out) {
   for (int i = 0; i < n; ++i) out[i] = upper[i] * toSecond[i] + lower[i] * toFirst[i];
 }
 
 FUSION_MULTIVERSION
-void CubicWeights(const double* fraction, int n, double* const* weights) {
+int KeepInside(const PositionBox& box, const double* x, const double* y, int n, double* keptX, double* keptY,
+               std::int32_t* inside) {
+  const PositionBox b = box;
+  int count = 0;
+  for (int i = 0; i < n; ++i) {
+    const bool in = (x[i] >= b.left) & (y[i] >= b.top) & (x[i] < b.right) & (y[i] < b.bottom);
+    keptX[i] = in ? x[i] : b.left;
+    keptY[i] = in ? y[i] : b.top;
+    inside[i] = in;
+    count += in;
+  }
+  return count;
+}
+
+FUSION_MULTIVERSION
+void PlaceCubic(const double* x, const double* y, int n, const CRect& rect, std::int32_t* first,
+                double* const* columnWeights, double* const* rowWeights) {
+  const int left = rect.left;
+  const int top = rect.top;
+  const int stride = rect.Width();
+  for (int i = 0; i < n; ++i) {
+    first[i] = (static_cast<int>(y[i]) - top - 1) * stride + static_cast<int>(x[i]) - left - 1;
+  }
   for (int k = 0; k < 4; ++k) {
-    double* w = weights[k];
-    for (int i = 0; i < n; ++i) w[i] = CubicWeight(fraction[i] + 1 - k);
+    double* column = columnWeights[k];
+    double* row = rowWeights[k];
+    for (int i = 0; i < n; ++i) column[i] = CubicWeight(x[i] - static_cast<int>(x[i]) + 1 - k);
+    for (int i = 0; i < n; ++i) row[i] = CubicWeight(y[i] - static_cast<int>(y[i]) + 1 - k);
+  }
+}
+
+FUSION_MULTIVERSION
+void CombineCubicPoints(const double* samples, std::int64_t stride, const std::int32_t* first,
+                        const double* const* columnWeights, const double* const* rowWeights, int n,
+                        double* const* out) {
+  BandGroup values[kPassPiece];
+  for (int begin = 0; begin < n; begin += kPassPiece) {
+    const int count = std::min(kPassPiece, n - begin);
+    for (int i = 0; i < count; ++i) {
+      const int at = begin + i;
+      const double* taps = samples + std::ptrdiff_t{first[at]} * kBandGroup;
+      BandGroup sum{};
+      for (int j = 0; j < 4; ++j, taps += stride * kBandGroup) {
+        BandGroup line{};
+        for (int k = 0; k < 4; ++k) {
+          BandGroup tap;
+          std::memcpy(&tap, taps + kBandGroup * k, sizeof tap);
+          AddScaled(tap, columnWeights[k][at], line);
+        }
+        AddScaled(line, rowWeights[j][at], sum);
+      }
+      values[i] = sum;
+    }
+    for (int b = 0; b < kBandGroup; ++b) {
+      for (int i = 0; i < count; ++i) out[b][begin + i] = values[i][b];
+    }
   }
 }
 

@@ -10,6 +10,7 @@
 #include "platform/raster/coordinate_algorithm.h"
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/gis_data_source.h"
+#include "platform/raster/position_grid.h"
 
 namespace {
 
@@ -17,44 +18,8 @@ using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
 
 constexpr int kEdgePoints = 21;
 
-struct Point {
-  double x;
-  double y;
-};
-
-/// Corner-based source pixel positions sampled over a ground box.
-struct Grid {
-  double left = 0.0;
-  double top = 0.0;
-  double cellX = 0.0;
-  double cellY = 0.0;
-  int columns = 0;  ///< cells
-  int rows = 0;
-  std::vector<Point> nodes;  ///< (columns + 1) x (rows + 1)
-
-  bool IsEmpty() const { return nodes.empty(); }
-  const Point& Node(int column, int row) const {
-    return nodes[static_cast<std::size_t>(row) * static_cast<std::size_t>(columns + 1) +
-                 static_cast<std::size_t>(column)];
-  }
-  /// False outside the box.
-  bool Interpolate(double groundX, double groundY, Point& result) const {
-    const double u = (groundX - left) / cellX;
-    const double v = (groundY - top) / cellY;
-    if (!(u >= 0.0 && v >= 0.0 && u <= columns && v <= rows)) return false;
-    const int column = std::min(static_cast<int>(u), columns - 1);
-    const int row = std::min(static_cast<int>(v), rows - 1);
-    const double fx = u - column;
-    const double fy = v - row;
-    const Point& a = Node(column, row);
-    const Point& b = Node(column + 1, row);
-    const Point& c = Node(column, row + 1);
-    const Point& d = Node(column + 1, row + 1);
-    result.x = (a.x * (1.0 - fx) + b.x * fx) * (1.0 - fy) + (c.x * (1.0 - fx) + d.x * fx) * fy;
-    result.y = (a.y * (1.0 - fx) + b.y * fx) * (1.0 - fy) + (c.y * (1.0 - fx) + d.y * fx) * fy;
-    return true;
-  }
-};
+using platform::PositionGrid;
+using Point = PositionGrid::Point;
 
 /// Points along the four edges of a box, the given number on each.
 std::vector<Point> Outline(const CBoundingBox& box) {
@@ -99,7 +64,7 @@ struct CReproject::Impl {
   int height = 0;
   double fullTurn = 0.0;  ///< of a geographic source's longitudes, in its units, else 0
   double middleX = 0.0;   ///< of the source, on its ground
-  Grid grid;
+  PositionGrid grid;
 
   /// The longitude that lies nearest to the source; an image may reach over the date line, or count from 0 to 360.
   double NearSource(double x) const {
@@ -140,17 +105,15 @@ struct CReproject::Impl {
     }
   }
 
-  Grid SampleGrid(const CBoundingBox& box, int columns, int rows) const {
-    Grid result;
-    result.left = box.m_dLeft;
-    result.top = box.m_dTop;
-    result.columns = columns;
-    result.rows = rows;
-    result.cellX = (box.m_dRight - box.m_dLeft) / columns;
-    result.cellY = (box.m_dBottom - box.m_dTop) / rows;
+  PositionGrid SampleGrid(const CBoundingBox& box, int columns, int rows) const {
+    PositionGrid result;
+    result.cells = {
+        box.m_dLeft, box.m_dTop, (box.m_dRight - box.m_dLeft) / columns, (box.m_dBottom - box.m_dTop) / rows,
+        columns,     rows};
+    const platform::GroundCells& cells = result.cells;
     for (int r = 0; r <= rows; ++r) {
       for (int c = 0; c <= columns; ++c) {
-        result.nodes.push_back({result.left + result.cellX * c, result.top + result.cellY * r});
+        result.nodes.push_back({cells.left + cells.cellX * c, cells.top + cells.cellY * r});
       }
     }
     ToPixels(result.nodes);
@@ -158,24 +121,35 @@ struct CReproject::Impl {
   }
 
   /// Whether interpolation stays close to the exact positions where it errs most: the middles of cells and edges.
-  bool IsAccurate(const Grid& candidate) const {
+  bool IsAccurate(const PositionGrid& candidate) const {
     // Half the tolerance here leaves room for the points between.
     constexpr double kTolerance = 0.01 / 2;
-    std::vector<Point> ground;
-    for (int r = 0; r <= 2 * candidate.rows; ++r) {
-      ground.clear();
+    const platform::GroundCells& cells = candidate.cells;
+    std::vector<Point> exact;
+    std::vector<double> x;
+    std::vector<double> y;
+    std::vector<int> outside;
+    for (int r = 0; r <= 2 * cells.rows; ++r) {
+      exact.clear();
+      x.clear();
+      y.clear();
+      outside.clear();
       // In half cells; the nodes themselves, at even numbers, are exact.
-      for (int c = r % 2 == 0 ? 1 : 0; c <= 2 * candidate.columns; c += r % 2 == 0 ? 2 : 1) {
-        ground.push_back({candidate.left + candidate.cellX * 0.5 * c, candidate.top + candidate.cellY * 0.5 * r});
+      for (int c = r % 2 == 0 ? 1 : 0; c <= 2 * cells.columns; c += r % 2 == 0 ? 2 : 1) {
+        exact.push_back({cells.left + cells.cellX * 0.5 * c, cells.top + cells.cellY * 0.5 * r});
+        x.push_back(exact.back().x);
+        y.push_back(exact.back().y);
       }
-      std::vector<Point> exact = ground;
+      candidate.Interpolate(x.data(), y.data(), static_cast<int>(x.size()), x.data(), y.data(), outside);
       ToPixels(exact);
-      for (std::size_t i = 0; i < ground.size(); ++i) {
-        // A point that rounding puts outside the box is taken exactly there.
-        Point near{};
-        if (!candidate.Interpolate(ground[i].x, ground[i].y, near)) continue;
+      // A point that rounding puts outside the box is taken exactly there.
+      for (const int i : outside) {
+        const auto k = static_cast<std::size_t>(i);
+        exact[k] = {x[k], y[k]};
+      }
+      for (std::size_t i = 0; i < exact.size(); ++i) {
         // Written so that a NaN is not accurate.
-        if (!(std::hypot(near.x - exact[i].x, near.y - exact[i].y) < kTolerance)) return false;
+        if (!(std::hypot(x[i] - exact[i].x, y[i] - exact[i].y) < kTolerance)) return false;
       }
     }
     return true;
@@ -213,7 +187,7 @@ CReproject* CReproject::Create(CRasterSource* source, const std::wstring& wkt, c
 }
 
 bool CReproject::CreateGrid(const CBoundingBox& box, double cellX, double cellY, int maxRefinements) {
-  m_impl->grid = Grid();
+  m_impl->grid = PositionGrid();
   const double width = std::fabs(box.m_dRight - box.m_dLeft);
   const double height = std::fabs(box.m_dBottom - box.m_dTop);
   if (!(width > 0.0 && height > 0.0 && std::isfinite(width) && std::isfinite(height))) return false;
@@ -231,7 +205,7 @@ bool CReproject::CreateGrid(const CBoundingBox& box, double cellX, double cellY,
   // A grid of more cells than this would cost more than it saves.
   constexpr std::int64_t kMostCells = std::int64_t{1} << 21;
   for (int i = 0; i <= maxRefinements && columns * rows <= kMostCells; ++i, columns *= 2, rows *= 2) {
-    Grid candidate = m_impl->SampleGrid(box, static_cast<int>(columns), static_cast<int>(rows));
+    PositionGrid candidate = m_impl->SampleGrid(box, static_cast<int>(columns), static_cast<int>(rows));
     if (!m_impl->IsAccurate(candidate)) continue;
     m_impl->grid = std::move(candidate);
     return true;
@@ -242,26 +216,27 @@ bool CReproject::CreateGrid(const CBoundingBox& box, double cellX, double cellY,
 bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY,
                            int n) const {
   std::vector<int> exact;
-  for (int i = 0; i < n; ++i) {
-    Point p{};
-    if (m_impl->grid.IsEmpty() || !m_impl->grid.Interpolate(groundX[i], groundY[i], p)) {
-      exact.push_back(i);
+  if (m_impl->grid.IsEmpty()) {
+    for (int i = 0; i < n; ++i) {
       sourceX[i] = groundX[i];
       sourceY[i] = groundY[i];
-      continue;
+      exact.push_back(i);
     }
-    sourceX[i] = platform::SampleCoordinate(p.x, m_impl->width);
-    sourceY[i] = platform::SampleCoordinate(p.y, m_impl->height);
+  } else {
+    m_impl->grid.Interpolate(groundX, groundY, n, sourceX, sourceY, exact);
   }
-  if (exact.empty()) return true;
-  std::vector<Point> points;
-  points.reserve(exact.size());
-  for (const int i : exact) points.push_back({sourceX[i], sourceY[i]});
-  m_impl->ToPixels(points);
-  for (std::size_t k = 0; k < exact.size(); ++k) {
-    sourceX[exact[k]] = platform::SampleCoordinate(points[k].x, m_impl->width);
-    sourceY[exact[k]] = platform::SampleCoordinate(points[k].y, m_impl->height);
+  if (!exact.empty()) {
+    std::vector<Point> points;
+    points.reserve(exact.size());
+    for (const int i : exact) points.push_back({sourceX[i], sourceY[i]});
+    m_impl->ToPixels(points);
+    for (std::size_t k = 0; k < exact.size(); ++k) {
+      sourceX[exact[k]] = points[k].x;
+      sourceY[exact[k]] = points[k].y;
+    }
   }
+  platform::ToSampleCoordinates(sourceX, n, m_impl->width);
+  platform::ToSampleCoordinates(sourceY, n, m_impl->height);
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <random>
@@ -114,17 +115,26 @@ TEST(RowResampler, NewColumnsForgetTheOldOnes) {
 
 TEST(RowResampler, FreePositionsEqualTheDefinitionBitForBit) {
   std::mt19937 random(14);
+  const double far[] = {-1e9, 1e9};
   for (int round = 0; round < 600; ++round) {
-    const Scene scene(random, 1 + static_cast<int>(random() % 4));
+    const Scene scene(random, 1 + static_cast<int>(random() % 9));
     const int width = kWidths[random() % std::size(kWidths)];
     const int type = static_cast<int>(random() % 4);
-    std::uniform_real_distribution<double> px(scene.rect.left - 4.0, scene.rect.right + 4.0);
-    std::uniform_real_distribution<double> py(scene.rect.top - 4.0, scene.rect.bottom + 4.0);
+    // Rows all of whose positions lie inside, and others.
+    const double reach = random() % 3 == 0 ? -3.0 : 4.0;
+    const auto along = [reach](int from, int to) {
+      const double a = from - reach;
+      return std::uniform_real_distribution<double>(a, std::max<double>(a, to + reach));
+    };
+    auto px = along(scene.rect.left, scene.rect.right);
+    auto py = along(scene.rect.top, scene.rect.bottom);
     std::vector<double> x;
     std::vector<double> y;
     for (int i = 0; i < width; ++i) {
-      x.push_back(random() % 60 == 0 ? -1e9 : px(random));
-      y.push_back(random() % 60 == 0 ? -1e9 : py(random));
+      x.push_back(reach > 0.0 && random() % 60 == 0 ? far[random() % std::size(far)] : px(random));
+      y.push_back(reach > 0.0 && random() % 60 == 0 ? far[random() % std::size(far)] : py(random));
+      if (random() % 9 == 0) x.back() = std::floor(x.back());
+      if (random() % 9 == 0) y.back() = std::floor(y.back());
     }
     Rows rows(static_cast<int>(scene.bands.size()), width);
     fusion::RowResampler resampler(static_cast<ResampleType>(type), scene.bands.data(),

@@ -14,6 +14,7 @@
 #include "framework/row_math.h"
 #include "platform/algorithm/value_conversion.h"
 #include "platform/raster/no_data.h"
+#include "platform/raster/position_grid.h"
 #include "platform/raster/row_statistics.h"
 
 namespace {
@@ -72,8 +73,30 @@ void DigestResampling(std::mt19937& random, int n, Digest& digest) {
   for (double& f : fraction) f = std::generate_canonical<double, 53>(random);
   Row weights[4] = {fraction, fraction, fraction, fraction};
   double* const pointers[] = {weights[0].data(), weights[1].data(), weights[2].data(), weights[3].data()};
-  fusion::CubicWeights(fraction.data(), n, pointers);
+  Row rowWeights[4] = {fraction, fraction, fraction, fraction};
+  double* const rowPointers[] = {rowWeights[0].data(), rowWeights[1].data(), rowWeights[2].data(),
+                                 rowWeights[3].data()};
+  // Positions in a rectangle of 23 x 17 samples, some outside.
+  const CRect rect(3, 5, 26, 22);
+  Row x(fraction);
+  Row y(fraction);
+  for (double& p : x) p = 2.0 + 25.0 * p;
+  for (double& p : y) p = 4.0 + 19.0 * std::generate_canonical<double, 53>(random);
+  std::vector<std::int32_t> inside(x.size(), 0);
+  const fusion::PositionBox box{4.0, 6.0, 24.0, 20.0};
+  const int count = fusion::KeepInside(box, x.data(), y.data(), n, x.data(), y.data(), inside.data());
+  digest.Add(&count, 1);
+  digest.Add(inside.data(), inside.size());
+  std::vector<std::int32_t> taps(x.size(), 0);
+  fusion::PlaceCubic(x.data(), y.data(), n, rect, taps.data(), pointers, rowPointers);
+  digest.Add(taps.data(), taps.size());
   for (const Row& w : weights) digest.Add(w);
+  for (const Row& w : rowWeights) digest.Add(w);
+  Row group[fusion::kBandGroup] = {fraction, fraction, fraction, fraction};
+  double* const groupPointers[] = {group[0].data(), group[1].data(), group[2].data(), group[3].data()};
+  const Row samples = MakeRow(random, static_cast<int>(rect.Area()) * fusion::kBandGroup);
+  fusion::CombineCubicPoints(samples.data(), rect.Width(), taps.data(), pointers, rowPointers, n, groupPointers);
+  for (const Row& band : group) digest.Add(band);
   Row out(fraction);
   fusion::CombineCubic(line.data(), first.data(), pointers[0], pointers[1], pointers[2], pointers[3], n, out.data());
   digest.Add(out);
@@ -81,8 +104,6 @@ void DigestResampling(std::mt19937& random, int n, Digest& digest) {
   fusion::BlendCubic(line.data(), line.data() + 1, line.data() + 2, line.data() + 3, blend, n, out.data());
   digest.Add(out);
   const double* const lines[] = {line.data(), line.data() + 1, line.data() + 2, line.data() + 3};
-  fusion::BlendCubicPoints(lines, pointers, n, out.data());
-  digest.Add(out);
   fusion::CombineLinear(line.data(), first.data(), second.data(), weights[1].data(), weights[2].data(), n, out.data());
   digest.Add(out);
   fusion::BlendLinear(line.data(), line.data() + 1, 0.3, 0.7, n, out.data());
@@ -94,6 +115,24 @@ void DigestResampling(std::mt19937& random, int n, Digest& digest) {
   digest.Add(out);
   fusion::CombineRows(lines, blend, 4, n, out.data());
   digest.Add(out);
+}
+
+void DigestPositions(std::mt19937& random, int n, Digest& digest) {
+  platform::PositionGrid grid;
+  grid.cells = {-3.0, 71.0, 13.7, -9.1, 5, 4};
+  const Row nodes = MakeRow(random, 60);
+  for (std::size_t i = 0; i < nodes.size(); i += 2) grid.nodes.push_back({nodes[i], nodes[i + 1]});
+  Row x = MakeRow(random, n);
+  Row y = MakeRow(random, n);
+  for (double& v : x) v *= 0.001;
+  for (double& v : y) v *= 0.001;
+  std::vector<int> outside;
+  grid.Interpolate(x.data(), y.data(), n, x.data(), y.data(), outside);
+  digest.Add(outside.data(), outside.size());
+  digest.Add(x);
+  digest.Add(y);
+  platform::ToSampleCoordinates(x.data(), n, 5000);
+  digest.Add(x);
 }
 
 void DigestConversion(std::mt19937& random, int n, Digest& digest) {
@@ -175,6 +214,8 @@ int main() {
     const std::string width = " " + std::to_string(n);
     DigestResampling(random, n, digest);
     digest.Print("resampling" + width);
+    DigestPositions(random, n, digest);
+    digest.Print("positions" + width);
     DigestConversion(random, n, digest);
     digest.Print("conversion" + width);
     DigestStatistics(random, n, digest);
