@@ -33,9 +33,7 @@ void ForPieces(int n, const Work& work) {
 /// NoDataTest for samples as they were read, without a branch that depends on one.
 struct SampleTest {
   explicit SampleTest(const platform::NoDataTest& test)
-      : noData(std::numeric_limits<double>::quiet_NaN()), isNan(test.declared && std::isnan(test.value)) {
-    if (test.declared) noData = test.asFloat ? static_cast<double>(static_cast<float>(test.value)) : test.value;
-  }
+      : noData(test.AsRead()), isNan(test.declared && std::isnan(test.value)) {}
   bool IsValid(double v) const { return isNan ? v == v : v != noData; }
 
   double noData;  ///< NaN, which equals nothing, where there is none

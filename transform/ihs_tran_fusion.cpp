@@ -1,17 +1,11 @@
 #include "transform/ihs_tran_fusion.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
 #include "platform/raster/pixel_type.h"
-
-namespace {
-
-constexpr double kPi = 3.141592653589793;
-
-}  // namespace
+#include "transform/ihs_model.h"
 
 CIhsTranFusion::CIhsTranFusion(FusionParam* param) : CFusion(param) {}
 CIhsTranFusion::~CIhsTranFusion() = default;
@@ -85,34 +79,42 @@ void CIhsTranFusion::ScaleBlock(CRasterBand& band, int msIndex, double* values, 
   if (band.GetRasterDataType() == PDT_UINT8) return;
   const double minimum = msIndex < 0 ? m_dPanMin : m_pMulMin[msIndex];
   const double maximum = msIndex < 0 ? m_dPanMax : m_pMulMax[msIndex];
-  const platform::NoDataTest isNoData = band.GetNoDataTest();
-  for (std::int64_t i = 0; i < count; ++i) {
-    if (!isNoData(values[i])) values[i] = (values[i] - minimum) / (maximum - minimum) * 253.0 + 1.0;
-  }
+  fusion::ScaleToBytes(minimum, maximum, band.GetNoDataTest(), values, count);
 }
 
 void** CIhsTranFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
                                         PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
   if (!m_pPanSrc || !platform::IsPixelType(outType)) return nullptr;
   fusion::RowPolicy policy;
+  policy.scratchRows = 3;
   policy.parallelRows = true;
   // A run that masks leaves such pixels out by itself.
   if (!m_param.m_bMaskNoData) policy.panNoData = m_pPanSrc->GetRasterBand(0)->GetNoDataTest();
   const int red = m_param.m_vecRGBBands.at(0);
   const int green = m_param.m_vecRGBBands.at(1);
   const int blue = m_param.m_vecRGBBands.at(2);
+  const bool areDistinct = red != green && red != blue && green != blue;
   const auto replaceIntensity = [=, this](const fusion::FusionRow& row) {
-    double* r = row.ms[red];
-    double* g = row.ms[green];
-    double* b = row.ms[blue];
-    for (int i = 0; i < row.width; ++i) {
-      double intensity = 0.0;
-      double hue = 0.0;
-      double saturation = 0.0;
-      RGB2IHS(r[i], g[i], b[i], intensity, hue, saturation);
-      IHS2RGB(row.pan[i], hue, saturation, r[i], g[i], b[i]);
+    if (areDistinct) {
+      const auto target = [&](int band, int spare) {
+        return band < row.outBandCount ? row.out[band] : row.scratch[spare];
+      };
+      fusion::SubstituteIntensity(row.pan, row.ms[red], row.ms[green], row.ms[blue], row.width, target(red, 0),
+                                  target(green, 1), target(blue, 2));
+    } else {
+      // Colours that share a band are seen in the order of their assignment.
+      for (int i = 0; i < row.width; ++i) {
+        double intensity = 0.0;
+        double hue = 0.0;
+        double saturation = 0.0;
+        RGB2IHS(row.ms[red][i], row.ms[green][i], row.ms[blue][i], intensity, hue, saturation);
+        IHS2RGB(row.pan[i], hue, saturation, row.ms[red][i], row.ms[green][i], row.ms[blue][i]);
+      }
     }
-    for (int band = 0; band < row.outBandCount; ++band) std::copy_n(row.ms[band], row.width, row.out[band]);
+    for (int band = 0; band < row.outBandCount; ++band) {
+      const bool isColour = band == red || band == green || band == blue;
+      if (!(areDistinct && isColour)) std::copy_n(row.ms[band], row.width, row.out[band]);
+    }
   };
   return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
                   replaceIntensity);
@@ -124,37 +126,25 @@ void CIhsTranFusion::EndProccess() {
 }
 
 void CIhsTranFusion::RGB2IHS(double R, double G, double B, double& I, double& H, double& S) {
-  I = (R + G + B) / 3.0;
-  const double smallest = std::min({R, G, B});
-  const double largest = std::max({R, G, B});
-  if (largest == smallest) {
-    H = 0.0;
-    S = 0.0;
-    return;
-  }
-  S = 1.0 - 3.0 / (R + G + B) * smallest;
-  const double cosine = (R - (G + B) * 0.5) / std::sqrt((R - B) * (G - B) + (R - G) * (R - G));
-  // Rounding may carry the quotient just outside the range of the arc cosine.
-  const double angle = std::acos(std::clamp(cosine, -1.0, 1.0)) / kPi * 180.0;
-  H = B > G ? (360.0 - angle) / 360.0 : angle / 360.0;
+  const fusion::IhsColour colour = fusion::RgbToIhs(R, G, B);
+  I = colour.intensity;
+  H = colour.hue;
+  S = colour.saturation;
 }
 
 void CIhsTranFusion::IHS2RGB(double I, double H, double S, double& R, double& G, double& B) {
-  const double hue = H * 360.0;
-  constexpr double kDegree = kPi / 180.0;
-  const double low = I * (1.0 - S);
-  const auto high = [=](double a, double b) { return I * (1.0 + S * std::cos(a * kDegree) / std::cos(b * kDegree)); };
-  if (hue > 0.0 && hue <= 120.0) {
-    B = low;
-    R = high(hue, 60.0 - hue);
+  const fusion::IhsShares shares = fusion::SharesOfIhs(I, H, S);
+  if (shares.start == 0.0) {
+    B = shares.low;
+    R = shares.high;
     G = 3.0 * I - (R + B);
-  } else if (hue > 120.0 && hue <= 240.0) {
-    R = low;
-    G = high(hue - 120.0, 180.0 - hue);
+  } else if (shares.start == 120.0) {
+    R = shares.low;
+    G = shares.high;
     B = 3.0 * I - (R + G);
   } else {
-    G = low;
-    B = high(hue - 240.0, 300.0 - hue);
+    G = shares.low;
+    B = shares.high;
     R = 3.0 * I - (G + B);
   }
 }

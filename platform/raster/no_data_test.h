@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cmath>
+#include <limits>
 
 namespace platform {
 
@@ -14,6 +15,12 @@ struct NoDataTest {
     if (!declared) return false;
     if (std::isnan(value)) return std::isnan(v);
     return asFloat ? static_cast<float>(v) == static_cast<float>(value) : v == value;
+  }
+
+  /// The value as the band's samples show it when they are read as doubles; NaN where none is declared.
+  double AsRead() const {
+    if (!declared) return std::numeric_limits<double>::quiet_NaN();
+    return asFloat ? static_cast<double>(static_cast<float>(value)) : value;
   }
 };
 

@@ -31,7 +31,7 @@ void ExpectDefinition(const Scene& scene, FusionParam param, const reference::Ru
   Method fusion(&param);
   fusion.Process();
   ExpectSuccess(fusion);
-  ExpectEqual(ReadImage(scene.outFile), reference::Fuse(run));
+  ExpectEqual(ReadImage(scene.outFile), reference::Fuse(run), run.tolerance);
 }
 
 /// The definition under a reprojection: a multispectral image in degrees under a pan image in UTM. Positions are asked
@@ -98,7 +98,7 @@ class MethodSweep : public testing::TestWithParam<std::tuple<int, int>> {
       const reference::Image out = ReadImage(reprojected.Base().outFile);
       reference::Run run = make(reprojected.Base(), param);
       reprojected.Complete(run, out);
-      ExpectEqual(out, reference::Fuse(run));
+      ExpectEqual(out, reference::Fuse(run), run.tolerance);
     }
   }
 

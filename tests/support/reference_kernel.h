@@ -56,6 +56,7 @@ struct Run {
   int resampleType = 2;
   int outBandCount = 0;
   Conversion conversion;
+  double tolerance = 0.0;      ///< by what part of itself a value of the library's may differ
   bool startAtOutput = false;  ///< positions from the output raster's geotransform instead of the pan image's
   int blockRows = 512;
   std::function<bool(int column, int row)> inside;  ///< mask in pan pixels, empty for none

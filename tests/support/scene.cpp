@@ -142,13 +142,14 @@ reference::Run Scene::Reference(const FusionParam& param) const {
   return run;
 }
 
-void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<double>>& expected) {
+void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<double>>& expected, double tolerance) {
   ASSERT_EQ(actual.bands.size(), expected.size());
   for (std::size_t b = 0; b < expected.size(); ++b) {
     ASSERT_EQ(actual.bands[b].size(), expected[b].size());
     for (std::size_t i = 0; i < expected[b].size(); ++i) {
       const double value = actual.bands[b][i];
-      ASSERT_TRUE(value == expected[b][i] || (std::isnan(value) && std::isnan(expected[b][i])))
+      ASSERT_TRUE(value == expected[b][i] || (std::isnan(value) && std::isnan(expected[b][i])) ||
+                  std::fabs(value - expected[b][i]) <= tolerance * std::fabs(expected[b][i]))
           << "band " << b << " column " << i % static_cast<std::size_t>(actual.width) << " row "
           << i / static_cast<std::size_t>(actual.width) << ": " << value << " instead of " << expected[b][i];
     }

@@ -62,7 +62,8 @@ class Scene {
 };
 
 /// The library's output equals the reference, element by element.
-void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<double>>& expected);
+void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<double>>& expected,
+                 double tolerance = 0.0);
 
 /// UTM zone 30 north and WGS 84 geographic as WKT.
 std::string UtmWkt();

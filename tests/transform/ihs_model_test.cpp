@@ -1,13 +1,19 @@
+#include "transform/ihs_model.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
 
+#include "tests/transform/ihs_definition.h"
 #include "transform/ihs_tran_fusion.h"
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using ihs_definition::kPi;
 
 struct Ihs {
   double i;
@@ -114,6 +120,119 @@ TEST(IhsTransform, BackTransformIsTheInverse) {
       }
     }
   }
+}
+
+/// Colours that occur and some that do not, in every combination of the odd ones, with a pan value each.
+std::vector<std::array<double, 4>> Pixels() {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  const double odd[] = {0.0,    -0.0,   1.0,   -1.0,      0.5,  254.0, 77.0,  77.000000000000014,
+                        1e-200, 5e-324, 1e300, kInfinity, kNaN, -2.0,  100.0, 2.0,
+                        -77.0,  1e-30,  1e160};
+  std::vector<std::array<double, 4>> pixels;
+  for (const double r : odd) {
+    for (const double g : odd) {
+      for (const double b : odd) pixels.push_back({20.0, r, g, b});
+    }
+  }
+  for (const double pan : odd) pixels.push_back({pan, 10.0, 30.0, 20.0});
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> scaled(1.0, 254.0);
+  std::uniform_int_distribution<int> byte(0, 255);
+  std::uniform_real_distribution<double> close(-1e-9, 1e-9);
+  for (int i = 0; i < 50000; ++i) {
+    pixels.push_back({scaled(random), scaled(random), scaled(random), scaled(random)});
+    const auto any = [&] { return static_cast<double>(byte(random)); };
+    pixels.push_back({any(), any(), any(), any()});
+    // Nearly grey, and on the borders of the sectors.
+    const double grey = scaled(random);
+    pixels.push_back({scaled(random), grey + close(random), grey + close(random), grey + close(random)});
+    pixels.push_back({scaled(random), grey, grey, scaled(random)});
+    pixels.push_back({scaled(random), scaled(random), grey, grey});
+    pixels.push_back({scaled(random), grey, scaled(random), grey});
+  }
+  return pixels;
+}
+
+struct Columns {
+  explicit Columns(const std::vector<std::array<double, 4>>& pixels) : in(4), out(3) {
+    for (const auto& pixel : pixels) {
+      for (std::size_t k = 0; k < 4; ++k) in[k].push_back(pixel[k]);
+    }
+    for (auto& row : out) row.assign(pixels.size(), -1.0);
+    fusion::SubstituteIntensity(in[0].data(), in[1].data(), in[2].data(), in[3].data(), static_cast<int>(pixels.size()),
+                                out[0].data(), out[1].data(), out[2].data());
+  }
+  std::vector<std::vector<double>> in;
+  std::vector<std::vector<double>> out;
+};
+
+bool IsSame(double a, double b) { return (a == b && std::signbit(a) == std::signbit(b)) || (a != a && b != b); }
+
+TEST(IhsRows, EqualTheTransformPixelByPixelBitForBit) {
+  const auto pixels = Pixels();
+  const Columns rows(pixels);
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    const auto& [pan, r, g, b] = pixels[i];
+    const Ihs v = Forward(r, g, b);
+    const auto rgb = Back({pan, v.h, v.s});
+    for (std::size_t k = 0; k < 3; ++k) {
+      ASSERT_TRUE(IsSame(rows.out[k][i], rgb[k]))
+          << k << " of " << pan << ": " << r << ' ' << g << ' ' << b << ": " << rows.out[k][i] << ", not " << rgb[k];
+    }
+  }
+}
+
+TEST(IhsRows, AgreeWithTheDefinitionInTheFunctionsOfTheCLibrary) {
+  const auto pixels = Pixels();
+  const Columns rows(pixels);
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    const auto& [pan, r, g, b] = pixels[i];
+    double rgb[] = {r, g, b};
+    ihs_definition::Substitute(pan, rgb[0], rgb[1], rgb[2]);
+    double size = 0.0;
+    for (const double v : rgb) size = std::max(size, std::fabs(v));
+    for (std::size_t k = 0; k < 3; ++k) {
+      const double value = rows.out[k][i];
+      ASSERT_TRUE(value == rgb[k] || (value != value && rgb[k] != rgb[k]) ||
+                  (std::isfinite(size) && std::fabs(value - rgb[k]) <= 1e-12 * size))
+          << k << " of " << pan << ": " << r << ' ' << g << ' ' << b << ": " << value << ", not " << rgb[k];
+    }
+  }
+}
+
+TEST(IhsRows, EveryLengthIsDoneToItsEnd) {
+  const auto pixels = Pixels();
+  const Columns all({pixels.end() - 700, pixels.end()});
+  for (const std::ptrdiff_t n : {1, 2, 3, 7, 8, 9, 255, 256, 257, 511, 513, 699}) {
+    const Columns some({pixels.end() - 700, pixels.end() - 700 + n});
+    for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
+      for (std::size_t k = 0; k < 3; ++k) ASSERT_TRUE(IsSame(some.out[k][i], all.out[k][i])) << n << ' ' << i;
+    }
+  }
+}
+
+TEST(IhsScale, BringsTheRangeToTheScaleAndLeavesNoData) {
+  const float tenth = 0.1F;
+  const std::vector<double> in = {-100.0, 0.0, 100.0, static_cast<double>(tenth), 50.0, 25.0, -50.0, 300.0, 7.0};
+  const auto scaled = [&](const platform::NoDataTest& test) {
+    std::vector<double> values = in;
+    fusion::ScaleToBytes(-100.0, 100.0, test, values.data(), static_cast<std::int64_t>(values.size()));
+    return values;
+  };
+  const auto expect = [&](const std::vector<double>& values, double kept) {
+    for (std::size_t i = 0; i < in.size(); ++i) {
+      EXPECT_EQ(values[i], in[i] == kept ? kept : (in[i] + 100.0) / 200.0 * 253.0 + 1.0) << i;
+    }
+  };
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  expect(scaled({}), kNaN);
+  expect(scaled({false, false, 50.0}), kNaN);
+  expect(scaled({true, false, 50.0}), 50.0);
+  expect(scaled({true, false, kNaN}), kNaN);
+  // A float band whose value was declared in more digits than it holds.
+  expect(scaled({true, false, 0.1}), kNaN);
+  expect(scaled({true, true, 0.1}), static_cast<double>(tenth));
 }
 
 }  // namespace

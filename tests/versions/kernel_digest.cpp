@@ -16,6 +16,7 @@
 #include "platform/raster/no_data.h"
 #include "platform/raster/position_grid.h"
 #include "platform/raster/row_statistics.h"
+#include "transform/ihs_model.h"
 
 namespace {
 
@@ -190,6 +191,25 @@ void DigestStatistics(std::mt19937& random, int n, Digest& digest) {
   }
 }
 
+void DigestIhs(std::mt19937& random, int n, Digest& digest) {
+  // Rows with some of everything, and colours as they occur, some of them grey.
+  std::uniform_int_distribution<int> byte(0, 20);
+  for (const bool usual : {false, true}) {
+    Row rows[4];
+    for (Row& row : rows) {
+      row = MakeRow(random, n);
+      for (double& v : row) v = usual ? byte(random) * 12.5 : v;
+    }
+    platform::NoDataTest test{usual, true, 12.5};
+    fusion::ScaleToBytes(-3.0, 800.0, test, rows[0].data(), n);
+    digest.Add(rows[0]);
+    Row out[] = {rows[0], rows[0], rows[0]};
+    fusion::SubstituteIntensity(rows[0].data(), rows[1].data(), rows[2].data(), rows[3].data(), n, out[0].data(),
+                                out[1].data(), out[2].data());
+    for (const Row& row : out) digest.Add(row);
+  }
+}
+
 bool Runs() {
 #if defined(__AVX512F__)
   return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
@@ -220,5 +240,7 @@ int main() {
     digest.Print("conversion" + width);
     DigestStatistics(random, n, digest);
     digest.Print("statistics" + width);
+    DigestIhs(random, n, digest);
+    digest.Print("ihs" + width);
   }
 }
