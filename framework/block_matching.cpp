@@ -8,11 +8,16 @@
 #include "platform/raster/raster_algorithm.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/sample_mask.h"
+#include "platform/system/multiversion.h"
 
 namespace fusion {
 namespace {
 
 constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+FUSION_MULTIVERSION void Widen(const float* values, int n, double* out) {
+  for (int i = 0; i < n; ++i) out[i] = values[i];
+}
 
 platform::ValueConversion FullRange(PixelDataType type) {
   platform::ValueConversion conversion;
@@ -66,10 +71,11 @@ void BlockMatching::LoadRow(void* const* bands, std::ptrdiff_t at, int width) {
       std::fill_n(m_pointers[b], width, kNone);
       continue;
     }
-    platform::DispatchPixelType(m_fusedType, [&](auto element) {
-      std::copy_n(static_cast<const decltype(element)*>(bands[b]) + at, width, m_pointers[b]);
-      return true;
-    });
+    if (m_fusedType == PDT_FLOAT64) {
+      std::copy_n(static_cast<const double*>(bands[b]) + at, width, m_pointers[b]);
+    } else {
+      Widen(static_cast<const float*>(bands[b]) + at, width, m_pointers[b]);
+    }
     if (m_masked) platform::ClearNoData(0.0, m_pointers[b], width);
   }
 }
