@@ -8,12 +8,6 @@
 
 #include "platform/system/multiversion.h"
 
-#if defined(_MSC_VER)
-#define FUSION_INLINE __forceinline
-#else
-#define FUSION_INLINE inline __attribute__((always_inline))
-#endif
-
 namespace platform {
 namespace {
 
@@ -40,7 +34,7 @@ Limits LimitsFor(const ValueConversion& conversion) {
 
 /// Truncates a value inside the type's range. 32-bit integers suffice for every type and vectorise everywhere.
 template <typename T>
-FUSION_INLINE T Truncate(double value) {
+FUSION_ALWAYS_INLINE T Truncate(double value) {
   if constexpr (std::is_floating_point_v<T>) {
     return static_cast<T>(value);
   } else if constexpr (std::is_same_v<T, std::uint32_t>) {
@@ -55,19 +49,19 @@ FUSION_INLINE T Truncate(double value) {
 }
 
 template <typename T>
-FUSION_INLINE T ClampAndTruncate(double value, double low, double high) {
+FUSION_ALWAYS_INLINE T ClampAndTruncate(double value, double low, double high) {
   value = value < low ? low : value;
   value = value > high ? high : value;
   if constexpr (!std::is_floating_point_v<T>) value = value == value ? value : 0.0;
   return Truncate<T>(value);
 }
 
-FUSION_INLINE double Stretch(double value, double sourceMin, double sourceRange, double outMax) {
+FUSION_ALWAYS_INLINE double Stretch(double value, double sourceMin, double sourceRange, double outMax) {
   return (value - sourceMin) / sourceRange * outMax;
 }
 
 template <typename T>
-FUSION_INLINE void ConvertValues(Limits limits, const double* values, T* out, std::size_t n) {
+FUSION_ALWAYS_INLINE void ConvertValues(Limits limits, const double* values, T* out, std::size_t n) {
   const double low = limits.low;
   const double high = limits.high;
   if (!limits.rescale) {

@@ -4,11 +4,7 @@
 #include <cmath>
 #include <cstdint>
 
-#if defined(_MSC_VER)
-#define FUSION_ALWAYS_INLINE __forceinline
-#else
-#define FUSION_ALWAYS_INLINE inline __attribute__((always_inline))
-#endif
+#include "platform/system/multiversion.h"
 
 /// Elementary functions for hot loops, without branches, calls and tables, so that a loop over them vectorises. The C
 /// library's do not vectorise unless arithmetic may be reordered, and their last bit differs between machines; these

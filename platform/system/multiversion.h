@@ -8,3 +8,10 @@
 #else
 #define FUSION_MULTIVERSION
 #endif
+
+/// For what such a loop calls: only what is inlined is compiled for its instruction set.
+#if defined(_MSC_VER)
+#define FUSION_ALWAYS_INLINE __forceinline
+#else
+#define FUSION_ALWAYS_INLINE inline __attribute__((always_inline))
+#endif
