@@ -59,7 +59,9 @@ CRasterBand::CRasterBand(CRasterSource* source, int index)
   GDALRasterBand* band = BandOf(*source, index);
   m_eType = m_bSignedBytes ? PDT_INT16 : platform::FromGdalType(band->GetRasterDataType());
   band->GetBlockSize(&m_nBlockXSize, &m_nBlockYSize);
-  m_bStrips = LiesInStrips(*band);
+  // Complex samples, for one, are presented as another type than the file's.
+  m_bStrips = LiesInStrips(*band) && platform::ToGdalType(m_eType) == band->GetRasterDataType();
+  m_bPlainStrips = m_bStrips && !band->GetDataset()->GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE");
   int declared = 0;
   const double value = band->GetNoDataValue(&declared);
   m_noData = {declared != 0, m_eType == PDT_FLOAT32, declared != 0 ? value : 0.0};
@@ -81,6 +83,7 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
   if (write && WriteStrips(rect, buffer, type, pixelSpace, lineSpace)) return quiet.Any() ? kFailed : 0;
   if (m_pSource->IsWritable()) m_bStrips = false;
   if (m_bSignedBytes) return ReadSignedBytes(rect, buffer, type, pixelSpace, lineSpace) ? 0 : kFailed;
+  if (!write && ReadStrips(rect, buffer, type, pixelSpace, lineSpace)) return quiet.Any() ? kFailed : 0;
   const CPLErr result =
       BandOf(*m_pSource, m_nIndex)
           ->RasterIO(write ? GF_Write : GF_Read, rect.left, rect.top, rect.Width(), rect.Height(), buffer, bufferWidth,
@@ -105,6 +108,31 @@ bool CRasterBand::WriteStrips(const CRect& rect, void* buffer, PixelDataType typ
   auto* strip = static_cast<unsigned char*>(buffer);
   for (int row = rect.top; row < rect.bottom; row += m_nBlockYSize, strip += rowBytes * m_nBlockYSize) {
     if (band->WriteBlock(0, row / m_nBlockYSize, strip) != CE_None) break;
+  }
+  return true;
+}
+
+/// Whole uncompressed strips of an image that nobody changes come straight from the file: on their way through the
+/// cache of decoded blocks they would take twice the time. False where that is not possible. Failures are GDAL's
+/// errors.
+bool CRasterBand::ReadStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace) {
+  const bool whole = rect.top % m_nBlockYSize == 0 && (rect.bottom % m_nBlockYSize == 0 || rect.bottom == GetHeight());
+  if (!m_bPlainStrips || m_pSource->IsWritable() || rect.Width() != GetWidth() || !whole) return false;
+  GDALRasterBand* band = BandOf(*m_pSource, m_nIndex);
+  const auto from = static_cast<GDALDataType>(platform::ToGdalType(m_eType));
+  const auto to = static_cast<GDALDataType>(platform::ToGdalType(type));
+  const int pixelStep = pixelSpace != 0 ? pixelSpace : platform::PixelSize(type);
+  const std::ptrdiff_t lineStep = lineSpace != 0 ? lineSpace : std::ptrdiff_t{pixelStep} * rect.Width();
+  const std::ptrdiff_t rowBytes = std::ptrdiff_t{platform::PixelSize(m_eType)} * rect.Width();
+  std::vector<unsigned char> strip(static_cast<std::size_t>(rowBytes) * static_cast<std::size_t>(m_nBlockYSize));
+  auto* line = static_cast<unsigned char*>(buffer);
+  for (int top = rect.top; top < rect.bottom; top += m_nBlockYSize) {
+    if (band->ReadBlock(0, top / m_nBlockYSize, strip.data()) != CE_None) break;
+    const int rows = std::min(m_nBlockYSize, rect.bottom - top);
+    for (int row = 0; row < rows; ++row, line += lineStep) {
+      GDALCopyWords(strip.data() + row * rowBytes, from, platform::PixelSize(m_eType), line, to, pixelStep,
+                    rect.Width());
+    }
   }
   return true;
 }

@@ -67,6 +67,7 @@ class FUSION_API CRasterBand {
                int pixelSpace, int lineSpace);
   bool ClearMasked(const CRect& rect, double* values, bool& gaps);
   bool WriteStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
+  bool ReadStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
   bool ReadSignedBytes(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace);
 
   CRasterSource* m_pSource;
@@ -77,6 +78,7 @@ class FUSION_API CRasterBand {
   int m_nBlockXSize = 0;
   int m_nBlockYSize = 0;
   bool m_bStrips = false;  ///< rows of this band lie in strips of their own that may be written past the block cache
+  bool m_bPlainStrips = false;  ///< and they are not compressed
   platform::NoDataTest m_noData;
   bool m_bGaps = false;  ///< masked, and there may be something to mask,
   bool m_bMask = false;  ///< by more than its value
