@@ -1,6 +1,7 @@
 #include "framework/row_kernel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <exception>
 #include <mutex>
@@ -164,9 +165,10 @@ void ForRows(int rows, bool parallel, const Work& work) {
   if (parallel) {
     std::exception_ptr failure;
     std::mutex mutex;
+    std::atomic<int> finished = 0;
 #pragma omp parallel
     {
-      const auto threads = static_cast<std::int64_t>(omp_get_num_threads());
+      const int threads = omp_get_num_threads();
       const auto thread = static_cast<std::int64_t>(omp_get_thread_num());
       const auto begin = static_cast<int>(rows * thread / threads);
       const auto end = static_cast<int>(rows * (thread + 1) / threads);
@@ -176,6 +178,10 @@ void ForRows(int rows, bool parallel, const Work& work) {
         const std::lock_guard<std::mutex> lock(mutex);
         failure = std::current_exception();
       }
+      // Left to OpenMP, whoever is finished first would wait spinning, on a core that reading and writing could use.
+      int done = ++finished;
+      if (done == threads) finished.notify_all();
+      for (; done != threads; done = finished) finished.wait(done);
     }
     if (failure) std::rethrow_exception(failure);
     return;
