@@ -14,7 +14,8 @@ namespace {
 BlockGrid Tiles(const CRasterSource& ms, double ratio) {
   constexpr double kPanPixels = 1 << 22;
   const double pixels = std::max(kPanPixels / (std::max(ratio, 1.0) * std::max(ratio, 1.0)), 1.0);
-  const double width = std::min({pixels, 1024.0, static_cast<double>(ms.GetWidth())});
+  // Whole rows up to a width where two rows of margin would make up much of what is read.
+  const double width = std::min({pixels, 16384.0, static_cast<double>(ms.GetWidth())});
   const double height = std::clamp(pixels / width, 1.0, 64.0);
   return {ms.GetWidth(), ms.GetHeight(), static_cast<int>(width), static_cast<int>(height)};
 }
@@ -41,6 +42,7 @@ BayesianSamples::BayesianSamples(const CRasterSource& ms, std::vector<CRasterBan
     : m_bands(std::move(bands)),
       m_pan(pan),
       m_tiles(Tiles(ms, pan.Ratio())),
+      m_kept(static_cast<std::size_t>(m_tiles.Count())),
       m_buffers(m_bands.size(), 0),
       m_sums(static_cast<std::size_t>(m_tiles.blockWidth) + 2),
       m_valid(static_cast<std::size_t>(m_tiles.blockWidth)) {
@@ -57,9 +59,7 @@ BayesianSamples::BayesianSamples(const CRasterSource& ms, std::vector<CRasterBan
 
 bool BayesianSamples::ForEachTile(const std::function<bool(const BayesianBatch&)>& visit) {
   bool wanted = true;
-  const auto collect = [this](int i, int slot) {
-    return Collect(m_tiles.Block(i % m_tiles.Across(), i / m_tiles.Across()), m_samples[slot]);
-  };
+  const auto collect = [this](int i, int slot) { return Collect(i, m_samples[slot]); };
   const auto use = [&](int, int slot) {
     const Samples& samples = m_samples[slot];
     wanted = visit({samples.count, samples.bandColumns, samples.detailColumns, samples.columns.back().data()});
@@ -68,11 +68,25 @@ bool BayesianSamples::ForEachTile(const std::function<bool(const BayesianBatch&)
   return platform::LoadAhead(m_tiles.Count(), collect, use) || !wanted;
 }
 
-bool BayesianSamples::Collect(const CRect& tile, Samples& samples) {
+const std::vector<double>* BayesianSamples::Averages(int tile) {
+  constexpr std::size_t kMostKept = std::size_t{1} << 23;
+  std::vector<double>& kept = m_kept[static_cast<std::size_t>(tile)];
+  if (!kept.empty()) return &kept;
+  if (!m_pan.Load(m_tiles.Block(tile % m_tiles.Across(), tile / m_tiles.Across()))) return nullptr;
+  const std::vector<double>& values = m_pan.Values();
+  if (m_keptCount + values.size() <= kMostKept) {
+    kept = values;
+    m_keptCount += values.size();
+  }
+  return &values;
+}
+
+bool BayesianSamples::Collect(int index, Samples& samples) {
   samples.count = 0;
-  if (!m_pan.Load(tile)) return false;
-  const auto& pan = m_pan.Values();
-  if (std::none_of(pan.begin(), pan.end(), [](double v) { return std::isfinite(v); })) return true;
+  const std::vector<double>* averages = Averages(index);
+  if (!averages) return false;
+  if (std::none_of(averages->begin(), averages->end(), [](double v) { return std::isfinite(v); })) return true;
+  const CRect tile = m_tiles.Block(index % m_tiles.Across(), index / m_tiles.Across());
 
   const CRect read(std::max(tile.left - 1, 0), std::max(tile.top - 1, 0), std::min(tile.right + 1, m_tiles.width),
                    std::min(tile.bottom + 1, m_tiles.height));
@@ -81,17 +95,18 @@ bool BayesianSamples::Collect(const CRect& tile, Samples& samples) {
     // A NaN spreads to the means of all neighbours, which leaves out what has to be left out.
     platform::MarkInvalid(m_buffers[b], read.Area(), m_noData[b]);
   }
-  for (int row = tile.top; row < tile.bottom; ++row) CollectRow(tile, read, row, samples);
+  for (int row = tile.top; row < tile.bottom; ++row) CollectRow(tile, averages->data(), read, row, samples);
   return true;
 }
 
-void BayesianSamples::CollectRow(const CRect& tile, const CRect& read, int row, Samples& samples) {
+void BayesianSamples::CollectRow(const CRect& tile, const double* averages, const CRect& read, int row,
+                                 Samples& samples) {
   const int width = tile.Width();
   const auto rowOf = [&](std::size_t b, int y) {
     return m_buffers[b] +
            static_cast<std::ptrdiff_t>(std::clamp(y, read.top, read.bottom - 1) - read.top) * read.Width();
   };
-  const double* pan = m_pan.Values().data() + static_cast<std::ptrdiff_t>(row - tile.top) * width;
+  const double* pan = averages + static_cast<std::ptrdiff_t>(row - tile.top) * width;
   std::copy_n(pan, width, samples.columns.back().data() + samples.count);
   std::transform(pan, pan + width, m_valid.begin(), [](double v) { return std::isfinite(v) ? 1 : 0; });
 

@@ -37,14 +37,19 @@ class BayesianSamples {
     std::vector<const double*> detailColumns;
   };
 
-  bool Collect(const CRect& tile, Samples& samples);
-  void CollectRow(const CRect& tile, const CRect& read, int row, Samples& samples);
+  bool Collect(int tile, Samples& samples);
+  /// Pan averaged over the pixels of a tile; null after a failed read. For as many tiles as fit into bounded memory the
+  /// averages are kept for the next pass, since they are most of the work.
+  const std::vector<double>* Averages(int tile);
+  void CollectRow(const CRect& tile, const double* averages, const CRect& read, int row, Samples& samples);
   void DropInvalid(int count, Samples& samples) const;
 
   std::vector<CRasterBand*> m_bands;
   std::vector<double> m_noData;
   PanAverage& m_pan;
   BlockGrid m_tiles;
+  std::vector<std::vector<double>> m_kept;  ///< averages of each tile, empty where they are not kept
+  std::size_t m_keptCount = 0;
   BandBuffers m_buffers;
   Samples m_samples[2];  ///< one tile is collected while the other is looked at
   std::vector<double> m_sums;
