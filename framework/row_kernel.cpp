@@ -183,6 +183,10 @@ void ForRows(int rows, bool parallel, const Work& work) {
       if (done == threads) finished.notify_all();
       for (; done != threads; done = finished) finished.wait(done);
     }
+#ifdef __GNUC__
+    // So would the other threads until the next block comes.
+    omp_pause_resource_all(omp_pause_soft);
+#endif
     if (failure) std::rethrow_exception(failure);
     return;
   }

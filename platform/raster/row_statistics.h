@@ -5,7 +5,7 @@
 
 namespace platform {
 
-/// Running figures of a stream of values: pieces are reduced on their own and merged, so that neither a large mean nor
+/// Running moments of a stream of values: pieces are reduced on their own and merged, so that neither a large mean nor
 /// a long stream costs digits (Chan, Golub and LeVeque, Updating formulae and a pairwise algorithm for computing sample
 /// variances, 1979).
 class RowStatistics {
@@ -16,8 +16,6 @@ class RowStatistics {
   void Add(const double* values, std::int64_t count);
 
   std::int64_t Count() const { return m_count; }
-  double Minimum() const { return m_minimum; }
-  double Maximum() const { return m_maximum; }
   double Mean() const { return m_origin + m_offset; }
   /// Population standard deviation.
   double StdDev() const;
@@ -27,11 +25,26 @@ class RowStatistics {
 
   double m_noData;
   std::int64_t m_count = 0;
-  double m_minimum = std::numeric_limits<double>::infinity();
-  double m_maximum = -std::numeric_limits<double>::infinity();
   double m_origin = 0.0;  ///< mean of the first piece: the mean is kept as a difference from it, which has more digits
   double m_offset = 0.0;
   double m_squares = 0.0;  ///< sum of squared deviations from the mean
+};
+
+/// Running range of a stream of values, with the same ones left out.
+class RowRange {
+ public:
+  explicit RowRange(double noData = std::numeric_limits<double>::quiet_NaN()) : m_noData(noData) {}
+
+  void Add(const double* values, std::int64_t count);
+
+  bool IsEmpty() const { return m_minimum > m_maximum; }
+  double Minimum() const { return m_minimum; }
+  double Maximum() const { return m_maximum; }
+
+ private:
+  double m_noData;
+  double m_minimum = std::numeric_limits<double>::infinity();
+  double m_maximum = -std::numeric_limits<double>::infinity();
 };
 
 }  // namespace platform

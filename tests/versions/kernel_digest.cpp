@@ -165,7 +165,10 @@ void DigestStatistics(std::mt19937& random, int n, Digest& digest) {
     platform::RowStatistics statistics(noData);
     statistics.Add(a.data(), n);
     statistics.Add(b.data(), n);
-    digest.Add({statistics.Minimum(), statistics.Maximum(), statistics.Mean(), statistics.StdDev()});
+    platform::RowRange range(noData);
+    range.Add(a.data(), n);
+    range.Add(b.data(), n);
+    digest.Add({range.Minimum(), range.Maximum(), statistics.Mean(), statistics.StdDev()});
     const platform::NoDataTest test{true, false, noData};
     Row valid(a.size(), 1.0);
     fusion::DropNoData(a.data(), n, test, valid.data());
