@@ -159,7 +159,7 @@ def draw(folder, runs, sizes, stages):
         axes.bar(labels, heights, bottom=below, label=stage)
         below = [low + height for low, height in zip(below, heights)]
     axes.set(xlabel="width and height of the pan image", ylabel="one thread, ns per pixel")
-    axes.legend()
+    axes.legend(*(entries[::-1] for entries in axes.get_legend_handles_labels()), loc="upper left", bbox_to_anchor=(1, 1))
     figure.savefig(folder / "stages.png", dpi=150, bbox_inches="tight")
     pyplot.close(figure)
     return True

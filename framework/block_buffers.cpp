@@ -81,10 +81,12 @@ void BandBuffers::Reserve(const CRect& rect) {
   Allocate();
 }
 
-bool BandBuffers::ReadInto(double* values, CRasterBand& band, const CRect& rect, unsigned char& gaps) {
+bool BandBuffers::ReadInto(double* values, std::size_t i, CRasterBand& band, const CRect& rect,
+                           unsigned char& gaps) const {
   bool any = false;
   if (band.ReadSamples(rect, values, any) != 0) return false;
   gaps = any;
+  if (m_afterRead) m_afterRead(band, static_cast<int>(i), values, rect.Area());
   std::fill_n(values + rect.Area(), SlackOf(rect), 0.0);
   return true;
 }
@@ -97,8 +99,9 @@ void BandBuffers::Expect(std::size_t i, CRasterBand* band, const CRect& rect, pl
   if (!expected.values) expected.values = NewBuffer();
   expected.band = band;
   expected.rect = rect;
-  reader.Add(
-      [&expected] { expected.read = ReadInto(expected.values.get(), *expected.band, expected.rect, expected.gaps); });
+  reader.Add([this, &expected, i] {
+    expected.read = ReadInto(expected.values.get(), i, *expected.band, expected.rect, expected.gaps);
+  });
 }
 
 bool BandBuffers::TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read) {
@@ -120,7 +123,7 @@ bool BandBuffers::Read(std::size_t i, CRasterBand* band, const CRect& rect) {
   Reserve(rect);
   m_held[i] = CRect();
   bool read = false;
-  return TakeExpected(i, band, rect, read) ? read : ReadInto(m_pointers[i], *band, rect, m_gaps[i]);
+  return TakeExpected(i, band, rect, read) ? read : ReadInto(m_pointers[i], i, *band, rect, m_gaps[i]);
 }
 
 bool BandBuffers::ReadOn(std::size_t i, CRasterBand* band, const CRect& rect) {

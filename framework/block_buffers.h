@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -46,6 +47,8 @@ CRect Shift(const CRect& rect, int dx, int dy);
 /// position at the far edge reads one row and one column past it.
 class BandBuffers {
  public:
+  using AfterRead = std::function<void(CRasterBand& band, int i, double* values, std::int64_t count)>;
+
   BandBuffers(std::size_t count, std::int64_t capacity);
   ~BandBuffers();
   BandBuffers(const BandBuffers&) = delete;
@@ -60,6 +63,8 @@ class BandBuffers {
   /// sources that mask (CRasterSource::SetMaskNoData) are looked at.
   const unsigned char* Gaps() const { return m_gaps.data(); }
 
+  /// Called from now on with all that Read reads into buffer i, on the thread that reads it.
+  void SetAfterRead(AfterRead afterRead) { m_afterRead = std::move(afterRead); }
   /// Makes every buffer hold at least the rectangle.
   void Reserve(const CRect& rect);
   /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
@@ -85,10 +90,11 @@ class BandBuffers {
   Buffer NewBuffer() const;
   void Allocate();
   bool Fits(const CRect& rect) const;
-  static bool ReadInto(double* values, CRasterBand& band, const CRect& rect, unsigned char& gaps);
+  bool ReadInto(double* values, std::size_t i, CRasterBand& band, const CRect& rect, unsigned char& gaps) const;
   bool TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read);
   void WaitForReader();
 
+  AfterRead m_afterRead;
   std::vector<Buffer> m_buffers;
   std::vector<Expected> m_expected;
   platform::TaskQueue* m_reader = nullptr;

@@ -86,6 +86,12 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
     return nullptr;
   }
   auto blocks = std::make_unique<fusion::BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top);
+  if (variation.afterRead) {
+    blocks->ms.SetAfterRead(variation.afterRead);
+    blocks->pan.SetAfterRead([&variation](CRasterBand& band, int, double* values, std::int64_t count) {
+      variation.afterRead(band, -1, values, count);
+    });
+  }
   if (!PrepareMatching(*blocks)) {
     ReportError();
     return nullptr;
@@ -140,13 +146,9 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
   for (std::size_t i = 0; i < blocks.msBands.size(); ++i) {
     CRasterBand* band = m_pMSSrc->GetRasterBand(blocks.msBands[i]);
     if (!blocks.ms.Read(i, band, blocks.msRect)) return LoadResult::kMsFailed;
-    if (variation.afterRead) {
-      variation.afterRead(*band, static_cast<int>(i), blocks.ms[i], blocks.msRect.Area());
-    }
   }
   CRasterBand* panBand = m_pPanSrc->GetRasterBand(m_param.m_nPanBand);
   if (!blocks.pan.Read(0, panBand, panRect)) return LoadResult::kPanFailed;
-  if (variation.afterRead) variation.afterRead(*panBand, -1, blocks.pan[0], panRect.Area());
   if (variation.detailSource && variation.detailSource->IsOpen() &&
       !blocks.detail.Read(0, variation.detailSource->GetRasterBand(m_param.m_nPanBand), panRect)) {
     return LoadResult::kPanFailed;

@@ -24,8 +24,9 @@ struct RunVariation {
       configure;
   /// A second image, opened by configure, that is read over the same rectangle and band as the pan image while open.
   CRasterSource* detailSource = nullptr;
-  /// Changes a block right after it was read; msIndex is the place in the band list, -1 for the pan block.
-  std::function<void(CRasterBand& band, int msIndex, double* values, std::int64_t count)> afterRead;
+  /// Changes a block right after it was read, on the thread that read it; the index is the place in the band list, -1
+  /// for the pan block.
+  BandBuffers::AfterRead afterRead;
   /// The kernel, in place of AlgorithmProcess.
   std::function<void**(const FusionBlock& block)> kernel;
   /// Work on the finished output of a successful run that has a progress reporter, before Finish.

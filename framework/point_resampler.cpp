@@ -56,29 +56,35 @@ void PointResampler::ResampleLinear(int n, double* const* out) {
     m_rowWeights[0][i] = r.toFirst;
     m_rowWeights[1][i] = r.toSecond;
   }
-  for (std::size_t b = 0; b < m_bands.size(); ++b) {
-    for (std::size_t j = 0; j < 2; ++j) {
-      CombineLinear(m_bands[b], m_taps[2 * j].data(), m_taps[2 * j + 1].data(), m_columnWeights[0].data(),
-                    m_columnWeights[1].data(), n, m_lines[j].data());
-    }
-    BlendLinearPoints(m_lines[0].data(), m_lines[1].data(), m_rowWeights[1].data(), m_rowWeights[0].data(), n, out[b]);
-  }
+  const std::int32_t* const taps[] = {m_taps[0].data(), m_taps[1].data(), m_taps[2].data(), m_taps[3].data()};
+  const double* const columns[] = {m_columnWeights[0].data(), m_columnWeights[1].data()};
+  const double* const rows[] = {m_rowWeights[0].data(), m_rowWeights[1].data()};
+  ForGroups(out, [&](const double* samples, double* const* group) {
+    CombineLinearPoints(samples, taps, columns, rows, n, group);
+  });
 }
 
 void PointResampler::ResampleCubic(int n, double* const* out) {
-  if (m_groups.empty()) InterleaveBands();
   double* const columns[] = {m_columnWeights[0].data(), m_columnWeights[1].data(), m_columnWeights[2].data(),
                              m_columnWeights[3].data()};
   double* const rows[] = {m_rowWeights[0].data(), m_rowWeights[1].data(), m_rowWeights[2].data(),
                           m_rowWeights[3].data()};
   PlaceCubic(m_x.data(), m_y.data(), n, m_rect, m_taps[0].data(), columns, rows);
+  ForGroups(out, [&](const double* samples, double* const* group) {
+    CombineCubicPoints(samples, m_stride, m_taps[0].data(), columns, rows, n, group);
+  });
+}
+
+template <typename Work>
+void PointResampler::ForGroups(double* const* out, const Work& work) {
+  if (m_groups.empty()) InterleaveBands();
   for (std::size_t g = 0; g < m_groups.size(); ++g) {
     const std::size_t band = g * kBandGroup;
     double* group[kBandGroup];
     for (std::size_t b = 0; b < kBandGroup; ++b) {
-      group[b] = band + b < m_bands.size() ? out[band + b] : m_lines[b].data();
+      group[b] = band + b < m_bands.size() ? out[band + b] : m_unused.data();
     }
-    CombineCubicPoints(m_groups[g].data(), m_stride, m_taps[0].data(), columns, rows, n, group);
+    work(m_groups[g].data(), group);
   }
 }
 

@@ -24,6 +24,9 @@ class PointResampler {
   void ResampleNearest(int n, double* const* out);
   void ResampleLinear(int n, double* const* out);
   void ResampleCubic(int n, double* const* out);
+  /// Calls work(samples, rows) for each group of bands.
+  template <typename Work>
+  void ForGroups(double* const* out, const Work& work);
   void InterleaveBands();
 
   ResampleType m_type;
@@ -31,7 +34,7 @@ class PointResampler {
   CRect m_rect;
   std::int64_t m_stride;
   PositionBox m_inner;  ///< positions whose whole neighbourhood lies inside the rectangle
-  /// Bicubic: the samples of each kBandGroup bands, the last ones filled up with zeros, beside each other.
+  /// The samples of each kBandGroup bands, the last ones filled up with zeros, beside each other.
   std::vector<std::vector<double>> m_groups;
   // A piece of the row at work.
   Row m_x;
@@ -40,7 +43,7 @@ class PointResampler {
   Indices m_taps[4];
   Row m_columnWeights[4];
   Row m_rowWeights[4];
-  Row m_lines[4];
+  Row m_unused;  ///< rows of the bands that a group is filled up with
   std::vector<double> m_point;
   std::vector<double*> m_out;
 };

@@ -19,8 +19,25 @@ using BandGroup = double __attribute__((vector_size(kBandGroup * sizeof(double))
 using BandGroup = std::array<double, kBandGroup>;
 #endif
 
-inline void AddScaled(const BandGroup& values, double weight, BandGroup& sum) {
+// Vectors come and go by reference: how they would be passed by value depends on the instruction set.
+
+FUSION_ALWAYS_INLINE void LoadGroup(const double* samples, BandGroup& group) {
+  std::memcpy(&group, samples, sizeof group);
+}
+
+FUSION_ALWAYS_INLINE void AddScaled(const BandGroup& values, double weight, BandGroup& sum) {
   for (int b = 0; b < kBandGroup; ++b) sum[b] += weight * values[b];
+}
+
+FUSION_ALWAYS_INLINE void Mix(const BandGroup& a, double weightA, const BandGroup& b, double weightB, BandGroup& out) {
+  for (int i = 0; i < kBandGroup; ++i) out[i] = weightA * a[i] + weightB * b[i];
+}
+
+/// From points side by side to one row for each band.
+FUSION_ALWAYS_INLINE void StoreGroups(const BandGroup* values, int n, int at, double* const* out) {
+  for (int b = 0; b < kBandGroup; ++b) {
+    for (int i = 0; i < n; ++i) out[b][at + i] = values[i][b];
+  }
 }
 
 }  // namespace
@@ -62,12 +79,6 @@ void BlendLinear(const double* upper, const double* lower, double toSecond, doub
 
 void PickNearest(const double* line, const std::int32_t* index, int n, double* out) {
   for (int i = 0; i < n; ++i) out[i] = line[index[i]];
-}
-
-FUSION_MULTIVERSION
-void BlendLinearPoints(const double* upper, const double* lower, const double* toSecond, const double* toFirst, int n,
-                       double* out) {
-  for (int i = 0; i < n; ++i) out[i] = upper[i] * toSecond[i] + lower[i] * toFirst[i];
 }
 
 FUSION_MULTIVERSION
@@ -117,16 +128,36 @@ void CombineCubicPoints(const double* samples, std::int64_t stride, const std::i
         BandGroup line{};
         for (int k = 0; k < 4; ++k) {
           BandGroup tap;
-          std::memcpy(&tap, taps + kBandGroup * k, sizeof tap);
+          LoadGroup(taps + kBandGroup * k, tap);
           AddScaled(tap, columnWeights[k][at], line);
         }
         AddScaled(line, rowWeights[j][at], sum);
       }
       values[i] = sum;
     }
-    for (int b = 0; b < kBandGroup; ++b) {
-      for (int i = 0; i < count; ++i) out[b][begin + i] = values[i][b];
+    StoreGroups(values, count, begin, out);
+  }
+}
+
+FUSION_MULTIVERSION
+void CombineLinearPoints(const double* samples, const std::int32_t* const* taps, const double* const* columnWeights,
+                         const double* const* rowWeights, int n, double* const* out) {
+  BandGroup values[kPassPiece];
+  for (int begin = 0; begin < n; begin += kPassPiece) {
+    const int count = std::min(kPassPiece, n - begin);
+    for (int i = 0; i < count; ++i) {
+      const int at = begin + i;
+      BandGroup lines[2];
+      for (int j = 0; j < 2; ++j) {
+        BandGroup first;
+        BandGroup second;
+        LoadGroup(samples + std::ptrdiff_t{taps[2 * j][at]} * kBandGroup, first);
+        LoadGroup(samples + std::ptrdiff_t{taps[2 * j + 1][at]} * kBandGroup, second);
+        Mix(second, columnWeights[0][at], first, columnWeights[1][at], lines[j]);
+      }
+      Mix(lines[0], rowWeights[1][at], lines[1], rowWeights[0][at], values[i]);
     }
+    StoreGroups(values, count, begin, out);
   }
 }
 

@@ -22,8 +22,6 @@ void BlendCubic(const double* l0, const double* l1, const double* l2, const doub
 void CombineLinear(const double* line, const std::int32_t* first, const std::int32_t* second, const double* toFirst,
                    const double* toSecond, int n, double* out);
 void BlendLinear(const double* upper, const double* lower, double toSecond, double toFirst, int n, double* out);
-void BlendLinearPoints(const double* upper, const double* lower, const double* toSecond, const double* toFirst, int n,
-                       double* out);
 
 /// out[i] = line[index[i]]
 void PickNearest(const double* line, const std::int32_t* index, int n, double* out);
@@ -41,7 +39,7 @@ struct PositionBox {
 int KeepInside(const PositionBox& box, const double* x, const double* y, int n, double* keptX, double* keptY,
                std::int32_t* inside);
 
-/// Bands that CombineCubicPoints works on together.
+/// Bands that are worked on together where every point has taps of its own.
 constexpr int kBandGroup = 4;
 
 /// Linear indices, in the rectangle, of the first of the sixteen taps of each position, and the weights of
@@ -52,5 +50,9 @@ void PlaceCubic(const double* x, const double* y, int n, const CRect& rect, std:
 /// each other; stride counts pixels.
 void CombineCubicPoints(const double* samples, std::int64_t stride, const std::int32_t* first,
                         const double* const* columnWeights, const double* const* rowWeights, int n, double* const* out);
+/// The same of four taps: their linear indices, left and right of the upper row, then of the lower one, and of columns
+/// and of rows the distances to the first and to the second.
+void CombineLinearPoints(const double* samples, const std::int32_t* const* taps, const double* const* columnWeights,
+                         const double* const* rowWeights, int n, double* const* out);
 
 }  // namespace fusion

@@ -109,8 +109,10 @@ void DigestResampling(std::mt19937& random, int n, Digest& digest) {
   digest.Add(out);
   fusion::BlendLinear(line.data(), line.data() + 1, 0.3, 0.7, n, out.data());
   digest.Add(out);
-  fusion::BlendLinearPoints(line.data(), line.data() + 1, weights[0].data(), weights[1].data(), n, out.data());
-  digest.Add(out);
+  const auto anywhere = MakeIndices(random, n, static_cast<int>(rect.Area()) - 1);
+  const std::int32_t* const corners[] = {taps.data(), anywhere.data(), anywhere.data(), taps.data()};
+  fusion::CombineLinearPoints(samples.data(), corners, pointers, rowPointers, n, groupPointers);
+  for (const Row& band : group) digest.Add(band);
   fusion::AddRow(line.data(), n, out.data());
   fusion::AddScaledRow(line.data() + 2, 0.1, n, out.data());
   digest.Add(out);
