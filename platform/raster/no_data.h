@@ -11,11 +11,7 @@ namespace platform {
 
 /// A band's no-data value as its samples carry it when read as doubles (those of a float band hold a float exactly);
 /// NaN where the band declares none.
-inline double NoDataSample(const CRasterBand& band) {
-  if (!band.IsHaveNoData()) return std::numeric_limits<double>::quiet_NaN();
-  const double value = band.GetNoDataValue();
-  return band.GetRasterDataType() == PDT_FLOAT32 ? static_cast<double>(static_cast<float>(value)) : value;
-}
+inline double NoDataSample(const CRasterBand& band) { return band.GetNoDataTest().AsRead(); }
 
 /// Neither NaN nor the no-data value. Written without a branch, for loops that vectorise.
 inline bool IsValidSample(double value, double noData) { return (value == value) & (value != noData); }

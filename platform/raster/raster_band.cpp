@@ -114,8 +114,8 @@ bool CRasterBand::WriteStrips(const CRect& rect, void* buffer, PixelDataType typ
 }
 
 /// Whole rows of an uncompressed image that nobody changes become doubles straight from its strips, each of which is
-/// then still in the processor's cache: on their way through the cache of decoded blocks they would take twice the
-/// time. False where that is not possible. Failures are GDAL's errors.
+/// then still in the processor's cache: on their way through the cache of decoded blocks they would take
+/// longer. False where that is not possible. Failures are GDAL's errors.
 bool CRasterBand::ReadStrips(const CRect& rect, void* buffer, PixelDataType type, int pixelSpace, int lineSpace) {
   constexpr std::int64_t kMostBytes = std::int64_t{1} << 20;
   const std::int64_t width = GetWidth();

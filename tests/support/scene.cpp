@@ -148,8 +148,9 @@ void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<d
     ASSERT_EQ(actual.bands[b].size(), expected[b].size());
     for (std::size_t i = 0; i < expected[b].size(); ++i) {
       const double value = actual.bands[b][i];
-      ASSERT_TRUE(value == expected[b][i] || (std::isnan(value) && std::isnan(expected[b][i])) ||
-                  std::fabs(value - expected[b][i]) <= tolerance * std::fabs(expected[b][i]))
+      ASSERT_TRUE(
+          value == expected[b][i] || (std::isnan(value) && std::isnan(expected[b][i])) ||
+          (std::isfinite(expected[b][i]) && std::fabs(value - expected[b][i]) <= tolerance * std::fabs(expected[b][i])))
           << "band " << b << " column " << i % static_cast<std::size_t>(actual.width) << " row "
           << i / static_cast<std::size_t>(actual.width) << ": " << value << " instead of " << expected[b][i];
     }

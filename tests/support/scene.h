@@ -61,7 +61,7 @@ class Scene {
   std::wstring outFile;
 };
 
-/// The library's output equals the reference, element by element.
+/// The library's output equals the reference, element by element, but for the given part of a finite value.
 void ExpectEqual(const reference::Image& actual, const std::vector<std::vector<double>>& expected,
                  double tolerance = 0.0);
 
