@@ -8,6 +8,7 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "framework/messages.h"
 #include "platform/raster/coordinate_algorithm.h"
+#include "platform/raster/gap_search.h"
 #include "platform/raster/no_data.h"
 #include "platform/utility/common_fun.h"
 
@@ -26,14 +27,14 @@ std::unique_ptr<platform::VirtualRaster> View(const std::wstring& file, const st
 
 }  // namespace
 
-FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked)
+FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked, const CBaseProgress& progress)
     : m_options(options), m_panFile(CommonFun::Utf82U(options.pan)), m_msFile(CommonFun::Utf82U(options.ms)) {
   CRasterSource pan;
   CRasterSource ms;
   OpenOrThrow(pan, m_panFile);
   OpenOrThrow(ms, m_msFile);
   m_msType = ms.GetRasterDataType();
-  SettleNoData(pan, ms);
+  SettleNoData(pan, ms, progress);
   CheckBands(*checked.method, pan.GetBandCount(), ms.GetBandCount());
 
   const bool sameExtent = LooksLikeSameExtent(pan, ms);
@@ -73,31 +74,36 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   CheckValidPixels();
 }
 
-void FuseInputs::SettleNoData(CRasterSource& pan, CRasterSource& ms) {
+void FuseInputs::SettleNoData(CRasterSource& pan, CRasterSource& ms, const CBaseProgress& progress) {
   if (m_options.noDataMask == "off") return;
   if (m_options.noData) {
     Declare(pan, m_panFile);
     Declare(ms, m_msFile);
   }
-  const auto saysWhatIsValid = [](const CRasterSource& source, int index) {
-    const CRasterBand* band = source.GetRasterBand(index);
-    return band && (band->IsHaveNoData() || band->HasMask());
+  std::vector<int> chosen;
+  for (int b = 0; b < ms.GetBandCount(); ++b) {
+    const auto& bands = m_options.bands;
+    if (bands.empty() || std::find(bands.begin(), bands.end(), b + 1) != bands.end()) chosen.push_back(b);
+  }
+  const auto lacksSamples = [&](CRasterSource& source, const std::vector<int>& bands) {
+    const bool says = std::any_of(bands.begin(), bands.end(), [&](int b) {
+      const CRasterBand* band = source.GetRasterBand(b);
+      return band && (band->IsHaveNoData() || band->HasMask());
+    });
+    if (says) return true;
+    // Samples of a float type may be no numbers, which only a look at them tells.
+    source.SetMaskNoData(true);
+    return platform::HasGaps(source, bands, progress);
   };
-  const auto anyOfMs = [&](const auto& test) {
-    for (int b = 0; b < ms.GetBandCount(); ++b) {
-      const auto& chosen = m_options.bands;
-      if ((chosen.empty() || std::find(chosen.begin(), chosen.end(), b + 1) != chosen.end()) && test(b)) return true;
-    }
-    return false;
-  };
-  m_maskNoData = m_options.noDataMask == "on" || m_options.noData || saysWhatIsValid(pan, m_options.panBand - 1) ||
-                 anyOfMs([&](int b) { return saysWhatIsValid(ms, b); });
+  m_maskNoData = m_options.noDataMask == "on" || m_options.noData || lacksSamples(pan, {m_options.panBand - 1}) ||
+                 lacksSamples(ms, chosen);
   if (!m_maskNoData) return;
   if (m_options.noDataMask == "auto") {
     Notice(
         "Pixels without data are left out of everything and written as no-data 0 (--nodata-mask off for raw values).");
   }
-  m_leavesOutAlpha = m_options.bands.empty() && anyOfMs([&](int b) { return ms.GetRasterBand(b)->IsAlpha(); });
+  m_leavesOutAlpha = m_options.bands.empty() &&
+                     std::any_of(chosen.begin(), chosen.end(), [&](int b) { return ms.GetRasterBand(b)->IsAlpha(); });
   for (int b = 0; m_leavesOutAlpha && b < ms.GetBandCount(); ++b) {
     if (!ms.GetRasterBand(b)->IsAlpha()) m_bands.push_back(b);
   }

@@ -15,7 +15,7 @@ namespace app {
 class FuseInputs {
  public:
   /// Throws CommandError for wrong usage and for an input that cannot be used.
-  FuseInputs(const FuseOptions& options, const CheckedOptions& checked);
+  FuseInputs(const FuseOptions& options, const CheckedOptions& checked, const CBaseProgress& progress);
 
   /// Files, bands, window and reprojection into the record.
   void FillParam(FusionParam& param) const;
@@ -29,7 +29,7 @@ class FuseInputs {
   void CheckBands(const Method& method, int panBandCount, int msBandCount);
   std::vector<int> ChosenBands(const CRasterSource& ms) const;
   /// Declares --nodata, settles whether the run masks, and leaves alpha out of the bands then.
-  void SettleNoData(CRasterSource& pan, CRasterSource& ms);
+  void SettleNoData(CRasterSource& pan, CRasterSource& ms, const CBaseProgress& progress);
   void Declare(CRasterSource& source, std::wstring& file);
   void Open(CRasterSource& source, const std::wstring& file) const;
   void CutWindow(const CRasterSource& pan, const CRect& overlap);

@@ -73,7 +73,7 @@ class FuseRun {
   Outcome Run() {
     CheckOutput();
     OpenLog();
-    const FuseInputs inputs(m_options, m_checked);
+    const FuseInputs inputs(m_options, m_checked, m_progress);
     m_masks = inputs.MasksNoData();
     m_type = m_checked.type;
     if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());

@@ -13,8 +13,11 @@ namespace platform {
 /// NaN where the band declares none.
 inline double NoDataSample(const CRasterBand& band) { return band.GetNoDataTest().AsRead(); }
 
-/// Neither NaN nor the no-data value. Written without a branch, for loops that vectorise.
-inline bool IsValidSample(double value, double noData) { return (value == value) & (value != noData); }
+/// A finite number other than the no-data value. Written without a branch, for loops that vectorise.
+inline bool IsValidSample(double value, double noData) {
+  // The difference of an infinity with itself is a NaN.
+  return (value - value == 0.0) & (value != noData);
+}
 
 /// Whether samples of a type can have a value. A float type rounds what it holds.
 inline bool IsRepresentable(double value, PixelDataType type) {
@@ -25,7 +28,7 @@ inline bool IsRepresentable(double value, PixelDataType type) {
   });
 }
 
-/// Makes every sample that is not a valid finite number a NaN, which spreads to whatever is computed from it.
+/// Makes every sample that is not valid a NaN, which spreads to whatever is computed from it.
 void MarkInvalid(double* values, std::int64_t count, double noData);
 
 }  // namespace platform

@@ -51,9 +51,9 @@ class FUSION_API CRasterBand {
   /// at.
   bool MayHoldGaps() const;
 
-  /// Exact figures over the valid pixels (not no-data, not NaN), population standard deviation, one streaming pass.
-  /// The reporter is asked whether to go on and never stepped. False and zeros without a valid pixel, after a failed
-  /// read or a cancellation. Leaves no sidecar file.
+  /// Exact figures over the valid pixels (not no-data, not NaN, not infinite), population standard deviation, one
+  /// streaming pass. The reporter is asked whether to go on and never stepped. False and zeros without a valid pixel,
+  /// after a failed read or a cancellation. Leaves no sidecar file.
   bool ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool approximate,
                       CBaseProgress* progress);
   /// Whether any pixel is valid; stops reading at the first one.

@@ -38,8 +38,8 @@ class FUSION_API CRasterSource {
   /// False when pending data could not be written. Closing a closed raster is a success.
   bool Close();
   bool IsOpen() const;
-  /// Until it is closed, the raster's samples that are not valid (declared no-data value, NaN, left out by a mask band
-  /// or by alpha) read as NaN where they are read as packed doubles.
+  /// Until it is closed, the raster's samples that are not valid (declared no-data value, NaN, an infinity, left out by
+  /// a mask band or by alpha) read as NaN where they are read as packed doubles.
   void SetMaskNoData(bool mask);
   bool IsMaskNoData() const;
   /// Declares one no-data value for all bands of a raster just created, where its type can hold it. Formats that cannot

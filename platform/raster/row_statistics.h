@@ -10,7 +10,7 @@ namespace platform {
 /// variances, 1979).
 class RowStatistics {
  public:
-  /// @param noData value to leave out besides NaN; NaN for none
+  /// @param noData value to leave out besides NaN and infinities; NaN for none
   explicit RowStatistics(double noData = std::numeric_limits<double>::quiet_NaN()) : m_noData(noData) {}
 
   void Add(const double* values, std::int64_t count);

@@ -47,7 +47,7 @@ bool ClearNoData(double noData, double* values, std::int64_t count) {
     const std::int64_t n = std::min(kPiece, count - first);
     if (CountInvalid(noData, piece, n) == 0) continue;
     gaps = true;
-    std::replace(piece, piece + n, noData, kNaN);
+    MarkInvalid(piece, n, noData);
   }
   return gaps;
 }

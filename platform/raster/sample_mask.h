@@ -12,7 +12,7 @@ namespace platform {
 /// dataset's alpha band; null where there is none. Declared no-data values are none of its business.
 GDALRasterBand* ValidityBand(GDALRasterBand& band);
 
-/// Puts NaN in the place of a no-data value (NaN: none). True where any of the values is NaN then.
+/// Puts NaN in the place of a no-data value (NaN: none) and of infinities. True where any of the values is NaN then.
 bool ClearNoData(double noData, double* values, std::int64_t count);
 
 /// Puts NaN in the place of what the validity band leaves out, in the samples of a rectangle just read from the band,

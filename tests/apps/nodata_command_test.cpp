@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "platform/utility/common_fun.h"
@@ -25,9 +26,9 @@ class NoDataCommand : public testing::Test {
   }
 
   /// Writes the scene into the folder, its gaps with a fill value.
-  void Write(double fill, std::optional<double> declared) const {
-    test_support::WriteImage(m_gaps.Pan(fill), m_folder.WidePath("pan.tif"), PDT_UINT16, "", declared);
-    test_support::WriteImage(m_gaps.Ms(fill), m_folder.WidePath("ms.tif"), PDT_UINT16, "", declared);
+  void Write(double fill, std::optional<double> declared, PixelDataType type = PDT_UINT16) const {
+    test_support::WriteImage(m_gaps.Pan(fill), m_folder.WidePath("pan.tif"), type, "", declared);
+    test_support::WriteImage(m_gaps.Ms(fill), m_folder.WidePath("ms.tif"), type, "", declared);
   }
   CommandResult Fuse(const std::string& out, std::vector<std::string> options) const {
     options.insert(options.begin(),
@@ -67,6 +68,56 @@ TEST_F(NoDataCommand, EveryMethodMasksADeclaredValueByItself) {
       test_support::ExpectEqual(Output("out.tif").image, output.image.bands);
     }
   }
+}
+
+TEST_F(NoDataCommand, SamplesThatAreNoNumbersAreNeverData) {
+  for (const char* method : {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf", "sharpen"}) {
+    const std::vector<std::string> options = {"--method", method, "--quiet", "--overwrite"};
+    for (const PixelDataType type : {PDT_FLOAT32, PDT_FLOAT64}) {
+      Write(-9999.0, -9999.0, type);
+      ASSERT_EQ(Fuse("out.tif", options).status, 0);
+      const auto expected = Output("out.tif");
+      ExpectMask(expected, m_gaps);
+      for (const double fill : {std::nan(""), double{INFINITY}, double{-INFINITY}}) {
+        SCOPED_TRACE(std::string(method) + ' ' + std::to_string(fill));
+        Write(fill, std::nullopt, type);
+        ASSERT_EQ(Fuse("out.tif", options).status, 0);
+        EXPECT_TRUE(Output("out.tif").declaresZero);
+        test_support::ExpectEqual(Output("out.tif").image, expected.image.bands);
+      }
+    }
+  }
+}
+
+TEST_F(NoDataCommand, OneSampleInAnyChosenBandIsEnough) {
+  const auto isMasked = [&](const std::vector<std::string>& options) {
+    const auto run = Fuse("out.tif", options);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return Output("out.tif").declaresZero;
+  };
+  const std::vector<std::string> plain = {"--method", "brovey", "--quiet", "--overwrite"};
+  const auto with = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), plain.begin(), plain.end());
+    return more;
+  };
+  const auto write = [&](const reference::Image& pan, const reference::Image& ms) {
+    test_support::WriteImage(pan, m_folder.WidePath("pan.tif"), PDT_FLOAT32);
+    test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_FLOAT32);
+  };
+  write(m_gaps.scene.pan, m_gaps.scene.ms);
+  EXPECT_FALSE(isMasked(plain));
+
+  reference::Image ms = m_gaps.scene.ms;
+  ms.bands[2].back() = std::nan("");
+  write(m_gaps.scene.pan, ms);
+  EXPECT_TRUE(isMasked(plain));
+  EXPECT_FALSE(isMasked(with({"--bands", "2,1"})));
+  EXPECT_FALSE(isMasked(with({"--nodata-mask", "off"})));
+
+  reference::Image pan = m_gaps.scene.pan;
+  pan.bands[0].back() = INFINITY;
+  write(pan, m_gaps.scene.ms);
+  EXPECT_TRUE(isMasked(plain));
 }
 
 TEST_F(NoDataCommand, SaysThatItMasksUnlessToldToBeQuietOrToldToMask) {

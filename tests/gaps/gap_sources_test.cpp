@@ -79,7 +79,7 @@ class GapSources : public testing::Test {
   GapScene m_gaps;
 };
 
-TEST_F(GapSources, MaskAlphaAndNanCountLikeADeclaredValue) {
+TEST_F(GapSources, MaskAlphaNanAndInfinitiesCountLikeADeclaredValue) {
   const FusionParam param = Param();
   for (const auto& method : gap_test::Methods()) {
     SCOPED_TRACE(method.name);
@@ -87,9 +87,11 @@ TEST_F(GapSources, MaskAlphaAndNanCountLikeADeclaredValue) {
     method.run(param);
     const auto expected = test_support::ReadMasked(param.m_strOutFile);
     ExpectMask(expected, m_gaps);
-    m_gaps.Write(std::nan(""), false);
-    method.run(param);
-    test_support::ExpectEqual(test_support::ReadMasked(param.m_strOutFile).image, expected.image.bands);
+    for (const double fill : {std::nan(""), double{INFINITY}, double{-INFINITY}}) {
+      m_gaps.Write(fill, false);
+      method.run(param);
+      test_support::ExpectEqual(test_support::ReadMasked(param.m_strOutFile).image, expected.image.bands);
+    }
     WriteMasked();
     method.run(param);
     test_support::ExpectEqual(test_support::ReadMasked(param.m_strOutFile).image, expected.image.bands);

@@ -136,6 +136,22 @@ TEST_F(RasterStatistics, LeaveOutNoDataAndNaN) {
   ExpectNaive(raster, f, 1e-13);
 }
 
+TEST_F(RasterStatistics, LeaveOutInfinities) {
+  TestRaster raster = MakeRaster(5, 40, [](int x, int) { return x < 3 ? INFINITY : -INFINITY; });
+  raster.type = PDT_FLOAT32;
+  EXPECT_EQ(Compute(Open(raster)), (Figures{false, 0.0, 0.0, 0.0, 0.0}));
+  EXPECT_FALSE(m_source.GetRasterBand(0)->HasValidPixel());
+  raster.bands[0][7] = 1.0;
+  raster.bands[0][199] = 3.0;
+  EXPECT_EQ(Compute(Open(raster)), (Figures{true, 1.0, 3.0, 2.0, 1.0}));
+  EXPECT_TRUE(m_source.GetRasterBand(0)->HasValidPixel());
+  double minimum = 0.0;
+  double maximum = 0.0;
+  ASSERT_TRUE(m_source.GetRasterBand(0)->ComputeMinMax(&minimum, &maximum, false));
+  EXPECT_EQ(minimum, 1.0);
+  EXPECT_EQ(maximum, 3.0);
+}
+
 TEST_F(RasterStatistics, LeaveOutANoDataValueThatAFloatBandRounds) {
   TestRaster raster = MakeRaster(4, 1, [](int x, int) { return x; });
   raster.type = PDT_FLOAT32;
