@@ -33,16 +33,19 @@ void ForPieces(int n, const Work& work) {
 /// NoDataTest for samples as they were read, without a branch that depends on one.
 struct SampleTest {
   explicit SampleTest(const platform::NoDataTest& test)
-      : noData(test.AsRead()), isNan(test.declared && std::isnan(test.value)) {}
+      : noData(test.AsRead()), isNan(test.declared && std::isnan(test.value)), asFloat(test.asFloat) {}
   bool IsValid(double v) const { return isNan ? v == v : v != noData; }
+  /// A value of any image as the band would hold it.
+  double Held(double v) const { return asFloat ? static_cast<double>(static_cast<float>(v)) : v; }
 
   double noData;  ///< NaN, which equals nothing, where there is none
   bool isNan;
+  bool asFloat;
 };
 
 FUSION_MULTIVERSION
 void TestPiece(const double* values, int n, SampleTest test, double* valid) {
-  for (int i = 0; i < n; ++i) valid[i] = test.IsValid(values[i]) ? valid[i] : 0.0;
+  for (int i = 0; i < n; ++i) valid[i] = test.IsValid(test.Held(values[i])) ? valid[i] : 0.0;
 }
 
 FUSION_MULTIVERSION

@@ -11,7 +11,8 @@ namespace fusion {
 // kLanes, so that they vectorise although additions may not be reordered. What a row holds is added to the caller's
 // totals.
 
-/// Sets valid to 0 where the value is no-data.
+/// Sets valid to 0 where the value is no-data. The values may be those of another band; everywhere else they are the
+/// band's own samples.
 void DropNoData(const double* values, int n, const platform::NoDataTest& test, double* valid);
 
 /// Widens a range by the values whose partner in tested is valid. A NaN widens nothing.

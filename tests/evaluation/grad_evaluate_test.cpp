@@ -54,6 +54,18 @@ TEST_F(GradEvaluate, FusedNoDataIsFirstAskedOfTheMultispectralValue) {
   EXPECT_DOUBLE_EQ(metric->m_pDiffNorm[0], 94.0);
 }
 
+TEST_F(GradEvaluate, FusedNoDataOfAFloatBandIsAskedOfTheMultispectralValueInFloat) {
+  fusedStorage.type = PDT_FLOAT32;
+  fusedStorage.noData = 0.1;
+  // Column 0: a 32-bit float band takes the multispectral 0.1 for its no-data value, whose digits it cannot hold.
+  WritePair(3, 2, {0.1, 2, 3, 4, 5, 6}, {0, 30, 27, 40, 26, 10});
+  const auto metric = Run<Grad>();
+  EXPECT_DOUBLE_EQ(metric->m_pFusionMeanGrad[0], 5.0);
+  // The other tests are the multispectral band's own, to which 0.1 is a value like any other.
+  EXPECT_DOUBLE_EQ(metric->m_pMulMeanGrad[0], (std::hypot(1.9, 3.9) + std::hypot(1.0, 3.0)) / 2.0);
+  EXPECT_DOUBLE_EQ(metric->m_pMeanAbsDiff[0], (0.1 + 28.0) / 2.0);
+}
+
 TEST_F(GradEvaluate, NoDataNeighbourTakesThePixelOut) {
   msStorage.noData = -1.0;
   fusedStorage.noData = -2.0;
