@@ -95,7 +95,7 @@ GISError CEntropyEvaluate::Preproccess() {
   return HasEqualLists() ? GIS_SUCCESS : GIS_FAILED;
 }
 
-bool CEntropyEvaluate::IsFinished(int step) { return step >= 2; }
+bool CEntropyEvaluate::IsFinished(int step) { return step == 2; }
 
 void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** mulBufs, int mulCount, CRect* mulRect,
                                       double** fusionBufs, int fusionCount, CRect* blockRect) {

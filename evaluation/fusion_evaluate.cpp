@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <stdexcept>
 
 #include "framework/messages.h"
 #include "platform/raster/gis_data_source.h"
@@ -114,6 +115,8 @@ bool CFusionEvaluate::BuildReprojection(Run& run) {
 }
 
 void CFusionEvaluate::WalkPasses(Run& run) {
+  // Nothing sets the step counter back: a second run would take several passes for others, and might never end.
+  if (m_nProcessStep > 0 && !IsFinished(1)) throw std::logic_error("an evaluation of several passes runs once");
   do {
     SetProcessStep();
     int position = 0;

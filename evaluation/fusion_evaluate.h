@@ -14,7 +14,8 @@
 /// and multispectral pixels under it to the metric.
 ///
 /// Use: fill a record, create a metric (CFusEvaluateAlgorithmFactory), call Process once, read its result arrays. They
-/// have an entry per band pair unless said otherwise.
+/// have an entry per band pair unless said otherwise. Nothing sets the step counter back, so a second Process of a
+/// metric of several passes is error type 6.
 class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
  public:
   explicit CFusionEvaluate(FusionEvaluateParam* param);

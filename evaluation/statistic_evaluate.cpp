@@ -23,7 +23,7 @@ GISError CStatisticEvaluate::Preproccess() {
   return HasEqualLists() ? GIS_SUCCESS : GIS_FAILED;
 }
 
-bool CStatisticEvaluate::IsFinished(int step) { return step >= 2; }
+bool CStatisticEvaluate::IsFinished(int step) { return step == 2; }
 
 void CStatisticEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double** mulBufs, int /*mulCount*/,
                                         CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {

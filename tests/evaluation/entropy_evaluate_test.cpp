@@ -194,10 +194,11 @@ TEST_F(EntropyEvaluate, CopiesShareTheResults) {
   EXPECT_NEAR(copy.m_pEntropy[0], kLn2, 1e-12);
 }
 
-TEST_F(EntropyEvaluate, FinishesAfterTwoPasses) {
+TEST_F(EntropyEvaluate, FinishesAfterItsSecondPassAndNoOther) {
   Entropy metric(&param);
   EXPECT_FALSE(metric.IsFinished(1));
   EXPECT_TRUE(metric.IsFinished(2));
+  for (const int step : {-1, 0, 3, 4}) EXPECT_FALSE(metric.IsFinished(step)) << step;
 }
 
 }  // namespace

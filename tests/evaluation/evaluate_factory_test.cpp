@@ -38,14 +38,18 @@ TEST_F(EvaluationDriver, EmptyListsAreARunWithoutResults) {
   }
 }
 
-TEST_F(EvaluationDriver, SecondRunOfAnObjectEnds) {
+TEST_F(EvaluationDriver, SecondRunOfAnObjectEndsAndNeverAnswersWithHalfOfItsPasses) {
+  // The step counter goes on, so that a metric of two passes can not tell its first one again.
   WriteSmall();
   for (int type = 0; type < 4; ++type) {
     const std::unique_ptr<CFusionEvaluate> metric(
         CFusEvaluateAlgorithmFactory::CreateAlgorithm(static_cast<FusionEvaluateType>(type), nullptr, &param));
     metric->Process();
-    metric->Process();
     EXPECT_EQ(metric->GetLastErrorType(), 0) << type;
+    metric->Process();
+    const bool hasTwoPasses = type < 2;
+    EXPECT_EQ(metric->GetLastErrorType(), hasTwoPasses ? 6 : 0) << type;
+    EXPECT_EQ(metric->GetLastErrorMessage().empty(), !hasTwoPasses) << type;
   }
 }
 

@@ -144,10 +144,11 @@ TEST_F(StatisticEvaluate, WorkingSumsAreFreed) {
   EXPECT_EQ(metric->m_pNonZeroCount, nullptr);
 }
 
-TEST_F(StatisticEvaluate, FinishesAfterTwoPasses) {
+TEST_F(StatisticEvaluate, FinishesAfterItsSecondPassAndNoOther) {
   Statistic metric(&param);
   EXPECT_FALSE(metric.IsFinished(1));
   EXPECT_TRUE(metric.IsFinished(2));
+  for (const int step : {-1, 0, 3, 4}) EXPECT_FALSE(metric.IsFinished(step)) << step;
 }
 
 }  // namespace
