@@ -14,15 +14,17 @@ CPrinComponentFusion& CPrinComponentFusion::operator=(const CPrinComponentFusion
 GISError CPrinComponentFusion::Preproccess() {
   const int n = m_param.m_nOutBandCount;
   const auto size = static_cast<std::size_t>(n);
-  // More bands than the image has, some of them twice, would reach beyond the matrix.
-  if (!m_pMSSrc || n != m_pMSSrc->GetBandCount() || m_param.m_vecMSBands.size() > size) {
+  if (!m_pMSSrc || n != m_pMSSrc->GetBandCount()) {
     SetError(ERR_BANDS, L"请选择多光谱影像所有波段进行处理！");
     return GIS_FAILED;
   }
   m_pFirstStatics = SharedArray(size);
   m_pSecondStatics = SharedArray(size);
-  m_pTransform = SharedArray(size * size);
-  m_pInverseTransform = SharedArray(size * size);
+  // The kernel reads both matrices in rows as long as the list of bands, which may name some of them twice: there are
+  // zeros behind the n x n values.
+  const std::size_t room = std::max(size, m_param.m_vecMSBands.size());
+  m_pTransform = SharedArray(room * room);
+  m_pInverseTransform = SharedArray(room * room);
   const SharedArray scratch(size);
   long long count = 0;
   CRasterAlgorithm::ComputeStaticsFromAOI(m_pMSSrc, nullptr, count, m_pSecondStatics, m_pFirstStatics, scratch,

@@ -15,7 +15,7 @@ class FUSION_API CPrinComponentFusion : public CFusion {
   CPrinComponentFusion(const CPrinComponentFusion&);
   CPrinComponentFusion& operator=(const CPrinComponentFusion&);
 
-  /// The component matrix and its inverse. Refuses anything but all bands of the multispectral image.
+  /// The component matrix and its inverse. Refuses a number of output bands that is not the image's.
   GISError Preproccess() override;
   void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
                           PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;

@@ -169,7 +169,35 @@ TEST(PrinComponentFusion, RefusesAnythingButAllBands) {
   expectRefusal({}, 2);
   expectRefusal({}, 4);
   expectRefusal({0, 1, 2, 0}, 0);
-  expectRefusal({0, 1, 2, 0, 1}, 3);
+}
+
+TEST(PrinComponentFusion, TheNumberOfOutputBandsAloneDecidesWhetherARunIsTaken) {
+  // m bands are chosen of an image of three; the matrices are read with rows of m, and hold nothing behind their nine
+  // values.
+  const Scene scene(75);
+  for (const auto& bands : {std::vector<std::int32_t>{2, 0}, {1}, {2, 1, 0}, {0, 1, 2, 0}, {2, 1, 0, 2, 1}}) {
+    FusionParam param = scene.Param();
+    param.m_vecMSBands = bands;
+    param.m_nOutBandCount = 3;
+    reference::Run run = scene.Reference(param);
+    run.arithmetic = [m = bands.size()](const reference::Pixel& pixel) {
+      const auto multiply = [m](const std::vector<double>& matrix, const std::vector<double>& x) {
+        std::vector<double> y;
+        for (std::size_t r = 0; r < m; ++r) {
+          double sum = 0.0;
+          for (std::size_t c = 0; c < m; ++c) sum += (r * m + c < 9 ? matrix[r * m + c] : 0.0) * x[c];
+          y.push_back(sum);
+        }
+        return y;
+      };
+      std::vector<double> y = multiply(Recorded::s_transform, pixel.ms);
+      y[0] = pixel.pan;
+      std::vector<double> out = multiply(Recorded::s_inverse, y);
+      out.resize(3, 0.0);
+      return out;
+    };
+    test_support::ExpectDefinition<Recorded>(scene, param, run);
+  }
 }
 
 TEST(PrinComponentFusion, PreparingWithoutOpenImagesFails) {
