@@ -81,6 +81,11 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
   fusion::BlockGrid grid = MakeBlockGrid();
   const GISError prepared = Preproccess();
   if (prepared != GIS_SUCCESS) {
+    if (m_nLastErrorType == ERR_CANCELLED) {
+      // As after a step: logged, not reported.
+      LogCancellation(variation);
+      return nullptr;
+    }
     if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = prepared;
     ReportError();
     return nullptr;
@@ -189,8 +194,9 @@ bool CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& v
         ReportError();
         return false;
       case LoadResult::kMsFailed:
-        // Unlike a failed pan read this one is neither worded nor reported.
+        // Unlike a failed pan read this one is usually neither worded nor reported.
         m_nLastErrorType = ERR_READ;
+        if (variation.reportsMsRead) Fail(ERR_READ, messages::kReadFailed);
         return false;
       case LoadResult::kPanFailed:
         Fail(ERR_READ, messages::kReadFailed);
@@ -251,10 +257,13 @@ bool CFusion::StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation&
   if (!m_pProgress || m_pProgress->Step(++blocks.step, messages::kProcessing)) return true;
   if (!FinishWriting(blocks)) return false;
   m_nLastErrorType = ERR_CANCELLED;
-  if (CLog::m_pLogger) {
-    CLog::m_pLogger->WriteLog(2, variation.logFile, variation.logLine, variation.logFunction, messages::kCancelled);
-  }
+  LogCancellation(variation);
   return false;
+}
+
+void CFusion::LogCancellation(const fusion::RunVariation& variation) {
+  if (!CLog::m_pLogger) return;
+  CLog::m_pLogger->WriteLog(2, variation.logFile, variation.logLine, variation.logFunction, messages::kCancelled);
 }
 
 void CFusion::AbandonRun(CRasterSource& dst) {

@@ -27,6 +27,8 @@ struct RunVariation {
   /// Changes a block right after it was read, on the thread that read it; the index is the place in the band list, -1
   /// for the pan block.
   BandBuffers::AfterRead afterRead;
+  /// Whether a failed multispectral read gets the message and the report of a failed pan read.
+  bool reportsMsRead = false;
   /// The kernel, in place of AlgorithmProcess.
   std::function<void**(const FusionBlock& block)> kernel;
   /// Work on the finished output of a successful run that has a progress reporter, before Finish.

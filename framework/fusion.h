@@ -119,6 +119,7 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;
   bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   bool StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  static void LogCancellation(const fusion::RunVariation& variation);
   /// Begins to read the block that follows the one at hand.
   void ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   /// Waits for the blocks under way to the output. False, with the error state set and reported, when one failed.

@@ -43,6 +43,7 @@ void CHpfFusion::Process() {
     return ConfigDstRaster(&m_param, &pan, m_pSecondSrc, &ms, &dst, &bands, &rect, &m_pAOI);
   };
   variation.detailSource = &second;
+  variation.reportsMsRead = true;
   variation.kernel = [this](const fusion::FusionBlock& b) {
     return AlgorithmProcess(b.pan, b.panRect, b.detail, b.ms, b.msBandCount, b.msRect, b.outType, b.outBandCount,
                             b.dstBlock, b.aoi);

@@ -7,6 +7,7 @@
 #include "highpass/stage_pipeline.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/raster_source.h"
+#include "platform/utility/log.h"
 
 namespace messages = fusion::messages;
 
@@ -71,6 +72,10 @@ GISError CHpfFusionProcessAlg::Preproccess() {
 GISError CHpfFusionProcessAlg::FailStatistics() {
   if (m_pProgress && m_pProgress->IsCancelRequested()) {
     m_nLastErrorType = ERR_CANCELLED;
+    if (CLog::m_pLogger) {
+      CLog::m_pLogger->WriteLog(2, "HpfFusionProcessAlg", __LINE__, "CHpfFusionProcessAlg::Process",
+                                messages::kCancelled);
+    }
   } else {
     Fail(ERR_STATISTICS, messages::kMsStatisticsFailed);
   }

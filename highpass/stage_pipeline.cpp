@@ -142,7 +142,7 @@ void StagePipeline::BuildPyramids() {
   CRasterSource output;
   if (!output.OpenSimple(m_param.m_strOutFile)) return;
   // The counter is the same in every pipeline, however many stages it has.
-  if (m_progress && !m_progress->Step(100, L"创建输出影像金字塔(4/4)")) return;
+  if (m_progress) m_progress->Step(100, L"创建输出影像金字塔(4/4)");
   CBuildRasterOverviews pyramids(&output, "AVERAGE", 0, nullptr, m_progress, std::wstring(), false);
   pyramids.Process();
 }

@@ -225,18 +225,7 @@ TEST_F(HpfPipeline, StagesThatAreNotWantedDoNotRunAndMakeNoFile) {
 }
 
 TEST_F(HpfPipeline, BuildsPyramidsOfALargeOutputUnlessSwitchedOff) {
-  reference::Image ms = m_ms;
-  reference::Image pan = m_pan;
-  pan.width = pan.height = 600;
-  ms.width = ms.height = 300;
-  pan.bands[0].resize(600 * 600);
-  for (std::size_t i = 0; i < pan.bands[0].size(); ++i) pan.bands[0][i] = static_cast<double>(i % 1021);
-  for (auto& band : ms.bands) {
-    band.resize(300 * 300);
-    for (std::size_t i = 0; i < band.size(); ++i) band[i] = static_cast<double>(100 + i % 509);
-  }
-  test_support::WriteImage(pan, m_panFile, PDT_UINT16);
-  test_support::WriteImage(ms, m_msFile, PDT_UINT16);
+  WriteLargeInputs();
   RunWell(Param());
   EXPECT_EQ(NewFiles(), (std::vector<std::wstring>{L"融合.tif", L"融合.tif.ovr"}));
   const auto pyramid = ReadImage(m_outFile + L".ovr");
@@ -248,6 +237,19 @@ TEST_F(HpfPipeline, BuildsPyramidsOfALargeOutputUnlessSwitchedOff) {
   RunWell(Param());
   CBuildRasterOverviews::SetEnabled(true);
   EXPECT_EQ(NewFiles(), (std::vector<std::wstring>{L"融合.tif"}));
+}
+
+TEST_F(HpfPipeline, BuildsPyramidsWhateverTheReporterAnswersToTheirAnnouncement) {
+  WriteLargeInputs();
+  HpfFusionParam param = Param();
+  RecordingProgress progress;
+  progress.CancelAtStep(100);
+  CHpfFusionProcessAlg pipeline(&param);
+  pipeline.SetProgress(&progress);
+  pipeline.Process();
+  EXPECT_EQ(pipeline.GetLastErrorType(), 0);
+  EXPECT_EQ(progress.Calls().back(), L"Step 100 创建输出影像金字塔(4/4)");
+  EXPECT_TRUE(test_support::FileExists(m_outFile + L".ovr"));
 }
 
 TEST_F(HpfPipeline, OutputThatDoesNotOpenAfterwardsIsLeftWithoutPyramidsSilently) {

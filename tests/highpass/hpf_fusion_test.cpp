@@ -282,15 +282,29 @@ TEST(HpfFusion, CancellationIsLoggedUnderItsOwnName) {
                 {2, "HpfFusion", "CHpfFusion::Process", L"  WARNING: 用户取消了处理进程，处理失败！ ..."}}));
 }
 
-TEST(HpfFusion, CancellationWhileMeasuringTheDetailIsErrorOne) {
+TEST(HpfFusion, CancellationWhileMeasuringEitherDetailIsLoggedAndNotReported) {
   const Scene scene(8);
   FusionParam param = scene.Param();
-  RecordingProgress progress;
-  progress.RequestCancel();
-  OneDetail fusion(&param);
-  fusion.SetProgress(&progress);
-  fusion.Process();
-  EXPECT_EQ(fusion.GetLastErrorType(), 1);
+  const std::wstring second = highpass_test::RecordWithSecond(param).m_strSecondHpfFile;
+  for (const auto& file : {scene.panFile, second}) {
+    RecordingProgress progress;
+    highpass_test::RecordingLog log;
+    TwoDetails fusion(&param);
+    // The user cancels while the image is read for the first time.
+    platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring& path, int, const CRect&) {
+      if (operation == platform::RasterOperation::kRead && path == file) progress.RequestCancel();
+      return false;
+    });
+    fusion.SetProgress(&progress);
+    fusion.Process();
+    platform::SetRasterFault({});
+    EXPECT_EQ(fusion.GetLastErrorType(), 1);
+    EXPECT_TRUE(fusion.GetLastErrorMessage().empty());
+    EXPECT_EQ(progress.Calls(), (std::vector<std::wstring>{L"Start 正在进行test... 100", L"Step 0 配置参数..."}));
+    EXPECT_EQ(log.Entries(),
+              (std::vector<highpass_test::RecordingLog::Entry>{
+                  {2, "HpfFusion", "CHpfFusion::Process", L"  WARNING: 用户取消了处理进程，处理失败！ ..."}}));
+  }
 }
 
 TEST(HpfFusion, FailuresOfEachFileHaveTheirTypeAndMessage) {
@@ -310,7 +324,7 @@ TEST(HpfFusion, FailuresOfEachFileHaveTheirTypeAndMessage) {
       {platform::RasterOperation::kOpen, second, 0, 4, L"打开文件（" + second + L"）失败！"},
       {platform::RasterOperation::kRead, scene.panFile, 1, 2, L"读取数据失败！"},
       {platform::RasterOperation::kRead, second, 1, 2, L"读取数据失败！"},
-      {platform::RasterOperation::kRead, scene.msFile, 0, 2, L""},
+      {platform::RasterOperation::kRead, scene.msFile, 0, 2, L"读取数据失败！"},
       {platform::RasterOperation::kWrite, scene.outFile, 0, 3, L"写数据失败！"},
       {platform::RasterOperation::kClose, scene.outFile, 0, 3, L"写数据失败！"},
   };
@@ -326,7 +340,8 @@ TEST(HpfFusion, FailuresOfEachFileHaveTheirTypeAndMessage) {
     platform::SetRasterFault({});
     EXPECT_EQ(fusion.GetLastErrorType(), c.type);
     EXPECT_EQ(fusion.GetLastErrorMessage(), c.message);
-    EXPECT_FALSE(progress.Finished());
+    EXPECT_EQ(progress.Errors(), 1);
+    EXPECT_EQ(progress.Calls().back(), L"Error " + std::to_wstring(c.type) + L" " + c.message);
   }
 }
 

@@ -184,6 +184,25 @@ TEST_F(HpfPipelineFailures, MissingFilesAndEmptyKernelsFailInTheirStage) {
   EXPECT_NE(error().first, 0);
 }
 
+TEST_F(HpfPipelineFailures, CancellationOfTheStatisticsIsLoggedAndNotReported) {
+  HpfFusionParam param = Param();
+  RecordingProgress progress;
+  RecordingLog log;
+  platform::SetRasterFault([&](RasterOperation operation, const std::wstring& path, int, const CRect&) {
+    if (operation == RasterOperation::kRead && path == m_msFile) progress.RequestCancel();
+    return false;
+  });
+  CHpfFusionProcessAlg pipeline(&param);
+  pipeline.SetProgress(&progress);
+  pipeline.Process();
+  EXPECT_EQ(pipeline.GetLastErrorType(), 1);
+  EXPECT_EQ(progress.Errors(), 0);
+  ASSERT_EQ(log.Entries().size(), 2u);
+  EXPECT_EQ(log.Entries()[1], (RecordingLog::Entry{2, "HpfFusionProcessAlg", "CHpfFusionProcessAlg::Process",
+                                                   L"  WARNING: 用户取消了处理进程，处理失败！ ..."}));
+  EXPECT_TRUE(NewFiles().empty());
+}
+
 TEST_F(HpfPipelineFailures, StatisticsThatFailAreErrorSeven) {
   HpfFusionParam param = Param();
   RecordingProgress progress;

@@ -64,6 +64,18 @@ void PipelineFiles::WriteInputs(PixelDataType msType) const {
   test_support::WriteImage(m_ms, m_msFile, msType);
 }
 
+void PipelineFiles::WriteLargeInputs() {
+  m_pan.width = m_pan.height = 600;
+  m_ms.width = m_ms.height = 300;
+  m_pan.bands[0].resize(600 * 600);
+  for (std::size_t i = 0; i < m_pan.bands[0].size(); ++i) m_pan.bands[0][i] = static_cast<double>(i % 1021);
+  for (auto& band : m_ms.bands) {
+    band.resize(300 * 300);
+    for (std::size_t i = 0; i < band.size(); ++i) band[i] = static_cast<double>(100 + i % 509);
+  }
+  WriteInputs();
+}
+
 HpfFusionParam PipelineFiles::Param() const {
   HpfFusionParam param;
   param.m_strAlgName = L"融合";

@@ -62,6 +62,8 @@ class PipelineFiles : public testing::Test {
   /// All files of the folder but the two inputs.
   std::vector<std::wstring> NewFiles() const;
   void WriteInputs(PixelDataType msType = PDT_UINT16) const;
+  /// Images whose fused one has a level of pyramids, 300 x 300 pixels.
+  void WriteLargeInputs();
   /// Something older under the output's name.
   void WriteOlderOutput() const;
   bool OlderOutputIsIntact() const;
