@@ -1,16 +1,36 @@
 #include "platform/system/task_queue.h"
 
+#include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
 namespace platform {
+namespace {
+
+bool (*g_threadFault)() = nullptr;
+
+}  // namespace
+
+void SetThreadFault(bool (*fault)()) { g_threadFault = fault; }
 
 struct TaskQueue::Impl {
   explicit Impl(std::size_t mostTasks) : most(mostTasks) {}
+
+  /// Throws where the system has no room for a thread.
+  void Start() {
+    if (thread.joinable()) return;
+    try {
+      if (g_threadFault && g_threadFault()) throw std::system_error(EAGAIN, std::generic_category());
+      thread = std::thread([this] { Run(); });
+    } catch (const std::system_error& refused) {
+      throw std::system_error(refused.code(), "no thread can be started");
+    }
+  }
 
   void Run() {
     std::unique_lock lock(mutex);
@@ -61,8 +81,9 @@ TaskQueue::~TaskQueue() {
 void TaskQueue::Add(std::function<void()> task) {
   std::unique_lock lock(m_impl->mutex);
   m_impl->WaitForRoom(lock, m_impl->most);
+  // First the thread: a task added without one would be waited for without end.
+  m_impl->Start();
   m_impl->tasks.push_back(std::move(task));
-  if (!m_impl->thread.joinable()) m_impl->thread = std::thread([impl = m_impl.get()] { impl->Run(); });
   lock.unlock();
   m_impl->changed.notify_all();
 }

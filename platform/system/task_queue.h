@@ -18,7 +18,8 @@ class FUSION_API TaskQueue {
   TaskQueue(const TaskQueue&) = delete;
   TaskQueue& operator=(const TaskQueue&) = delete;
 
-  /// Adds a task, after waiting for room. Throws what an earlier task threw; the new one is not added then.
+  /// Adds a task, after waiting for room. Throws what an earlier task threw, or std::system_error where the thread
+  /// cannot be started; the new one is not added then.
   void Add(std::function<void()> task);
   /// Waits until no task waits or runs. Throws what a task threw.
   void Wait();
@@ -27,6 +28,10 @@ class FUSION_API TaskQueue {
   struct Impl;
   std::unique_ptr<Impl> m_impl;
 };
+
+/// Asked before a queue starts its thread once set; answering true makes that fail as on a system without room for
+/// one. For programs that check their own handling of failures. Null takes it away.
+FUSION_API void SetThreadFault(bool (*fault)());
 
 /// Loads item after item, each while the one before it is being used: load(item, slot) runs on another thread, one item
 /// ahead of use(item, slot), into slots 0 and 1 by turns. Ends early, with false, where one of them answers false.

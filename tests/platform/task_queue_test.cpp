@@ -7,6 +7,7 @@
 #include <numeric>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -79,6 +80,20 @@ TEST(TaskQueue, AddThrowsWhatAnEarlierTaskThrewAndAddsNothing) {
   EXPECT_THROW(queue.Add([&] { ++later; }), std::bad_alloc);
   queue.Wait();
   EXPECT_EQ(later, 0);
+}
+
+TEST(TaskQueue, ATaskWhoseThreadDoesNotStartIsNotAdded) {
+  std::atomic<int> done = 0;
+  {
+    TaskQueue queue(1);
+    platform::SetThreadFault([] { return true; });
+    EXPECT_THROW(queue.Add([&] { ++done; }), std::system_error);
+    // Whoever clears up after the failure waits for what was added: nothing.
+    queue.Wait();
+    platform::SetThreadFault(nullptr);
+    queue.Add([&] { done += 10; });
+  }
+  EXPECT_EQ(done, 10);
 }
 
 TEST(TaskQueue, EndsOnlyWhenEveryTaskIsDone) {
