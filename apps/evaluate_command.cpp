@@ -91,7 +91,8 @@ std::vector<const Metric*> ChooseMetrics(const std::vector<std::string>& names) 
   return chosen;
 }
 
-std::vector<std::int32_t> ChooseBands(const std::vector<int>& given, int count, const char* option) {
+std::vector<std::int32_t> ChooseBands(const std::vector<int>& given, const CRasterSource& source, const char* option) {
+  const int count = source.GetBandCount();
   std::vector<std::int32_t> bands;
   for (const int band : given) {
     if (band < 1 || band > count) {
@@ -100,7 +101,9 @@ std::vector<std::int32_t> ChooseBands(const std::vector<int>& given, int count, 
     }
     bands.push_back(band - 1);
   }
-  for (int b = 0; given.empty() && b < count; ++b) bands.push_back(b);
+  for (int b = 0; given.empty() && b < count; ++b) {
+    if (!source.GetRasterBand(b)->IsAlpha()) bands.push_back(b);
+  }
   return bands;
 }
 
@@ -117,9 +120,9 @@ class EvaluateInputs {
     Open(pan, m_param.m_strPanFile);
     Open(ms, m_param.m_strMulFile);
     Open(fused, m_param.m_strFusionFile);
-    m_param.m_nPanBand = ChooseBands({o.panBand}, pan.GetBandCount(), "--pan-band").front();
-    m_param.m_vecMulBands = ChooseBands(o.bands, ms.GetBandCount(), "--bands");
-    m_param.m_vecFusionBands = ChooseBands(o.fusedBands, fused.GetBandCount(), "--fused-bands");
+    m_param.m_nPanBand = ChooseBands({o.panBand}, pan, "--pan-band").front();
+    m_param.m_vecMulBands = ChooseBands(o.bands, ms, "--bands");
+    m_param.m_vecFusionBands = ChooseBands(o.fusedBands, fused, "--fused-bands");
     if (m_param.m_vecMulBands.size() != m_param.m_vecFusionBands.size()) {
       throw UsageError(
           "As many fused bands as multispectral bands are compared: " + std::to_string(m_param.m_vecMulBands.size()) +
@@ -141,6 +144,7 @@ class EvaluateInputs {
       throw RunError(ERR_OPEN, platform::messages::OpenFailed(m_param.m_strMulFile));
     }
     m_param.m_bReproject = reproject ? 1 : 0;
+    m_param.m_bMaskNoData = true;
   }
 
   const FusionEvaluateParam& Param() const { return m_param; }

@@ -19,4 +19,7 @@ struct FusionEvaluateParam {
   std::vector<std::int32_t> m_vecMulBands;     ///< zero-based
   std::vector<std::int32_t> m_vecFusionBands;  ///< zero-based; entry i is compared with entry i of m_vecMulBands
   CRect m_rcPanOffset;                         ///< left and top: the fused image's first pixel in the pan image
+  /// Whether samples are left out that are not valid, whatever makes them so (CRasterSource::SetMaskNoData); else only
+  /// those that equal their band's no-data value.
+  bool m_bMaskNoData = false;
 };

@@ -1,6 +1,7 @@
 #include "evaluation/fusion_evaluate.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 
@@ -175,7 +176,10 @@ bool CFusionEvaluate::OpenRasterSource(FusionEvaluateParam* param, CRasterSource
   const std::pair<CRasterSource*, const std::wstring*> inputs[] = {
       {pan, &param->m_strPanFile}, {mul, &param->m_strMulFile}, {fusion, &param->m_strFusionFile}};
   for (const auto& [source, path] : inputs) {
-    if (source->Open(*path, GDA_READ, true)) continue;
+    if (source->Open(*path, GDA_READ, true)) {
+      source->SetMaskNoData(param->m_bMaskNoData);
+      continue;
+    }
     SetError(ERR_OPEN, messages::OpenFailed(*path));
     return false;
   }
@@ -231,6 +235,7 @@ void CFusionEvaluate::ImgXY2BufXY(double x, double y, CRect* rect, int& col, int
 namespace {
 
 platform::NoDataTest NoDataOf(const CRasterSource* source, int band) {
+  if (source && source->IsMaskNoData()) return {true, false, std::numeric_limits<double>::quiet_NaN()};
   const CRasterBand* found = source ? source->GetRasterBand(band) : nullptr;
   return found ? found->GetNoDataTest() : platform::NoDataTest{};
 }

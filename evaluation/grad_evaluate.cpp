@@ -87,6 +87,8 @@ void CGradEvaluate::AddMulRow(std::size_t i, const RowPair& rows, int n) {
 void CGradEvaluate::AddFusionRow(std::size_t i, const RowPair& rows, int n) {
   // The first test is made on the multispectral value, with the fused band's no-data value.
   const double* valid = ValidGradients(rows.ms, rows.fused, rows.fusedBelow, n, FusionNoData(i));
+  // What is left out by a mask is no number, which would ruin the sums.
+  if (m_param.m_bMaskNoData) fusion::DropNoData(rows.fused, n, FusionNoData(i), m_valid.data());
   const fusion::GradientSums sums = fusion::SumGradients(rows.fused, rows.fusedBelow, valid, n);
   m_pFusionDx2Sum[i] += sums.dx2;
   m_pFusionDy2Sum[i] += sums.dy2;

@@ -190,6 +190,67 @@ TEST_F(NoDataCommand, AlphaIsAMaskAndNoBand) {
   EXPECT_EQ(Output("d.tif").image.bands.size(), 4U);
 }
 
+/// The mean of a multispectral band over the pan pixels whose nearest sample has data.
+double MeanUnderPan(const GapScene& gaps, std::size_t band) {
+  const reference::Image& pan = gaps.scene.pan;
+  const reference::Image& ms = gaps.scene.ms;
+  double sum = 0.0;
+  int count = 0;
+  for (int y = 0; y < pan.height; ++y) {
+    for (int x = 0; x < pan.width; ++x) {
+      const double* t = pan.geoTransform;
+      const auto p = reference::GroundToSample(ms, t[0] + (x + 0.5) * t[1], t[3] + (y + 0.5) * t[5]);
+      const int column = std::clamp(static_cast<int>(p.x + 0.5), 0, ms.width - 1);
+      const int row = std::clamp(static_cast<int>(p.y + 0.5), 0, ms.height - 1);
+      const auto i = static_cast<std::size_t>(row * ms.width + column);
+      if (gaps.msGaps[band][i]) continue;
+      sum += ms.bands[band][i];
+      ++count;
+    }
+  }
+  return sum / count;
+}
+
+TEST_F(NoDataCommand, EvaluateLeavesOutWhatTheImagesLack) {
+  const auto evaluate = [&] {
+    const auto run = test_support::RunCommand(
+        FUSION_COMMAND, {"evaluate", m_folder.Path("pan.tif"), m_folder.Path("ms.tif"), m_folder.Path("fused.tif"),
+                         "--metric", "entropy,statistics,gradient", "--json", "--quiet"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    return nlohmann::json::parse(run.out);
+  };
+  Write(0.0, 0.0);
+  ASSERT_EQ(Fuse("fused.tif", {"--method", "bayesian", "--quiet"}).status, 0);
+  const auto expected = evaluate();
+  EXPECT_GT(expected["statistics"]["m_pCorrelation"][0].get<double>(), 0.9);
+  for (std::size_t b = 0; b < 3; ++b) {
+    EXPECT_NEAR(expected["statistics"]["m_pMulMean"][b].get<double>(), MeanUnderPan(m_gaps, b), 1e-9);
+  }
+
+  // Masks.
+  Write(60000.0, std::nullopt);
+  test_support::AddMask(m_folder.WidePath("pan.tif"), m_gaps.panGaps);
+  test_support::AddMask(m_folder.WidePath("ms.tif"), m_gaps.msGaps[0]);
+  EXPECT_EQ(evaluate(), expected);
+  // Alpha, which is no band to compare.
+  for (const char* name : {"pan.tif", "ms.tif"}) {
+    const bool isPan = std::string(name) == "pan.tif";
+    reference::Image image = isPan ? m_gaps.Pan(60000.0) : m_gaps.Ms(60000.0);
+    image.bands.emplace_back();
+    for (const bool gap : isPan ? m_gaps.panGaps : m_gaps.msGaps[0]) image.bands.back().push_back(gap ? 0.0 : 65535.0);
+    test_support::WriteImage(image, m_folder.WidePath(name), PDT_UINT16);
+    const std::unique_ptr<GDALDataset> file(
+        GDALDataset::Open(m_folder.Path(name).c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+    file->GetRasterBand(file->GetRasterCount())->SetColorInterpretation(GCI_AlphaBand);
+  }
+  EXPECT_EQ(evaluate(), expected);
+  // No numbers.
+  for (const double fill : {std::nan(""), double{INFINITY}}) {
+    Write(fill, std::nullopt, PDT_FLOAT32);
+    EXPECT_EQ(evaluate(), expected);
+  }
+}
+
 TEST_F(NoDataCommand, OptionsThatMakeNoSenseAreWrongUsage) {
   Write(0.0, 0.0);
   for (const auto& options : {std::vector<std::string>{"--nodata-mask", "maybe"},

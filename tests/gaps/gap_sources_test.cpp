@@ -14,6 +14,7 @@
 
 namespace {
 
+using test_support::AddMask;
 using test_support::GapScene;
 using test_support::GapShape;
 
@@ -21,26 +22,6 @@ using Dataset = std::unique_ptr<GDALDataset>;
 
 Dataset Update(const std::wstring& path) {
   return Dataset(GDALDataset::Open(CommonFun::U2Utf8(path).c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
-}
-
-/// 255 where no band has a gap of the first list, else 0.
-std::vector<unsigned char> Opacity(const std::vector<bool>& gaps) {
-  std::vector<unsigned char> opacity;
-  for (const bool gap : gaps) opacity.push_back(gap ? 0 : 255);
-  return opacity;
-}
-
-void AddMask(const std::wstring& path, const std::vector<bool>& gaps) {
-  CPLSetThreadLocalConfigOption("GDAL_TIFF_INTERNAL_MASK", "YES");
-  const Dataset file = Update(path);
-  ASSERT_TRUE(file);
-  ASSERT_EQ(file->CreateMaskBand(GMF_PER_DATASET), CE_None);
-  auto opacity = Opacity(gaps);
-  ASSERT_EQ(file->GetRasterBand(1)->GetMaskBand()->RasterIO(
-                GF_Write, 0, 0, file->GetRasterXSize(), file->GetRasterYSize(), opacity.data(), file->GetRasterXSize(),
-                file->GetRasterYSize(), GDT_Byte, 0, 0, nullptr),
-            CE_None);
-  CPLSetThreadLocalConfigOption("GDAL_TIFF_INTERNAL_MASK", nullptr);
 }
 
 /// Writes the image with one more band, its alpha: 3 of 255 where there is something to see.

@@ -1,11 +1,13 @@
 #include "tests/support/gap_scene.h"
 
+#include <gdal_priv.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 
 #include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
 
 namespace test_support {
 namespace {
@@ -148,6 +150,21 @@ bool GapScene::IsFarFromGaps(int column, int row) const {
     }
   }
   return true;
+}
+
+void AddMask(const std::wstring& path, const std::vector<bool>& gaps) {
+  std::vector<unsigned char> opacity;
+  for (const bool gap : gaps) opacity.push_back(gap ? 0 : 255);
+  CPLSetThreadLocalConfigOption("GDAL_TIFF_INTERNAL_MASK", "YES");
+  const std::unique_ptr<GDALDataset> file(
+      GDALDataset::Open(CommonFun::U2Utf8(path).c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+  ASSERT_TRUE(file);
+  ASSERT_EQ(file->CreateMaskBand(GMF_PER_DATASET), CE_None);
+  ASSERT_EQ(file->GetRasterBand(1)->GetMaskBand()->RasterIO(
+                GF_Write, 0, 0, file->GetRasterXSize(), file->GetRasterYSize(), opacity.data(), file->GetRasterXSize(),
+                file->GetRasterYSize(), GDT_Byte, 0, 0, nullptr),
+            CE_None);
+  CPLSetThreadLocalConfigOption("GDAL_TIFF_INTERNAL_MASK", nullptr);
 }
 
 MaskedOutput ReadMasked(const std::wstring& path) {

@@ -48,6 +48,9 @@ class GapScene {
   std::string m_msWkt;
 };
 
+/// Gives a file a mask band of its own that leaves out the gaps.
+void AddMask(const std::wstring& path, const std::vector<bool>& gaps);
+
 /// What an output holds, and whether all its bands declare the no-data value 0.
 struct MaskedOutput {
   reference::Image image;
