@@ -1,38 +1,19 @@
 #include "apps/console_progress.h"
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
 #include <iostream>
 
 #include "apps/stage_names.h"
 #include "platform/system/console.h"
 
 namespace app {
-namespace {
 
-std::atomic<ConsoleProgress*> g_running{nullptr};
+ConsoleProgress::ConsoleProgress(bool silent)
+    : m_silent(silent),
+      m_terminal(platform::IsTerminal(stderr)),
+      m_interrupts([](void* progress) { static_cast<ConsoleProgress*>(progress)->RequestCancel(); }, this) {}
 
-void OnInterrupt(int signal) {
-  if (ConsoleProgress* progress = g_running.load()) progress->RequestCancel();
-  // A second Ctrl-C ends the program at once.
-  std::signal(signal, SIG_DFL);
-}
-
-}  // namespace
-
-ConsoleProgress::ConsoleProgress(bool silent) : m_silent(silent), m_terminal(platform::IsTerminal(stderr)) {
-  g_running = this;
-  std::signal(SIGINT, OnInterrupt);
-  std::signal(SIGTERM, OnInterrupt);
-}
-
-ConsoleProgress::~ConsoleProgress() {
-  EndLine();
-  std::signal(SIGINT, SIG_DFL);
-  std::signal(SIGTERM, SIG_DFL);
-  g_running = nullptr;
-}
+ConsoleProgress::~ConsoleProgress() { EndLine(); }
 
 void ConsoleProgress::Start(const std::wstring& title, int range) {
   EndLine();

@@ -3,10 +3,12 @@
 #include <string>
 
 #include "platform/algorithm/base_progress.h"
+#include "platform/system/interrupts.h"
 
 namespace app {
 
-/// Progress on standard error: a bar on a terminal, dots otherwise, nothing when silent. Ctrl-C cancels the run.
+/// Progress on standard error: a bar on a terminal, dots otherwise, nothing when silent. Ctrl-C, and any
+/// other request to end the program, cancels the run.
 class ConsoleProgress : public CBaseProgress {
  public:
   explicit ConsoleProgress(bool silent);
@@ -29,6 +31,7 @@ class ConsoleProgress : public CBaseProgress {
   int m_range = 100;
   bool m_running = false;  ///< between Start and Finish; steps outside have no line
   int m_drawn = -1;        ///< percent drawn so far, -1 for nothing on the line
+  platform::InterruptHandler m_interrupts;
 };
 
 }  // namespace app

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/algorithm/base_algorithm.h"
+#include "platform/system/interrupts.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
@@ -46,7 +47,11 @@ std::string ErrorSentence(int errorType) {
 int Report(const CommandError& error) {
   if (error.status == kCancelled) {
     std::cerr << "fusion: " << ErrorSentence(ERR_CANCELLED) << '\n';
-  } else if (error.type == CommandError::kOwnType) {
+    // As the shell tells of a program that a signal has ended.
+    constexpr int kSignalled = 128;
+    return platform::LastInterrupt() != 0 ? kSignalled + platform::LastInterrupt() : kCancelled;
+  }
+  if (error.type == CommandError::kOwnType) {
     std::cerr << "fusion: " << error.what() << '\n';
   } else {
     std::cerr << "fusion: error " << error.type << ": " << error.what() << '\n' << ErrorSentence(error.type) << '\n';

@@ -10,9 +10,12 @@
 #include "apps/methods.h"
 #include "apps/sample_command.h"
 #include "platform/system/console.h"
+#include "platform/system/interrupts.h"
 #include "platform/system/memory.h"
 
 int main(int argc, char** argv) {
+  platform::FillStandardStreams();
+  platform::LetWritesFail();
   platform::UseUtf8Console();
   platform::KeepFreedMemory();
   CLI::App fusion("Pan-sharpening of satellite and aerial images.", "fusion");

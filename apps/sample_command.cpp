@@ -210,13 +210,13 @@ int RunSample(const SampleCommandOptions& o) {
     }
   }
 
+  ConsoleProgress progress(o.quiet);
   const Size msSize{size.width / o.ratio, size.height / o.ratio};
   SceneFile pan(file(L"pan.tif"), size, 1, type, kPixel);
   SceneFile ms(file(L"ms.tif"), msSize, o.bands, type, kPixel * o.ratio);
   SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel);
   const SampleScene scene(o.seed, size.width, o.bands);
   SceneWriter writer(scene, type, o.ratio, pan, ms, truth);
-  ConsoleProgress progress(o.quiet);
   progress.Start(L"sample", msSize.height);
   for (int row = 0; row < msSize.height; ++row) {
     writer.WriteMsRow(row);
