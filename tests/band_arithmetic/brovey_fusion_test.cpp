@@ -34,6 +34,32 @@ TEST(BroveyFusion, DarkMultispectralPixelBecomesGreyAtThePanIntensity) {
   }
 }
 
+TEST(BroveyFusion, SumsBelowTheLimitOnEitherSideOfZeroAreNothing) {
+  const test_support::OneRow row({90.0, 90.0, 90.0, 90.0, 90.0},
+                                 {{9.9e-9, 1e-8, 1.01e-8, -9.9e-9, -1.01e-8}, {0.0, 0.0, 0.0, 0.0, 0.0}});
+  const auto out = row.Fuse<CBroveyFusion>();
+  EXPECT_EQ(out[0], (std::vector<double>{45.0, 1e-8 * 90.0 / 1e-8, 1.01e-8 * 90.0 / 1.01e-8, 45.0,
+                                         -1.01e-8 * 90.0 / -1.01e-8}));
+  EXPECT_EQ(out[1], (std::vector<double>{45.0, 0.0, 0.0, 45.0, 0.0}));
+}
+
+TEST(BroveyFusion, TheSumTakesAsManyBandsAsTheOutputHas) {
+  const test_support::OneRow row({120.0, 90.0}, {{10.0, 0.0}, {20.0, 0.0}, {30.0, 7.0}});
+  FusionParam param = row.Param();
+  param.m_eOutDataType = PDT_FLOAT64;
+  param.m_nOutBandCount = 2;
+  CBroveyFusion(&param).Process();
+  EXPECT_EQ(test_support::ReadImage(param.m_strOutFile).bands,
+            (std::vector<std::vector<double>>{{40.0, 45.0}, {80.0, 45.0}}));
+  // A band beyond the multispectral ones holds nothing.
+  param.m_nOutBandCount = 4;
+  CBroveyFusion(&param).Process();
+  EXPECT_EQ(test_support::ReadImage(param.m_strOutFile).bands,
+            (std::vector<std::vector<double>>{{20.0, 0.0}, {40.0, 0.0}, {60.0, 90.0}, {0.0, 0.0}}));
+}
+
+TEST(BroveyFusion, PositionsStartAtThePanRaster) { test_support::ExpectPositionStart<CBroveyFusion>(Reference); }
+
 TEST(BroveyFusion, ResultIsClampedThenTruncatedToTheOutputType) {
   const test_support::OneRow row({1000.0, 7.0, -50.0}, {{3.0, 1.0, 1.0}, {1.0, 1.0, 1.0}});
   const auto bytes = row.Fuse<CBroveyFusion>(PDT_UINT8);

@@ -58,6 +58,8 @@ TEST(MultipleFusion, ProductOfTwoBytesIsClampedToTheRange) {
 
 TEST(MultipleFusion, PreparingWithoutOpenImagesFails) { EXPECT_EQ(CMultipleFusion(nullptr).Preproccess(), 4); }
 
+TEST(MultipleFusion, PositionsStartAtTheOutputRaster) { test_support::ExpectPositionStart<CMultipleFusion>(Reference); }
+
 TEST(MultipleFusion, UnknownResamplingGivesZero) {
   const Scene scene(41);
   FusionParam param = scene.Param();

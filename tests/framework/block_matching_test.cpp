@@ -238,4 +238,33 @@ TEST_F(MatchedBlocks, TargetsForOtherBandsAreRefused) {
   EXPECT_EQ(fusion.GetLastErrorMessage(), fusion::messages::kMsStatisticsFailed);
 }
 
+TEST_F(MatchedBlocks, WideTypesAreFusedInDoubleTheOthersInFloat) {
+  const std::pair<PixelDataType, PixelDataType> types[] = {
+      {PDT_UINT8, PDT_FLOAT32}, {PDT_UINT16, PDT_FLOAT32},  {PDT_INT16, PDT_FLOAT32},  {PDT_UINT32, PDT_FLOAT64},
+      {PDT_INT32, PDT_FLOAT64}, {PDT_FLOAT32, PDT_FLOAT32}, {PDT_FLOAT64, PDT_FLOAT64}};
+  for (const auto& [output, fused] : types) EXPECT_EQ(fusion::TypeToMatch(output), fused) << output;
+}
+
+TEST_F(MatchedBlocks, BandWithoutABufferStaysEmpty) {
+  class WithoutSecond : public CBroveyFusion {
+   public:
+    using CBroveyFusion::CBroveyFusion;
+    void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                            PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override {
+      void** bands =
+          CBroveyFusion::AlgorithmProcess(pan, panRect, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi);
+      delete[] static_cast<float*>(bands[1]);
+      bands[1] = nullptr;
+      return bands;
+    }
+  };
+  const Scene scene(81, TallScene());
+  const fusion::MatchTargets targets = Targets();
+  const Bands whole = Fuse<CBroveyFusion>(scene.Param(PDT_UINT16), &targets);
+  const Bands without = Fuse<WithoutSecond>(scene.Param(PDT_UINT16), &targets);
+  EXPECT_EQ(without[0], whole[0]);
+  EXPECT_EQ(without[2], whole[2]);
+  EXPECT_EQ(without[1], std::vector<double>(whole[1].size(), 0.0));
+}
+
 }  // namespace

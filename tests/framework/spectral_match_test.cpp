@@ -1,10 +1,13 @@
+#include <gdal_priv.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/utility/common_fun.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 
@@ -110,6 +113,74 @@ TEST_F(SpectralMatch, UnknownChosenBandFailsLikeARead) {
   CBroveyFusion fusion(&param);
   fusion.Process();
   EXPECT_EQ(fusion.GetLastErrorType(), 2);
+}
+
+TEST_F(SpectralMatch, HandsOnFormatTypeAndNumberOfBands) {
+  const Scene scene(36);
+  FusionParam param = scene.Param(PDT_INT16);
+  param.m_bSpectralMatch = true;
+  param.m_eOutFormat = CRasterSource::GetDataFormat(L"x.img");
+  param.m_nOutBandCount = 2;
+  CBroveyFusion fusion(&param);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 0);
+  const std::unique_ptr<GDALDataset> out(GDALDataset::Open(CommonFun::U2Utf8(scene.outFile).c_str()));
+  ASSERT_TRUE(out);
+  EXPECT_STREQ(out->GetDriverName(), "HFA") << "whatever the extension";
+  EXPECT_EQ(out->GetRasterCount(), 2);
+  EXPECT_EQ(out->GetRasterBand(1)->GetRasterDataType(), GDT_Int16);
+}
+
+TEST_F(SpectralMatch, MixesGreenWhereTheRecordWantsIt) {
+  test_support::SceneOptions options;
+  options.msBands = 4;
+  const Scene scene(37, options);
+  FusionParam param = scene.Param(PDT_FLOAT64);
+  CBroveyFusion(&param).Process();
+  const auto raw = ReadImage(scene.outFile).bands;
+  param.m_bSpectralMatch = true;
+  for (const bool makeGreen : {false, true}) {
+    param.m_bMakeGreen = makeGreen;
+    CBroveyFusion(&param).Process();
+    const auto out = ReadImage(scene.outFile).bands;
+    std::vector<double> green = raw[1];
+    for (std::size_t i = 0; i < green.size(); ++i) {
+      if (makeGreen) green[i] = 0.9 * raw[1][i] + 0.1 * raw[3][i];
+    }
+    const Figures from = FiguresOf(green);
+    const Figures to = FiguresOf(scene.ms.bands[1]);
+    for (std::size_t i = 0; i < green.size(); ++i) {
+      ASSERT_NEAR(out[1][i], (green[i] - from.mean) / from.deviation * to.deviation + to.mean, 1e-6);
+    }
+  }
+}
+
+TEST_F(SpectralMatch, ShowsItsOwnStageToTheReporter) {
+  const Scene scene(38);
+  FusionParam param = scene.Param(PDT_FLOAT32);
+  param.m_bSpectralMatch = true;
+  RecordingProgress progress;
+  CBroveyFusion fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  const auto& calls = progress.Calls();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), L"Start 正在进行光谱匹配运算... 100"), 1);
+}
+
+TEST_F(SpectralMatch, TouchesNothingWhereItIsOff) {
+  class Ending : public CBroveyFusion {
+   public:
+    using CBroveyFusion::CBroveyFusion;
+    using CBroveyFusion::m_strTempFile;
+  };
+  const Scene scene(39);
+  FusionParam param = scene.Param();
+  Ending fusion(&param);
+  fusion.m_strTempFile = scene.msFile;
+  fusion.EndProccess();
+  EXPECT_EQ(fusion.GetLastErrorType(), 0);
+  EXPECT_TRUE(test_support::FileExists(scene.msFile));
+  EXPECT_FALSE(test_support::FileExists(scene.outFile));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "tests/support/method_sweep.h"
 
+#include <algorithm>
 #include <random>
 
 namespace test_support {
@@ -15,6 +16,15 @@ double Deviation(const std::vector<double>& values) {
   long double squares = 0;
   for (const double v : values) squares += (v - mean) * (v - mean);
   return static_cast<double>(std::sqrt(squares / static_cast<long double>(values.size())));
+}
+
+void MakeUneven(Scene& scene) {
+  const double pan[] = {440000.1, 0.3, 0.0, 4470000.7, 0.0, -0.3};
+  const double ms[] = {439999.9, 0.7, 0.0, 4470000.9, 0.0, -0.7};
+  std::copy_n(pan, 6, scene.pan.geoTransform);
+  std::copy_n(ms, 6, scene.ms.geoTransform);
+  WriteImage(scene.pan, scene.panFile, PDT_UINT16);
+  WriteImage(scene.ms, scene.msFile, PDT_UINT16);
 }
 
 ReprojectedScene::ReprojectedScene(unsigned seed)

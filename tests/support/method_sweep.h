@@ -34,6 +34,25 @@ void ExpectDefinition(const Scene& scene, FusionParam param, const reference::Ru
   ExpectEqual(ReadImage(scene.outFile), reference::Fuse(run), run.tolerance);
 }
 
+/// Gives both images origins and pixels that are no round numbers, so that the last bits of a result tell from which
+/// raster its positions start.
+void MakeUneven(Scene& scene);
+
+/// Positions start where the definition says, to the last bit.
+template <typename Method>
+void ExpectPositionStart(const MakeReference& make) {
+  Scene scene(98);
+  MakeUneven(scene);
+  FusionParam param = scene.Param();
+  param.m_eResampleType = RT_BILINEAR;
+  param.m_rcProcess = {5, 3, 31, 26};
+  const reference::Run run = make(scene, param);
+  ExpectDefinition<Method>(scene, param, run);
+  reference::Run other = run;
+  other.startAtOutput = !run.startAtOutput;
+  EXPECT_NE(reference::Fuse(run), reference::Fuse(other)) << "the scene cannot tell";
+}
+
 /// The definition under a reprojection: a multispectral image in degrees under a pan image in UTM. Positions are asked
 /// of a reprojection built the way a run builds its own.
 class ReprojectedScene {

@@ -161,16 +161,20 @@ std::string UtmWkt() { return WktOfEpsg(32630); }
 std::string Wgs84Wkt() { return WktOfEpsg(4326); }
 
 void WriteTriangle(const std::wstring& path, reference::Position a, reference::Position b, reference::Position c) {
+  WriteTriangles(path, {{a, b, c}});
+}
+
+void WriteTriangles(const std::wstring& path, const std::vector<std::vector<reference::Position>>& triangles) {
   // CSV is the one text format whose geometries come without a coordinate system.
   std::ostringstream text;
   text.precision(17);
-  text << "WKT,id\n\"POLYGON((" << a.x << ' ' << a.y << ',' << b.x << ' ' << b.y << ',' << c.x << ' ' << c.y << ','
-       << a.x << ' ' << a.y << "))\",1\n";
-  const std::string content = text.str();
-  VSILFILE* file = VSIFOpenL(CommonFun::U2Utf8(path).c_str(), "wb");
-  ASSERT_TRUE(file);
-  VSIFWriteL(content.data(), 1, content.size(), file);
-  VSIFCloseL(file);
+  text << "WKT,id\n";
+  for (const auto& corners : triangles) {
+    text << "\"POLYGON((";
+    for (const auto& corner : corners) text << corner.x << ' ' << corner.y << ',';
+    text << corners.front().x << ' ' << corners.front().y << "))\",1\n";
+  }
+  WriteText(path, text.str());
 }
 
 }  // namespace test_support

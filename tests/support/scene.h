@@ -71,5 +71,7 @@ std::string Wgs84Wkt();
 
 /// A vector file with one triangle and no coordinate system of its own.
 void WriteTriangle(const std::wstring& path, reference::Position a, reference::Position b, reference::Position c);
+/// The same with several triangles.
+void WriteTriangles(const std::wstring& path, const std::vector<std::vector<reference::Position>>& triangles);
 
 }  // namespace test_support

@@ -83,6 +83,13 @@ std::vector<std::string> TempFolder::Files() const {
   return files;
 }
 
+void WriteText(const std::wstring& path, const std::string& text) {
+  VSILFILE* file = VSIFOpenL(CommonFun::U2Utf8(path).c_str(), "wb");
+  ASSERT_TRUE(file);
+  EXPECT_EQ(VSIFWriteL(text.data(), 1, text.size(), file), text.size());
+  EXPECT_EQ(VSIFCloseL(file), 0);
+}
+
 std::string FileContent(const std::wstring& path) {
   VSILFILE* file = VSIFOpenL(CommonFun::U2Utf8(path).c_str(), "rb");
   if (!file) return {};

@@ -58,6 +58,8 @@ class TempFolder {
   std::filesystem::path m_path;
 };
 
+/// Makes a text file, in memory or on disk.
+void WriteText(const std::wstring& path, const std::string& text);
 /// A file's bytes; empty where it does not exist.
 std::string FileContent(const std::wstring& path);
 
