@@ -122,6 +122,7 @@ void FuseInputs::Declare(CRasterSource& source, std::wstring& file) {
 void FuseInputs::Open(CRasterSource& source, const std::wstring& file) const {
   OpenOrThrow(source, file);
   source.SetMaskNoData(m_maskNoData);
+  source.SetReadAhead(true);
 }
 
 void FuseInputs::CheckBands(const Method& method, int panBandCount, int msBandCount) {

@@ -193,7 +193,9 @@ class FuseRun {
   /// Runs an algorithm and throws its failure.
   void Carry(CBaseAlgorithm& algorithm) {
     algorithm.SetProgress(&m_progress);
+    algorithm.SetOverlappedIo(true);
     algorithm.Process();
+    m_progress.Finish();
     if (algorithm.GetLastErrorType() != ERR_NONE || !algorithm.GetLastErrorMessage().empty()) {
       throw RunError(algorithm.GetLastErrorType(), algorithm.GetLastErrorMessage());
     }

@@ -76,6 +76,7 @@ std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const FuseOp
   record.m_dBayesParam = options.bayesWeight.value_or(kWeight);
   BayesianModelEstimator estimator(record);
   estimator.SetProgress(&progress);
+  estimator.SetOverlappedIo(true);
   estimator.Process();
   if (estimator.GetLastErrorType() != ERR_NONE || !estimator.GetLastErrorMessage().empty()) {
     throw RunError(estimator.GetLastErrorType(), estimator.GetLastErrorMessage());

@@ -16,7 +16,9 @@ void Multiply(const fusion::FusionRow& row) {
 
 }  // namespace
 
-CMultipleFusion::CMultipleFusion(FusionParam* param) : CFusion(param) {}
+CMultipleFusion::CMultipleFusion(FusionParam* param) : CFusion(param) {
+  m_positions = {.start = fusion::PositionStart::kOutput};
+}
 CMultipleFusion::~CMultipleFusion() = default;
 CMultipleFusion::CMultipleFusion(const CMultipleFusion&) = default;
 CMultipleFusion& CMultipleFusion::operator=(const CMultipleFusion&) = default;
@@ -49,8 +51,6 @@ void** CMultipleFusion::AlgorithmProcess(double* pan, CRect* panRect, double** m
                                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
   return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, Multiply);
 }
-
-fusion::PositionPolicy CMultipleFusion::Positions() const { return {.start = fusion::PositionStart::kOutput}; }
 
 void CMultipleFusion::EndProccess() {
   m_pMulMax.reset();

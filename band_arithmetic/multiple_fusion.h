@@ -21,7 +21,6 @@ class FUSION_API CMultipleFusion : public CFusion {
   void EndProccess() override;
 
  protected:
-  fusion::PositionPolicy Positions() const override;
   double m_dPanMax = 255.0;
   double m_dPanMin = 0.0;
   SharedArray m_pMulMax;  ///< one per chosen band, null until Preproccess

@@ -58,7 +58,9 @@ struct CWeightFusion::Figures {
   std::vector<double> stdDevs;
 };
 
-CWeightFusion::CWeightFusion(FusionParam* param) : CFusion(param) {}
+CWeightFusion::CWeightFusion(FusionParam* param) : CFusion(param) {
+  m_positions = {.start = fusion::PositionStart::kOutput};
+}
 CWeightFusion::~CWeightFusion() = default;
 CWeightFusion::CWeightFusion(const CWeightFusion&) = default;
 CWeightFusion& CWeightFusion::operator=(const CWeightFusion&) = default;
@@ -109,7 +111,8 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
 bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count) {
   const fusion::BlockGrid grid = MakeBlockGrid();
   if (m_pProgress) m_pProgress->Start(L"正在计算相关系数 ...", grid.Count());
-  fusion::BlockSet blocks(grid, m_param.m_vecMSBands, m_param.m_rcProcess.left, m_param.m_rcProcess.top);
+  fusion::BlockSet blocks(grid, m_param.m_vecMSBands, m_param.m_rcProcess.left, m_param.m_rcProcess.top,
+                          m_overlappedIo);
   std::vector<double> means = figures.means;
   std::vector<double> stdDevs = figures.stdDevs;
   bool complete = true;
@@ -181,8 +184,6 @@ void** CWeightFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms,
   };
   return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, weigh);
 }
-
-fusion::PositionPolicy CWeightFusion::Positions() const { return {.start = fusion::PositionStart::kOutput}; }
 
 void CWeightFusion::EndProccess() {
   m_pMulMax.reset();

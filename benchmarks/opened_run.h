@@ -31,7 +31,7 @@ class OpenedRun : public Algorithm {
     this->m_pMSSrc = &m_ms;
     this->m_pDstSrc = &m_dst;
     if (this->Preproccess() != GIS_SUCCESS) return false;
-    m_blocks = std::make_unique<fusion::BlockSet>(this->MakeBlockGrid(), bands, rect.left, rect.top);
+    m_blocks = std::make_unique<fusion::BlockSet>(this->MakeBlockGrid(), bands, rect.left, rect.top, true);
     return true;
   }
 

@@ -129,9 +129,9 @@ void CFusionEvaluate::WalkPasses(Run& run) {
         if (!GetReadBufferRect(&block, &read)) continue;
         run.mulBuffers->Reserve(read);
         run.KeepRows(block, read);
-        if (StartBolckProcess() != GIS_SUCCESS) {
+        if (const GISError started = StartBolckProcess(); started != GIS_SUCCESS) {
           // A stopped run must not look like a finished one.
-          if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;
+          if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = started;
           ReportError();
           return;
         }

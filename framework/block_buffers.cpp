@@ -45,14 +45,6 @@ BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)
   Allocate();
 }
 
-BandBuffers::~BandBuffers() {
-  try {
-    WaitForReader();
-  } catch (...) {
-    // What failed was only expected, never asked for.
-  }
-}
-
 BandBuffers::Buffer BandBuffers::NewBuffer() const {
   return std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(m_capacity + m_slack));
 }

@@ -50,7 +50,6 @@ class BandBuffers {
   using AfterRead = std::function<void(CRasterBand& band, int i, double* values, std::int64_t count)>;
 
   BandBuffers(std::size_t count, std::int64_t capacity);
-  ~BandBuffers();
   BandBuffers(const BandBuffers&) = delete;
   BandBuffers& operator=(const BandBuffers&) = delete;
 
@@ -70,7 +69,7 @@ class BandBuffers {
   /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
   bool Read(std::size_t i, CRasterBand* band, const CRect& rect);
   /// Begins on another thread what the next Read(i, band, rect) will ask for. A Read of anything else just reads.
-  /// The queue must outlive the buffers.
+  /// The queue must be gone before the buffers are: its destructor waits for what is read into them.
   void Expect(std::size_t i, CRasterBand* band, const CRect& rect, platform::TaskQueue& reader);
   /// The same where rectangles follow each other downwards: rows that the buffer already holds from the last such read
   /// of the same band are kept.

@@ -12,16 +12,17 @@ namespace messages = fusion::messages;
 
 namespace fusion {
 
-BlockSet::BlockSet(const BlockGrid& blockGrid, std::vector<int> bands, int left, int top)
+BlockSet::BlockSet(const BlockGrid& blockGrid, std::vector<int> bands, int left, int top, bool isOverlapped)
     : grid(blockGrid),
       msBands(std::move(bands)),
       panLeft(left),
       panTop(top),
-      reader(msBands.size() + 2),
-      writer(1),
+      overlapped(isOverlapped),
       pan(1, std::int64_t{grid.blockWidth} * grid.blockHeight),
       detail(1, 0),
-      ms(msBands.size(), std::int64_t{grid.blockWidth} * grid.blockHeight) {}
+      ms(msBands.size(), std::int64_t{grid.blockWidth} * grid.blockHeight),
+      reader(msBands.size() + 2, overlapped),
+      writer(1, overlapped) {}
 
 }  // namespace fusion
 
@@ -90,7 +91,7 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
     ReportError();
     return nullptr;
   }
-  auto blocks = std::make_unique<fusion::BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top);
+  auto blocks = std::make_unique<fusion::BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top, m_overlappedIo);
   if (variation.afterRead) {
     blocks->ms.SetAfterRead(variation.afterRead);
     blocks->pan.SetAfterRead([&variation](CRasterBand& band, int, double* values, std::int64_t count) {
@@ -135,7 +136,11 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
   blocks.ms.Reserve(blocks.msRect);
   blocks.rows.Reserve(platform::RowCache::BytesToShare(*m_pMSSrc, blocks.msRect.Height()) +
                       platform::RowCache::BytesToShare(*m_pPanSrc, blocks.grid.blockHeight));
-  if (StartBolckProcess() != GIS_SUCCESS) return LoadResult::kStopped;
+  if (const GISError started = StartBolckProcess(); started != GIS_SUCCESS) {
+    // A stopped run must not look like a finished one.
+    if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = started;
+    return LoadResult::kStopped;
+  }
 
   constexpr int kPartlyInside = 1;
   constexpr int kWhollyInside = 3;
@@ -163,6 +168,7 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
 }
 
 void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
+  if (!blocks.overlapped) return;
   CRect next = blocks.grid.After(blocks.dstBlock);
   if (next.Area() == 0 && blocks.matching && blocks.matching->IsCounting()) next = blocks.grid.Block(0, 0);
   CRect msRect;
@@ -189,8 +195,6 @@ bool CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& v
       case LoadResult::kSkipped:
         return true;
       case LoadResult::kStopped:
-        // A stopped run must not look like a finished one.
-        if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = GIS_FAILED;
         ReportError();
         return false;
       case LoadResult::kMsFailed:

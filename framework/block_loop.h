@@ -38,16 +38,15 @@ struct RunVariation {
 /// The blocks of a run with the buffers they are read into.
 struct BlockSet {
   /// @param panLeft, panTop the output raster's first pixel in the pan image
-  BlockSet(const BlockGrid& grid, std::vector<int> msBands, int panLeft, int panTop);
+  /// @param overlapped whether blocks are read and written on threads of their own
+  BlockSet(const BlockGrid& grid, std::vector<int> msBands, int panLeft, int panTop, bool overlapped);
 
   BlockGrid grid;
   std::vector<int> msBands;
   int panLeft;
   int panTop;
-  platform::RowCache rows;     ///< for what consecutive blocks share
-  platform::TaskQueue reader;  ///< reads the next block while this one is fused
-  std::atomic<bool> writeFailed = false;
-  platform::TaskQueue writer;  ///< writes the one before; a second one waiting would only take memory
+  bool overlapped;
+  platform::RowCache rows;  ///< for what consecutive blocks share
   BandBuffers pan;
   BandBuffers detail;
   BandBuffers ms;
@@ -57,13 +56,19 @@ struct BlockSet {
   CRasterAOI* aoi = nullptr;
   std::unique_ptr<BlockMatching> matching;  ///< null where the blocks are written as they are
   int step = 0;                             ///< blocks done
+  std::atomic<bool> writeFailed = false;
+
+  // The queues come last, so that they go first, whatever way a run ends: their destructors wait for their threads, and
+  // only then does what these read into, count with and write from go. The rasters outlive the set.
+  platform::TaskQueue reader;  ///< reads the next block while this one is fused
+  platform::TaskQueue writer;  ///< writes the one before; a second one waiting would only take memory
 };
 
 enum class LoadResult {
   kReady,
   kOutside,    ///< outside the area of interest, nothing was read
   kSkipped,    ///< GetReadBufferRect wants no such block
-  kStopped,    ///< StartBolckProcess ends the run
+  kStopped,    ///< StartBolckProcess ends the run; the error state is set
   kMsFailed,   ///< a multispectral read failed
   kPanFailed,  ///< a pan or detail read failed
 };

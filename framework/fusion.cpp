@@ -107,7 +107,7 @@ void CFusion::EndProccess() {
   stretch.m_pStdDevs = m_pStdDevs;
   stretch.m_bMakeGreen = m_param.m_bMakeGreen;
   CStretchOfMultiBand matching(&stretch);
-  matching.SetProgress(m_pProgress);
+  matching.RunInside(*this);
   matching.CMultiBandIOProcess::Process();
   CRasterSource::DeleteFileW(m_strTempFile);
 }
@@ -141,14 +141,11 @@ void CFusion::Bicubic(const double** bands, int bandCount, CRect* rect, double x
   fusion::ResamplePoint(RT_BICUBIC, x, y, bands, bandCount, *rect, out);
 }
 
-fusion::PositionPolicy CFusion::Positions() const { return {}; }
-
 fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBlock) const {
-  const fusion::PositionPolicy policy = Positions();
-  const bool fromPan = !m_pReproject && policy.start == fusion::PositionStart::kPan;
+  const bool fromPan = !m_pReproject && m_positions.start == fusion::PositionStart::kPan;
   const CRasterSource& start = fromPan ? *m_pPanSrc : *m_pDstSrc;
   return {start.PixelToGround(),
-          m_pReproject ? policy.reprojectedOffset : 0.5,
+          m_pReproject ? m_positions.reprojectedOffset : 0.5,
           fromPan ? panRect : dstBlock,
           m_pMSSrc->GroundToPixel(),
           m_pMSSrc->GetWidth(),

@@ -91,10 +91,10 @@ class FUSION_API CFusion : public CBaseAlgorithm {
                   const fusion::RowArithmetic& arithmetic);
   /// The rows of a block with the multispectral bands resampled, for statistics passes.
   fusion::RowSource MakeRowSource(const fusion::FusionBlock& block);
-  /// Where the algorithm's positions in the multispectral image start.
-  virtual fusion::PositionPolicy Positions() const;
-
   FusionParam m_param;
+  /// Where the algorithm's positions in the multispectral image start. Data, not an operation: the slots of the virtual
+  /// ones are published.
+  fusion::PositionPolicy m_positions;
   CRasterSource* m_pPanSrc = nullptr;  ///< open only while Process runs, like the next two
   CRasterSource* m_pMSSrc = nullptr;
   CRasterSource* m_pDstSrc = nullptr;
@@ -120,9 +120,10 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   bool StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   static void LogCancellation(const fusion::RunVariation& variation);
-  /// Begins to read the block that follows the one at hand.
+  /// Begins to read the block that follows the one at hand, where the run overlaps.
   void ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  /// Waits for the blocks under way to the output. False, with the error state set and reported, when one failed.
+  /// Waits for a block that may be under way to the output. False, with the error state set and reported, when one
+  /// failed.
   bool FinishWriting(fusion::BlockSet& blocks);
   void AbandonRun(CRasterSource& dst);
   void FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, const fusion::RunVariation& variation);

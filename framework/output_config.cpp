@@ -17,6 +17,7 @@ bool CFusion::ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRasterSou
 bool CFusion::OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path) {
   if (source->Open(path, GDA_READ, param.m_bOpenOption)) {
     source->SetMaskNoData(param.m_bMaskNoData);
+    source->SetReadAhead(m_overlappedIo);
     return true;
   }
   SetError(ERR_OPEN, messages::OpenFailed(path));

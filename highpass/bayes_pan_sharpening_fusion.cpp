@@ -20,7 +20,9 @@ void EstimateRow(const double* pan, double panMean, double gain, double covarian
 
 }  // namespace
 
-BayesPanSharpeningFusion::BayesPanSharpeningFusion(FusionParam* param) : CFusion(param) {}
+BayesPanSharpeningFusion::BayesPanSharpeningFusion(FusionParam* param) : CFusion(param) {
+  m_positions = {.reprojectedOffset = 0.5};
+}
 BayesPanSharpeningFusion::~BayesPanSharpeningFusion() = default;
 BayesPanSharpeningFusion::BayesPanSharpeningFusion(const BayesPanSharpeningFusion&) = default;
 BayesPanSharpeningFusion& BayesPanSharpeningFusion::operator=(const BayesPanSharpeningFusion&) = default;
@@ -40,8 +42,6 @@ void BayesPanSharpeningFusion::SetModel(const BayesianModel& model) {
 GISError BayesPanSharpeningFusion::Preproccess() { return GIS_SUCCESS; }
 
 GISError BayesPanSharpeningFusion::StartBolckProcess() { return GIS_SUCCESS; }
-
-fusion::PositionPolicy BayesPanSharpeningFusion::Positions() const { return {.reprojectedOffset = 0.5}; }
 
 void** BayesPanSharpeningFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount,
                                                   CRect* msRect, PixelDataType outType, int outBandCount,

@@ -29,7 +29,6 @@ class FUSION_API BayesPanSharpeningFusion : public CFusion {
                           PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
 
  protected:
-  fusion::PositionPolicy Positions() const override;
   BayesianFusionParam m_bayesParam;  ///< its m_dBayesParam is w
   double m_dPanVariance = 0.0;       ///< s; below 1e-8 it becomes 1 on first use
   double m_dPanMean = 0.0;           ///< m

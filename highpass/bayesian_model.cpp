@@ -207,6 +207,7 @@ bool BayesianModelEstimator::Open(CRasterSource& pan, CRasterSource& ms, std::ve
   for (const auto& [source, path] : {std::pair(&pan, m_param.m_strPanFile), std::pair(&ms, m_param.m_strMSFile)}) {
     if (source->Open(path, GDA_READ, m_param.m_bOpenOption)) {
       source->SetMaskNoData(m_param.m_bMaskNoData);
+      source->SetReadAhead(m_overlappedIo);
       continue;
     }
     Fail(ERR_OPEN, messages::OpenFailed(path));
@@ -229,7 +230,7 @@ void BayesianModelEstimator::Estimate() {
   fusion::PanAverage average(pan, *pan.GetRasterBand(m_param.m_nPanBand), ms);
   if (m_param.m_bNeedReproject && !average.Reproject(pan, ms)) return Fail(ERR_REPROJECT, messages::kReprojectFailed);
 
-  fusion::BayesianSamples samples(ms, bands, average);
+  fusion::BayesianSamples samples(ms, bands, average, m_overlappedIo);
   if (m_pProgress) m_pProgress->Start(messages::RunTitle(L"贝叶斯模型估计"), 2 * samples.TileCount());
   int step = 0;
   const auto pass = [&](const std::function<void(const fusion::BayesianBatch&)>& visit) {

@@ -38,9 +38,11 @@ void DetailRow(const double* values, const double* sums, int n, double* out, uns
 
 }  // namespace
 
-BayesianSamples::BayesianSamples(const CRasterSource& ms, std::vector<CRasterBand*> bands, PanAverage& pan)
+BayesianSamples::BayesianSamples(const CRasterSource& ms, std::vector<CRasterBand*> bands, PanAverage& pan,
+                                 bool readAhead)
     : m_bands(std::move(bands)),
       m_pan(pan),
+      m_readAhead(readAhead),
       m_tiles(Tiles(ms, pan.Ratio())),
       m_kept(static_cast<std::size_t>(m_tiles.Count())),
       m_buffers(m_bands.size(), 0),
@@ -65,7 +67,7 @@ bool BayesianSamples::ForEachTile(const std::function<bool(const BayesianBatch&)
     wanted = visit({samples.count, samples.bandColumns, samples.detailColumns, samples.columns.back().data()});
     return wanted;
   };
-  return platform::LoadAhead(m_tiles.Count(), collect, use) || !wanted;
+  return platform::LoadInTurn(m_readAhead, m_tiles.Count(), collect, use) || !wanted;
 }
 
 const std::vector<double>* BayesianSamples::Averages(int tile) {

@@ -22,7 +22,8 @@ struct BayesianBatch {
 class BayesianSamples {
  public:
   /// @param bands chosen bands of ms
-  BayesianSamples(const CRasterSource& ms, std::vector<CRasterBand*> bands, PanAverage& pan);
+  /// @param readAhead collect each tile on another thread while the one before it is looked at
+  BayesianSamples(const CRasterSource& ms, std::vector<CRasterBand*> bands, PanAverage& pan, bool readAhead);
 
   int TileCount() const { return m_tiles.Count(); }
   /// Calls visit for every tile, with or without a sample, until it answers false. False after a failed read.
@@ -47,6 +48,7 @@ class BayesianSamples {
   std::vector<CRasterBand*> m_bands;
   std::vector<double> m_noData;
   PanAverage& m_pan;
+  bool m_readAhead;
   BlockGrid m_tiles;
   std::vector<std::vector<double>> m_kept;  ///< averages of each tile, empty where they are not kept
   std::size_t m_keptCount = 0;

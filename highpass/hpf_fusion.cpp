@@ -26,7 +26,9 @@ void AddBothDetailsRow(const double* first, double gain1, const double* second, 
 
 }  // namespace
 
-CHpfFusion::CHpfFusion(FusionParam* param) : CFusion(param), m_hpfParam(fusion::ToHpfParam(param)) {}
+CHpfFusion::CHpfFusion(FusionParam* param) : CFusion(param), m_hpfParam(fusion::ToHpfParam(param)) {
+  m_positions = {.reprojectedOffset = 0.5};
+}
 CHpfFusion::~CHpfFusion() = default;
 CHpfFusion::CHpfFusion(const CHpfFusion&) = default;
 CHpfFusion& CHpfFusion::operator=(const CHpfFusion&) = default;
@@ -148,8 +150,6 @@ void** CHpfFusion::AlgorithmProcess(double* panBlock, CRect* blockRect, double* 
       {panBlock, blockRect, secondBlock, msBlocks, msBandCount, msRect, outType, outBandCount, readRect, aoi}, {},
       addDetail);
 }
-
-fusion::PositionPolicy CHpfFusion::Positions() const { return {.reprojectedOffset = 0.5}; }
 
 void CHpfFusion::EndBolckProcess() {}
 

@@ -56,7 +56,6 @@ class FUSION_API CHpfFusion : public CFusion {
   double ChangeDataType(double v, double inMin, double inMax, double outMin, double outMax);
 
  protected:
-  fusion::PositionPolicy Positions() const override;
   HpfFusionParam m_hpfParam;
 
  private:

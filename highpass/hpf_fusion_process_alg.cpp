@@ -20,7 +20,7 @@ void CHpfFusionProcessAlg::Process() {
   ClearError();
   Guard([this] {
     fusion::StagePipeline pipeline(
-        m_hpfParam, m_pProgress,
+        m_hpfParam, *this,
         {"HpfFusionProcessAlg", __LINE__, "CHpfFusionProcessAlg::Process", L"开始HPF融合处理", L"HPF融合处理结束"});
     pipeline.Execute([&] { return RunStages(pipeline); });
     if (pipeline.HasFailed()) SetError(pipeline.ErrorType(), pipeline.ErrorMessage());
@@ -51,6 +51,7 @@ GISError CHpfFusionProcessAlg::Preproccess() {
     return GIS_OPEN_FAILED;
   }
   ms.SetMaskNoData(m_hpfParam.m_bMaskNoData);
+  ms.SetReadAhead(m_overlappedIo);
   fusion::ChooseAllBands(ms, m_hpfParam.m_vecMSBands);
   const std::size_t count = m_hpfParam.m_vecMSBands.size();
   m_pMulMeans = SharedArray(count);

@@ -48,7 +48,7 @@ void CSimplePanSharpeningFusionProcessAlg::Process() {
   ClearError();
   Guard([this] {
     fusion::StagePipeline pipeline(
-        m_hpfParam, m_pProgress,
+        m_hpfParam, *this,
         {"SimplePanSharpeningFusionProcessAlg", __LINE__, "CSimplePanSharpeningFusionProcessAlg::Process",
          L"开始SimplePanSharpening融合处理", L"SimplePanSharpening融合处理结束"});
     pipeline.Execute([&] { return RunStages(pipeline); });

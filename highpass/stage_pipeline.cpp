@@ -11,8 +11,8 @@
 
 namespace fusion {
 
-StagePipeline::StagePipeline(HpfFusionParam& param, CBaseProgress* progress, const PipelineLog& log)
-    : m_param(param), m_progress(progress), m_log(log), m_msFile(param.m_strMSFile) {}
+StagePipeline::StagePipeline(HpfFusionParam& param, const CBaseAlgorithm& outer, const PipelineLog& log)
+    : m_param(param), m_outer(outer), m_progress(outer.GetProgress()), m_log(log), m_msFile(param.m_strMSFile) {}
 
 StagePipeline::~StagePipeline() {
   m_param.m_strMSFile = m_msFile;
@@ -40,7 +40,7 @@ bool StagePipeline::Execute(const std::function<bool()>& stages) {
 }
 
 bool StagePipeline::Run(CBaseAlgorithm& stage) {
-  stage.SetProgress(m_progress);
+  stage.RunInside(m_outer);
   stage.Process();
   if (stage.GetLastErrorType() == ERR_NONE && stage.GetLastErrorMessage().empty()) return true;
   return Fail(stage.GetLastErrorType(), stage.GetLastErrorMessage());

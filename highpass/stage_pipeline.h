@@ -23,7 +23,8 @@ struct PipelineLog {
 class StagePipeline {
  public:
   /// @param param the run's record; while the pipeline lives its multispectral file may be an intermediate one
-  StagePipeline(HpfFusionParam& param, CBaseProgress* progress, const PipelineLog& log);
+  /// @param outer the algorithm that runs the pipeline
+  StagePipeline(HpfFusionParam& param, const CBaseAlgorithm& outer, const PipelineLog& log);
   ~StagePipeline();
   StagePipeline(const StagePipeline&) = delete;
   StagePipeline& operator=(const StagePipeline&) = delete;
@@ -36,7 +37,7 @@ class StagePipeline {
   int ErrorType() const { return m_errorType; }
   const std::wstring& ErrorMessage() const { return m_errorMessage; }
 
-  /// Runs a stage with the run's reporter and takes over its error. A stage that leaves a message has failed even where
+  /// Runs a stage inside the run and takes over its error. A stage that leaves a message has failed even where
   /// its error type is 0.
   bool Run(CBaseAlgorithm& stage);
   /// A fresh file beside the output, removed at the end. False, with the failure kept, where there can be none.
@@ -65,6 +66,7 @@ class StagePipeline {
   void WriteLog(const wchar_t* text) const;
 
   HpfFusionParam& m_param;
+  const CBaseAlgorithm& m_outer;
   CBaseProgress* m_progress;
   PipelineLog m_log;
   std::wstring m_msFile;  ///< the caller's

@@ -60,6 +60,16 @@ void CBaseAlgorithm::ReportError() {
   if (m_pProgress) m_pProgress->Error(m_nLastErrorType, m_strLastErrorMessage);
 }
 
+void CBaseAlgorithm::ReportFinished() {
+  if (m_pProgress && !m_runsInside) m_pProgress->Finish();
+}
+
+void CBaseAlgorithm::RunInside(const CBaseAlgorithm& outer) {
+  m_pProgress = outer.m_pProgress;
+  m_overlappedIo = outer.m_overlappedIo;
+  m_runsInside = true;
+}
+
 void CBaseAlgorithm::Fail(int type, const std::wstring& message) {
   SetError(type, message);
   ReportError();

@@ -42,6 +42,14 @@ class FUSION_API CBaseAlgorithm {
   void SetProgress(CBaseProgress* progress) { m_pProgress = progress; }
   CBaseProgress* GetProgress() const { return m_pProgress; }
 
+  /// Lets runs read ahead and write behind on threads of their own. Off by default: a run then reads, computes and
+  /// writes by turns, all of it on the caller's thread but for the kernels that are published as sharing rows out. The
+  /// results are the same.
+  void SetOverlappedIo(bool overlapped) { m_overlappedIo = overlapped; }
+  /// Makes this algorithm a stage of another one's run: it takes over the reporter and the overlapping, and leaves it
+  /// to the outer run to tell the reporter that it is finished.
+  void RunInside(const CBaseAlgorithm& outer);
+
   int GetLastErrorType() const { return m_nLastErrorType; }
   const std::wstring& GetLastErrorMessage() const { return m_strLastErrorMessage; }
 
@@ -71,11 +79,17 @@ class FUSION_API CBaseAlgorithm {
     }
   }
 
+  /// Tells the reporter that this is finished, unless it runs inside another algorithm.
+  void ReportFinished();
+
   CBaseProgress* m_pProgress = nullptr;
+  bool m_overlappedIo = false;
   int m_nLastErrorType = ERR_NONE;
   std::wstring m_strLastErrorMessage;
   platform::ValueConversion m_conversion;
 
  private:
   void FailWithCurrentException();
+
+  bool m_runsInside = false;
 };

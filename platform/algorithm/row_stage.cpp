@@ -96,7 +96,7 @@ void RowStage::Process() {
     if (run.created) CRasterSource::DeleteFileW(m_param.m_strOutFile);
     return;
   }
-  if (m_pProgress) m_pProgress->Finish();
+  ReportFinished();
 }
 
 bool RowStage::Execute(Run& run) {
@@ -199,7 +199,7 @@ RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands,
     }
     return goesOn;
   };
-  if (LoadAhead((height + run.chunkRows - 1) / run.chunkRows, load, use)) return ChunksEnd::kDone;
+  if (LoadInTurn(m_overlappedIo, (height + run.chunkRows - 1) / run.chunkRows, load, use)) return ChunksEnd::kDone;
   return goesOn ? ChunksEnd::kReadFailed : ChunksEnd::kStopped;
 }
 
@@ -229,7 +229,7 @@ bool RowStage::WriteRows(Run& run) {
     rows.assign(bandCount, std::vector<unsigned char>(rowBytes * static_cast<std::size_t>(run.chunkRows)));
   }
   std::atomic<bool> written = true;
-  TaskQueue writer(1);
+  TaskQueue writer(1, m_overlappedIo);
   int slot = 0;
   const ChunksEnd end = ForChunks(run, run.plan.bands, run.plan.halo, [&](RowBuffer& rows, int first, int count) {
     slot = 1 - slot;

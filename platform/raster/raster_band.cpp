@@ -260,7 +260,7 @@ bool CRasterBand::ForEachWindow(std::int64_t mostValues, const Visit& visit) {
            (!m_bMask || ClearMasked(rect, samples, gaps));
   };
   const auto use = [&](int i, int slot) { return wanted = visit(values[slot].data(), window(i).Area()); };
-  return platform::LoadAhead(across * down, load, use) || !wanted;
+  return platform::LoadInTurn(m_pSource->IsReadAhead(), across * down, load, use) || !wanted;
 }
 
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,

@@ -32,6 +32,7 @@ struct CRasterSource::Impl {
   platform::Affine toPixel;
   bool hasGeoTransform = false;
   bool maskNoData = false;
+  bool readAhead = false;
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
   std::wstring copySource;                             ///< the temporary raster it is copied from
@@ -237,6 +238,8 @@ void CRasterSource::SetMaskNoData(bool mask) {
 }
 
 bool CRasterSource::IsMaskNoData() const { return m_impl->maskNoData; }
+void CRasterSource::SetReadAhead(bool ahead) { m_impl->readAhead = ahead; }
+bool CRasterSource::IsReadAhead() const { return m_impl->readAhead; }
 
 void CRasterSource::DeclareNoData(double value) {
   for (const auto& band : m_impl->bands) band->DeclareNoData(value);

@@ -42,6 +42,9 @@ class FUSION_API CRasterSource {
   /// a mask band or by alpha) read as NaN where they are read as packed doubles.
   void SetMaskNoData(bool mask);
   bool IsMaskNoData() const;
+  /// Until it is closed, passes over whole bands for their statistics read ahead on a thread of their own.
+  void SetReadAhead(bool ahead);
+  bool IsReadAhead() const;
   /// Declares one no-data value for all bands of a raster just created, where its type can hold it. Formats that cannot
   /// keep it do without.
   void DeclareNoData(double value);

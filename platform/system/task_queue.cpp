@@ -19,7 +19,7 @@ bool (*g_threadFault)() = nullptr;
 void SetThreadFault(bool (*fault)()) { g_threadFault = fault; }
 
 struct TaskQueue::Impl {
-  explicit Impl(std::size_t mostTasks) : most(mostTasks) {}
+  Impl(std::size_t mostTasks, bool onThread) : most(mostTasks), threaded(onThread) {}
 
   /// Throws where the system has no room for a thread.
   void Start() {
@@ -59,6 +59,7 @@ struct TaskQueue::Impl {
   }
 
   const std::size_t most;
+  const bool threaded;
   std::mutex mutex;
   std::condition_variable changed;
   std::deque<std::function<void()>> tasks;  ///< the place of the one at work stays taken until it is done
@@ -67,7 +68,7 @@ struct TaskQueue::Impl {
   std::thread thread;
 };
 
-TaskQueue::TaskQueue(std::size_t most) : m_impl(std::make_unique<Impl>(most)) {}
+TaskQueue::TaskQueue(std::size_t most, bool threaded) : m_impl(std::make_unique<Impl>(most, threaded)) {}
 
 TaskQueue::~TaskQueue() {
   {
@@ -79,6 +80,10 @@ TaskQueue::~TaskQueue() {
 }
 
 void TaskQueue::Add(std::function<void()> task) {
+  if (!m_impl->threaded) {
+    task();
+    return;
+  }
   std::unique_lock lock(m_impl->mutex);
   m_impl->WaitForRoom(lock, m_impl->most);
   // First the thread: a task added without one would be waited for without end.

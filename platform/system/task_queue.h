@@ -8,12 +8,15 @@
 
 namespace platform {
 
-/// A thread that carries out tasks one after another in the order in which they came. It starts with the first task.
+/// Carries out tasks one after another in the order in which they came: on a thread of its own, which starts with the
+/// first task, or at once on the caller's.
 class FUSION_API TaskQueue {
  public:
   /// @param most how many tasks may wait or run at a time
-  explicit TaskQueue(std::size_t most);
-  /// Waits for the tasks; what they threw is lost.
+  /// @param threaded false: Add carries the task out itself, and throws what it throws
+  explicit TaskQueue(std::size_t most, bool threaded = true);
+  /// Waits for the tasks; what they threw is lost. So whoever declares a queue behind all that its tasks use need not
+  /// think of them again, whatever way is taken out of the scope.
   ~TaskQueue();
   TaskQueue(const TaskQueue&) = delete;
   TaskQueue& operator=(const TaskQueue&) = delete;
@@ -33,10 +36,17 @@ class FUSION_API TaskQueue {
 /// one. For programs that check their own handling of failures. Null takes it away.
 FUSION_API void SetThreadFault(bool (*fault)());
 
-/// Loads item after item, each while the one before it is being used: load(item, slot) runs on another thread, one item
-/// ahead of use(item, slot), into slots 0 and 1 by turns. Ends early, with false, where one of them answers false.
+/// Loads and uses item after item, in slots 0 and 1 by turns: load(item, slot), use(item, slot). With ahead, each item
+/// is loaded on another thread while the one before it is being used. Ends early, with false, where one of them answers
+/// false.
 template <typename Load, typename Use>
-bool LoadAhead(int count, const Load& load, const Use& use) {
+bool LoadInTurn(bool ahead, int count, const Load& load, const Use& use) {
+  if (!ahead) {
+    for (int i = 0; i < count; ++i) {
+      if (!load(i, i % 2) || !use(i, i % 2)) return false;
+    }
+    return true;
+  }
   bool loaded[2] = {count > 0 && load(0, 0), false};
   TaskQueue loader(1);
   for (int i = 0; i < count; ++i) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "platform/raster/raster_fault.h"
@@ -71,6 +72,46 @@ TEST_F(SpectralMatch, FailedStretchLeavesNeitherOutputNorTemporaryFile) {
   // The stretch's own error is not taken over; that no output exists tells the failure.
   EXPECT_EQ(fusion.GetLastErrorType(), 0);
   EXPECT_EQ(FilesNamedLike(L""), before);
+}
+
+int Finishes(const RecordingProgress& progress) {
+  return static_cast<int>(std::count(progress.Calls().begin(), progress.Calls().end(), L"Finish"));
+}
+
+TEST_F(SpectralMatch, OnlyTheRunTellsThatItIsFinished) {
+  const Scene scene(34);
+  FusionParam param = scene.Param(PDT_FLOAT32);
+  param.m_bSpectralMatch = true;
+  RecordingProgress progress;
+  CBroveyFusion fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  EXPECT_EQ(Finishes(progress), 1);
+  EXPECT_EQ(progress.Calls().back(), L"Finish");
+}
+
+TEST_F(SpectralMatch, ARunCancelledOnceIsNeverFinishedThoughItStillMatches) {
+  /// Answers false a single time.
+  class OnceCancelling : public RecordingProgress {
+   public:
+    bool Step(int position, const std::wstring& text) override {
+      RecordingProgress::Step(position, text);
+      return position == 0 || std::exchange(m_cancelled, true);
+    }
+
+   private:
+    bool m_cancelled = false;
+  };
+  const Scene scene(35);
+  FusionParam param = scene.Param(PDT_FLOAT32);
+  param.m_bSpectralMatch = true;
+  OnceCancelling progress;
+  CBroveyFusion fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 1);
+  EXPECT_TRUE(test_support::FileExists(scene.outFile)) << "the matching runs whatever came before";
+  EXPECT_EQ(Finishes(progress), 0);
 }
 
 TEST_F(SpectralMatch, CancelledRunRemovesItsTemporaryFile) {

@@ -9,7 +9,7 @@
 #include "highpass/bayesian_model.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
-#include "tests/gaps/gap_methods.h"
+#include "tests/support/all_methods.h"
 #include "tests/support/gap_scene.h"
 #include "tests/support/method_sweep.h"
 #include "tests/support/test_raster.h"
@@ -122,7 +122,7 @@ TEST(GapRuns, AReprojectedRunKeepsGapsOutAndIsEmptyOffTheImage) {
     FusionParam param = Masked(scene, PDT_UINT16);
     param.m_bNeedReproject = true;
     param.m_eResampleType = static_cast<ResampleType>(resample);
-    for (const auto& method : gap_test::Methods()) {
+    for (const auto& method : test_support::AllMethods()) {
       if (method.isPipeline && resample < 2) continue;
       SCOPED_TRACE(method.name);
       write(0.0);
@@ -160,7 +160,7 @@ TEST(GapRuns, ARunWithoutCommonDataIsEmptyAndSaysSo) {
     for (std::size_t i = 0; i < band.size(); ++i) band[i] = i % 19 < 10;
   }
   gaps.Write(0.0);
-  for (const auto& method : gap_test::Methods()) {
+  for (const auto& method : test_support::AllMethods()) {
     if (method.name == "bayesian") continue;  // has nothing to estimate its model from
     SCOPED_TRACE(method.name);
     const FusionParam param = Masked(gaps.scene, PDT_UINT8);

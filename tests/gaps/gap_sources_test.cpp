@@ -9,7 +9,7 @@
 #include "highpass/bayesian_model.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
-#include "tests/gaps/gap_methods.h"
+#include "tests/support/all_methods.h"
 #include "tests/support/gap_scene.h"
 
 namespace {
@@ -62,7 +62,7 @@ class GapSources : public testing::Test {
 
 TEST_F(GapSources, MaskAlphaNanAndInfinitiesCountLikeADeclaredValue) {
   const FusionParam param = Param();
-  for (const auto& method : gap_test::Methods()) {
+  for (const auto& method : test_support::AllMethods()) {
     SCOPED_TRACE(method.name);
     m_gaps.Write(-1.0);
     method.run(param);

@@ -7,15 +7,15 @@
 #include <string>
 #include <tuple>
 
-#include "tests/gaps/gap_methods.h"
+#include "tests/support/all_methods.h"
 #include "tests/support/gap_scene.h"
 
 namespace {
 
-using gap_test::NamedMethod;
 using test_support::GapScene;
 using test_support::GapShape;
 using test_support::MaskedOutput;
+using test_support::NamedMethod;
 using test_support::ReadMasked;
 
 /// The smallest value that a pixel with data may have in place of 0.
@@ -40,7 +40,7 @@ class GapSweep : public testing::TestWithParam<std::tuple<int, int>> {
   /// Calls visit with each method's record, once per resampling.
   template <typename Visit>
   static void ForEachRun(const GapScene& gaps, const Visit& visit) {
-    for (const NamedMethod& method : gap_test::Methods()) {
+    for (const NamedMethod& method : test_support::AllMethods()) {
       for (int resample = method.isPipeline ? 2 : 0; resample < 3; ++resample) {
         SCOPED_TRACE(method.name + ", resampling " + std::to_string(resample));
         FusionParam param = gaps.scene.Param(Type());

@@ -13,7 +13,7 @@
 
 namespace {
 
-using platform::LoadAhead;
+using platform::LoadInTurn;
 using platform::TaskQueue;
 
 TEST(TaskQueue, CarriesTasksOutInTheirOrderOnAnotherThread) {
@@ -111,6 +111,15 @@ TEST(TaskQueue, EndsOnlyWhenEveryTaskIsDone) {
   EXPECT_EQ(done, 10);
 }
 
+TEST(TaskQueue, WithoutAThreadAddCarriesTheTaskOutAndThrowsWhatItThrows) {
+  TaskQueue queue(1, false);
+  std::thread::id where;
+  queue.Add([&] { where = std::this_thread::get_id(); });
+  EXPECT_EQ(where, std::this_thread::get_id());
+  EXPECT_THROW(queue.Add([] { throw std::bad_alloc(); }), std::bad_alloc);
+  queue.Wait();
+}
+
 /// What a walk over items did, load and use apart since they run on two threads.
 struct Walk {
   std::vector<std::string> loads;
@@ -118,11 +127,11 @@ struct Walk {
   bool ended = false;
 };
 
-Walk WalkOver(int count, int failingLoad, int stoppingUse) {
+Walk WalkOver(bool ahead, int count, int failingLoad, int stoppingUse) {
   Walk walk;
   int held[2] = {-1, -1};
-  walk.ended = LoadAhead(
-      count,
+  walk.ended = LoadInTurn(
+      ahead, count,
       [&](int i, int slot) {
         walk.loads.push_back(std::to_string(i) + "@" + std::to_string(slot));
         held[slot] = i;
@@ -138,38 +147,42 @@ Walk WalkOver(int count, int failingLoad, int stoppingUse) {
 
 using Names = std::vector<std::string>;
 
-TEST(LoadAhead, LoadsEveryItemOnceAndUsesItInOrder) {
-  const Walk walk = WalkOver(4, -1, -1);
+/// With and without loading ahead.
+class InTurn : public testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(BothWays, InTurn, testing::Bool());
+
+TEST_P(InTurn, LoadsEveryItemOnceAndUsesItInOrder) {
+  const Walk walk = WalkOver(GetParam(), 4, -1, -1);
   EXPECT_TRUE(walk.ended);
   EXPECT_EQ(walk.loads, (Names{"0@0", "1@1", "2@0", "3@1"}));
   EXPECT_EQ(walk.uses, walk.loads);
 }
 
-TEST(LoadAhead, NothingToDoIsDone) {
-  const Walk walk = WalkOver(0, -1, -1);
+TEST_P(InTurn, NothingToDoIsDone) {
+  const Walk walk = WalkOver(GetParam(), 0, -1, -1);
   EXPECT_TRUE(walk.ended);
   EXPECT_TRUE(walk.loads.empty());
 }
 
-TEST(LoadAhead, AnItemThatDoesNotLoadEndsItAfterTheOnesBefore) {
-  const Walk walk = WalkOver(5, 2, -1);
+TEST_P(InTurn, AnItemThatDoesNotLoadEndsItAfterTheOnesBefore) {
+  const Walk walk = WalkOver(GetParam(), 5, 2, -1);
   EXPECT_FALSE(walk.ended);
   EXPECT_EQ(walk.uses, (Names{"0@0", "1@1"}));
 }
 
-TEST(LoadAhead, StopsWhereAUseWantsNoMore) {
-  const Walk walk = WalkOver(5, -1, 1);
+TEST_P(InTurn, StopsWhereAUseWantsNoMore) {
+  const Walk walk = WalkOver(GetParam(), 5, -1, 1);
   EXPECT_FALSE(walk.ended);
   EXPECT_EQ(walk.uses, (Names{"0@0", "1@1"}));
   EXPECT_LE(walk.loads.size(), 3u);
 }
 
-TEST(LoadAhead, WhatALoadThrowsReachesTheCaller) {
+TEST_P(InTurn, WhatALoadThrowsReachesTheCaller) {
   const auto load = [](int i, int) -> bool {
     if (i == 1) throw std::bad_alloc();
     return true;
   };
-  EXPECT_THROW(LoadAhead(3, load, [](int, int) { return true; }), std::bad_alloc);
+  EXPECT_THROW(LoadInTurn(GetParam(), 3, load, [](int, int) { return true; }), std::bad_alloc);
 }
 
 }  // namespace

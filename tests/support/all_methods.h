@@ -6,17 +6,19 @@
 
 #include "framework/fusion_param.h"
 
-namespace gap_test {
+namespace test_support {
 
 /// A fusion method as its users run it: with everything that comes before and after.
 struct NamedMethod {
   std::string name;
-  std::function<void(const FusionParam&)> run;  ///< expects success
-  bool isPipeline = false;                      ///< always bicubic
+  std::function<void(const FusionParam& param, bool overlapped)> runWith;  ///< expects success
+  bool isPipeline = false;                                                 ///< always bicubic
   /// Computes a pixel from what lies around it and from each band's least and largest value, nothing else.
   bool isLocal = false;
+
+  void run(const FusionParam& param) const { runWith(param, false); }
 };
 
-const std::vector<NamedMethod>& Methods();
+const std::vector<NamedMethod>& AllMethods();
 
-}  // namespace gap_test
+}  // namespace test_support

@@ -1,4 +1,4 @@
-#include "tests/gaps/gap_methods.h"
+#include "tests/support/all_methods.h"
 
 #include <gtest/gtest.h>
 
@@ -13,10 +13,11 @@
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"
 
-namespace gap_test {
+namespace test_support {
 namespace {
 
-void Finish(CBaseAlgorithm& algorithm) {
+void Finish(CBaseAlgorithm& algorithm, bool overlapped) {
+  algorithm.SetOverlappedIo(overlapped);
   CBuildRasterOverviews::SetEnabled(false);
   algorithm.Process();
   CBuildRasterOverviews::SetEnabled(true);
@@ -25,20 +26,20 @@ void Finish(CBaseAlgorithm& algorithm) {
 }
 
 template <typename Method>
-void Run(const FusionParam& given) {
+void Run(const FusionParam& given, bool overlapped) {
   FusionParam param = given;
   Method method(&param);
-  Finish(method);
+  Finish(method, overlapped);
 }
 
 template <typename Method>
-void RunMatched(const FusionParam& given) {
+void RunMatched(const FusionParam& given, bool overlapped) {
   FusionParam param = given;
   param.m_bSpectralMatch = true;
-  Run<Method>(param);
+  Run<Method>(param, overlapped);
 }
 
-void RunHpf(const FusionParam& given) {
+void RunHpf(const FusionParam& given, bool overlapped) {
   constexpr int kSize = 5;
   HpfFusionParam param;
   static_cast<FusionParam&>(param) = given;
@@ -48,7 +49,7 @@ void RunHpf(const FusionParam& given) {
   param.m_filter1.m_vecCoefficients.assign(kSize * kSize, -1.0);
   param.m_filter1.m_vecCoefficients[kSize * kSize / 2] = kSize * kSize - 1.0;
   CHpfFusionProcessAlg method(&param);
-  Finish(method);
+  Finish(method, overlapped);
 }
 
 BayesianFusionParam BayesianRecord(const FusionParam& given) {
@@ -58,40 +59,40 @@ BayesianFusionParam BayesianRecord(const FusionParam& given) {
   return param;
 }
 
-void RunBayesian(const FusionParam& given) {
+void RunBayesian(const FusionParam& given, bool overlapped) {
   BayesianFusionParam param = BayesianRecord(given);
   BayesianModelEstimator estimator(param);
-  Finish(estimator);
+  Finish(estimator, overlapped);
   BayesPanSharpeningFusion method(&param);
   method.SetModel(estimator.GetModel());
-  Finish(method);
+  Finish(method, overlapped);
 }
 
-void RunBayesianWithFixedModel(const FusionParam& given) {
+void RunBayesianWithFixedModel(const FusionParam& given, bool overlapped) {
   BayesianFusionParam param = BayesianRecord(given);
   BayesPanSharpeningFusion method(&param);
   const std::vector<double> sigma = {90.0, 20.0, 10.0, 20.0, 80.0, 5.0, 10.0, 5.0, 70.0};
   method.SetModel(fusion::MakeBayesianModel(0.5, 4.0, {0.5, 0.25, 0.2}, 60.0, sigma));
-  Finish(method);
+  Finish(method, overlapped);
 }
 
 }  // namespace
 
-const std::vector<NamedMethod>& Methods() {
+const std::vector<NamedMethod>& AllMethods() {
   static const std::vector<NamedMethod> methods = {
-      {.name = "brovey", .run = Run<CBroveyFusion>, .isLocal = true},
-      {.name = "multiplicative", .run = Run<CMultipleFusion>, .isLocal = true},
-      {.name = "brovey, matched", .run = RunMatched<CBroveyFusion>},
-      {.name = "multiplicative, matched", .run = RunMatched<CMultipleFusion>},
-      {.name = "weighted", .run = Run<CWeightFusion>},
-      {.name = "ihs", .run = Run<CIhsTranFusion>, .isLocal = true},
-      {.name = "pca", .run = Run<CPrinComponentFusion>},
-      {.name = "bayesian", .run = RunBayesian},
-      {.name = "bayesian, given model", .run = RunBayesianWithFixedModel, .isLocal = true},
-      {.name = "hpf", .run = RunHpf, .isPipeline = true},
-      {.name = "sharpen", .run = Run<CSimplePanSharpeningFusionProcessAlg>, .isPipeline = true, .isLocal = true},
+      {.name = "brovey", .runWith = Run<CBroveyFusion>, .isLocal = true},
+      {.name = "multiplicative", .runWith = Run<CMultipleFusion>, .isLocal = true},
+      {.name = "brovey, matched", .runWith = RunMatched<CBroveyFusion>},
+      {.name = "multiplicative, matched", .runWith = RunMatched<CMultipleFusion>},
+      {.name = "weighted", .runWith = Run<CWeightFusion>},
+      {.name = "ihs", .runWith = Run<CIhsTranFusion>, .isLocal = true},
+      {.name = "pca", .runWith = Run<CPrinComponentFusion>},
+      {.name = "bayesian", .runWith = RunBayesian},
+      {.name = "bayesian, given model", .runWith = RunBayesianWithFixedModel, .isLocal = true},
+      {.name = "hpf", .runWith = RunHpf, .isPipeline = true},
+      {.name = "sharpen", .runWith = Run<CSimplePanSharpeningFusionProcessAlg>, .isPipeline = true, .isLocal = true},
   };
   return methods;
 }
 
-}  // namespace gap_test
+}  // namespace test_support
