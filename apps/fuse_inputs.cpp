@@ -70,7 +70,10 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   if (!CBroveyFusion(nullptr).GetOutRect(&pan, &ms, overlap, reproject, false)) {
     throw RunError(ERR_NONE, messages::kWrongExtent);
   }
-  if (!options.window.empty()) CutWindow(pan, overlap);
+  if (!options.window.empty()) {
+    CutWindow(pan, overlap);
+    if (options.statistics == "scene") m_scene = overlap;
+  }
   CheckValidPixels();
 }
 
@@ -193,8 +196,18 @@ void FuseInputs::FillParam(FusionParam& param) const {
   param.m_nPanBand = m_panBand;
   param.m_vecMSBands.assign(m_bands.begin(), m_bands.end());
   param.m_rcProcess = m_window;
+  param.m_rcScene = m_scene;
   param.m_bNeedReproject = m_needReproject;
   param.m_bMaskNoData = m_maskNoData;
+}
+
+CRect FuseInputs::PartOf(const std::wstring& file) const {
+  if (!IsPart()) return {};
+  CRasterSource pan;
+  CRasterSource raster;
+  OpenOrThrow(pan, m_panFile);
+  OpenOrThrow(raster, file);
+  return raster.GroundToImage(pan.ImageToGround(m_window));
 }
 
 void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs,

@@ -21,7 +21,11 @@ class FuseInputs {
   void FillParam(FusionParam& param) const;
   /// Means and deviations of the chosen multispectral bands. Throws CommandError.
   void ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs, CBaseProgress& progress) const;
+  /// The window in the pixels of a raster on the pan grid; empty where the run is no part of a scene.
+  CRect PartOf(const std::wstring& file) const;
   PixelDataType MsType() const { return m_msType; }
+  /// Whether the run is a part of a scene, with statistics of the whole.
+  bool IsPart() const { return !m_scene.IsRectEmpty(); }
   /// Whether the run takes pixels without data for missing.
   bool MasksNoData() const { return m_maskNoData; }
 
@@ -42,6 +46,7 @@ class FuseInputs {
   std::vector<int> m_bands;  ///< zero-based, of m_msFile
   int m_panBand = 0;         ///< zero-based, of m_panFile
   CRect m_window;
+  CRect m_scene;  ///< the common area that the window is a part of; empty without window, or with its own statistics
   bool m_needReproject = false;
   bool m_maskNoData = false;
   bool m_leavesOutAlpha = false;

@@ -39,6 +39,11 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   AddList(command, "--rgb", o.rgb,
           "ihs: which of the chosen bands are red, green and blue (default: 1,2,3; of four bands 3,2,1)");
   AddList(command, "--window", o.window, "XOFF,YOFF,XSIZE,YSIZE in pan pixels");
+  command
+      .add_option(
+          "--statistics", o.statistics,
+          "scene or window: what a window's statistics are taken from; with scene it is a crop of the whole result")
+      ->capture_default_str();
   command.add_option("--aoi", o.aoi, "Vector file: fuse only inside its polygons");
   command
       .add_option("--spectral-match", o.spectralMatch,
@@ -141,6 +146,9 @@ CheckedOptions CheckOptions(const FuseOptions& o) {
   }
   if (o.noDataMask != "auto" && o.noDataMask != "on" && o.noDataMask != "off") {
     throw UsageError("--nodata-mask is auto, on or off, not '" + o.noDataMask + "'.");
+  }
+  if (o.statistics != "scene" && o.statistics != "window") {
+    throw UsageError("--statistics is scene or window, not '" + o.statistics + "'.");
   }
   if (o.noData && o.noDataMask == "off") throw UsageError("--nodata has no effect with --nodata-mask off.");
   RefuseForeignOptions(o, method);

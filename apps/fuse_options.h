@@ -25,6 +25,7 @@ struct FuseOptions {
   int panBand = 1;         ///< counted from 1
   std::vector<int> rgb;    ///< positions counted from 1 among the chosen bands
   std::vector<int> window;
+  std::string statistics = "scene";
   std::string aoi;
   std::string spectralMatch = "auto";
   std::string noDataMask = "auto";

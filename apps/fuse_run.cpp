@@ -6,6 +6,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
@@ -82,7 +83,8 @@ class FuseRun {
     }
 
     const std::wstring result = m_files.Make(m_output, m_output);
-    const bool matchedHere = m_checked.matched && !(m_checked.method->matchesItself && platform::IsFloatType(m_type));
+    const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart();
+    const bool matchedHere = m_checked.matched && !matchesItself;
     if (!matchedHere) {
       Fuse(inputs, result, m_type, m_checked.format, m_checked.matched, nullptr);
     } else {
@@ -91,7 +93,7 @@ class FuseRun {
       if (m_checked.method->isPipeline) {
         const std::wstring raw = m_files.Make(m_output + L".tif", m_output);
         Fuse(inputs, raw, fusion::TypeToMatch(m_type), kFormatGeoTiff, false, nullptr);
-        Match(raw, result, targets);
+        Match(inputs, raw, result, targets);
       } else {
         targets.makeGreen = m_options.makeGreen;
         Fuse(inputs, result, m_type, m_checked.format, false, &targets);
@@ -144,6 +146,10 @@ class FuseRun {
             bool matchesItself, const fusion::MatchTargets* targets) {
     HpfFusionParam param;
     inputs.FillParam(param);
+    // The matching behind a pipeline wants the statistics of the whole, and cuts the part out itself.
+    if (inputs.IsPart() && m_checked.matched && m_checked.method->isPipeline) {
+      param.m_rcProcess = std::exchange(param.m_rcScene, CRect());
+    }
     param.m_strAlgName = CommonFun::Utf82U(m_checked.method->name);
     param.m_strOutFile = file;
     param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
@@ -175,7 +181,8 @@ class FuseRun {
   }
 
   /// The matching as a stage of its own, behind a pipeline of stages.
-  void Match(const std::wstring& raw, const std::wstring& result, const fusion::MatchTargets& targets) {
+  void Match(const FuseInputs& inputs, const std::wstring& raw, const std::wstring& result,
+             const fusion::MatchTargets& targets) {
     CStretchAlgorithmParam param;
     param.m_strAlgName = messages::kSpectralMatching;
     param.m_strInFile = raw;
@@ -184,6 +191,7 @@ class FuseRun {
     param.m_bMaskNoData = m_masks;
     param.m_eOutDataType = m_type;
     param.m_eOutFormat = m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
+    param.m_rcProcess = inputs.PartOf(raw);
     param.m_pMeans = targets.means.data();
     param.m_pStdDevs = targets.stdDevs.data();
     CStretchOfMultiBand matching(&param);

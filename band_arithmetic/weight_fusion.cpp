@@ -109,7 +109,7 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
 }
 
 bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count) {
-  const fusion::BlockGrid grid = MakeBlockGrid();
+  const fusion::BlockGrid grid = MakeSceneGrid();
   if (m_pProgress) m_pProgress->Start(L"正在计算相关系数 ...", grid.Count());
   fusion::BlockSet blocks(grid, m_param.m_vecMSBands, m_param.m_rcProcess.left, m_param.m_rcProcess.top,
                           m_overlappedIo);

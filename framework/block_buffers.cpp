@@ -14,15 +14,16 @@ CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
   const auto clip = [](std::int64_t value, int limit) {
     return static_cast<std::int32_t>(std::min<std::int64_t>(value, limit));
   };
-  const std::int64_t left = static_cast<std::int64_t>(column) * stepX;
-  const std::int64_t top = static_cast<std::int64_t>(row) * stepY;
-  return {static_cast<std::int32_t>(left), static_cast<std::int32_t>(top), clip(left + blockWidth, width),
-          clip(top + blockHeight, height)};
+  const std::int64_t x = static_cast<std::int64_t>(column) * stepX;
+  const std::int64_t y = static_cast<std::int64_t>(row) * stepY;
+  return Shift({static_cast<std::int32_t>(x), static_cast<std::int32_t>(y), clip(x + blockWidth, width),
+                clip(y + blockHeight, height)},
+               left, top);
 }
 
 CRect BlockGrid::After(const CRect& block) const {
-  const int column = block.left / blockWidth + 1;
-  const int row = block.top / blockHeight;
+  const int column = (block.left - left) / blockWidth + 1;
+  const int row = (block.top - top) / blockHeight;
   if (column < Across()) return Block(column, row);
   return row + 1 < Down() ? Block(0, row + 1) : CRect();
 }

@@ -11,17 +11,19 @@
 
 namespace fusion {
 
-/// The blocks that cover a raster, row by row.
+/// The blocks that cover a rectangle, row by row.
 struct BlockGrid {
   int width;
   int height;
   int blockWidth;
   int blockHeight;
+  int left = 0;  ///< of the rectangle
+  int top = 0;
 
   int Across() const { return blockWidth > 0 ? (width + (blockWidth - 1)) / blockWidth : 0; }
   int Down() const { return blockHeight > 0 ? (height + (blockHeight - 1)) / blockHeight : 0; }
   int Count() const { return Across() * Down(); }
-  /// Block in the given block column and block row, clipped to the raster.
+  /// Block in the given block column and block row, clipped to the rectangle.
   CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
   /// The block that follows one of the grid's blocks, empty behind the last.
   CRect After(const CRect& block) const;
@@ -35,7 +37,7 @@ struct BlockGrid {
     }
     return true;
   }
-  /// Block with other steps than the block's own size, clipped to the raster.
+  /// Block with other steps than the block's own size, clipped to the rectangle.
   CRect Cell(int column, int row, int stepX, int stepY) const;
 };
 

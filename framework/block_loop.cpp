@@ -1,5 +1,6 @@
 #include "framework/block_loop.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "framework/block_mask.h"
@@ -36,6 +37,7 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
   m_pAOI = nullptr;
   m_pReproject = nullptr;
   m_gaps = {};
+  m_scene = {};
   m_strTempFile.clear();
 
   std::unique_ptr<fusion::BlockSet> blocks;
@@ -45,10 +47,10 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
   } else {
     Guard([&] {
       if (blocks->matching) {
-        if (!WalkBlocks(*blocks, variation)) return;
+        if (!WalkBlocks(*blocks, *blocks->counted, variation)) return;
         blocks->matching->Settle();
       }
-      WalkBlocks(*blocks, variation);
+      WalkBlocks(*blocks, blocks->grid, variation);
     });
     blocks.reset();
     Guard([&] { FinishRun(pan, ms, dst, variation); });
@@ -102,7 +104,7 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
     ReportError();
     return nullptr;
   }
-  if (m_pProgress) m_pProgress->Start(title, grid.Count() * (blocks->matching ? 2 : 1));
+  if (m_pProgress) m_pProgress->Start(title, grid.Count() + (blocks->matching ? blocks->counted->Count() : 0));
   return blocks;
 }
 
@@ -115,6 +117,7 @@ bool CFusion::PrepareMatching(fusion::BlockSet& blocks) {
   }
   blocks.matching =
       std::make_unique<fusion::BlockMatching>(*m_matchTargets, m_param.m_eOutDataType, m_param.m_bMaskNoData);
+  blocks.counted = MakeSceneGrid();
   double minimum = 0.0;
   double maximum = 0.0;
   CRasterAlgorithm::GetMaxMinVal(blocks.matching->FusedType(), maximum, minimum);
@@ -127,6 +130,17 @@ fusion::BlockGrid CFusion::MakeBlockGrid() {
   int height = 1024;
   GetBlockSize(width, height);
   return {m_pDstSrc->GetWidth(), m_pDstSrc->GetHeight(), width, height};
+}
+
+fusion::BlockGrid CFusion::MakeSceneGrid() {
+  if (m_scene.Area() == 0) return MakeBlockGrid();
+  constexpr int kRows = 512;
+  return {m_scene.Width(),
+          m_scene.Height(),
+          m_scene.Width(),
+          std::min(kRows, m_scene.Height()),
+          m_scene.left - m_param.m_rcProcess.left,
+          m_scene.top - m_param.m_rcProcess.top};
 }
 
 LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, const fusion::RunVariation& variation) {
@@ -169,8 +183,9 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
 
 void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   if (!blocks.overlapped) return;
-  CRect next = blocks.grid.After(blocks.dstBlock);
-  if (next.Area() == 0 && blocks.matching && blocks.matching->IsCounting()) next = blocks.grid.Block(0, 0);
+  const bool counting = blocks.matching && blocks.matching->IsCounting();
+  CRect next = (counting ? *blocks.counted : blocks.grid).After(blocks.dstBlock);
+  if (next.Area() == 0 && counting) next = blocks.grid.Block(0, 0);
   CRect msRect;
   // A guess by the common rule, since a derived class's own is to be asked only when the block's turn has come.
   if (next.Area() == 0 || !CFusion::GetReadBufferRect(&next, &msRect)) return;
@@ -184,8 +199,9 @@ void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& va
   }
 }
 
-bool CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
-  const bool walked = blocks.grid.ForEach([&](const CRect& block) {
+bool CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::BlockGrid& grid,
+                         const fusion::RunVariation& variation) {
+  const bool walked = grid.ForEach([&](const CRect& block) {
     const LoadResult loaded = LoadBlock(blocks, block, variation);
     // A block that could not be written comes before one that cannot be read.
     const bool goesOn =

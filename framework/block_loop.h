@@ -3,6 +3,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "framework/block_buffers.h"
@@ -42,6 +43,7 @@ struct BlockSet {
   BlockSet(const BlockGrid& grid, std::vector<int> msBands, int panLeft, int panTop, bool overlapped);
 
   BlockGrid grid;
+  std::optional<BlockGrid> counted;  ///< what a matched run takes its statistics from
   std::vector<int> msBands;
   int panLeft;
   int panTop;

@@ -143,10 +143,13 @@ void CFusion::Bicubic(const double** bands, int bandCount, CRect* rect, double x
 
 fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBlock) const {
   const bool fromPan = !m_pReproject && m_positions.start == fusion::PositionStart::kPan;
+  const bool fromScene = !fromPan && m_scene.Area() > 0;
   const CRasterSource& start = fromPan ? *m_pPanSrc : *m_pDstSrc;
-  return {start.PixelToGround(),
+  return {fromScene ? m_sceneToGround : start.PixelToGround(),
           m_pReproject ? m_positions.reprojectedOffset : 0.5,
-          fromPan ? panRect : dstBlock,
+          fromScene ? fusion::Shift(panRect, -m_scene.left, -m_scene.top)
+          : fromPan ? panRect
+                    : dstBlock,
           m_pMSSrc->GroundToPixel(),
           m_pMSSrc->GetWidth(),
           m_pMSSrc->GetHeight(),

@@ -75,6 +75,9 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   void RunBlocks(const fusion::RunVariation& variation);
   /// The output raster in blocks of GetBlockSize's size.
   fusion::BlockGrid MakeBlockGrid();
+  /// The area that statistics passes go over, in the output raster's pixels, in blocks of whole rows: the output
+  /// raster, or, where the run is a part of a scene, the whole of that, around the output.
+  fusion::BlockGrid MakeSceneGrid();
   /// Reads one block of the output: everything of the block loop before the kernel. For the loop and statistics passes.
   fusion::LoadResult LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, const fusion::RunVariation& variation);
 
@@ -107,13 +110,17 @@ class FUSION_API CFusion : public CBaseAlgorithm {
 
  private:
   std::optional<fusion::MatchTargets> m_matchTargets;
+  /// What the run is a part of, in pan pixels, and the pixels of a run over it; empty where the run stands for itself.
+  CRect m_scene;
+  platform::Affine m_sceneToGround;
+
   bool CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource* dst, const CRect& rect);
   std::unique_ptr<fusion::BlockSet> PrepareRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
                                                const fusion::RunVariation& variation);
   /// The run's matching, null without targets. False with the error state set where they do not fit the bands.
   bool PrepareMatching(fusion::BlockSet& blocks);
-  /// Fuses every block. False where the run ended before.
-  bool WalkBlocks(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
+  /// Fuses every block of a grid. False where the run ended before.
+  bool WalkBlocks(fusion::BlockSet& blocks, const fusion::BlockGrid& grid, const fusion::RunVariation& variation);
   /// Leaves out the pixels of a block just read that have no data, where the run masks them.
   fusion::LoadResult MaskBlock(fusion::BlockSet& blocks);
   fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "framework/band_choice.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
@@ -7,6 +9,27 @@
 #include "platform/utility/common_fun.h"
 
 namespace messages = fusion::messages;
+
+namespace {
+
+/// The georeference of an output over a rectangle of the pan image.
+platform::Affine OutputGeoreference(const FusionParam& param, const CRasterSource& pan, const CRect& rect) {
+  const CBoundingBox box = pan.ImageToGround(rect);
+  platform::Affine map = {{box.m_dLeft, (box.m_dRight - box.m_dLeft) / rect.Width(), 0.0, box.m_dTop, 0.0,
+                           (box.m_dBottom - box.m_dTop) / rect.Height()}};
+  double panTransform[6];
+  if (!param.m_bOpenOption && pan.GetGeoTransform(panTransform)) {
+    map.t[2] = panTransform[2];
+    map.t[4] = panTransform[4];
+  }
+  return map;
+}
+
+CRect Common(const CRect& a, const CRect& b) {
+  return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right), std::min(a.bottom, b.bottom)};
+}
+
+}  // namespace
 
 bool CFusion::ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
                               std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi) {
@@ -42,6 +65,12 @@ bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRaste
   *dstRectInPan = param->m_rcProcess;
   if (!ConfigRasterAOI(param, pan, aoi)) return false;
   *dstRectInPan = param->m_rcProcess;
+  m_scene = param->m_rcScene;
+  if (m_scene.Area() > 0) {
+    // A run over the scene would have been cut to the area of interest too.
+    if (*aoi) m_scene = Common(m_scene, (*aoi)->GetCoveringRect());
+    m_sceneToGround = OutputGeoreference(*param, *pan, m_scene);
+  }
   if (param->m_bMaskNoData && !*aoi) {
     *aoi = new CRasterAOI;
     (*aoi)->SetUnbounded();
@@ -64,7 +93,7 @@ bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRaste
       SetError(ERR_REPROJECT, messages::kReprojectFailed);
       return false;
     }
-    m_pReproject->CreateGrid(pan->ImageToGround(*dstRectInPan), 0.0, 0.0, 3);
+    m_pReproject->CreateGrid(pan->ImageToGround(m_scene.Area() > 0 ? m_scene : *dstRectInPan), 0.0, 0.0, 3);
   }
 
   double minimum = 0.0;
@@ -79,17 +108,7 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
   if (format == kFormatUnknown) format = CRasterSource::GetDataFormat(param->m_strOutFile);
   if (format == kFormatUnknown) format = kFormatGeoTiff;
 
-  const CBoundingBox box = pan->ImageToGround(rect);
-  double geoTransform[6] = {box.m_dLeft, (box.m_dRight - box.m_dLeft) / rect.Width(), 0.0, box.m_dTop,
-                            0.0,         (box.m_dBottom - box.m_dTop) / rect.Height()};
-  if (!param->m_bOpenOption) {
-    double panTransform[6];
-    if (pan->GetGeoTransform(panTransform)) {
-      geoTransform[2] = panTransform[2];
-      geoTransform[4] = panTransform[4];
-    }
-  }
-
+  const platform::Affine map = OutputGeoreference(*param, *pan, rect);
   std::wstring path = param->m_strOutFile;
   int bandCount = param->m_nOutBandCount;
   if (param->m_bSpectralMatch) {
@@ -98,7 +117,7 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
     bandCount = static_cast<int>(param->m_vecMSBands.size());
   }
   if (path.empty() || !dst->CreateRaster(format, path, rect.Width(), rect.Height(), bandCount, param->m_eOutDataType,
-                                         geoTransform, pan->GetSpatialReferenceWKT(), nullptr)) {
+                                         map.t, pan->GetSpatialReferenceWKT(), nullptr)) {
     SetError(ERR_CREATE, messages::CreateFailed(param->m_strOutFile));
     return false;
   }

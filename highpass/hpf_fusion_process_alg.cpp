@@ -86,7 +86,7 @@ GISError CHpfFusionProcessAlg::FailStatistics() {
 bool CHpfFusionProcessAlg::Fuse(fusion::StagePipeline& pipeline, const std::wstring& highPass,
                                 const std::wstring& secondHighPass, std::wstring& fused) {
   if (!pipeline.MakeTempFile(fused)) return false;
-  HpfFusionParam record = pipeline.FusionRecord(L"HPF融合处理(3/4)", highPass, secondHighPass, fused);
+  HpfFusionParam record = pipeline.FusionRecord(L"HPF融合处理(3/4)", highPass, secondHighPass, fused, false);
   record.m_bSecondFilter = m_hpfParam.m_bSecondFilter;
   record.m_bDataStretch = m_hpfParam.m_bDataStretch;
   record.m_bHpfFlag4 = m_hpfParam.m_bHpfFlag4;
@@ -107,6 +107,7 @@ bool CHpfFusionProcessAlg::CorrectSpectrally(fusion::StagePipeline& pipeline, co
   record.m_nOutBandCount = m_hpfParam.m_nOutBandCount;
   record.m_pMeans = m_pMulMeans;
   record.m_pStdDevs = m_pMulStdvs;
+  if (!m_hpfParam.m_bDataStretch && !pipeline.CutPart(record)) return false;
   CStretchOfMultiBand stage(&record);
   return pipeline.Run(stage);
 }

@@ -75,7 +75,8 @@ bool CSimplePanSharpeningFusionProcessAlg::RunStages(fusion::StagePipeline& pipe
 
 bool CSimplePanSharpeningFusionProcessAlg::Fuse(fusion::StagePipeline& pipeline, const std::wstring& smooth,
                                                 PixelDataType type, const std::wstring& output) {
-  HpfFusionParam record = pipeline.FusionRecord(L"PanSharpening融合(3/3)", m_hpfParam.m_strPanFile, smooth, output);
+  HpfFusionParam record = pipeline.FusionRecord(L"PanSharpening融合(3/3)", m_hpfParam.m_strPanFile, smooth, output,
+                                                !m_hpfParam.m_bDataStretch);
   record.m_eOutDataType = type;
   record.m_eOutFormat = m_hpfParam.m_eOutFormat;
   record.m_bSecondFilter = true;

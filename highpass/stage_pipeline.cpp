@@ -70,13 +70,15 @@ void StagePipeline::FillRecord(AlgorithmParam& record, const wchar_t* name, cons
 }
 
 HpfFusionParam StagePipeline::FusionRecord(const wchar_t* name, const std::wstring& pan, const std::wstring& second,
-                                           const std::wstring& output) const {
+                                           const std::wstring& output, bool isLast) const {
   HpfFusionParam record;
   FillRecord(record, name, {}, output);
   record.m_strPanFile = pan;
   record.m_strSecondHpfFile = second;
   record.m_strMSFile = m_param.m_strMSFile;
-  record.m_rcProcess = m_param.m_rcProcess;
+  const bool isWhole = !isLast && !m_param.m_rcScene.IsRectEmpty();
+  record.m_rcProcess = isWhole ? m_param.m_rcScene : m_param.m_rcProcess;
+  record.m_rcScene = isWhole ? CRect() : m_param.m_rcScene;
   record.m_nPanBand = m_param.m_nPanBand;
   record.m_vecMSBands = m_param.m_vecMSBands;
   record.m_bNeedReproject = m_param.m_bNeedReproject;
@@ -85,6 +87,19 @@ HpfFusionParam StagePipeline::FusionRecord(const wchar_t* name, const std::wstri
   record.m_dDetailWeight2 = m_param.m_dDetailWeight2;
   record.m_bHpfFlag1 = m_param.m_bHpfFlag1;
   return record;
+}
+
+bool StagePipeline::CutPart(AlgorithmParam& record) {
+  if (m_param.m_rcScene.IsRectEmpty()) return true;
+  CRasterSource pan;
+  CRasterSource input;
+  if (!pan.Open(m_param.m_strPanFile, GDA_READ, m_param.m_bOpenOption) || !input.OpenSimple(record.m_strInFile)) {
+    Fail(ERR_OPEN, messages::OpenFailed(record.m_strInFile));
+    if (m_progress) m_progress->Error(m_errorType, m_errorMessage);
+    return false;
+  }
+  record.m_rcProcess = input.GroundToImage(pan.ImageToGround(m_param.m_rcProcess));
+  return true;
 }
 
 bool StagePipeline::Convolve(const wchar_t* name, const FilterDescription& filter, std::wstring& output) {
@@ -122,6 +137,7 @@ bool StagePipeline::AdjustLevel(const wchar_t* name, const std::wstring& input, 
   record.m_nOutBandCount = m_param.m_nOutBandCount;
   record.m_dRatio = ratio;
   record.m_nMode = 0;
+  if (!CutPart(record)) return false;
   COutoAdjustLevel stage(&record);
   return Run(stage);
 }

@@ -46,8 +46,12 @@ class StagePipeline {
   void FillRecord(AlgorithmParam& record, const wchar_t* name, const std::wstring& input,
                   const std::wstring& output) const;
   /// The record of the fusion stage: what both fusions take over from the run's record.
+  /// @param isLast whether it writes the run's output; a stage behind it would take its statistics from the whole scene
   HpfFusionParam FusionRecord(const wchar_t* name, const std::wstring& pan, const std::wstring& second,
-                              const std::wstring& output) const;
+                              const std::wstring& output, bool isLast) const;
+  /// Where the run is a part of a scene, the last stage cuts that part out of its input. False, with the failure kept,
+  /// where its place cannot be found.
+  bool CutPart(AlgorithmParam& record);
 
   // The stages that several pipelines have. Intermediate files are 32-bit float GeoTIFFs.
 

@@ -16,8 +16,11 @@ struct FUSION_API AlgorithmParam {
   std::wstring m_strAlgName;  ///< display name, part of the progress title
   std::wstring m_strInFile;   ///< input of an algorithm with one input
   std::wstring m_strOutFile;
-  std::wstring m_strAoiFile;                       ///< vector file of the area of interest, may be empty
-  CRect m_rcProcess;                               ///< area to process in pixels; empty: the algorithm decides
+  std::wstring m_strAoiFile;  ///< vector file of the area of interest, may be empty
+  CRect m_rcProcess;          ///< area to process in pixels; empty: the algorithm decides
+  /// The area whose run this one is a part of, around m_rcProcess: statistics and positions are those of a run over it,
+  /// so that what is written is a crop of its result. Empty: m_rcProcess stands for itself.
+  CRect m_rcScene;
   PixelDataType m_eOutDataType = PDT_UNKNOWN;      ///< PDT_UNKNOWN: the input's own
   RasterDataFormat m_eOutFormat = kFormatUnknown;  ///< kFormatUnknown: by the output's extension
   int m_nOutBandCount = 0;                         ///< 0: the algorithm decides

@@ -59,6 +59,7 @@ struct RowStage::Run {
   bool created = false;
   StagePlan plan;
   std::unique_ptr<CRasterAOI> area;
+  CRect part;  ///< of the input, which is written
   int chunkRows = 1;
   int step = 0;
   std::vector<std::vector<double>> row;  ///< one computed row per output band
@@ -109,8 +110,10 @@ bool RowStage::Execute(Run& run) {
     ReportError();
     return false;
   }
-  const int steps = (run.input.GetHeight() + run.chunkRows - 1) / run.chunkRows;
-  if (m_pProgress) m_pProgress->Start(title, steps * (run.plan.scanCount + 1));
+  const auto steps = [&run](int rows) { return (rows + run.chunkRows - 1) / run.chunkRows; };
+  if (m_pProgress) {
+    m_pProgress->Start(title, steps(run.input.GetHeight()) * run.plan.scanCount + steps(run.part.Height()));
+  }
   return Prepare() && CreateOutput(run) && WriteRows(run);
 }
 
@@ -133,9 +136,13 @@ bool RowStage::Open(Run& run) {
     SetError(ERR_READ, messages::kReadFailed);
     return false;
   }
+  if (!ChoosePart(run)) return false;
   if (run.plan.useArea) {
     CRasterAOI* area = nullptr;
-    if (!ConfigRasterAOI(&m_param, &run.input, &area)) {
+    // The statistics are those of the whole area, whatever part is written.
+    AlgorithmParam whole = m_param;
+    whole.m_rcProcess = {};
+    if (!ConfigRasterAOI(&whole, &run.input, &area)) {
       // Whoever runs a stage asks for its error type alone.
       if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = ERR_OPEN;
       return false;
@@ -147,6 +154,24 @@ bool RowStage::Open(Run& run) {
   return true;
 }
 
+bool RowStage::ChoosePart(Run& run) {
+  run.part = {0, 0, run.input.GetWidth(), run.input.GetHeight()};
+  const CRect& wanted = m_param.m_rcProcess;
+  if (wanted.IsRectEmpty()) return true;
+  run.part = {std::max(wanted.left, 0), std::max(wanted.top, 0), std::min(wanted.right, run.part.right),
+              std::min(wanted.bottom, run.part.bottom)};
+  if (run.part.Area() > 0) return true;
+  SetError(ERR_OPEN, messages::kWrongExtent);
+  return false;
+}
+
+bool RowStage::CreateRaster(Run& run, RasterDataFormat format, double geoTransform[6]) const {
+  const CRect& part = run.part;
+  for (double* row : {geoTransform, geoTransform + 3}) row[0] += part.left * row[1] + part.top * row[2];
+  return run.output.CreateRaster(format, m_param.m_strOutFile, part.Width(), part.Height(), run.plan.outBandCount,
+                                 run.plan.outType, geoTransform, run.input.GetSpatialReferenceWKT(), nullptr);
+}
+
 bool RowStage::CreateOutput(Run& run) {
   RasterDataFormat format = m_param.m_eOutFormat;
   if (format == kFormatUnknown) format = CRasterSource::GetDataFormat(m_param.m_strOutFile);
@@ -155,9 +180,7 @@ bool RowStage::CreateOutput(Run& run) {
   double minimum = 0.0;
   double maximum = 0.0;
   if (!run.input.GetGeoTransform(geoTransform) || !CRasterAlgorithm::GetMaxMinVal(run.plan.outType, maximum, minimum) ||
-      !run.output.CreateRaster(format, m_param.m_strOutFile, run.input.GetWidth(), run.input.GetHeight(),
-                               run.plan.outBandCount, run.plan.outType, geoTransform,
-                               run.input.GetSpatialReferenceWKT(), nullptr)) {
+      !CreateRaster(run, format, geoTransform)) {
     Fail(ERR_CREATE, messages::CreateFailed(m_param.m_strOutFile));
     return false;
   }
@@ -183,12 +206,11 @@ bool RowStage::PlanFirstBands(const CRasterSource& input, StagePlan& plan) {
   return true;
 }
 
-RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands, int halo,
+RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands, int halo, int top, int bottom,
                                         const std::function<bool(RowBuffer& rows, int first, int count)>& work) {
   RowBuffer rows[2] = {{run.input, bands, halo, run.chunkRows}, {run.input, bands, halo, run.chunkRows}};
-  const int height = run.input.GetHeight();
-  const auto first = [&](int chunk) { return chunk * run.chunkRows; };
-  const auto count = [&](int chunk) { return std::min(run.chunkRows, height - first(chunk)); };
+  const auto first = [&](int chunk) { return top + chunk * run.chunkRows; };
+  const auto count = [&](int chunk) { return std::min(run.chunkRows, bottom - first(chunk)); };
   bool goesOn = true;
   const auto load = [&](int chunk, int slot) { return rows[slot].Load(first(chunk), count(chunk), rows[1 - slot]); };
   const auto use = [&](int chunk, int slot) {
@@ -199,7 +221,8 @@ RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands,
     }
     return goesOn;
   };
-  if (LoadInTurn(m_overlappedIo, (height + run.chunkRows - 1) / run.chunkRows, load, use)) return ChunksEnd::kDone;
+  if (LoadInTurn(m_overlappedIo, (bottom - top + run.chunkRows - 1) / run.chunkRows, load, use))
+    return ChunksEnd::kDone;
   return goesOn ? ChunksEnd::kReadFailed : ChunksEnd::kStopped;
 }
 
@@ -207,14 +230,15 @@ bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
   Run& run = *m_run;
   AreaRows area(run.area.get(), run.input.GetWidth());
   std::vector<const double*> pointers(bands.size());
-  const ChunksEnd end = ForChunks(run, bands, 0, [&](RowBuffer& rows, int first, int count) {
+  const auto visitRows = [&](RowBuffer& rows, int first, int count) {
     area.Load(first, count);
     for (int row = first; row < first + count && !area.IsOutside(); ++row) {
       for (int i = 0; i < rows.BandCount(); ++i) pointers[static_cast<std::size_t>(i)] = rows.Row(i, row);
       visit(pointers.data(), area.Row(row), rows.Width());
     }
     return true;
-  });
+  };
+  const ChunksEnd end = ForChunks(run, bands, 0, 0, run.input.GetHeight(), visitRows);
   if (end == ChunksEnd::kReadFailed) Fail(ERR_READ, messages::kReadFailed);
   return end == ChunksEnd::kDone;
 }
@@ -222,7 +246,8 @@ bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
 bool RowStage::WriteRows(Run& run) {
   const auto bandCount = static_cast<std::size_t>(run.plan.outBandCount);
   const auto width = static_cast<std::size_t>(run.input.GetWidth());
-  const std::size_t rowBytes = width * static_cast<std::size_t>(PixelSize(run.plan.outType));
+  const std::size_t rowBytes =
+      static_cast<std::size_t>(run.part.Width()) * static_cast<std::size_t>(PixelSize(run.plan.outType));
   run.row.assign(bandCount, std::vector<double>(width));
   for (auto& row : run.row) run.rowPointers.push_back(row.data());
   for (auto& rows : run.outRows) {
@@ -231,14 +256,15 @@ bool RowStage::WriteRows(Run& run) {
   std::atomic<bool> written = true;
   TaskQueue writer(1, m_overlappedIo);
   int slot = 0;
-  const ChunksEnd end = ForChunks(run, run.plan.bands, run.plan.halo, [&](RowBuffer& rows, int first, int count) {
+  const auto writeRows = [&](RowBuffer& rows, int first, int count) {
     slot = 1 - slot;
     const auto& outRows = run.outRows[slot];
     FillChunk(run, rows, first, count, run.outRows[slot]);
     writer.Add(
         [&run, &outRows, &written, first, count] { written = written && WriteChunk(run, outRows, first, count); });
     return written.load();
-  });
+  };
+  const ChunksEnd end = ForChunks(run, run.plan.bands, run.plan.halo, run.part.top, run.part.bottom, writeRows);
   writer.Wait();
   // A chunk that could not be written comes before one that could not be read.
   if (!written) {
@@ -250,11 +276,11 @@ bool RowStage::WriteRows(Run& run) {
 }
 
 bool RowStage::WriteChunk(Run& run, const std::vector<std::vector<unsigned char>>& rows, int first, int count) {
-  const int width = run.input.GetWidth();
+  const int width = run.part.Width();
   for (int b = 0; b < run.plan.outBandCount; ++b) {
     CRasterBand* band = run.output.GetRasterBand(b);
-    if (!band || band->WriteBlock(0, first, width, count, rows[static_cast<std::size_t>(b)].data(), width, count,
-                                  run.plan.outType) != 0) {
+    if (!band || band->WriteBlock(0, first - run.part.top, width, count, rows[static_cast<std::size_t>(b)].data(),
+                                  width, count, run.plan.outType) != 0) {
       return false;
     }
   }
@@ -263,16 +289,16 @@ bool RowStage::WriteChunk(Run& run, const std::vector<std::vector<unsigned char>
 
 void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
                          std::vector<std::vector<unsigned char>>& outRows) {
-  const int width = rows.Width();
+  const int width = run.part.Width();
   const std::size_t rowBytes = static_cast<std::size_t>(PixelSize(run.plan.outType)) * static_cast<std::size_t>(width);
   RowStore store(run.plan.outType, m_conversion, run.plan.roundToNearest, m_param.m_bMaskNoData);
-  AreaRows area(run.area.get(), width);
+  AreaRows area(run.area.get(), rows.Width());
   area.Load(first, count);
   for (int row = first; row < first + count; ++row) {
     const unsigned char* inside = area.Row(row);
     ProcessRow(rows, row, run.rowPointers.data());
     for (std::size_t b = 0; b < run.row.size(); ++b) {
-      store.Store(run.rowPointers[b], inside, width,
+      store.Store(run.rowPointers[b] + run.part.left, inside ? inside + run.part.left : nullptr, width,
                   outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes);
     }
   }

@@ -22,8 +22,9 @@ struct StagePlan {
 };
 
 /// The one engine of all file-to-file stages: streams whole rows of a raster through a stage into a new raster on the
-/// same grid, with bounded memory, progress, cancellation and error state. A stage that fails or is cancelled leaves no
-/// output.
+/// same grid, with bounded memory, progress, cancellation and error state. Where the record's m_rcProcess names a part
+/// of the input only that part of the result is written; what is scanned beforehand is always the whole. A stage that
+/// fails or is cancelled leaves no output.
 class FUSION_API RowStage : public CBaseAlgorithm {
  public:
   ~RowStage() override;
@@ -58,11 +59,16 @@ class FUSION_API RowStage : public CBaseAlgorithm {
   struct Run;
   bool Execute(Run& run);
   bool Open(Run& run);
+  /// Settles what is written. False, with the error state set, where the record's part lies off the input.
+  bool ChoosePart(Run& run);
   bool CreateOutput(Run& run);
+  /// @param geoTransform the input's; becomes the part's
+  bool CreateRaster(Run& run, RasterDataFormat format, double geoTransform[6]) const;
   bool WriteRows(Run& run);
   enum class ChunksEnd { kDone, kStopped, kReadFailed };
-  /// Works through the input in chunks of rows. Stops where the work answers false or the reporter wants no more.
-  ChunksEnd ForChunks(Run& run, const std::vector<int>& bands, int halo,
+  /// Works through rows of the input, from top to bottom, in chunks. Stops where the work answers false or the reporter
+  /// wants no more.
+  ChunksEnd ForChunks(Run& run, const std::vector<int>& bands, int halo, int top, int bottom,
                       const std::function<bool(RowBuffer& rows, int first, int count)>& work);
   void FillChunk(Run& run, const RowBuffer& rows, int first, int count,
                  std::vector<std::vector<unsigned char>>& outRows);
