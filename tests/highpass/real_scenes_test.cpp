@@ -14,6 +14,7 @@
 #include "tests/highpass/dense_model.h"
 #include "tests/highpass/pipeline_fixture.h"
 #include "tests/support/method_sweep.h"
+#include "tests/support/test_raster.h"
 #include "transform/prin_component_fusion.h"
 
 namespace {
@@ -27,11 +28,11 @@ class RealScene : public highpass_test::PipelineFiles {
  protected:
   /// False where the scene is absent.
   bool Choose(const std::string& scene) {
-    const std::string folder = FUSION_TEST_DATA "/" + scene + "/";
-    if (!std::filesystem::exists(folder + "pan.tif")) return false;
-    m_panFile = CommonFun::Utf82U(folder + "pan.tif");
-    m_msFile = CommonFun::Utf82U(folder + "ms.tif");
-    m_refFile = CommonFun::Utf82U(folder + "ref.tif");
+    const std::wstring folder = test_support::RealSceneFolder(scene);
+    if (folder.empty()) return false;
+    m_panFile = folder + L"pan.tif";
+    m_msFile = folder + L"ms.tif";
+    m_refFile = folder + L"ref.tif";
     return true;
   }
 

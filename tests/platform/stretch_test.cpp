@@ -7,6 +7,7 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
 #include "tests/support/scene.h"
+#include "tests/support/test_raster.h"
 
 namespace {
 
@@ -205,9 +206,9 @@ TEST_F(Stretch, StatisticsAreTakenInsideTheAreaAndOutsideIsZero) {
 }
 
 TEST_F(Stretch, RealSceneTakesItsTargetsOverItsValidPixels) {
-  const std::string folder = FUSION_TEST_DATA "/l8_swath_nodata/";
-  const std::wstring scene = CommonFun::Utf82U(folder + "ms.tif");
-  if (!FileExists(scene)) GTEST_SKIP() << "no scenes beside the checkout";
+  const std::wstring folder = test_support::RealSceneFolder("l8_swath_nodata");
+  const std::wstring scene = folder + L"ms.tif";
+  if (folder.empty()) GTEST_SKIP() << "no scenes beside the checkout";
   const std::vector<double> means = {400.0, 500.0, 600.0, 700.0};
   const std::vector<double> deviations = {40.0, 30.0, 20.0, 10.0};
   CStretchAlgorithmParam param = Param(means, deviations);
