@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <memory>
+#include <utility>
+#include <utility>
 
 #include "tests/band_arithmetic/weight_fixture.h"
 
@@ -116,6 +118,33 @@ TEST(CorrelationPass, FailedReadLeavesErrorTwoAndTheLoopStillRuns) {
     Recorded::s_weights = {0.0, 0.0, 0.0};
     test_support::ExpectEqual(ReadImage(scene.outFile), reference::Fuse(Reference(scene, param)));
   }
+}
+
+TEST(CorrelationPass, ARefusedBlockLeavesTheWeightsUncomputedAndTheRunFailed) {
+  /// Refuses the pass's only block and none of the loop's.
+  class Refusing : public CWeightFusion {
+   public:
+    using CWeightFusion::CWeightFusion;
+    GISError StartBolckProcess() override { return std::exchange(m_refused, true) ? GIS_SUCCESS : GIS_OPEN_FAILED; }
+    GISError Preproccess() override {
+      const GISError result = CWeightFusion::Preproccess();
+      weight = m_pWeight[0];
+      return result;
+    }
+    double weight = -1.0;
+
+   private:
+    bool m_refused = false;
+  };
+  const Scene scene(40);
+  FusionParam param = scene.Param();
+  RecordingProgress progress;
+  Refusing fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  EXPECT_EQ(fusion.weight, 0.0);
+  EXPECT_EQ(fusion.GetLastErrorType(), GIS_OPEN_FAILED) << "what the refusal returned";
+  EXPECT_FALSE(progress.Finished());
 }
 
 TEST(CorrelationPass, CountGrowsByTheNumberOfBandsPerPixel) {

@@ -49,6 +49,13 @@ TEST_F(EvaluationDriver, RefusedBlockIsReportedAndEndsTheRun) {
   EXPECT_EQ(probe->Count("EndProccess"), 1);
 }
 
+TEST_F(EvaluationDriver, RefusedBlockGivesTheTypeThatItsRefusalReturns) {
+  WriteSmall();
+  const auto probe = RunProbe([](Probe& p) { p.startResult = GIS_OPEN_FAILED; });
+  EXPECT_EQ(probe->GetLastErrorType(), GIS_OPEN_FAILED);
+  EXPECT_EQ(progress.Calls().back(), L"Error 2 ");
+}
+
 TEST_F(EvaluationDriver, InputThatDoesNotOpenIsNamed) {
   for (const int missing : {0, 1, 2}) {
     WriteSmall();
