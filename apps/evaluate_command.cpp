@@ -145,6 +145,7 @@ class EvaluateInputs {
     }
     m_param.m_bReproject = reproject ? 1 : 0;
     m_param.m_bMaskNoData = true;
+    m_param.m_nMostBlockPixels = std::int64_t{1} << 20;
   }
 
   const FusionEvaluateParam& Param() const { return m_param; }

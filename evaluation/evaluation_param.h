@@ -22,4 +22,7 @@ struct FusionEvaluateParam {
   /// Whether samples are left out that are not valid, whatever makes them so (CRasterSource::SetMaskNoData); else only
   /// those that equal their band's no-data value.
   bool m_bMaskNoData = false;
+  /// Native blocks of the fused image that are as wide as it and hold more pixels than this are taken in pieces of
+  /// whole rows, which gives the same figures and takes less memory; 0 leaves them whole.
+  std::int64_t m_nMostBlockPixels = 0;
 };

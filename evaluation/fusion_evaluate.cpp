@@ -27,11 +27,19 @@ struct CFusionEvaluate::Run {
   std::unique_ptr<fusion::BandBuffers> fusionBuffers;
   platform::RowCache rows;
 
-  /// Blocks side by side share their rows, which a file of strips would decode again for each of them.
-  void KeepRows(const CRect& block, const CRect& read) {
-    if (grid.Across() < 2) return;
-    rows.Reserve(platform::RowCache::BytesOf(fused, block.Height()) + platform::RowCache::BytesOf(pan, block.Height()) +
-                 platform::RowCache::BytesOf(mul, read.Height()));
+  /// Makes room for what blocks have in common, which would be decoded again for each of them: their rows where they
+  /// lie side by side, else what reaches over their ends. False where there is no such room.
+  bool KeepRows(int blockRows, int readRows) {
+    const auto bytes = grid.Across() < 2 ? platform::RowCache::BytesToShare : platform::RowCache::BytesOf;
+    return rows.Reserve(bytes(fused, blockRows) + bytes(pan, blockRows) + bytes(mul, readRows));
+  }
+
+  /// Cuts blocks of whole rows, unless that would have their strips decoded more than once.
+  void CutBlocks(std::int64_t mostPixels) {
+    if (mostPixels <= 0 || grid.Across() != 1 || std::int64_t{grid.blockWidth} * grid.blockHeight <= mostPixels) return;
+    const int whole = grid.blockHeight;
+    const auto rowsOfPiece = static_cast<int>(std::max<std::int64_t>(mostPixels / grid.blockWidth, 1));
+    if (KeepRows(rowsOfPiece, 0)) grid.blockHeight = std::min(rowsOfPiece, whole);
   }
 };
 
@@ -88,13 +96,14 @@ bool CFusionEvaluate::Prepare(Run& run) {
   int height = 0;
   GetBlockSize(width, height);
   run.grid = {run.fused.GetWidth(), run.fused.GetHeight(), width, height};
+  run.CutBlocks(m_param.m_nMostBlockPixels);
   if (Preproccess() != GIS_SUCCESS) {
     // What is reported is the state, which a refusal leaves at success.
     ReportError();
     return false;
   }
   if (m_pProgress) m_pProgress->Start(Title(), run.grid.Count());
-  const std::int64_t capacity = std::int64_t{width} * height;
+  const std::int64_t capacity = std::int64_t{run.grid.blockWidth} * run.grid.blockHeight;
   run.panBuffer = std::make_unique<fusion::BandBuffers>(1, capacity);
   run.mulBuffers = std::make_unique<fusion::BandBuffers>(run.mulBands.size(), capacity);
   run.fusionBuffers = std::make_unique<fusion::BandBuffers>(run.fusionBands.size(), capacity);
@@ -128,7 +137,7 @@ void CFusionEvaluate::WalkPasses(Run& run) {
         CRect read;
         if (!GetReadBufferRect(&block, &read)) continue;
         run.mulBuffers->Reserve(read);
-        run.KeepRows(block, read);
+        run.KeepRows(block.Height(), read.Height());
         if (const GISError started = StartBolckProcess(); started != GIS_SUCCESS) {
           // A stopped run must not look like a finished one.
           if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = started;

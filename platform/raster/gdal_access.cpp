@@ -37,6 +37,39 @@ GdalErrors::GdalErrors() {
 
 GdalErrors::~GdalErrors() { CPLPopErrorHandler(); }
 
+bool HasLargePlainStrips(GDALDataset& dataset) {
+  constexpr std::int64_t kLarge = std::int64_t{1} << 20;
+  GDALRasterBand* band = dataset.GetRasterBand(1);
+  if (!band || !dataset.GetDriver() || !EQUAL(dataset.GetDriver()->GetDescription(), "GTiff") ||
+      dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) {
+    return false;
+  }
+  int width = 0;
+  int height = 0;
+  band->GetBlockSize(&width, &height);
+  const std::int64_t bytes = std::int64_t{width} * height * GDALGetDataTypeSizeBytes(band->GetRasterDataType());
+  return width == band->GetXSize() && bytes > kLarge;
+}
+
+GDALDataset* OpenDataset(const std::string& name, bool update) {
+  const auto open = [&] {
+    return GDALDataset::Open(name.c_str(), static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR |
+                                                                     (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)));
+  };
+  GDALDataset* dataset = open();
+  if (dataset && !update && HasLargePlainStrips(*dataset)) {
+    // GDAL looks at this when it opens a file.
+    const CPLConfigOptionSetter directly("GTIFF_DIRECT_IO", "YES", true);
+    GDALClose(dataset);
+    dataset = open();
+  }
+  if (dataset && dataset->GetRasterCount() == 0) {
+    GDALClose(dataset);
+    dataset = nullptr;
+  }
+  return dataset;
+}
+
 GDALDataset* DatasetOf(const CRasterSource& source) { return static_cast<GDALDataset*>(source.NativeHandle()); }
 
 int ToGdalType(PixelDataType type) { return type > PDT_UNKNOWN && type <= PDT_FLOAT64 ? kTypes[type] : GDT_Unknown; }

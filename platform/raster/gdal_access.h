@@ -29,6 +29,13 @@ class GdalErrors {
 
 GDALDataset* DatasetOf(const CRasterSource& source);
 
+/// Opens a raster; null where that fails, or where it has no bands. A file that is only read and whose uncompressed
+/// strips are large is read past the cache of decoded blocks, where one strip would push out the other.
+GDALDataset* OpenDataset(const std::string& name, bool update);
+
+/// Whether a raster is one that OpenDataset has read past the cache.
+bool HasLargePlainStrips(GDALDataset& dataset);
+
 /// GDALDataType of a pixel type and back; GDT_Unknown for PDT_UNKNOWN. Types without a counterpart become the next
 /// wider one that holds them.
 int ToGdalType(PixelDataType type);

@@ -125,14 +125,8 @@ bool CRasterSource::Open(const std::wstring& path, GISDataAccess access, bool op
   if (RasterFails(RasterOperation::kOpen, path)) return false;
   const GdalErrors quiet;
   const bool update = access == GDA_UPDATE;
-  GDALDataset* dataset = GDALDataset::Open(
-      CommonFun::U2Utf8(path).c_str(),
-      static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR | (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)));
+  GDALDataset* dataset = platform::OpenDataset(CommonFun::U2Utf8(path), update);
   if (!dataset) return false;
-  if (dataset->GetRasterCount() == 0) {
-    GDALClose(dataset);
-    return false;
-  }
   if (option && !update && platform::NeedsNorthUpView(*dataset)) {
     dataset = platform::MakeNorthUpView(dataset);
     if (!dataset) return false;

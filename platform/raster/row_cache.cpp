@@ -35,9 +35,11 @@ RowCache::~RowCache() {
 }
 
 std::int64_t RowCache::BytesOf(const CRasterSource& source, std::int64_t rows) {
+  if (!source.IsWritable() && HasLargePlainStrips(*DatasetOf(source))) return 0;
   // Rows that begin and end inside native blocks have those decoded as well.
   const std::int64_t block = std::max(source.GetBlockYSize(), 1);
-  const std::int64_t decoded = std::min(rows + 2 * (block - 1), source.GetHeight() + (block - 1));
+  const std::int64_t blocks = (source.GetHeight() + (block - 1)) / block;
+  const std::int64_t decoded = std::min(rows + 2 * (block - 1), blocks * block);
   return decoded * source.GetWidth() * source.GetBandCount() * PixelSize(source.GetRasterDataType());
 }
 
@@ -47,10 +49,12 @@ std::int64_t RowCache::BytesToShare(const CRasterSource& source, std::int64_t ro
   return BytesOf(source, together ? rows : 0);
 }
 
-void RowCache::Reserve(std::int64_t bytes) {
-  if (bytes <= m_bytes || bytes > MostBytes() || CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) return;
+bool RowCache::Reserve(std::int64_t bytes) {
+  if (bytes <= m_bytes) return true;
+  if (bytes > MostBytes() || CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) return false;
   Grow(bytes - m_bytes);
   m_bytes = bytes;
+  return true;
 }
 
 }  // namespace platform

@@ -1,6 +1,9 @@
 // The passes of an evaluation: blocks and what is read for them.
+#include <cpl_conv.h>
+
 #include <cmath>
 
+#include "evaluation/statistic_evaluate.h"
 #include "tests/evaluation/evaluation_probe.h"
 
 namespace {
@@ -99,6 +102,34 @@ TEST_F(EvaluationDriver, SmallNativeBlocksBecome1024AndLargeOnesAreKept) {
   EXPECT_EQ(sizeOf(20, 20, {"TILED=YES", "BLOCKXSIZE=256", "BLOCKYSIZE=1024"}), std::make_pair(256, 1024));
   EXPECT_EQ(sizeOf(1024, 20, {"BLOCKYSIZE=1"}), std::make_pair(1024, 1));
   EXPECT_EQ(sizeOf(1023, 20, {"BLOCKYSIZE=1"}), std::make_pair(1024, 1024));
+}
+
+TEST_F(EvaluationDriver, OneStripIsTakenInPiecesWhereTheRecordBoundsThem) {
+  const int width = 1100;
+  const int height = 20;
+  Band values;
+  for (int i = 0; i < width * height; ++i) values.push_back(i * 7919 % 1009);
+  Band others = values;
+  std::reverse(others.begin(), others.end());
+  for (const char* compression : {"COMPRESS=NONE", "COMPRESS=DEFLATE"}) {
+    // A strip a band: a lone uncompressed strip would be seen as one strip a row.
+    fusedStorage.options = {"BLOCKYSIZE=20", "INTERLEAVE=BAND", compression};
+    Write(MakeImage(width, height, 1.0, {values}), MakeImage(width, height, 1.0, {others, values}),
+          MakeImage(width, height, 1.0, {values, others}));
+    param.m_nMostBlockPixels = 0;
+    EXPECT_EQ(RunProbe()->blocks, (std::vector<CRect>{{0, 0, width, height}}));
+    const auto whole = Run<CStatisticEvaluate>();
+    param.m_nMostBlockPixels = 8 * width + 1;
+    EXPECT_EQ(RunProbe()->blocks, (std::vector<CRect>{{0, 0, width, 8}, {0, 8, width, 16}, {0, 16, width, height}}));
+    const auto pieces = Run<CStatisticEvaluate>();
+    EXPECT_EQ(pieces->m_pMulMean[0], whole->m_pMulMean[0]);
+    EXPECT_EQ(pieces->m_pFusionStdDev[0], whole->m_pFusionStdDev[0]);
+    EXPECT_EQ(pieces->m_pRelativeDeviation[0], whole->m_pRelativeDeviation[0]);
+  }
+  // Without room for the decoded strip each piece would decode it again.
+  CPLSetConfigOption("GDAL_CACHEMAX", "64");
+  EXPECT_EQ(RunProbe()->blocks.size(), 1U);
+  CPLSetConfigOption("GDAL_CACHEMAX", nullptr);
 }
 
 TEST_F(EvaluationDriver, ColumnsAdvanceByTheBlocksHeight) {

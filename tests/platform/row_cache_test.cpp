@@ -8,7 +8,9 @@
 #include <memory>
 
 #include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
 #include "tests/support/scene.h"
+#include "tests/support/test_raster.h"
 
 namespace {
 
@@ -47,6 +49,58 @@ TEST_F(RowCacheTest, CountsWholeBlocksOfAllBands) {
   EXPECT_LE(RowCache::BytesOf(source, 1000000), (100 + block) * rowBytes);
 }
 
+/// 900 x 700 samples of 16 bits in two bands, each in one strip of more than a megabyte; value 5 x + 3 y + band.
+test_support::TestRaster OneStripABand(std::vector<std::string> options) {
+  test_support::TestRaster raster = test_support::MakeRaster(900, 700, [](int x, int y) { return 5 * x + 3 * y; });
+  raster.bands.push_back(raster.bands[0]);
+  for (double& v : raster.bands[1]) v += 1.0;
+  raster.type = PDT_UINT16;
+  raster.options = std::move(options);
+  raster.options.insert(raster.options.end(), {"INTERLEAVE=BAND", "BLOCKYSIZE=700"});
+  return raster;
+}
+
+TEST_F(RowCacheTest, LargeStripsThatNeedNoDecodingAreReadPastTheCache) {
+  const std::int64_t used = GDALGetCacheUsed64();
+  for (const char* order : {"ENDIANNESS=LITTLE", "ENDIANNESS=BIG"}) {
+    const std::wstring path = test_support::MemoryPath();
+    ASSERT_TRUE(test_support::WriteRaster(OneStripABand({order}), path));
+    CRasterSource image;
+    ASSERT_TRUE(image.OpenSimple(path));
+    ASSERT_EQ(image.GetBlockYSize(), 700);
+    EXPECT_EQ(RowCache::BytesOf(image, 10), 0);
+    EXPECT_EQ(RowCache::BytesToShare(image, 10), 0);
+    double values[6];
+    for (int b = 0; b < 2; ++b) {
+      ASSERT_EQ(image.GetRasterBand(b)->ReadBlock(640, 317, 3, 2, values, 3, 2, PDT_FLOAT64), 0);
+      for (int i = 0; i < 6; ++i) EXPECT_EQ(values[i], 5 * (640 + i % 3) + 3 * (317 + i / 3) + b);
+    }
+    EXPECT_LT(GDALGetCacheUsed64() - used, kMegabyte);
+    image.Close();
+
+    // Half a strip is a failed read, where it is missing.
+    const std::string name = CommonFun::U2Utf8(path);
+    VSILFILE* file = VSIFOpenL(name.c_str(), "rb+");
+    ASSERT_EQ(VSIFTruncateL(file, 2000000), 0);
+    VSIFCloseL(file);
+    ASSERT_TRUE(image.OpenSimple(path));
+    EXPECT_EQ(image.GetRasterBand(0)->ReadBlock(640, 317, 3, 2, values, 3, 2, PDT_FLOAT64), 0);
+    EXPECT_NE(image.GetRasterBand(1)->ReadBlock(0, 690, 3, 2, values, 3, 2, PDT_FLOAT64), 0);
+    image.Close();
+    CRasterSource::DeleteFileW(path);
+  }
+}
+
+TEST_F(RowCacheTest, AStripOfTheWholeImageCountsOnce) {
+  const std::wstring path = test_support::MemoryPath();
+  ASSERT_TRUE(test_support::WriteRaster(OneStripABand({"COMPRESS=DEFLATE"}), path));
+  CRasterSource image;
+  ASSERT_TRUE(image.OpenSimple(path));
+  for (const std::int64_t rows : {0, 10, 700}) EXPECT_EQ(RowCache::BytesOf(image, rows), 900 * 700 * 2 * 2);
+  image.Close();
+  CRasterSource::DeleteFileW(path);
+}
+
 TEST_F(RowCacheTest, GivesTheRoomBack) {
   {
     RowCache cache;
@@ -73,15 +127,15 @@ TEST_F(RowCacheTest, AddsUpWhatSeveralRunsAskFor) {
 
 TEST_F(RowCacheTest, RefusesMoreThanAShareOfTheMemory) {
   RowCache cache;
-  cache.Reserve((std::int64_t{1} << 30) + 1);
-  cache.Reserve(-1);
+  EXPECT_FALSE(cache.Reserve((std::int64_t{1} << 30) + 1));
+  EXPECT_TRUE(cache.Reserve(-1));
   EXPECT_EQ(Limit(), before);
 }
 
 TEST_F(RowCacheTest, LeavesTheUsersChoiceAlone) {
   CPLSetConfigOption("GDAL_CACHEMAX", "64");
   RowCache cache;
-  cache.Reserve(3 * kMegabyte);
+  EXPECT_FALSE(cache.Reserve(3 * kMegabyte));
   CPLSetConfigOption("GDAL_CACHEMAX", nullptr);
   EXPECT_EQ(Limit(), before);
 }
