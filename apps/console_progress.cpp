@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "apps/notices.h"
 #include "apps/stage_names.h"
 #include "platform/system/console.h"
 
@@ -17,7 +18,10 @@ ConsoleProgress::~ConsoleProgress() { EndLine(); }
 
 void ConsoleProgress::Start(const std::wstring& title, int range) {
   EndLine();
-  m_title = StageName(title);
+  // A stage announces itself twice: before its preparations, and with its steps.
+  const std::string name = StageName(title);
+  if (!m_running || name != m_title) m_start = std::chrono::steady_clock::now();
+  m_title = name;
   m_range = std::max(range, 1);
   m_running = true;
 }
@@ -37,6 +41,8 @@ bool ConsoleProgress::Step(int position, const std::wstring& /*text*/) {
 
 void ConsoleProgress::Finish() {
   EndLine();
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - m_start;
+  if (m_running) LogInformation(m_title + " took " + std::to_string(seconds.count()) + " s");
   m_running = false;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "platform/algorithm/base_progress.h"
@@ -8,7 +9,7 @@
 namespace app {
 
 /// Progress on standard error: a bar on a terminal, dots otherwise, nothing when silent. Ctrl-C, and any
-/// other request to end the program, cancels the run.
+/// other request to end the program, cancels the run. The log, where there is one, learns what every stage took.
 class ConsoleProgress : public CBaseProgress {
  public:
   explicit ConsoleProgress(bool silent);
@@ -29,6 +30,7 @@ class ConsoleProgress : public CBaseProgress {
   bool m_terminal;
   std::string m_title;
   int m_range = 100;
+  std::chrono::steady_clock::time_point m_start;
   bool m_running = false;  ///< between Start and Finish; steps outside have no line
   int m_drawn = -1;        ///< percent drawn so far, -1 for nothing on the line
   platform::InterruptHandler m_interrupts;

@@ -3,14 +3,17 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <iomanip>
+#include <functional>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "apps/console_progress.h"
+#include "apps/evaluate_table.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
+#include "apps/open_input.h"
 #include "apps/same_extent.h"
+#include "band_arithmetic/brovey_fusion.h"
 #include "evaluation/entropy_evaluate.h"
 #include "evaluation/evaluate_factory.h"
 #include "evaluation/grad_evaluate.h"
@@ -18,16 +21,11 @@
 #include "evaluation/statistic_evaluate.h"
 #include "platform/algorithm/messages.h"
 #include "platform/raster/coordinate_algorithm.h"
+#include "platform/system/sleep.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
 namespace {
-
-/// One result array under its published name.
-struct Figures {
-  const char* name;
-  std::vector<double> values;
-};
 
 std::vector<double> Values(const SharedArray& array, std::size_t n) {
   return array ? std::vector<double>(&array[0], &array[0] + n) : std::vector<double>(n, std::nan(""));
@@ -117,9 +115,9 @@ class EvaluateInputs {
     CRasterSource pan;
     CRasterSource ms;
     CRasterSource fused;
-    Open(pan, m_param.m_strPanFile);
-    Open(ms, m_param.m_strMulFile);
-    Open(fused, m_param.m_strFusionFile);
+    OpenInput(pan, m_param.m_strPanFile);
+    OpenInput(ms, m_param.m_strMulFile);
+    OpenInput(fused, m_param.m_strFusionFile);
     m_param.m_nPanBand = ChooseBands({o.panBand}, pan, "--pan-band").front();
     m_param.m_vecMulBands = ChooseBands(o.bands, ms, "--bands");
     m_param.m_vecFusionBands = ChooseBands(o.fusedBands, fused, "--fused-bands");
@@ -129,6 +127,8 @@ class EvaluateInputs {
           " and " + std::to_string(m_param.m_vecFusionBands.size()) + " are chosen (--bands, --fused-bands).");
     }
 
+    LabelBands(ms);
+
     const bool sameExtent = LooksLikeSameExtent(pan, ms);
     if (o.sameExtent || sameExtent) {
       if (!o.sameExtent && !o.quiet) {
@@ -137,11 +137,13 @@ class EvaluateInputs {
       }
       m_view = SpanPan(pan, ms, m_param.m_strMulFile);
       m_param.m_strMulFile = m_view->Path();
+      OpenInput(ms, m_param.m_strMulFile);
     }
     TakeOffset(pan, fused);
+    CheckCommonGround(fused, ms);
     bool reproject = false;
     if (!CCoordinateAlgorithm::IsNeededProject(m_param.m_strFusionFile, m_param.m_strMulFile, reproject)) {
-      throw RunError(ERR_OPEN, platform::messages::OpenFailed(m_param.m_strMulFile));
+      throw OpenError(m_param.m_strMulFile, L"");
     }
     m_param.m_bReproject = reproject ? 1 : 0;
     m_param.m_bMaskNoData = true;
@@ -150,9 +152,38 @@ class EvaluateInputs {
 
   const FusionEvaluateParam& Param() const { return m_param; }
 
+  /// One for each pair of bands.
+  const std::vector<std::string>& BandLabels() const { return m_labels; }
+  /// A failed run, told so that its cause can be found.
+  CommandError Failure(int type, const std::wstring& message) const {
+    if (type != ERR_READ || m_wholeOnMs) return RunError(type, message);
+    return RunError(
+        type, message,
+        "Part of the fused image has no multispectral pixels under it, or an input is damaged or truncated.");
+  }
+
  private:
-  static void Open(CRasterSource& source, const std::wstring& path) {
-    if (!source.Open(path, GDA_READ, true)) throw RunError(ERR_OPEN, platform::messages::OpenFailed(path));
+  /// The multispectral band's description, or its number; the fused band's number where it is another.
+  void LabelBands(const CRasterSource& ms) {
+    for (std::size_t i = 0; i < m_param.m_vecMulBands.size(); ++i) {
+      const int band = m_param.m_vecMulBands[i];
+      const int fusedBand = m_param.m_vecFusionBands[i];
+      std::string label = CommonFun::U2Utf8(ms.GetRasterBand(band)->GetDescription());
+      if (label.empty()) label = "band " + std::to_string(band + 1);
+      if (fusedBand != band) label += " / " + std::to_string(fusedBand + 1);
+      m_labels.push_back(label);
+    }
+  }
+
+  void CheckCommonGround(CRasterSource& fused, CRasterSource& ms) {
+    CRect common;
+    bool reproject = false;
+    if (!CBroveyFusion(nullptr).GetOutRect(&fused, &ms, common, reproject, false)) {
+      throw RunError(ERR_NONE, platform::messages::kWrongExtent,
+                     "The fused and the multispectral image have no common ground.");
+    }
+    m_wholeOnMs =
+        common.left <= 0 && common.top <= 0 && common.right >= fused.GetWidth() && common.bottom >= fused.GetHeight();
   }
 
   /// Whether a step of one pixel of the fused image is one of the pan image on the ground, but for rounding.
@@ -179,6 +210,8 @@ class EvaluateInputs {
   }
 
   FusionEvaluateParam m_param;
+  std::vector<std::string> m_labels;
+  bool m_wholeOnMs = true;
   std::unique_ptr<platform::VirtualRaster> m_view;
 };
 
@@ -192,14 +225,17 @@ nlohmann::ordered_json ToJson(const std::vector<Figures>& figures) {
   return object;
 }
 
-void PrintTable(const char* name, const std::vector<Figures>& figures) {
-  std::cout << name << '\n';
-  for (const Figures& f : figures) {
-    std::cout << "  " << std::left << std::setw(22) << f.name << std::right << std::setprecision(8);
-    for (const double v : f.values) std::cout << std::setw(16) << v;
-    std::cout << '\n';
-  }
-}
+/// The library's runs wait a second first; whoever waits for a command's figures has waited enough.
+class NoWaiting {
+ public:
+  NoWaiting() : m_before(platform::SetSleep([](unsigned int) {})) {}
+  ~NoWaiting() { platform::SetSleep(m_before); }
+  NoWaiting(const NoWaiting&) = delete;
+  NoWaiting& operator=(const NoWaiting&) = delete;
+
+ private:
+  std::function<void(unsigned int)> m_before;
+};
 
 }  // namespace
 
@@ -207,10 +243,7 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image that went into the fusion")->required();
   command.add_option("FUSED", o.fused, "Fused image")->required();
-  command.add_option("--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)")
-      ->delimiter(',')
-      ->allow_extra_args(false)
-      ->type_name("NAME,...");
+  AddList(command, "--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)");
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
   AddList(command, "--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)");
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
@@ -219,31 +252,47 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
 }
 
-int RunEvaluate(const EvaluateOptions& options) {
-  try {
-    const std::vector<const Metric*> metrics = ChooseMetrics(options.metrics);
-    const EvaluateInputs inputs(options);
-    ConsoleProgress progress(options.quiet);
-    nlohmann::ordered_json report;
-    for (const Metric* metric : metrics) {
-      FusionEvaluateParam param = inputs.Param();
-      param.m_strTaskName = CommonFun::Utf82U(metric->name);
-      const std::unique_ptr<CFusionEvaluate> run(
-          CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
-      run->Process();
-      if (run->GetLastErrorType() != ERR_NONE) throw RunError(run->GetLastErrorType(), run->GetLastErrorMessage());
-      const std::vector<Figures> figures = metric->figures(*run, param.m_vecFusionBands.size());
-      if (options.json) {
-        report[metric->name] = ToJson(figures);
-      } else {
-        PrintTable(metric->name, figures);
-      }
+namespace {
+
+void Evaluate(const EvaluateOptions& options) {
+  const std::vector<const Metric*> metrics = ChooseMetrics(options.metrics);
+  const EvaluateInputs inputs(options);
+  ConsoleProgress progress(options.quiet);
+  const NoWaiting noWaiting;
+  nlohmann::ordered_json report;
+  for (const Metric* metric : metrics) {
+    FusionEvaluateParam param = inputs.Param();
+    param.m_strTaskName = CommonFun::Utf82U(metric->name);
+    const std::unique_ptr<CFusionEvaluate> run(
+        CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
+    run->Process();
+    if (run->GetLastErrorType() != ERR_NONE) {
+      throw inputs.Failure(run->GetLastErrorType(), run->GetLastErrorMessage());
     }
-    if (options.json) PrintJson(report);
+    const std::vector<Figures> figures = metric->figures(*run, param.m_vecFusionBands.size());
+    if (options.json) {
+      report[metric->name] = ToJson(figures);
+    } else {
+      PrintTable(metric->name, figures, inputs.BandLabels());
+    }
+  }
+  if (options.json) PrintJson(report);
+}
+
+}  // namespace
+
+int RunEvaluate(const EvaluateOptions& options) {
+  const auto fail = [&](const CommandError& error) {
+    if (options.json) PrintJson({{"error_type", error.type}, {"message", error.what()}});
+    return error;
+  };
+  try {
+    Evaluate(options);
     return kSuccess;
   } catch (const CommandError& error) {
-    if (options.json) PrintJson({{"error_type", error.type}, {"message", error.what()}});
-    throw;
+    throw fail(error);
+  } catch (const std::exception& e) {
+    throw fail(RunError(ERR_EXCEPTION, CommonFun::Utf82U(e.what())));
   }
 }
 

@@ -10,8 +10,10 @@
 
 namespace app {
 
-CommandError RunError(int type, const std::wstring& message) {
-  return {type == ERR_CANCELLED ? kCancelled : kRunFailed, CommonFun::U2Utf8(message), type};
+CommandError RunError(int type, const std::wstring& message, const std::string& sentence) {
+  std::string text = sentence.empty() ? ErrorSentence(type) : sentence;
+  if (!message.empty()) text += " (" + CommonFun::U2Utf8(message) + ")";
+  return {type == ERR_CANCELLED ? kCancelled : kRunFailed, text, type};
 }
 
 std::string ErrorSentence(int errorType) {
@@ -54,13 +56,19 @@ int Report(const CommandError& error) {
   if (error.type == CommandError::kOwnType) {
     std::cerr << "fusion: " << error.what() << '\n';
   } else {
-    std::cerr << "fusion: error " << error.type << ": " << error.what() << '\n' << ErrorSentence(error.type) << '\n';
+    std::cerr << "fusion: error " << error.type << ": " << error.what() << '\n';
   }
   return error.status;
 }
 
 void PrintJson(const nlohmann::ordered_json& object) {
   std::cout << object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
+int EndOutput(int status) {
+  if (std::cout.flush()) return status;
+  std::cerr << "fusion: Standard output cannot be written.\n";
+  return status == kSuccess ? kRunFailed : status;
 }
 
 nlohmann::ordered_json JsonNumber(double value) {

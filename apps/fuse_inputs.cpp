@@ -1,9 +1,9 @@
 #include "apps/fuse_inputs.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include "apps/exit_status.h"
+#include "apps/open_input.h"
 #include "apps/same_extent.h"
 #include "band_arithmetic/brovey_fusion.h"
 #include "framework/messages.h"
@@ -17,35 +17,36 @@ namespace {
 
 namespace messages = fusion::messages;
 
-void OpenOrThrow(CRasterSource& source, const std::wstring& path) {
-  if (!source.Open(path, GDA_READ, true)) throw RunError(ERR_OPEN, messages::OpenFailed(path));
-}
-
 std::unique_ptr<platform::VirtualRaster> View(const std::wstring& file, const std::vector<int>& bands) {
   return std::make_unique<platform::VirtualRaster>(file, bands, nullptr, nullptr);
 }
 
 }  // namespace
 
-FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked, const CBaseProgress& progress)
-    : m_options(options), m_panFile(CommonFun::Utf82U(options.pan)), m_msFile(CommonFun::Utf82U(options.ms)) {
+FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked, Notices& notices,
+                       const CBaseProgress& progress)
+    : m_options(options),
+      m_notices(notices),
+      m_panFile(CommonFun::Utf82U(options.pan)),
+      m_msFile(CommonFun::Utf82U(options.ms)) {
   CRasterSource pan;
   CRasterSource ms;
-  OpenOrThrow(pan, m_panFile);
-  OpenOrThrow(ms, m_msFile);
+  OpenInput(pan, m_panFile);
+  OpenInput(ms, m_msFile);
   m_msType = ms.GetRasterDataType();
+  CheckArea(pan);
   SettleNoData(pan, ms, progress);
   CheckBands(*checked.method, pan.GetBandCount(), ms.GetBandCount());
 
   const bool sameExtent = LooksLikeSameExtent(pan, ms);
   if (options.sameExtent || sameExtent) {
     if (!options.sameExtent) {
-      Notice("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
+      m_notices.Add("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
     }
     m_views.push_back(SpanPan(pan, ms, m_msFile));
     m_msFile = m_views.back()->Path();
   } else if (!pan.HasGeoTransform() || !ms.HasGeoTransform()) {
-    Notice("An image has no georeference; the images are overlaid on their pixel coordinates.");
+    m_notices.Add("An image has no georeference; the images are overlaid on their pixel coordinates.");
   }
 
   // Where a method works on whole files, the choice of bands must be one. Alpha is no band for any method.
@@ -60,8 +61,8 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
     m_panBand = 0;
   }
 
-  OpenOrThrow(pan, m_panFile);
-  OpenOrThrow(ms, m_msFile);
+  OpenInput(pan, m_panFile);
+  OpenInput(ms, m_msFile);
   if (!CCoordinateAlgorithm::IsNeededProject(m_panFile, m_msFile, m_needReproject)) {
     throw RunError(ERR_OPEN, messages::OpenFailed(m_panFile));
   }
@@ -75,6 +76,14 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
     if (options.statistics == "scene") m_scene = overlap;
   }
   CheckValidPixels();
+}
+
+/// A run that computes something beforehand would find an area that is none too late.
+void FuseInputs::CheckArea(const CRasterSource& pan) const {
+  if (m_options.aoi.empty()) return;
+  const std::wstring file = CommonFun::Utf82U(m_options.aoi);
+  CRasterAOI area;
+  if (!area.Load(file, pan)) throw OpenError(file, area.GetLoadFailure());
 }
 
 void FuseInputs::SettleNoData(CRasterSource& pan, CRasterSource& ms, const CBaseProgress& progress) {
@@ -102,7 +111,7 @@ void FuseInputs::SettleNoData(CRasterSource& pan, CRasterSource& ms, const CBase
                  lacksSamples(ms, chosen);
   if (!m_maskNoData) return;
   if (m_options.noDataMask == "auto") {
-    Notice(
+    m_notices.Add(
         "Pixels without data are left out of everything and written as no-data 0 (--nodata-mask off for raw values).");
   }
   m_leavesOutAlpha = m_options.bands.empty() &&
@@ -119,11 +128,11 @@ void FuseInputs::Declare(CRasterSource& source, std::wstring& file) {
   m_views.push_back(
       std::make_unique<platform::VirtualRaster>(file, std::vector<int>{}, nullptr, nullptr, std::optional(value)));
   file = m_views.back()->Path();
-  OpenOrThrow(source, file);
+  OpenInput(source, file);
 }
 
 void FuseInputs::Open(CRasterSource& source, const std::wstring& file) const {
-  OpenOrThrow(source, file);
+  OpenInput(source, file);
   source.SetMaskNoData(m_maskNoData);
   source.SetReadAhead(true);
 }
@@ -171,9 +180,9 @@ void FuseInputs::CutWindow(const CRasterSource& pan, const CRect& overlap) {
                    std::min({wanted.bottom, overlap.bottom, pan.GetHeight()}));
   if (m_window.Area() == 0) throw UsageError("--window: nothing of it lies where both images have data.");
   if (!(m_window == wanted)) {
-    Notice("--window is cut to where both images have data: " + std::to_string(m_window.left) + "," +
-           std::to_string(m_window.top) + "," + std::to_string(m_window.Width()) + "," +
-           std::to_string(m_window.Height()) + ".");
+    m_notices.Add("--window is cut to where both images have data: " + std::to_string(m_window.left) + "," +
+                  std::to_string(m_window.top) + "," + std::to_string(m_window.Width()) + "," +
+                  std::to_string(m_window.Height()) + ".");
   }
 }
 
@@ -184,7 +193,7 @@ void FuseInputs::CheckValidPixels() const {
   Open(ms, m_msFile);
   const auto check = [](CRasterBand* band, const std::string& name) {
     if (band && band->HasValidPixel()) return;
-    throw RunError(ERR_STATISTICS, CommonFun::Utf82U(name + " has no valid pixel or cannot be read."));
+    throw RunError(ERR_STATISTICS, L"", name + " has no valid pixel or cannot be read.");
   };
   check(pan.GetRasterBand(m_panBand), "The pan image");
   for (const int b : ChosenBands(ms)) check(ms.GetRasterBand(b), "Multispectral band " + std::to_string(b + 1));
@@ -205,8 +214,8 @@ CRect FuseInputs::PartOf(const std::wstring& file) const {
   if (!IsPart()) return {};
   CRasterSource pan;
   CRasterSource raster;
-  OpenOrThrow(pan, m_panFile);
-  OpenOrThrow(raster, file);
+  OpenInput(pan, m_panFile);
+  OpenInput(raster, file);
   return raster.GroundToImage(pan.ImageToGround(m_window));
 }
 
@@ -226,10 +235,6 @@ void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>&
     means.push_back(mean);
     stdDevs.push_back(stdDev);
   }
-}
-
-void FuseInputs::Notice(const std::string& text) const {
-  if (!m_options.quiet) std::cerr << text << '\n';
 }
 
 }  // namespace app

@@ -6,6 +6,7 @@
 
 #include "apps/console_progress.h"
 #include "apps/fuse_options.h"
+#include "apps/notices.h"
 #include "platform/raster/virtual_raster.h"
 
 namespace app {
@@ -15,7 +16,8 @@ namespace app {
 class FuseInputs {
  public:
   /// Throws CommandError for wrong usage and for an input that cannot be used.
-  FuseInputs(const FuseOptions& options, const CheckedOptions& checked, const CBaseProgress& progress);
+  FuseInputs(const FuseOptions& options, const CheckedOptions& checked, Notices& notices,
+             const CBaseProgress& progress);
 
   /// Files, bands, window and reprojection into the record.
   void FillParam(FusionParam& param) const;
@@ -30,6 +32,7 @@ class FuseInputs {
   bool MasksNoData() const { return m_maskNoData; }
 
  private:
+  void CheckArea(const CRasterSource& pan) const;
   void CheckBands(const Method& method, int panBandCount, int msBandCount);
   std::vector<int> ChosenBands(const CRasterSource& ms) const;
   /// Declares --nodata, settles whether the run masks, and leaves alpha out of the bands then.
@@ -38,9 +41,9 @@ class FuseInputs {
   void Open(CRasterSource& source, const std::wstring& file) const;
   void CutWindow(const CRasterSource& pan, const CRect& overlap);
   void CheckValidPixels() const;
-  void Notice(const std::string& text) const;
 
   const FuseOptions& m_options;
+  Notices& m_notices;
   std::wstring m_panFile;
   std::wstring m_msFile;
   std::vector<int> m_bands;  ///< zero-based, of m_msFile

@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <functional>
 
 #include "apps/exit_status.h"
 #include "platform/raster/pixel_type.h"
@@ -20,9 +22,62 @@ PixelDataType ParsePixelType(const std::string& name) {
   return type;
 }
 
+namespace {
+
+/// What the commas separate. An option given twice arrives as two lines.
+std::vector<std::string> SplitList(const std::string& text) {
+  std::vector<std::string> parts(1);
+  for (const char c : text) {
+    if (c == ',' || c == '\n') {
+      parts.emplace_back();
+    } else {
+      parts.back() += c;
+    }
+  }
+  return parts;
+}
+
+int WholeNumber(const std::string& option, const std::string& text) {
+  int number = 0;
+  const char* end = text.data() + text.size();
+  const auto [read, error] = std::from_chars(text.data(), end, number);
+  if (text.empty() || error != std::errc() || read != end) {
+    throw CLI::ValidationError(option, "'" + text + "' is no whole number; a list looks like 1,2,3");
+  }
+  return number;
+}
+
+/// The parser's own lists would take the next argument where they find nothing in theirs.
+void AddText(CLI::App& command, const std::string& name, const std::string& description, const char* shape,
+             const std::function<void(const std::string& text)>& take) {
+  command.add_option_function<std::string>(name, take, description)->join()->type_name(shape);
+}
+
+/// The options that were given, as they may be given again.
+std::string Given(const CLI::App& command) {
+  std::string text;
+  for (const CLI::Option* option : command.get_options()) {
+    if (option->count() == 0 || option->get_positional()) continue;
+    if (!text.empty()) text += ' ';
+    text += option->get_name();
+    if (option->get_items_expected_max() == 0) continue;
+    for (const std::string& value : option->results()) text += ' ' + value;
+  }
+  return text;
+}
+
+}  // namespace
+
 void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description) {
-  // One argument holds the whole list; what follows it is none of its business.
-  command.add_option(name, values, description)->delimiter(',')->allow_extra_args(false)->type_name("N,N,...");
+  AddText(command, name, description, "N,N,...", [name, &values](const std::string& text) {
+    values.clear();
+    for (const std::string& part : SplitList(text)) values.push_back(WholeNumber(name, part));
+  });
+}
+
+void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,
+             const std::string& description) {
+  AddText(command, name, description, "NAME,...", [&words](const std::string& text) { words = SplitList(text); });
 }
 
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
@@ -69,6 +124,7 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
   command.add_option("--log", o.log, "Append the library's log to this file");
   command.add_flag("--json", o.json, "Describe the outcome as one JSON object on standard output");
+  command.callback([&command, &o] { o.given = Given(command); });
 }
 
 namespace {

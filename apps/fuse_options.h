@@ -45,10 +45,13 @@ struct FuseOptions {
   bool quiet = false;
   std::string log;
   bool json = false;
+  std::string given;  ///< the options as they were given, for the log
 };
 
-/// Declares an option that takes a list of whole numbers, separated by commas, in one argument.
+/// Declares an option that takes a list, separated by commas, in one argument: of whole numbers, or of words.
 void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description);
+void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,
+             const std::string& description);
 
 /// Declares the options on a subcommand.
 void AddFuseOptions(CLI::App& command, FuseOptions& options);

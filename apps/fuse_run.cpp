@@ -1,23 +1,18 @@
 #include "apps/fuse_run.h"
 
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
-#include <iostream>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <utility>
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_inputs.h"
+#include "apps/fuse_report.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
-#include "platform/utility/log.h"
 
 namespace app {
 namespace {
@@ -54,27 +49,20 @@ struct NoOverviews {
   NoOverviews& operator=(const NoOverviews&) = delete;
 };
 
-struct Outcome {
-  int width = 0;
-  int height = 0;
-  int bands = 0;
-  PixelDataType type = PDT_UNKNOWN;
-  std::optional<double> validShare;  ///< of the pixels, where the run masked those without data
-};
-
 class FuseRun {
  public:
-  explicit FuseRun(const FuseOptions& options)
+  FuseRun(const FuseOptions& options, FuseReport& report)
       : m_options(options),
+        m_report(report),
         m_checked(CheckOptions(options)),
         m_output(CommonFun::Utf82U(options.out)),
         m_progress(options.quiet) {}
 
   /// Throws CommandError.
-  Outcome Run() {
+  FuseOutcome Run() {
     CheckOutput();
-    OpenLog();
-    const FuseInputs inputs(m_options, m_checked, m_progress);
+    m_report.OpenLog();
+    const FuseInputs inputs(m_options, m_checked, m_report.RunNotices(), m_progress);
     m_masks = inputs.MasksNoData();
     m_type = m_checked.type;
     if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
@@ -99,7 +87,7 @@ class FuseRun {
         Fuse(inputs, result, m_type, m_checked.format, false, &targets);
       }
     }
-    const Outcome outcome = Describe(result);
+    const FuseOutcome outcome = Describe(result);
     if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
     if (!CRasterSource::RenameFile(result, m_output)) throw RunError(ERR_WRITE, messages::kWriteFailed);
     return outcome;
@@ -116,25 +104,6 @@ class FuseRun {
     if (!m_options.overwrite && CommonFun::IsExistingFile(m_output)) {
       throw UsageError(m_options.out + " exists; add --overwrite to replace it.");
     }
-  }
-
-  void OpenLog() {
-    if (m_options.log.empty()) return;
-    const std::wstring file = CommonFun::Utf82U(m_options.log);
-    for (const auto& other : {m_options.pan, m_options.ms, m_options.aoi, m_options.out}) {
-      if (other.empty()) continue;
-      const bool sameName = std::filesystem::absolute(CommonFun::ToPath(file)).lexically_normal() ==
-                            std::filesystem::absolute(CommonFun::ToPath(CommonFun::Utf82U(other))).lexically_normal();
-      if (sameName || CommonFun::IsSameFile(file, CommonFun::Utf82U(other))) {
-        throw UsageError("--log " + m_options.log + " is an image of this run.");
-      }
-    }
-    try {
-      m_log.emplace(file);
-    } catch (const std::exception& e) {
-      throw CommandError(kRunFailed, "--log: " + std::string(e.what()));
-    }
-    CLog::m_pLogger = &*m_log;
   }
 
   PixelDataType DefaultType(PixelDataType msType) const {
@@ -176,7 +145,7 @@ class FuseRun {
   bool StretchesByItself(PixelDataType type) const {
     const bool wide = !platform::IsFloatType(type) && type != PDT_UINT8;
     if (!m_checked.method->onByteScale || m_options.stretch || !wide) return false;
-    if (!m_options.quiet) std::cerr << "The result is stretched to the range of the output type (--stretch).\n";
+    m_report.RunNotices().Add("The result is stretched to the range of the output type (--stretch).");
     return true;
   }
 
@@ -211,10 +180,10 @@ class FuseRun {
   }
 
   /// A run that reports success but left no readable raster has failed.
-  Outcome Describe(const std::wstring& file) const {
+  FuseOutcome Describe(const std::wstring& file) const {
     CRasterSource source;
     if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
-    Outcome outcome{source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType(), {}};
+    FuseOutcome outcome{source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType(), {}};
     if (m_masks && m_options.json) outcome.validShare = ValidShare(source);
     return outcome;
   }
@@ -246,48 +215,28 @@ class FuseRun {
   }
 
   const FuseOptions& m_options;
+  FuseReport& m_report;
   const CheckedOptions m_checked;
   std::wstring m_output;
   ConsoleProgress m_progress;
   PixelDataType m_type = PDT_UNKNOWN;
   bool m_masks = false;
-  std::optional<CLog> m_log;
   TemporaryFiles m_files;
 };
-
-const char* TypeName(PixelDataType type) {
-  static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
-  return kNames[platform::IsPixelType(type) ? type : 0];
-}
 
 }  // namespace
 
 int RunFuse(const FuseOptions& options) {
-  const auto start = std::chrono::steady_clock::now();
-  Outcome outcome;
-  CommandError error(kSuccess, "", ERR_NONE);
+  FuseReport report(options);
   try {
-    outcome = FuseRun(options).Run();
-  } catch (const CommandError& e) {
-    error = e;
+    return report.Succeed(FuseRun(options, report).Run());
+  } catch (const CommandError& error) {
+    return report.Fail(error);
   } catch (const std::exception& e) {
-    error = {kRunFailed, e.what(), ERR_EXCEPTION};
+    return report.Fail(RunError(ERR_EXCEPTION, CommonFun::Utf82U(e.what())));
   }
-  CLog::m_pLogger = nullptr;
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  if (options.json) {
-    PrintJson({{"method", options.method},
-               {"output", options.out},
-               {"width", outcome.width},
-               {"height", outcome.height},
-               {"bands", outcome.bands},
-               {"type", TypeName(outcome.type)},
-               {"seconds", seconds.count()},
-               {"valid_share", outcome.validShare ? nlohmann::ordered_json(*outcome.validShare) : nullptr},
-               {"error_type", error.type},
-               {"message", error.what()}});
-  }
-  return error.status == kSuccess ? kSuccess : Report(error);
 }
+
+int RefuseFuse(const FuseOptions& options, const CommandError& error) { return FuseReport(options).Fail(error); }
 
 }  // namespace app

@@ -2,11 +2,15 @@
 
 #include <string>
 
+#include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 
 namespace app {
 
 /// Runs the `fuse` command and answers its exit status. The output appears under its name only after success.
 int RunFuse(const FuseOptions& options);
+
+/// Reports a `fuse` command that cannot run, as far as its options are known, and answers the exit status.
+int RefuseFuse(const FuseOptions& options, const CommandError& error);
 
 }  // namespace app

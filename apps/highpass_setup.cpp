@@ -4,6 +4,7 @@
 
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
+#include "apps/open_input.h"
 #include "framework/messages.h"
 #include "highpass/bayes_pan_sharpening_fusion.h"
 #include "highpass/hpf_fusion_process_alg.h"
@@ -29,10 +30,6 @@ FilterDescription HighPass(int size) {
   return filter;
 }
 
-void OpenOrThrow(CRasterSource& source, const std::wstring& path) {
-  if (!source.Open(path, GDA_READ, true)) throw RunError(ERR_OPEN, messages::OpenFailed(path));
-}
-
 }  // namespace
 
 int DefaultKernelSize(double ratio) {
@@ -46,8 +43,8 @@ int DefaultKernelSize(double ratio) {
 double PixelRatio(const FusionParam& param) {
   CRasterSource pan;
   CRasterSource ms;
-  OpenOrThrow(pan, param.m_strPanFile);
-  OpenOrThrow(ms, param.m_strMSFile);
+  OpenInput(pan, param.m_strPanFile);
+  OpenInput(ms, param.m_strMSFile);
   CBoundingBox msExtent = CGISDataSource::GetExtent(&ms);
   if (param.m_bNeedReproject && !CReproject::GetExtent(&ms, pan.GetSpatialReferenceWKT(), msExtent)) {
     throw RunError(ERR_REPROJECT, messages::kReprojectFailed);

@@ -1,61 +1,114 @@
 // The `fusion` command.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstring>
 #include <exception>
+#include <nlohmann/json.hpp>
 
 #include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/fuse_run.h"
 #include "apps/methods.h"
+#include "apps/nearest_word.h"
 #include "apps/sample_command.h"
 #include "platform/system/console.h"
 #include "platform/system/interrupts.h"
 #include "platform/system/memory.h"
+
+namespace {
+
+/// The program's arguments as its parser takes them.
+class Command {
+ public:
+  Command() {
+    m_parser.set_version_flag("--version", "fusion " FUSION_VERSION);
+    m_parser.require_subcommand(1);
+    app::AddFuseOptions(*m_fuse, m_fuseOptions);
+    app::AddEvaluateOptions(*m_evaluate, m_evaluateOptions);
+    app::AddSampleOptions(*m_sample, m_sampleOptions);
+    m_methods->add_flag("--json", m_json, "As JSON");
+    m_methods->add_flag("--names", m_namesOnly, "Names only, one a line");
+  }
+
+  int Run(int argc, const char* const* argv) {
+    try {
+      Parse(argc, argv);
+    } catch (const CLI::Success& wanted) {
+      // Help or the version, which the parser prints.
+      return m_parser.exit(wanted);
+    } catch (const app::CommandError& error) {
+      return Refuse(error, argc, argv);
+    }
+    try {
+      if (*m_fuse) return app::RunFuse(m_fuseOptions);
+      if (*m_evaluate) return app::RunEvaluate(m_evaluateOptions);
+      if (*m_sample) return app::RunSample(m_sampleOptions);
+      return app::RunMethods(m_json, m_namesOnly);
+    } catch (const app::CommandError& e) {
+      return app::Report(e);
+    } catch (const std::exception& e) {
+      return app::Report({app::kRunFailed, e.what()});
+    }
+  }
+
+ private:
+  void Parse(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    try {
+      arguments = platform::Utf8Arguments(argc, argv);
+      // The parser takes them last first.
+      m_parser.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::Success&) {
+      throw;
+    } catch (const CLI::ParseError& e) {
+      const auto word = std::find_if(arguments.begin(), arguments.end(),
+                                     [](const std::string& argument) { return !argument.starts_with('-'); });
+      if (m_parser.get_subcommands().empty() && word != arguments.end()) throw UnknownCommand(*word);
+      const std::string command = m_parser.get_subcommands().empty() ? "" : m_parser.get_subcommands()[0]->get_name();
+      throw app::UsageError(e.what() + (" (see fusion " + command) + (command.empty() ? "--help)" : " --help)"));
+    } catch (const std::invalid_argument& e) {
+      throw app::UsageError(e.what());
+    }
+  }
+
+  app::CommandError UnknownCommand(const std::string& word) const {
+    std::vector<std::string> names;
+    for (const CLI::App* command : m_parser.get_subcommands({})) names.push_back(command->get_name());
+    return app::UsageError("Unknown command '" + word + "'; did you mean '" + app::NearestWord(word, names) +
+                           "'? (see fusion --help)");
+  }
+
+  /// Whoever reads the outcome as JSON learns of arguments that were refused, too.
+  int Refuse(const app::CommandError& error, int argc, const char* const* argv) {
+    const bool json =
+        std::any_of(argv, argv + argc, [](const char* argument) { return std::strcmp(argument, "--json") == 0; });
+    if (*m_fuse) {
+      m_fuseOptions.json = json;
+      return app::RefuseFuse(m_fuseOptions, error);
+    }
+    if (json) app::PrintJson({{"error_type", error.type}, {"message", error.what()}});
+    return app::Report(error);
+  }
+
+  CLI::App m_parser{"Pan-sharpening of satellite and aerial images.", "fusion"};
+  CLI::App* m_fuse = m_parser.add_subcommand("fuse", "Fuse a pan and a multispectral image");
+  CLI::App* m_evaluate = m_parser.add_subcommand("evaluate", "Measure the quality of a fused image");
+  CLI::App* m_sample = m_parser.add_subcommand("sample", "Write a made-up scene to try things with");
+  CLI::App* m_methods = m_parser.add_subcommand("methods", "List the fusion methods");
+  app::FuseOptions m_fuseOptions;
+  app::EvaluateOptions m_evaluateOptions;
+  app::SampleCommandOptions m_sampleOptions;
+  bool m_json = false;
+  bool m_namesOnly = false;
+};
+
+}  // namespace
 
 int main(int argc, char** argv) {
   platform::FillStandardStreams();
   platform::LetWritesFail();
   platform::UseUtf8Console();
   platform::KeepFreedMemory();
-  CLI::App fusion("Pan-sharpening of satellite and aerial images.", "fusion");
-  fusion.set_version_flag("--version", "fusion " FUSION_VERSION);
-  fusion.require_subcommand(1);
-
-  app::FuseOptions fuse;
-  CLI::App* fuseCommand = fusion.add_subcommand("fuse", "Fuse a pan and a multispectral image");
-  app::AddFuseOptions(*fuseCommand, fuse);
-
-  app::EvaluateOptions evaluate;
-  CLI::App* evaluateCommand = fusion.add_subcommand("evaluate", "Measure the quality of a fused image");
-  app::AddEvaluateOptions(*evaluateCommand, evaluate);
-
-  app::SampleCommandOptions sample;
-  CLI::App* sampleCommand = fusion.add_subcommand("sample", "Write a made-up scene to try things with");
-  app::AddSampleOptions(*sampleCommand, sample);
-
-  bool json = false;
-  bool namesOnly = false;
-  CLI::App* methodsCommand = fusion.add_subcommand("methods", "List the fusion methods");
-  methodsCommand->add_flag("--json", json, "As JSON");
-  methodsCommand->add_flag("--names", namesOnly, "Names only, one a line");
-
-  try {
-    std::vector<std::string> arguments = platform::Utf8Arguments(argc, argv);
-    // The parser takes them last first.
-    std::reverse(arguments.begin(), arguments.end());
-    fusion.parse(std::move(arguments));
-  } catch (const CLI::ParseError& e) {
-    return fusion.exit(e) == 0 ? app::kSuccess : app::kWrongUsage;
-  }
-  try {
-    if (*fuseCommand) return app::RunFuse(fuse);
-    if (*evaluateCommand) return app::RunEvaluate(evaluate);
-    if (*sampleCommand) return app::RunSample(sample);
-    return app::RunMethods(json, namesOnly);
-  } catch (const app::CommandError& e) {
-    return app::Report(e);
-  } catch (const std::exception& e) {
-    return app::Report({app::kRunFailed, e.what()});
-  }
+  return app::EndOutput(Command().Run(argc, argv));
 }

@@ -14,8 +14,8 @@ namespace {
 constexpr GDALDataType kTypes[] = {GDT_Unknown, GDT_Byte,  GDT_UInt16,  GDT_Int16,
                                    GDT_UInt32,  GDT_Int32, GDT_Float32, GDT_Float64};
 
-void CPL_STDCALL CountError(CPLErr level, CPLErrorNum, const char*) {
-  if (level >= CE_Failure) ++*static_cast<int*>(CPLGetErrorHandlerUserData());
+void CPL_STDCALL CountError(CPLErr level, CPLErrorNum, const char* text) {
+  if (level >= CE_Failure) static_cast<GdalErrors*>(CPLGetErrorHandlerUserData())->Count(text);
 }
 
 }  // namespace
@@ -32,7 +32,11 @@ void InitialiseGdal() {
 
 GdalErrors::GdalErrors() {
   CPLErrorReset();
-  CPLPushErrorHandlerEx(CountError, &m_nFailures);
+  CPLPushErrorHandlerEx(CountError, this);
+}
+
+void GdalErrors::Count(const char* text) {
+  if (m_nFailures++ == 0 && text) m_strReason = text;
 }
 
 GdalErrors::~GdalErrors() { CPLPopErrorHandler(); }
@@ -66,6 +70,8 @@ GDALDataset* OpenDataset(const std::string& name, bool update) {
   if (dataset && dataset->GetRasterCount() == 0) {
     GDALClose(dataset);
     dataset = nullptr;
+    CPLError(CE_Failure, CPLE_OpenFailed,
+             "it has no band of its own; an image inside it is opened by that image's name");
   }
   return dataset;
 }

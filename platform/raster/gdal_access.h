@@ -14,7 +14,7 @@ namespace platform {
 /// Registers the drivers and bounds the block cache, once.
 void InitialiseGdal();
 
-/// Keeps GDAL's errors off the terminal while it lives, and counts them.
+/// Keeps GDAL's errors off the terminal while it lives, counts them and keeps the text of the first.
 class GdalErrors {
  public:
   GdalErrors();
@@ -22,9 +22,13 @@ class GdalErrors {
   GdalErrors(const GdalErrors&) = delete;
   GdalErrors& operator=(const GdalErrors&) = delete;
   bool Any() const { return m_nFailures > 0; }
+  /// Empty where GDAL gave none.
+  const std::string& Reason() const { return m_strReason; }
+  void Count(const char* text);
 
  private:
   int m_nFailures = 0;
+  std::string m_strReason;
 };
 
 GDALDataset* DatasetOf(const CRasterSource& source);

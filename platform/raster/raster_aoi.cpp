@@ -157,6 +157,7 @@ void Fill(const Polygon& polygon, const CRect& rect, unsigned char* marks) {
 
 struct CRasterAOI::Impl {
   std::vector<Polygon> polygons;
+  std::wstring failure;
   bool unbounded = false;
   CRect cached;
   std::vector<unsigned char> marks;
@@ -175,18 +176,26 @@ CRasterAOI::~CRasterAOI() = default;
 bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
   platform::InitialiseGdal();
   *m_impl = Impl();
-  const platform::GdalErrors quiet;
+  const platform::GdalErrors errors;
   const std::unique_ptr<GDALDataset> file(
-      GDALDataset::Open(CommonFun::U2Utf8(path).c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY));
-  if (!file) return false;
+      GDALDataset::Open(CommonFun::U2Utf8(path).c_str(),
+                        static_cast<unsigned int>(GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR)));
+  if (!file) {
+    m_impl->failure = CommonFun::Utf82U(errors.Reason());
+    return false;
+  }
   OGRSpatialReference rasterCrs;
   const bool rasterHasCrs = platform::ReadWkt(raster.GetSpatialReferenceWKT(), rasterCrs);
+  bool anyPolygon = false;
   for (OGRLayer* layer : file->GetLayers()) {
     std::unique_ptr<OGRCoordinateTransformation> carry;
     const OGRSpatialReference* layerCrs = layer->GetSpatialRef();
     if (layerCrs && rasterHasCrs && IsKnown(*layerCrs) && !layerCrs->IsSame(&rasterCrs)) {
       carry.reset(OGRCreateCoordinateTransformation(layerCrs, &rasterCrs));
-      if (!carry) return false;
+      if (!carry) {
+        m_impl->failure = L"its coordinate system cannot be carried into that of the pan image";
+        return false;
+      }
     }
     PixelPolygons polygons(raster.GroundToPixel(), carry.get(), m_impl->polygons);
     for (const auto& feature : *layer) {
@@ -194,11 +203,17 @@ bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
       if (!geometry) continue;
       // Curves become chains of short lines.
       const std::unique_ptr<OGRGeometry> linear(geometry->getLinearGeometry());
-      if (linear) polygons.Add(*linear);
+      if (!linear) continue;
+      polygons.Add(*linear);
+      anyPolygon = anyPolygon || OGR_G_GetDimension(OGRGeometry::ToHandle(linear.get())) == 2;
     }
   }
-  return !m_impl->polygons.empty();
+  if (!m_impl->polygons.empty()) return true;
+  m_impl->failure = anyPolygon ? L"none of its polygons can be laid on the pan image" : L"it holds no polygon";
+  return false;
 }
+
+const std::wstring& CRasterAOI::GetLoadFailure() const { return m_impl->failure; }
 
 void CRasterAOI::SetUnbounded() {
   *m_impl = Impl();

@@ -17,6 +17,8 @@ class FUSION_API CRasterAOI {
   /// Loads the polygons, reprojected to the raster's coordinate system where theirs differs. False when the file does
   /// not open or holds no polygon.
   bool Load(const std::wstring& path, const CRasterSource& raster);
+  /// Why the last Load failed, as the end of a sentence that begins with the file; empty where nothing is known.
+  const std::wstring& GetLoadFailure() const;
   /// An area without bounds, for masks that only Restrict.
   void SetUnbounded();
   /// The pixel rectangle that covers the area, not clipped to the raster.

@@ -18,6 +18,7 @@
 #include "platform/raster/row_statistics.h"
 #include "platform/raster/sample_mask.h"
 #include "platform/system/task_queue.h"
+#include "platform/utility/common_fun.h"
 
 namespace {
 
@@ -223,6 +224,10 @@ void CRasterBand::DeclareNoData(double value) {
   if (BandOf(*m_pSource, m_nIndex)->SetNoDataValue(value) != CE_None) return;
   m_noData.declared = true;
   m_noData.value = value;
+}
+
+std::wstring CRasterBand::GetDescription() const {
+  return CommonFun::Utf82U(BandOf(*m_pSource, m_nIndex)->GetDescription());
 }
 
 bool CRasterBand::IsAlpha() const { return BandOf(*m_pSource, m_nIndex)->GetColorInterpretation() == GCI_AlphaBand; }

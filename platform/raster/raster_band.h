@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "platform/raster/no_data_test.h"
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
@@ -31,6 +33,9 @@ class FUSION_API CRasterBand {
   int GetBlockYSize() const;
   int GetWidth() const;
   int GetHeight() const;
+
+  /// What the band shows, in words; empty where the file does not say.
+  std::wstring GetDescription() const;
 
   bool IsHaveNoData() const;
   /// The declared no-data value, 0 where there is none.

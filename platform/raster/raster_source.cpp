@@ -122,14 +122,17 @@ void CRasterSource::Adopt(void* handle, const std::wstring& path, bool writable)
 bool CRasterSource::Open(const std::wstring& path, GISDataAccess access, bool option) {
   platform::InitialiseGdal();
   Close();
+  m_strOpenFailure.clear();
   if (RasterFails(RasterOperation::kOpen, path)) return false;
-  const GdalErrors quiet;
+  const GdalErrors errors;
   const bool update = access == GDA_UPDATE;
   GDALDataset* dataset = platform::OpenDataset(CommonFun::U2Utf8(path), update);
-  if (!dataset) return false;
-  if (option && !update && platform::NeedsNorthUpView(*dataset)) {
+  if (dataset && option && !update && platform::NeedsNorthUpView(*dataset)) {
     dataset = platform::MakeNorthUpView(dataset);
-    if (!dataset) return false;
+  }
+  if (!dataset) {
+    m_strOpenFailure = CommonFun::Utf82U(errors.Reason());
+    return false;
   }
   Adopt(dataset, path, update);
   return true;

@@ -28,6 +28,8 @@ class FUSION_API CRasterSource {
   bool Open(const std::wstring& path, GISDataAccess access, bool option);
   /// Open(path, GDA_READ, false).
   bool OpenSimple(const std::wstring& path);
+  /// Why the last Open failed, in the words of the library below; empty where it had none.
+  const std::wstring& GetOpenFailure() const { return m_strOpenFailure; }
 
   /// Creates a file, replacing an existing one, and opens it for writing. Formats that can only be copied are written
   /// to a temporary GeoTIFF beside the path and copied at Close. False when the path cannot be written; nothing
@@ -104,4 +106,5 @@ class FUSION_API CRasterSource {
 
   struct Impl;
   std::unique_ptr<Impl> m_impl;
+  std::wstring m_strOpenFailure;
 };

@@ -30,9 +30,9 @@ void Sleep(unsigned int milliseconds) {
   }
 }
 
-void SetSleep(std::function<void(unsigned int)> sleep) {
+std::function<void(unsigned int)> SetSleep(std::function<void(unsigned int)> sleep) {
   const std::lock_guard<std::mutex> lock(g_mutex);
-  Replacement() = std::move(sleep);
+  return std::exchange(Replacement(), std::move(sleep));
 }
 
 }  // namespace platform

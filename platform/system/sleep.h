@@ -9,7 +9,8 @@ namespace platform {
 /// Suspends the calling thread for the given number of milliseconds.
 FUSION_API void Sleep(unsigned int milliseconds);
 
-/// Puts another function in the place of the system's sleep; an empty one brings the system's back.
-FUSION_API void SetSleep(std::function<void(unsigned int)> sleep);
+/// Puts another function in the place of the system's sleep; an empty one brings the system's back. Answers what was
+/// there before.
+FUSION_API std::function<void(unsigned int)> SetSleep(std::function<void(unsigned int)> sleep);
 
 }  // namespace platform

@@ -8,42 +8,17 @@
 
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
-#include "tests/support/command.h"
-#include "tests/support/scene.h"
+#include "tests/apps/scene_command.h"
 
 namespace {
 
-using test_support::CommandResult;
 using test_support::FileBytes;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// A folder with a sample scene of ratio 4 in it.
-class FuseCommand : public testing::Test {
- protected:
-  void SetUp() override { ASSERT_EQ(Run({"sample", Path(""), "--size", "64", "--quiet"}).status, 0); }
-
-  static CommandResult Run(const std::vector<std::string>& arguments) {
-    return test_support::RunCommand(FUSION_COMMAND, arguments);
-  }
-  /// `fuse` on the scene.
-  CommandResult Fuse(const std::string& out, std::vector<std::string> options = {}) const {
-    options.insert(options.begin(), {"fuse", Path("pan.tif"), Path("ms.tif"), Path(out)});
-    return Run(options);
-  }
-  std::string Path(const std::string& name) const { return m_folder.Path(name); }
-  reference::Image Image(const std::string& name) const { return test_support::ReadImage(m_folder.WidePath(name)); }
-  /// Files beside those of the scene.
-  std::vector<std::string> NewNames() const {
-    std::vector<std::string> names = m_folder.Names();
-    std::erase_if(names, [](const auto& n) { return n == "pan.tif" || n == "ms.tif" || n == "truth.tif"; });
-    return names;
-  }
-
-  test_support::TemporaryFolder m_folder;
-};
+class FuseCommand : public SceneCommand {};
 
 TEST_F(FuseCommand, HelpVersionAndMethodsGoToStandardOutput) {
   for (const auto& arguments : {std::vector<std::string>{"--help"},
@@ -109,7 +84,8 @@ TEST_F(FuseCommand, JsonDescribesTheOutcome) {
   std::vector<std::string> keys;
   for (const auto& [key, value] : json.items()) keys.push_back(key);
   EXPECT_THAT(keys, ElementsAre("method", "output", "width", "height", "bands", "type", "seconds", "valid_share",
-                                "error_type", "message"));
+                                "error_type", "message", "notices"));
+  EXPECT_THAT(json["notices"], IsEmpty());
   EXPECT_TRUE(json["valid_share"].is_null());
   EXPECT_EQ(json["method"], "brovey");
   EXPECT_EQ(json["output"], Path("out.tif"));
@@ -182,11 +158,12 @@ TEST_F(FuseCommand, WhatTheFilesForbidIsStatusTwo) {
 TEST_F(FuseCommand, FailedRunsAreStatusOneWithTypeMessageAndSentence) {
   const auto missing = Run({"fuse", Path("pan.tif"), Path("nix.tif"), Path("out.tif")});
   EXPECT_EQ(missing.status, 1);
-  EXPECT_THAT(missing.err, HasSubstr("error 4: 打开文件（" + Path("nix.tif") + "）失败！\n"));
-  EXPECT_THAT(missing.err, HasSubstr("does not exist"));
+  EXPECT_EQ(missing.err,
+            "fusion: error 4: " + Path("nix.tif") + " does not exist. (打开文件（" + Path("nix.tif") + "）失败！)\n");
   const auto nowhere = Fuse("no/folder/out.tif");
   EXPECT_EQ(nowhere.status, 1);
-  EXPECT_THAT(nowhere.err, HasSubstr("error 5: 创建文件（"));
+  EXPECT_THAT(nowhere.err, HasSubstr("error 5: The output cannot be created"));
+  EXPECT_THAT(nowhere.err, HasSubstr("(创建文件（"));
   const auto area = Fuse("out.tif", {"--aoi", Path("nix.shp")});
   EXPECT_EQ(area.status, 1);
   EXPECT_THAT(area.err, HasSubstr("error 4: "));
@@ -204,8 +181,8 @@ TEST_F(FuseCommand, ImagesApartAreAFailureThatKeepsTheOldOutput) {
   test_support::WriteImage(far, m_folder.WidePath("far.tif"), PDT_UINT16);
   const auto run = Run({"fuse", Path("pan.tif"), Path("far.tif"), Path("out.tif"), "--overwrite"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("error 0: 设置的影像范围有误！"));
-  EXPECT_THAT(run.err, HasSubstr("no common ground"));
+  EXPECT_THAT(run.err, HasSubstr("error 0: The images have no common ground"));
+  EXPECT_THAT(run.err, HasSubstr("(设置的影像范围有误！)\n"));
   EXPECT_TRUE(FileBytes(Path("out.tif")) == before);
   EXPECT_THAT(NewNames(), ElementsAre("far.tif", "out.tif"));
 }
@@ -361,36 +338,5 @@ TEST_F(FuseCommand, CtrlCIsStatus130AndLeavesNothing) {
   EXPECT_THAT(NewNames(), ElementsAre("err", "large", "out.tif"));
 }
 #endif
-
-TEST_F(FuseCommand, EvaluateNamesTheFiguresAsTheyArePublished) {
-  ASSERT_EQ(Fuse("out.tif", {"--quiet"}).status, 0);
-  const std::vector<std::string> files = {"evaluate", Path("pan.tif"), Path("ms.tif"), Path("out.tif")};
-  const auto evaluate = [&](std::vector<std::string> options) {
-    options.insert(options.begin(), files.begin(), files.end());
-    return Run(options);
-  };
-  const auto run =
-      evaluate({"--json", "--quiet", "--metric", "statistics,snr", "--bands", "2,3", "--fused-bands", "2,3"});
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(run.err, IsEmpty());
-  const auto json = nlohmann::ordered_json::parse(run.out);
-  ASSERT_EQ(json.size(), 2U);
-  EXPECT_EQ(json["statistics"].size(), 7U);
-  EXPECT_EQ(json["snr"].size(), 2U);
-  const auto ms = Image("ms.tif");
-  double mean = 0.0;
-  for (const double v : ms.bands[1]) mean += v / static_cast<double>(ms.bands[1].size());
-  EXPECT_NEAR(json["statistics"]["m_pMulMean"][0].get<double>(), mean, 1e-6);
-  EXPECT_EQ(json["statistics"]["m_pFusionMean"].size(), 2U);
-
-  EXPECT_EQ(evaluate({"--metric", "beauty"}).status, 2);
-  EXPECT_EQ(evaluate({"--bands", "1,2"}).status, 2);
-  EXPECT_EQ(evaluate({"--fused-bands", "9"}).status, 2);
-  EXPECT_EQ(evaluate({"--pan-band", "2"}).status, 2);
-  const auto missing = Run({"evaluate", Path("pan.tif"), Path("ms.tif"), Path("nix.tif"), "--json"});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(nlohmann::json::parse(missing.out)["error_type"], 4);
-  EXPECT_EQ(Run({"evaluate", Path("pan.tif"), Path("ms.tif"), Path("ms.tif")}).status, 2) << "not on pan's grid";
-}
 
 }  // namespace
