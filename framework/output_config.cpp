@@ -29,6 +29,11 @@ CRect Common(const CRect& a, const CRect& b) {
   return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right), std::min(a.bottom, b.bottom)};
 }
 
+CRect Around(const CRect& a, const CRect& b) {
+  if (a.Area() == 0 || b.Area() == 0) return a.Area() == 0 ? b : a;
+  return {std::min(a.left, b.left), std::min(a.top, b.top), std::max(a.right, b.right), std::max(a.bottom, b.bottom)};
+}
+
 }  // namespace
 
 bool CFusion::ConfigDstRaster(FusionParam* param, CRasterSource* pan, CRasterSource* ms, CRasterSource* dst,
@@ -132,14 +137,15 @@ bool CFusion::GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, boo
   needReproject = CCoordinateAlgorithm::IsValidCoordinate(panWkt) && CCoordinateAlgorithm::IsValidCoordinate(msWkt) &&
                   !CCoordinateAlgorithm::IsSameCoordinate(panWkt, msWkt);
 
-  CBoundingBox msBox = CGISDataSource::GetExtent(ms);
-  if (needReproject) {
-    CBoundingBox carried;
-    if (!CReproject::GetExtent(ms, panWkt, carried)) return false;
-    msBox.SetBoundingBox(carried.m_dLeft, carried.m_dTop, carried.m_dRight, carried.m_dBottom);
-  }
+  std::vector<CBoundingBox> common;
   CBoundingBox overlap;
-  if (!CGISDataSource::GetExtent(pan).Intersect(msBox, overlap)) return false;
-  rect = pan->GroundToImage(overlap);
+  if (needReproject) {
+    common = CReproject::CommonGround(*pan, ms);
+  } else if (CGISDataSource::GetExtent(pan).Intersect(CGISDataSource::GetExtent(ms), overlap)) {
+    common.push_back(overlap);
+  }
+  if (common.empty()) return false;
+  rect = pan->GroundToImage(common[0]);
+  for (const CBoundingBox& part : common) rect = Around(rect, pan->GroundToImage(part));
   return true;
 }

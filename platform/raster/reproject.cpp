@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <mutex>
+#include <optional>
 #include <vector>
 
+#include "platform/raster/box_carrier.h"
 #include "platform/raster/coordinate_algorithm.h"
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/gis_data_source.h"
@@ -16,42 +18,19 @@ namespace {
 
 using Transformation = std::unique_ptr<OGRCoordinateTransformation>;
 
-constexpr int kEdgePoints = 21;
+/// Of an edge of a box, between 21 points.
+constexpr int kIntervals = 20;
 
+using platform::BoxCarrier;
+using platform::Envelope;
 using platform::PositionGrid;
 using Point = PositionGrid::Point;
 
-/// Points along the four edges of a box, the given number on each.
-std::vector<Point> Outline(const CBoundingBox& box) {
-  std::vector<Point> points;
-  for (int i = 0; i < kEdgePoints; ++i) {
-    const double t = static_cast<double>(i) / (kEdgePoints - 1);
-    const double x = box.m_dLeft + (box.m_dRight - box.m_dLeft) * t;
-    const double y = box.m_dTop + (box.m_dBottom - box.m_dTop) * t;
-    points.push_back({x, box.m_dTop});
-    points.push_back({x, box.m_dBottom});
-    points.push_back({box.m_dLeft, y});
-    points.push_back({box.m_dRight, y});
-  }
-  return points;
+/// A full turn of a geographic system's longitudes, in its units, else 0.
+double FullTurn(const OGRSpatialReference& crs) {
+  constexpr double kTurn = 6.283185307179586;
+  return crs.IsGeographic() ? kTurn / crs.GetAngularUnits() : 0.0;
 }
-
-/// Smallest and largest coordinates of the points that are finite.
-struct Envelope {
-  double minX = INFINITY;
-  double minY = INFINITY;
-  double maxX = -INFINITY;
-  double maxY = -INFINITY;
-
-  void Add(const Point& p) {
-    if (!std::isfinite(p.x) || !std::isfinite(p.y)) return;
-    minX = std::min(minX, p.x);
-    maxX = std::max(maxX, p.x);
-    minY = std::min(minY, p.y);
-    maxY = std::max(maxY, p.y);
-  }
-  bool IsEmpty() const { return !(minX <= maxX && minY <= maxY); }
-};
 
 }  // namespace
 
@@ -64,6 +43,9 @@ struct CReproject::Impl {
   int height = 0;
   double fullTurn = 0.0;  ///< of a geographic source's longitudes, in its units, else 0
   double middleX = 0.0;   ///< of the source, on its ground
+  std::optional<BoxCarrier> boxToSource;
+  std::optional<BoxCarrier> boxToGround;
+  CBoundingBox extent;  ///< of the source, on the ground
   PositionGrid grid;
 
   /// The longitude that lies nearest to the source; an image may reach over the date line, or count from 0 to 360.
@@ -73,36 +55,64 @@ struct CReproject::Impl {
 
   /// Corner-based source pixel positions in place; failed points become NaN.
   void ToPixels(std::vector<Point>& points) const {
+    Apply(*toSource, points);
+    for (Point& p : points) {
+      const double near = NearSource(p.x);
+      p = {sourceToPixel.X(near, p.y), sourceToPixel.Y(near, p.y)};
+    }
+  }
+
+  /// A box of corner-based source pixel positions around a ground box.
+  Envelope PixelEnvelope(const CBoundingBox& box) const {
+    Envelope envelope;
+    for (const CBoundingBox& part : PartsNearSource(box)) AddPixels(part, envelope);
+    return envelope;
+  }
+
+  /// Of a box far larger than the source the parts around it, which the points of the whole would miss; else the box.
+  std::vector<CBoundingBox> PartsNearSource(const CBoundingBox& box) const {
+    constexpr double kFarLarger = 2.0;
+    const bool fits = box.MaxX() - box.MinX() <= kFarLarger * (extent.MaxX() - extent.MinX()) &&
+                      box.MaxY() - box.MinY() <= kFarLarger * (extent.MaxY() - extent.MinY());
+    std::vector<CBoundingBox> parts;
+    if (!fits) parts = platform::CommonParts(box, extent, boxToGround->FullTurn());
+    if (parts.empty()) parts.push_back(box);
+    return parts;
+  }
+
+  void AddPixels(const CBoundingBox& box, Envelope& envelope) const {
+    std::vector<Point> points = boxToSource->Carry(box, kIntervals, middleX);
+    for (Point& p : points) p = {sourceToPixel.X(p.x, p.y), sourceToPixel.Y(p.x, p.y)};
+    Envelope added;
+    for (const Point& p : points) added.Add(p);
+    if (added.IsEmpty()) return;
+    // An edge bends out between its points by up to an eighth of their second difference.
+    Point bend = {0.0, 0.0};
+    for (std::size_t i = 1; i + 1 < 4 * (kIntervals + 1); ++i) {
+      if (i % (kIntervals + 1) == 0 || (i + 1) % (kIntervals + 1) == 0) continue;
+      const Point& p = points[i];
+      bend.x = std::max(bend.x, std::fabs(points[i - 1].x - 2.0 * p.x + points[i + 1].x) / 8.0);
+      bend.y = std::max(bend.y, std::fabs(points[i - 1].y - 2.0 * p.y + points[i + 1].y) / 8.0);
+    }
+    // The margin that every reader adds covers less.
+    if (bend.x < 1.0) bend.x = 0.0;
+    if (bend.y < 1.0) bend.y = 0.0;
+    envelope.Add({added.minX - bend.x, added.minY - bend.y});
+    envelope.Add({added.maxX + bend.x, added.maxY + bend.y});
+  }
+
+  void Apply(OGRCoordinateTransformation& transformation, std::vector<Point>& points) const {
     std::vector<double> x;
     std::vector<double> y;
     for (const Point& p : points) {
       x.push_back(p.x);
       y.push_back(p.y);
     }
-    Apply(*toSource, x, y);
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      const double near = NearSource(x[i]);
-      points[i] = {sourceToPixel.X(near, y[i]), sourceToPixel.Y(near, y[i])};
-    }
-  }
-
-  /// The smallest box of corner-based source pixel positions around a ground box.
-  Envelope PixelEnvelope(const CBoundingBox& box) const {
-    std::vector<Point> points = Outline(box);
-    ToPixels(points);
-    Envelope envelope;
-    for (const Point& p : points) envelope.Add(p);
-    return envelope;
-  }
-
-  void Apply(OGRCoordinateTransformation& transformation, std::vector<double>& x, std::vector<double>& y) const {
     std::vector<int> ok(x.size(), 0);
     const platform::GdalErrors quiet;
     const std::lock_guard<std::mutex> lock(mutex);
     transformation.Transform(static_cast<int>(x.size()), x.data(), y.data(), nullptr, ok.data());
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      if (!ok[i]) x[i] = y[i] = NAN;
-    }
+    for (std::size_t i = 0; i < points.size(); ++i) points[i] = ok[i] ? Point{x[i], y[i]} : Point{NAN, NAN};
   }
 
   PositionGrid SampleGrid(const CBoundingBox& box, int columns, int rows) const {
@@ -174,15 +184,20 @@ CReproject* CReproject::Create(CRasterSource* source, const std::wstring& wkt, c
   result->m_impl->toSource.reset(OGRCreateCoordinateTransformation(&ground, &sourceCrs));
   result->m_impl->toGround.reset(OGRCreateCoordinateTransformation(&sourceCrs, &ground));
   if (!result->m_impl->toSource || !result->m_impl->toGround) return nullptr;
-  result->m_impl->sourceToPixel = source->GroundToPixel();
-  result->m_impl->width = source->GetWidth();
-  result->m_impl->height = source->GetHeight();
-  if (sourceCrs.IsGeographic()) {
-    constexpr double kTurn = 6.283185307179586;
-    result->m_impl->fullTurn = kTurn / sourceCrs.GetAngularUnits();
+  Impl& impl = *result->m_impl;
+  impl.sourceToPixel = source->GroundToPixel();
+  impl.width = source->GetWidth();
+  impl.height = source->GetHeight();
+  impl.fullTurn = FullTurn(sourceCrs);
+  if (impl.fullTurn > 0.0) {
     double middleY = 0.0;
-    source->ImageToGround(0.5 * source->GetWidth(), 0.5 * source->GetHeight(), result->m_impl->middleX, middleY);
+    source->ImageToGround(0.5 * source->GetWidth(), 0.5 * source->GetHeight(), impl.middleX, middleY);
   }
+  const BoxCarrier::Transform toSource = [&impl](std::vector<Point>& points) { impl.Apply(*impl.toSource, points); };
+  const BoxCarrier::Transform toGround = [&impl](std::vector<Point>& points) { impl.Apply(*impl.toGround, points); };
+  impl.boxToSource.emplace(toSource, toGround, impl.fullTurn);
+  impl.boxToGround.emplace(toGround, toSource, FullTurn(ground));
+  result->Src2DestBox(CGISDataSource::GetExtent(source), impl.extent, 0.0, 0.0);
   return result.release();
 }
 
@@ -259,16 +274,20 @@ bool CReproject::GetInImgEnveFromGeoOut(const CBoundingBox& box, CRect& rect, do
 
 bool CReproject::Src2DestBox(const CBoundingBox& box, CBoundingBox& result, double /*reserved1*/,
                              double /*reserved2*/) const {
-  const std::vector<Point> points = Outline(box);
-  std::vector<double> x;
-  std::vector<double> y;
-  for (const Point& p : points) {
-    x.push_back(p.x);
-    y.push_back(p.y);
+  Envelope envelope = m_impl->boxToGround->EnvelopeOf(box, kIntervals);
+  // More points where they find what is more than a quarter of a source pixel outside.
+  constexpr int kMostIntervals = kIntervals << 8;
+  const double quarter = 0.25 / std::max(m_impl->width, m_impl->height);
+  for (int intervals = 2 * kIntervals; intervals <= kMostIntervals; intervals *= 2) {
+    const Envelope closer = m_impl->boxToGround->EnvelopeOf(box, intervals);
+    const double x = quarter * (closer.maxX - closer.minX);
+    const double y = quarter * (closer.maxY - closer.minY);
+    if (!(envelope.minX - closer.minX > x || closer.maxX - envelope.maxX > x || envelope.minY - closer.minY > y ||
+          closer.maxY - envelope.maxY > y)) {
+      break;
+    }
+    envelope = closer;
   }
-  m_impl->Apply(*m_impl->toGround, x, y);
-  Envelope envelope;
-  for (std::size_t i = 0; i < x.size(); ++i) envelope.Add({x[i], y[i]});
   if (envelope.IsEmpty()) return false;
   result.SetBoundingBox(envelope.minX, envelope.maxY, envelope.maxX, envelope.minY);
   return true;
@@ -277,4 +296,11 @@ bool CReproject::Src2DestBox(const CBoundingBox& box, CBoundingBox& result, doub
 bool CReproject::GetExtent(CRasterSource* source, const std::wstring& wkt, CBoundingBox& extent) {
   const std::unique_ptr<CReproject> reproject(Create(source, wkt, nullptr, nullptr));
   return reproject && reproject->Src2DestBox(CGISDataSource::GetExtent(source), extent, 0.0, 0.0);
+}
+
+std::vector<CBoundingBox> CReproject::CommonGround(const CRasterSource& image, CRasterSource* source) {
+  const std::unique_ptr<CReproject> reproject(Create(source, image.GetSpatialReferenceWKT(), nullptr, nullptr));
+  if (!reproject) return {};
+  const Impl& impl = *reproject->m_impl;
+  return platform::CommonParts(CGISDataSource::GetExtent(&image), impl.extent, impl.boxToGround->FullTurn());
 }

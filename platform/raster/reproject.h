@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/raster/raster_source.h"
 
@@ -29,11 +30,16 @@ class FUSION_API CReproject {
   /// False, and rect untouched, where nothing of the source is left: a caller has nothing to read then.
   bool GetInImgEnveFromGeoOut(const CBoundingBox& box, CRect& rect, double reserved1, double reserved2) const;
 
-  /// A box of the source's coordinate system carried to the other one: its outline with 21 points an edge.
+  /// A box of the source's coordinate system carried to the other one: its outline with 21 points an edge, more where
+  /// that reaches farther, and its inside where that does. Longitudes go on beyond 180 degrees rather than break off.
   bool Src2DestBox(const CBoundingBox& box, CBoundingBox& result, double reserved1, double reserved2) const;
 
   /// The extent of a raster in another coordinate system.
   static bool GetExtent(CRasterSource* source, const std::wstring& wkt, CBoundingBox& extent);
+
+  /// What a raster covers of an image of another coordinate system, on the image's ground: nothing, one box, or two
+  /// where the raster lies across the meridian at which the image begins and ends.
+  static std::vector<CBoundingBox> CommonGround(const CRasterSource& image, CRasterSource* source);
 
  private:
   CReproject();

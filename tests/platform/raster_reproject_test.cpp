@@ -312,6 +312,42 @@ TEST_F(Reproject, ABoxIsCarriedByItsOutline) {
   EXPECT_EQ(extent.m_dBottom, box.m_dBottom);
 }
 
+TEST_F(Reproject, ABoxAroundAPoleReachesToIt) {
+  // 8000 km of polar stereographic coordinates around the north pole.
+  CRasterSource& source = Open(3413, {-4e6, 1e5, 0.0, 4e6, 0.0, -1e5}, 80, 80);
+  CBoundingBox extent;
+  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(kGeographic), extent));
+  EXPECT_EQ(extent.m_dTop, 90.0);
+  EXPECT_EQ(extent.m_dLeft, -180.0);
+  EXPECT_EQ(extent.m_dRight, 180.0);
+  EXPECT_NEAR(extent.m_dBottom, Exact(3413, kGeographic)(4e6, 4e6).second, 1e-9);
+}
+
+TEST_F(Reproject, ABoxIsCarriedByAsManyPointsAsItsOutlineNeeds) {
+  // North of 60 degrees: a circle, whose outermost points lie between those of 21 an edge.
+  CRasterSource& source = Open(kGeographic, {-180.0, 0.1, 0.0, 90.0, 0.0, -0.1}, 3600, 300);
+  CBoundingBox extent;
+  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(3413), extent));
+  const double radius = -Exact(kGeographic, 3413)(-45.0, 60.0).second;
+  const double tolerance = 0.25 * 2.0 * radius / 3600.0;
+  EXPECT_NEAR(extent.m_dLeft, -radius, tolerance);
+  EXPECT_NEAR(extent.m_dRight, radius, tolerance);
+  EXPECT_NEAR(extent.m_dTop, radius, tolerance);
+  EXPECT_NEAR(extent.m_dBottom, -radius, tolerance);
+}
+
+TEST_F(Reproject, LongitudesOfABoxGoOnAcross180Degrees) {
+  CRasterSource& source = Open(32660, {700000.0, 1000.0, 0.0, 500000.0, 0.0, -1000.0}, 300, 300);
+  CBoundingBox extent;
+  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(kGeographic), extent));
+  const Exact toGeographic(32660, kGeographic);
+  // From 178.8 degrees east to 178.5 west, however they are counted.
+  const double west = toGeographic(700000.0, 200000.0).first;
+  const double east = toGeographic(1000000.0, 500000.0).first;
+  EXPECT_NEAR(std::remainder(extent.m_dLeft - west, 360.0), 0.0, 0.05);
+  EXPECT_NEAR(extent.m_dRight - extent.m_dLeft, east + 360.0 - west, 0.05);
+}
+
 TEST_F(Reproject, ASouthUpSourceIsMappedByItsOwnGeotransform) {
   const auto reproject = Make(Open(kUtm, {400000.0, 30.0, 0.0, 4440000.0, 0.0, 30.0}), kGeographic);
   for (const auto& [lon, lat] : InnerPoints()) {
