@@ -111,6 +111,30 @@ TEST_F(EntropyEvaluate, NegativeBandsKeepTheTinyMaximumTheyStartWith) {
   EXPECT_NEAR(metric->m_pRelativeEntropy[0], 0.25 * std::log(1.0 / 3.0) + 0.75 * std::log(3.0), 1e-12);
 }
 
+TEST_F(EntropyEvaluate, RangesStartWhereTheyAreSaidTo) {
+  // Values beyond 1e10 leave the minimum of pan where it starts, those below -1e10 its maximum.
+  WritePair(2, 1, {2e10, 3e10}, {2e10, 3e10});
+  auto metric = Run<Entropy>();
+  EXPECT_EQ(metric->m_dPanMin, 1e10);
+  EXPECT_EQ(metric->m_dPanMax, 3e10);
+  EXPECT_EQ(metric->m_pMulMin[0], 2e10);
+  EXPECT_EQ(metric->m_pFusionMin[0], 2e10);
+  WritePair(2, 1, {-2e10, -3e10}, {-2e10, -3e10});
+  metric = Run<Entropy>();
+  EXPECT_EQ(metric->m_dPanMin, -3e10);
+  EXPECT_EQ(metric->m_dPanMax, -1e10);
+  // Without a value at all everything stays.
+  panStorage.noData = msStorage.noData = fusedStorage.noData = 5.0;
+  WritePair(2, 1, {5, 5}, {5, 5});
+  metric = Run<Entropy>();
+  EXPECT_EQ(metric->m_dPanMin, 1e10);
+  EXPECT_EQ(metric->m_dPanMax, -1e10);
+  for (const auto* minima : {&metric->m_pMulMin, &metric->m_pFusionMin})
+    EXPECT_EQ((*minima)[0], 1.7976931348623157e+308);
+  for (const auto* maxima : {&metric->m_pMulMax, &metric->m_pFusionMax})
+    EXPECT_EQ((*maxima)[0], 2.2250738585072014e-308);
+}
+
 TEST_F(EntropyEvaluate, ConstantBandsHaveUndefinedBinsThatCountInTheFirst) {
   WritePair(4, 1, {7, 7, 7, 7}, {7, 7, 7, 7});
   const auto metric = Run<Entropy>();

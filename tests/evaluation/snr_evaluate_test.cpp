@@ -70,6 +70,22 @@ TEST_F(SnrEvaluate, NegativeSignalKeepsTheTinyMaximum) {
   EXPECT_DOUBLE_EQ(Run<Snr>()->m_pPSNR[0], 10.0 * std::log(10.0 * 3.0 / 25.0));
 }
 
+TEST_F(SnrEvaluate, RangeStartsAtTheEndsOfTheDoubles) {
+  struct Watched : Snr {
+    using Snr::Snr;
+    void EndProccess() override {
+      if (m_pMulMin) range = {m_pMulMin[0], m_pMulMax[0]};
+      Snr::EndProccess();
+    }
+    std::pair<double, double> range;
+  };
+  msStorage.noData = 5.0;
+  WritePair(2, 1, {5, 5}, {1, 2});
+  EXPECT_EQ(Run<Watched>()->range, std::make_pair(1.7976931348623157e+308, 2.2250738585072014e-308));
+  WritePair(2, 1, {2e12, 3e12}, {0, 0});
+  EXPECT_EQ(Run<Watched>()->range, std::make_pair(2e12, 3e12));
+}
+
 TEST_F(SnrEvaluate, ConstantSignalHasNoPeak) {
   WritePair(2, 1, {4, 4}, {2, 2});
   const auto metric = Run<Snr>();

@@ -85,6 +85,8 @@ TEST_F(HpfPipeline, EveryCombinationOfStagesIsTheWrittenOutOne) {
         param.m_bSecondFilter = second;
         param.m_bMakeGreen = green;
         param.m_bDataStretch = level;
+        param.m_dDetailWeight1 = 0.8;
+        param.m_dDetailWeight2 = 0.15;
         RunWell(param);
         EXPECT_EQ(NewFiles(), (std::vector<std::wstring>{L"融合.tif"}));
         auto expected = Expected(param);
@@ -153,8 +155,7 @@ TEST_F(HpfPipeline, HandsTheAreaOnToTheFusion) {
 
 TEST_F(HpfPipeline, PixelsOutsideTheAreaOfInterestAreZeroAndTheStatisticsAreTakenInside) {
   HpfFusionParam param = Param();
-  param.m_strAoiFile = m_folder + L"area.csv";
-  test_support::WriteTriangle(param.m_strAoiFile, {440050.0, 4469950.0}, {440350.0, 4469950.0}, {440050.0, 4469650.0});
+  param.m_strAoiFile = WriteArea();
   WriteInputs(PDT_FLOAT64);
   RunWell(param);
   const auto out = ReadImage(m_outFile);

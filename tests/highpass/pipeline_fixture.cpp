@@ -2,9 +2,11 @@
 
 #include <cpl_string.h>
 #include <cpl_vsi.h>
+#include <gdal_priv.h>
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <random>
 
 #include "platform/utility/common_fun.h"
@@ -18,6 +20,19 @@ using test_support::Mean;
 void RecordingLog::WriteLog(int level, const char* file, int /*line*/, const char* function, const wchar_t* text) {
   m_entries.push_back({level, file, function, text});
 }
+
+namespace {
+
+/// What GDAL sees of a file.
+std::string Describe(const std::wstring& path) {
+  const std::unique_ptr<GDALDataset> file(GDALDataset::Open(CommonFun::U2Utf8(path).c_str()));
+  if (!file) return "none";
+  return std::string(file->GetDriver()->GetDescription()) + " " +
+         GDALGetDataTypeName(file->GetRasterBand(1)->GetRasterDataType()) + " " +
+         std::to_string(file->GetRasterCount());
+}
+
+}  // namespace
 
 FilterDescription HighPass(int size) {
   FilterDescription filter;
@@ -64,6 +79,27 @@ void PipelineFiles::WriteInputs(PixelDataType msType) const {
   test_support::WriteImage(m_ms, m_msFile, msType);
 }
 
+std::vector<std::string> PipelineFiles::TemporaryFiles(const std::function<void()>& run) const {
+  std::vector<std::wstring> paths;
+  std::vector<std::string> files;
+  platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring& path, int, const CRect&) {
+    if (operation == platform::RasterOperation::kCreate && path != m_outFile) {
+      paths.push_back(path);
+      files.emplace_back("never read");
+    }
+    const auto found = std::find(paths.begin(), paths.end(), path);
+    if (operation == platform::RasterOperation::kOpen && found != paths.end()) {
+      files[static_cast<std::size_t>(found - paths.begin())] = Describe(path);
+    }
+    return false;
+  });
+  run();
+  platform::SetRasterFault({});
+  return files;
+}
+
+std::string PipelineFiles::OutputFile() const { return Describe(m_outFile); }
+
 void PipelineFiles::WriteLargeInputs() {
   m_pan.width = m_pan.height = 600;
   m_ms.width = m_ms.height = 300;
@@ -74,6 +110,32 @@ void PipelineFiles::WriteLargeInputs() {
     for (std::size_t i = 0; i < band.size(); ++i) band[i] = static_cast<double>(100 + i % 509);
   }
   WriteInputs();
+}
+
+void PipelineFiles::WriteInDegrees() {
+  m_ms.width = 30;
+  m_ms.height = 26;
+  const double degrees[6] = {-3.7081, 2.4e-4, 0.0, 40.3786, 0.0, -1.9e-4};
+  std::copy_n(degrees, 6, m_ms.geoTransform);
+  for (auto& band : m_ms.bands) {
+    for (int i = static_cast<int>(band.size()); i < 30 * 26; ++i) band.push_back(300.0 + i % 9000);
+  }
+  test_support::WriteImage(m_pan, m_panFile, PDT_UINT16, test_support::UtmWkt());
+  test_support::WriteImage(m_ms, m_msFile, PDT_UINT16, test_support::Wgs84Wkt());
+}
+
+void PipelineFiles::Turn(reference::Image& image, double pixel) {
+  const double angle = 3.0 * std::acos(-1.0) / 180.0;
+  image.geoTransform[1] = pixel * std::cos(angle);
+  image.geoTransform[2] = pixel * std::sin(angle);
+  image.geoTransform[4] = pixel * std::sin(angle);
+  image.geoTransform[5] = -pixel * std::cos(angle);
+}
+
+std::wstring PipelineFiles::WriteArea() const {
+  const std::wstring file = m_folder + L"area.csv";
+  test_support::WriteTriangle(file, {440050.0, 4469950.0}, {440350.0, 4469950.0}, {440050.0, 4469650.0});
+  return file;
 }
 
 HpfFusionParam PipelineFiles::Param() const {

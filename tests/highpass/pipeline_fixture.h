@@ -62,8 +62,19 @@ class PipelineFiles : public testing::Test {
   /// All files of the folder but the two inputs.
   std::vector<std::wstring> NewFiles() const;
   void WriteInputs(PixelDataType msType = PDT_UINT16) const;
-  /// Images whose fused one has a level of pyramids, 300 x 300 pixels.
+  /// The temporary files of a run in the order they are made, each as a stage finds it in its input: driver, type and
+  /// number of bands.
+  std::vector<std::string> TemporaryFiles(const std::function<void()>& run) const;
+  /// The same of the output.
+  std::string OutputFile() const;
+  /// Images whose fused one has pyramids, the first of 300 x 300 pixels.
   void WriteLargeInputs();
+  /// The multispectral image in degrees, under all of the pan image in metres.
+  void WriteInDegrees();
+  /// Turns an image by three degrees around its upper left corner.
+  static void Turn(reference::Image& image, double pixel);
+  /// A triangle in the upper left half of the 30 x 30 pan pixels behind column and row 5.
+  std::wstring WriteArea() const;
   /// Something older under the output's name.
   void WriteOlderOutput() const;
   bool OlderOutputIsIntact() const;

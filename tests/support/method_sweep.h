@@ -151,6 +151,26 @@ class OneRow {
   FusionParam Param() const;
 };
 
+/// For methods that prepare nothing of the value conversion: it stays the caller's, also where both images declare
+/// no-data values.
+template <typename Method>
+void ExpectConversionKept() {
+  SceneOptions options;
+  options.panNoData = options.msNoData = 5000.0;
+  const Scene scene(98, options);
+  for (const bool addOne : {false, true}) {
+    FusionParam param = scene.Param(PDT_UINT8);
+    Method fusion(&param);
+    fusion.SetAddOne(addOne);
+    fusion.SetSrcMinMaxValue(7.0, 77.0);
+    fusion.Process();
+    ExpectSuccess(fusion);
+    EXPECT_EQ(fusion.GetValueConversion().m_bAddOne, addOne);
+    EXPECT_EQ(fusion.GetValueConversion().m_dSrcMin, 7.0);
+    EXPECT_EQ(fusion.GetValueConversion().m_dSrcMax, 77.0);
+  }
+}
+
 /// What holds for every method alike: unknown output types, cancellation, failures, copies.
 template <typename Method>
 void ExpectCommonRules() {

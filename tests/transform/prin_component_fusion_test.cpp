@@ -200,6 +200,91 @@ TEST(PrinComponentFusion, TheNumberOfOutputBandsAloneDecidesWhetherARunIsTaken) 
   }
 }
 
+/// Shows what the statistics filled, and what is left at the end.
+class Opened : public CPrinComponentFusion {
+ public:
+  using CPrinComponentFusion::CPrinComponentFusion;
+  using CPrinComponentFusion::m_pFirstStatics;
+  using CPrinComponentFusion::m_pInverseTransform;
+  using CPrinComponentFusion::m_pMeans;
+  using CPrinComponentFusion::m_pSecondStatics;
+  using CPrinComponentFusion::m_pTransform;
+  using CPrinComponentFusion::m_strTempFile;
+  GISError Preproccess() override {
+    answer = CPrinComponentFusion::Preproccess();
+    if (answer == GIS_SUCCESS) {
+      first.assign(&m_pFirstStatics[0], &m_pFirstStatics[m_param.m_nOutBandCount]);
+      second.assign(&m_pSecondStatics[0], &m_pSecondStatics[m_param.m_nOutBandCount]);
+    }
+    return answer;
+  }
+  GISError answer = GIS_SUCCESS;
+  std::vector<double> first;
+  std::vector<double> second;
+};
+
+TEST(PrinComponentFusion, StatisticsAreThoseOfTheWholeImageWhateverAreaAndReporter) {
+  SceneOptions options;
+  options.msNoData = 7.0;
+  const Scene scene(76, options);
+  FusionParam param = scene.Param();
+  Recorded(&param).Process();
+  const auto whole = Recorded::s_transform;
+  param.m_rcProcess = {2, 2, 20, 20};
+  param.m_strAoiFile = L"/vsimem/pca_area.csv";
+  test_support::WriteTriangle(param.m_strAoiFile, {440050.0, 4469960.0}, {440150.0, 4469960.0}, {440050.0, 4469860.0});
+  test_support::RecordingProgress progress;
+  progress.RequestCancel();
+  Recorded fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  test_support::ExpectSuccess(fusion);
+  EXPECT_EQ(Recorded::s_transform, whole);
+}
+
+TEST(PrinComponentFusion, MeansAreTheSecondStatisticsAndDeviationsTheFirst) {
+  const Scene scene(77);
+  FusionParam param = scene.Param();
+  Opened fusion(&param);
+  fusion.Process();
+  ASSERT_EQ(fusion.first.size(), 3u);
+  for (std::size_t b = 0; b < 3; ++b) {
+    EXPECT_NEAR(fusion.second[b], test_support::Mean(scene.ms.bands[b]), 1e-9);
+    EXPECT_NEAR(fusion.first[b], test_support::Deviation(scene.ms.bands[b]), 1e-9);
+  }
+  EXPECT_EQ(fusion.m_pFirstStatics, nullptr) << "all are freed at the end";
+  EXPECT_EQ(fusion.m_pSecondStatics, nullptr);
+  EXPECT_EQ(fusion.m_pTransform, nullptr);
+  EXPECT_EQ(fusion.m_pInverseTransform, nullptr);
+}
+
+TEST(PrinComponentFusion, MatchedRunPreparesAndMatchesNothing) {
+  const Scene scene(78);
+  FusionParam param = scene.Param();
+  param.m_bSpectralMatch = true;
+  Opened fusion(&param);
+  fusion.Process();
+  test_support::ExpectSuccess(fusion);
+  EXPECT_EQ(fusion.m_pMeans, nullptr);
+  EXPECT_FALSE(test_support::FileExists(scene.outFile));
+  EXPECT_TRUE(test_support::FileExists(fusion.m_strTempFile));
+  CRasterSource::DeleteFileW(fusion.m_strTempFile);
+}
+
+TEST(PrinComponentFusion, RefusalIsAnsweredWithFour) {
+  const Scene scene(79);
+  FusionParam param = scene.Param();
+  param.m_nOutBandCount = 2;
+  Opened fusion(&param);
+  fusion.Process();
+  EXPECT_EQ(fusion.answer, 4);
+  EXPECT_EQ(fusion.GetLastErrorType(), 11);
+}
+
+TEST(PrinComponentFusion, LeavesTheValueConversionToTheCaller) {
+  test_support::ExpectConversionKept<CPrinComponentFusion>();
+}
+
 TEST(PrinComponentFusion, PreparingWithoutOpenImagesFails) {
   EXPECT_EQ(CPrinComponentFusion(nullptr).Preproccess(), 4);
 }
