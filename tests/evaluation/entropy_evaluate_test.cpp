@@ -40,6 +40,19 @@ TEST_F(EntropyEvaluate, FourFormulasOverHistogramsOf256Bins) {
   EXPECT_NEAR(metric->m_pJointEntropy[0], 7.0 * kLn2, 1e-12);
 }
 
+TEST_F(EntropyEvaluate, LastTwoBinsAreNotTheSame) {
+  // m: 1/4 at 0, 1/4 at 254, 1/2 at 255.
+  WritePair(4, 1, {0, 254, 255, 300}, {0, 255, 255, 0});
+  EXPECT_NEAR(Run<Entropy>()->m_pEntropy[0], 1.5 * kLn2, 1e-12);
+}
+
+TEST_F(EntropyEvaluate, BinsAreWorkedOutFromLeftToRight) {
+  // In doubles (0.1 x 255) / (3 x 0.1) is just below 85, where 0.1 / (3 x 0.1) x 255 is 85: the bands share two bins.
+  const double top = 3 * 0.1;
+  WritePair(3, 1, {0, 0.1, top}, {0, 0.1003, top});
+  EXPECT_NEAR(Run<Entropy>()->m_pJointEntropy[0], 2.0 * 3.0 * std::log(3.0), 1e-12);
+}
+
 TEST_F(EntropyEvaluate, MultispectralRangeComesFromTheLastFusedBand) {
   // With the last fused band's range, 0 to 510, the multispectral 255 falls into bin 127 and meets no fused bin.
   const test_support::Band first = {0, 255};
