@@ -196,8 +196,8 @@ class FuseRun {
     constexpr int kRows = 64;
     std::vector<double> values(static_cast<std::size_t>(width) * kRows);
     std::int64_t valid = 0;
-    for (int top = 0; top < height; top += kRows) {
-      const int rows = std::min(kRows, height - top);
+    for (int top = 0, rows = 0; top < height; top += rows) {
+      rows = std::min(kRows, height - top);
       if (band.ReadBlock(0, top, width, rows, values.data(), width, rows, PDT_FLOAT64) != 0) {
         throw RunError(ERR_READ, messages::kReadFailed);
       }

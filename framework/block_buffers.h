@@ -20,9 +20,11 @@ struct BlockGrid {
   int left = 0;  ///< of the rectangle
   int top = 0;
 
-  int Across() const { return blockWidth > 0 ? (width + (blockWidth - 1)) / blockWidth : 0; }
-  int Down() const { return blockHeight > 0 ? (height + (blockHeight - 1)) / blockHeight : 0; }
+  int Across() const { return blockWidth > 0 ? Pieces(width, blockWidth) : 0; }
+  int Down() const { return blockHeight > 0 ? Pieces(height, blockHeight) : 0; }
   int Count() const { return Across() * Down(); }
+  /// How many pieces cover a size; without adding to it, since it may be the largest int.
+  static int Pieces(int size, int piece) { return size > 0 ? (size - 1) / piece + 1 : 0; }
   /// Block in the given block column and block row, clipped to the rectangle.
   CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
   /// The block that follows one of the grid's blocks, empty behind the last.

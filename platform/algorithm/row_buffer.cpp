@@ -29,7 +29,7 @@ const double* RowBuffer::Row(int index, int row) const {
 bool RowBuffer::Load(int first, int count, const RowBuffer& before) {
   m_top = std::max(0, first - m_halo);
   m_bottom = m_top;
-  const int bottom = std::min(m_height, first + count + m_halo);
+  const int bottom = std::min(m_height - m_halo, first + count) + m_halo;
   const int keep = m_top >= before.m_top && m_top < before.m_bottom ? before.m_bottom - m_top : 0;
   for (int i = 0; i < BandCount(); ++i) {
     if (keep > 0) std::copy_n(before.Row(i, m_top), static_cast<std::ptrdiff_t>(keep) * m_width, At(i, m_top));

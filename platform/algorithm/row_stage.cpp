@@ -26,6 +26,8 @@ int ChunkRows(const CRasterSource& input, std::int64_t rowBytes) {
   return std::min(rows, input.GetHeight());
 }
 
+int ChunkCount(int rows, int chunkRows) { return rows > 0 ? (rows - 1) / chunkRows + 1 : 0; }
+
 /// Which pixels of some rows lie inside the area of interest.
 class AreaRows {
  public:
@@ -110,7 +112,7 @@ bool RowStage::Execute(Run& run) {
     ReportError();
     return false;
   }
-  const auto steps = [&run](int rows) { return (rows + run.chunkRows - 1) / run.chunkRows; };
+  const auto steps = [&run](int rows) { return ChunkCount(rows, run.chunkRows); };
   if (m_pProgress) {
     m_pProgress->Start(title, steps(run.input.GetHeight()) * run.plan.scanCount + steps(run.part.Height()));
   }
@@ -221,8 +223,7 @@ RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands,
     }
     return goesOn;
   };
-  if (LoadInTurn(m_overlappedIo, (bottom - top + run.chunkRows - 1) / run.chunkRows, load, use))
-    return ChunksEnd::kDone;
+  if (LoadInTurn(m_overlappedIo, ChunkCount(bottom - top, run.chunkRows), load, use)) return ChunksEnd::kDone;
   return goesOn ? ChunksEnd::kReadFailed : ChunksEnd::kStopped;
 }
 

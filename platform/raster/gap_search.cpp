@@ -1,6 +1,5 @@
 #include "platform/raster/gap_search.h"
 
-#include <algorithm>
 #include <cstdint>
 
 #include "platform/algorithm/base_progress.h"
@@ -18,20 +17,16 @@ bool HasGaps(const CRasterSource& source, const std::vector<int>& bands, const C
   }
   if (searched.empty()) return false;
   constexpr std::int64_t kMostValues = std::int64_t{1} << 18;
-  const CRect step = ReadWindow(*searched[0], kMostValues);
+  const WindowGrid windows = ReadWindows(*searched[0], kMostValues);
   RowCache rows;
-  rows.Reserve(RowCache::BytesToShare(source, step.Height()));
-  std::vector<double> values(static_cast<std::size_t>(step.Area()));
-  for (int top = 0; top < source.GetHeight(); top += step.bottom) {
-    for (int left = 0; left < source.GetWidth(); left += step.right) {
-      if (progress.IsCancelRequested()) return false;
-      const CRect rect(left, top, std::min(left + step.right, source.GetWidth()),
-                       std::min(top + step.bottom, source.GetHeight()));
-      for (CRasterBand* band : searched) {
-        bool gaps = false;
-        if (band->ReadSamples(rect, values.data(), gaps) != 0) return false;
-        if (gaps) return true;
-      }
+  rows.Reserve(RowCache::BytesToShare(source, windows.step.Height()));
+  std::vector<double> values(static_cast<std::size_t>(windows.step.Area()));
+  for (std::int64_t i = 0; i < windows.Count(); ++i) {
+    if (progress.IsCancelRequested()) return false;
+    for (CRasterBand* band : searched) {
+      bool gaps = false;
+      if (band->ReadSamples(windows.At(i), values.data(), gaps) != 0) return false;
+      if (gaps) return true;
     }
   }
   return false;

@@ -37,9 +37,9 @@ class ValidPixels {
   ValidPixels(CRasterSource& source, CRasterAOI* aoi, CDataProgress* progress)
       : m_source(source), m_aoi(aoi), m_progress(progress) {
     constexpr std::int64_t kMostValues = std::int64_t{2} << 20;
-    m_window = platform::ReadWindow(*source.GetRasterBand(0), kMostValues / source.GetBandCount());
+    m_windows = platform::ReadWindows(*source.GetRasterBand(0), kMostValues / source.GetBandCount());
     m_values.assign(static_cast<std::size_t>(source.GetBandCount()),
-                    std::vector<double>(static_cast<std::size_t>(m_window.Area())));
+                    std::vector<double>(static_cast<std::size_t>(m_windows.step.Area())));
     for (int b = 0; b < source.GetBandCount(); ++b) {
       m_noData.push_back(platform::NoDataSample(*source.GetRasterBand(b)));
     }
@@ -48,18 +48,14 @@ class ValidPixels {
   /// Calls visit with one run after another. False after a failed read or a cancellation.
   template <typename Visit>
   bool ForEachRun(const Visit& visit) {
-    const int width = m_source.GetWidth();
-    const int height = m_source.GetHeight();
     PixelRun run;
-    for (int top = 0; top < height; top += m_window.bottom) {
-      for (int left = 0; left < width; left += m_window.right) {
-        if (m_progress && m_progress->IsCancelRequested()) return false;
-        const CRect rect(left, top, std::min(left + m_window.right, width), std::min(top + m_window.bottom, height));
-        if (!Read(rect)) return false;
-        for (int row = 0; row < rect.Height(); ++row) {
-          Fill(rect, row, run);
-          visit(run);
-        }
+    for (std::int64_t i = 0; i < m_windows.Count(); ++i) {
+      if (m_progress && m_progress->IsCancelRequested()) return false;
+      const CRect rect = m_windows.At(i);
+      if (!Read(rect)) return false;
+      for (int row = 0; row < rect.Height(); ++row) {
+        Fill(rect, row, run);
+        visit(run);
       }
     }
     return true;
@@ -98,7 +94,7 @@ class ValidPixels {
   CRasterSource& m_source;
   CRasterAOI* m_aoi;
   CDataProgress* m_progress;
-  CRect m_window;
+  platform::WindowGrid m_windows{};
   std::vector<std::vector<double>> m_values;
   std::vector<double> m_noData;
 };

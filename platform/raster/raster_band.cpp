@@ -245,27 +245,20 @@ bool CRasterBand::MayHoldGaps() const { return m_bGaps; }
 /// read.
 template <typename Visit>
 bool CRasterBand::ForEachWindow(std::int64_t mostValues, const Visit& visit) {
-  const CRect step = platform::ReadWindow(*this, mostValues);
-  const int across = (GetWidth() + step.right - 1) / step.right;
-  const int down = (GetHeight() + step.bottom - 1) / step.bottom;
-  const auto window = [&](int i) {
-    const int left = i % across * step.right;
-    const int top = i / across * step.bottom;
-    return CRect(left, top, std::min(left + step.right, GetWidth()), std::min(top + step.bottom, GetHeight()));
-  };
+  const platform::WindowGrid windows = platform::ReadWindows(*this, mostValues);
   std::vector<double> values[2];
   bool wanted = true;
-  const auto load = [&](int i, int slot) {
-    const CRect rect = window(i);
-    values[slot].resize(static_cast<std::size_t>(step.Area()));
+  const auto load = [&](std::int64_t i, int slot) {
+    const CRect rect = windows.At(i);
+    values[slot].resize(static_cast<std::size_t>(windows.step.Area()));
     double* samples = values[slot].data();
     // The figures leave the no-data value out by themselves.
     bool gaps = false;
     return Transfer(false, rect, samples, rect.Width(), rect.Height(), PDT_FLOAT64, 0, 0) == 0 &&
            (!m_bMask || ClearMasked(rect, samples, gaps));
   };
-  const auto use = [&](int i, int slot) { return wanted = visit(values[slot].data(), window(i).Area()); };
-  return platform::LoadInTurn(m_pSource->IsReadAhead(), across * down, load, use) || !wanted;
+  const auto use = [&](std::int64_t i, int slot) { return wanted = visit(values[slot].data(), windows.At(i).Area()); };
+  return platform::LoadInTurn(m_pSource->IsReadAhead(), windows.Count(), load, use) || !wanted;
 }
 
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,

@@ -7,9 +7,28 @@
 
 namespace platform {
 
-/// The size (as a rectangle from 0, 0) of the windows in which a whole band is read: whole native blocks, so that none
-/// is decoded twice, and whole rows where a row of blocks fits the given number of values.
-inline CRect ReadWindow(const CRasterBand& band, std::int64_t mostValues) {
+/// The windows in which a whole raster is read, row by row of them. Counted in 64 bits: where sides go up to the
+/// largest int, the sum of two of them does not fit one.
+struct WindowGrid {
+  std::int64_t width;
+  std::int64_t height;
+  CRect step;  ///< the size of a window, as a rectangle from 0, 0
+
+  std::int64_t Across() const { return (width + step.right - 1) / step.right; }
+  std::int64_t Down() const { return (height + step.bottom - 1) / step.bottom; }
+  std::int64_t Count() const { return Across() * Down(); }
+  CRect At(std::int64_t i) const {
+    const std::int64_t left = i % Across() * step.right;
+    const std::int64_t top = i / Across() * step.bottom;
+    return {static_cast<std::int32_t>(left), static_cast<std::int32_t>(top),
+            static_cast<std::int32_t>(std::min(left + step.right, width)),
+            static_cast<std::int32_t>(std::min(top + step.bottom, height))};
+  }
+};
+
+/// Windows of a band's whole native blocks, so that none is decoded twice, and of whole rows where a row of blocks fits
+/// the given number of values.
+inline WindowGrid ReadWindows(const CRasterBand& band, std::int64_t mostValues) {
   const std::int64_t width = band.GetWidth();
   const std::int64_t height = band.GetHeight();
   const std::int64_t blockWidth = std::clamp<std::int64_t>(band.GetBlockXSize(), 1, width);
@@ -23,8 +42,9 @@ inline CRect ReadWindow(const CRasterBand& band, std::int64_t mostValues) {
     columns = mostValues / rows;
     columns -= columns % blockWidth;
   }
-  return {0, 0, static_cast<std::int32_t>(columns),
-          static_cast<std::int32_t>(std::clamp<std::int64_t>(rows, 1, height))};
+  return {width, height,
+          CRect(0, 0, static_cast<std::int32_t>(columns),
+                static_cast<std::int32_t>(std::clamp<std::int64_t>(rows, 1, height)))};
 }
 
 }  // namespace platform

@@ -60,8 +60,8 @@ bool ClearMasked(GDALRasterBand& band, const CRect& rect, double* values, bool& 
   // Some rows at a time, so that the mask takes little memory beside the samples.
   const int step = std::clamp((1 << 18) / width, 1, rect.Height());
   std::vector<double> mask(static_cast<std::size_t>(width) * static_cast<std::size_t>(step));
-  for (int row = 0; row < rect.Height(); row += step) {
-    const int rows = std::min(step, rect.Height() - row);
+  for (int row = 0, rows = 0; row < rect.Height(); row += rows) {
+    rows = std::min(step, rect.Height() - row);
     if (validity->RasterIO(GF_Read, rect.left, rect.top + row, width, rows, mask.data(), width, rows, GDT_Float64, 0, 0,
                            nullptr) != CE_None) {
       return false;

@@ -39,18 +39,19 @@ FUSION_API void SetThreadFault(bool (*fault)());
 /// Loads and uses item after item, in slots 0 and 1 by turns: load(item, slot), use(item, slot). With ahead, each item
 /// is loaded on another thread while the one before it is being used. Ends early, with false, where one of them answers
 /// false.
-template <typename Load, typename Use>
-bool LoadInTurn(bool ahead, int count, const Load& load, const Use& use) {
+template <typename Index, typename Load, typename Use>
+bool LoadInTurn(bool ahead, Index count, const Load& load, const Use& use) {
   if (!ahead) {
-    for (int i = 0; i < count; ++i) {
-      if (!load(i, i % 2) || !use(i, i % 2)) return false;
+    for (Index i = 0; i < count; ++i) {
+      const int slot = static_cast<int>(i % 2);
+      if (!load(i, slot) || !use(i, slot)) return false;
     }
     return true;
   }
-  bool loaded[2] = {count > 0 && load(0, 0), false};
+  bool loaded[2] = {count > 0 && load(Index{0}, 0), false};
   TaskQueue loader(1);
-  for (int i = 0; i < count; ++i) {
-    const int slot = i % 2;
+  for (Index i = 0; i < count; ++i) {
+    const int slot = static_cast<int>(i % 2);
     loader.Wait();
     if (!loaded[slot]) return false;
     if (i + 1 < count) loader.Add([&loaded, &load, i, slot] { loaded[1 - slot] = load(i + 1, 1 - slot); });

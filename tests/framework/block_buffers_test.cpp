@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <limits>
 #include <vector>
 
 #include "platform/raster/raster_fault.h"
@@ -12,6 +13,16 @@ namespace {
 
 using fusion::BandBuffers;
 using fusion::BlockGrid;
+
+TEST(BlockGrid, CoversTheLargestRasters) {
+  constexpr int kMost = std::numeric_limits<int>::max();
+  const BlockGrid grid{kMost, 5, 1024, 4};
+  EXPECT_EQ(grid.Across(), 2097152);
+  EXPECT_EQ(grid.Count(), 2 * 2097152);
+  EXPECT_EQ(grid.Block(2097151, 1), CRect(kMost - 1023, 4, kMost, 5));
+  EXPECT_EQ((BlockGrid{3, kMost, 8, 2}.Down()), 1073741824);
+  EXPECT_EQ((BlockGrid{0, -3, 8, 2}.Count()), 0);
+}
 
 TEST(BlockGrid, BlocksFollowEachOtherRowByRow) {
   const BlockGrid grid{10, 7, 4, 3};

@@ -9,6 +9,8 @@
 #include "platform/raster/raster_algorithm.h"
 #include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"
+#include "platform/raster/read_window.h"
+#include "platform/utility/common_fun.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"
@@ -134,6 +136,29 @@ TEST_F(RasterStatistics, LeaveOutNoDataAndNaN) {
   const Figures f = Compute(Open(raster));
   raster.noData.reset();
   ExpectNaive(raster, f, 1e-13);
+}
+
+TEST_F(RasterStatistics, WindowsOfTheLargestRastersAreCounted) {
+  constexpr int kMost = std::numeric_limits<int>::max();
+  const platform::WindowGrid wide{kMost, 3, {0, 0, 65536, 2}};
+  // 2^31 - 1 is 32767 times 65536 and 65535 more.
+  EXPECT_EQ(wide.Count(), 2 * 32768);
+  EXPECT_EQ(wide.At(32767), CRect(kMost - 65535, 0, kMost, 2));
+  EXPECT_EQ(wide.At(65535), CRect(kMost - 65535, 2, kMost, 3));
+  const platform::WindowGrid both{kMost, kMost, {0, 0, 1, 1}};
+  EXPECT_EQ(both.Count(), std::int64_t{kMost} * kMost);
+  EXPECT_EQ(both.At(both.Count() - 1), CRect(kMost - 1, kMost - 1, kMost, kMost));
+
+  // A raster that is described only: it reads as zeros.
+  for (const bool lies : {true, false}) {
+    const std::string most = std::to_string(kMost);
+    const std::string text = "<VRTDataset rasterXSize=\"" + (lies ? most : "1") + "\" rasterYSize=\"" +
+                             (lies ? "1" : most) + "\"><VRTRasterBand dataType=\"Byte\" band=\"1\"/></VRTDataset>";
+    CRasterSource source;
+    ASSERT_TRUE(source.OpenSimple(CommonFun::Utf82U(text)));
+    EXPECT_EQ(lies ? source.GetWidth() : source.GetHeight(), kMost);
+    EXPECT_TRUE(source.GetRasterBand(0)->HasValidPixel());
+  }
 }
 
 TEST_F(RasterStatistics, LeaveOutInfinities) {
