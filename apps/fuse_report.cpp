@@ -1,6 +1,5 @@
 #include "apps/fuse_report.h"
 
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "platform/algorithm/base_algorithm.h"
@@ -8,16 +7,6 @@
 #include "platform/utility/common_fun.h"
 
 namespace app {
-namespace {
-
-bool IsSamePlace(const std::wstring& a, const std::wstring& b) {
-  const auto place = [](const std::wstring& path) {
-    return std::filesystem::absolute(CommonFun::ToPath(path)).lexically_normal();
-  };
-  return place(a) == place(b) || CommonFun::IsSameFile(a, b);
-}
-
-}  // namespace
 
 std::string TypeName(PixelDataType type) {
   static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
@@ -34,11 +23,6 @@ void FuseReport::OpenLog() {
   const FuseOptions& o = m_options;
   if (o.log.empty()) return;
   const std::wstring file = CommonFun::Utf82U(o.log);
-  for (const auto& other : {o.pan, o.ms, o.aoi, o.out}) {
-    if (!other.empty() && IsSamePlace(file, CommonFun::Utf82U(other))) {
-      throw UsageError("--log " + o.log + " is an image of this run.");
-    }
-  }
   try {
     m_log.emplace(file);
   } catch (const std::exception& e) {

@@ -7,6 +7,7 @@
 #include "apps/exit_status.h"
 #include "apps/fuse_inputs.h"
 #include "apps/fuse_report.h"
+#include "apps/output_file.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
@@ -18,28 +19,6 @@ namespace app {
 namespace {
 
 namespace messages = fusion::messages;
-
-/// Files that disappear with the object unless released.
-class TemporaryFiles {
- public:
-  TemporaryFiles() = default;
-  ~TemporaryFiles() {
-    for (const auto& file : m_files) CRasterSource::DeleteFileW(file);
-  }
-  TemporaryFiles(const TemporaryFiles&) = delete;
-  TemporaryFiles& operator=(const TemporaryFiles&) = delete;
-
-  /// A fresh file beside the path. Throws CommandError.
-  std::wstring Make(const std::wstring& beside, const std::wstring& output) {
-    std::wstring file = CommonFun::GetTempFilePath(beside);
-    if (file.empty()) throw RunError(ERR_CREATE, messages::CreateFailed(output));
-    m_files.push_back(file);
-    return file;
-  }
-
- private:
-  std::vector<std::wstring> m_files;
-};
 
 /// Keeps runs from building overviews of their own.
 struct NoOverviews {
@@ -56,11 +35,34 @@ class FuseRun {
         m_report(report),
         m_checked(CheckOptions(options)),
         m_output(CommonFun::Utf82U(options.out)),
-        m_progress(options.quiet) {}
+        m_progress(options.quiet),
+        m_pending(m_output, options.overwrite, InputFiles(options)) {}
 
   /// Throws CommandError.
   FuseOutcome Run() {
-    CheckOutput();
+    try {
+      return FuseAndPublish();
+    } catch (const CommandError& error) {
+      // What has failed may have worked on a file in the output's stead.
+      const std::wstring text = m_pending.InTermsOfOutput(CommonFun::Utf82U(error.what()));
+      throw CommandError(error.status, CommonFun::U2Utf8(text), error.type);
+    }
+  }
+
+ private:
+  static std::vector<std::wstring> InputFiles(const FuseOptions& options) {
+    std::vector<std::wstring> files;
+    for (const auto& file : {options.pan, options.ms, options.aoi}) {
+      if (!file.empty()) files.push_back(CommonFun::Utf82U(file));
+    }
+    return files;
+  }
+
+  FuseOutcome FuseAndPublish() {
+    ThrowObstacle(m_pending.Foresee(OutputFormat()), m_output);
+    if (!m_options.log.empty() && m_pending.Concerns(CommonFun::Utf82U(m_options.log))) {
+      throw UsageError("--log " + m_options.log + " is a file of this run's images.");
+    }
     m_report.OpenLog();
     const FuseInputs inputs(m_options, m_checked, m_report.RunNotices(), m_progress);
     m_masks = inputs.MasksNoData();
@@ -70,7 +72,8 @@ class FuseRun {
       throw UsageError("--stretch fills the range of an integer type, but the output type is a float type.");
     }
 
-    const std::wstring result = m_files.Make(m_output, m_output);
+    if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
+    const std::wstring result = m_pending.WorkPath();
     const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart();
     const bool matchedHere = m_checked.matched && !matchesItself;
     if (!matchedHere) {
@@ -79,9 +82,10 @@ class FuseRun {
       fusion::MatchTargets targets;
       inputs.ComputeTargets(targets.means, targets.stdDevs, m_progress);
       if (m_checked.method->isPipeline) {
-        const std::wstring raw = m_files.Make(m_output + L".tif", m_output);
+        const std::wstring raw = CommonFun::GetTempFilePath(result);
         Fuse(inputs, raw, fusion::TypeToMatch(m_type), kFormatGeoTiff, false, nullptr);
         Match(inputs, raw, result, targets);
+        CRasterSource::DeleteFileW(raw);
       } else {
         targets.makeGreen = m_options.makeGreen;
         Fuse(inputs, result, m_type, m_checked.format, false, &targets);
@@ -89,21 +93,12 @@ class FuseRun {
     }
     const FuseOutcome outcome = Describe(result);
     if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
-    if (!CRasterSource::RenameFile(result, m_output)) throw RunError(ERR_WRITE, messages::kWriteFailed);
+    ThrowObstacle(m_pending.Publish(), m_output);
     return outcome;
   }
 
- private:
-  void CheckOutput() const {
-    for (const auto& input : {m_options.pan, m_options.ms, m_options.aoi}) {
-      if (!input.empty() && CommonFun::IsSameFile(m_output, CommonFun::Utf82U(input))) {
-        throw UsageError(m_options.out + " is an input of this run.");
-      }
-    }
-    if (CommonFun::IsFolder(m_output)) throw UsageError(m_options.out + " is a folder.");
-    if (!m_options.overwrite && CommonFun::IsExistingFile(m_output)) {
-      throw UsageError(m_options.out + " exists; add --overwrite to replace it.");
-    }
+  RasterDataFormat OutputFormat() const {
+    return m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
   }
 
   PixelDataType DefaultType(PixelDataType msType) const {
@@ -159,7 +154,7 @@ class FuseRun {
     param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
     param.m_bMaskNoData = m_masks;
     param.m_eOutDataType = m_type;
-    param.m_eOutFormat = m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
+    param.m_eOutFormat = OutputFormat();
     param.m_rcProcess = inputs.PartOf(raw);
     param.m_pMeans = targets.means.data();
     param.m_pStdDevs = targets.stdDevs.data();
@@ -219,9 +214,9 @@ class FuseRun {
   const CheckedOptions m_checked;
   std::wstring m_output;
   ConsoleProgress m_progress;
+  platform::PendingOutput m_pending;
   PixelDataType m_type = PDT_UNKNOWN;
   bool m_masks = false;
-  TemporaryFiles m_files;
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
+#include "apps/output_file.h"
 #include "apps/sample_scene.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/pixel_type.h"
@@ -47,36 +48,60 @@ Size ParseSize(const std::string& text) {
   throw UsageError("--size is N or WxH in pan pixels, each 1 to " + std::to_string(kLargest) + ", not '" + text + "'.");
 }
 
+/// A folder, with those above it, made where missing. Unless it is kept, what was made goes again.
+class NewFolder {
+ public:
+  /// Throws CommandError.
+  explicit NewFolder(const std::string& name) {
+    std::error_code failed;
+    auto path = CommonFun::ToPath(CommonFun::Utf82U(name));
+    for (auto missing = path; !missing.empty() && !std::filesystem::exists(missing, failed);
+         missing = missing.parent_path()) {
+      m_made.push_back(missing);
+    }
+    std::filesystem::create_directories(path, failed);
+    if (failed) {
+      Remove();
+      throw CommandError(kRunFailed, "Cannot create the folder " + name + ": " + failed.message() + ".");
+    }
+  }
+  ~NewFolder() { Remove(); }
+  NewFolder(const NewFolder&) = delete;
+  NewFolder& operator=(const NewFolder&) = delete;
+  void Keep() { m_made.clear(); }
+
+ private:
+  void Remove() const {
+    // The innermost first, and only empty ones.
+    std::error_code ignored;
+    for (const auto& folder : m_made) std::filesystem::remove(folder, ignored);
+  }
+
+  std::vector<std::filesystem::path> m_made;
+};
+
 /// One of the scene's files while it is written.
 class SceneFile {
  public:
-  SceneFile(const std::wstring& path, Size size, int bands, PixelDataType type, double pixel)
-      : m_path(path), m_temporary(CommonFun::GetTempFilePath(path)), m_size(size), m_bands(bands), m_pixel(pixel) {
-    const double geoTransform[6] = {kEast, pixel, 0.0, kNorth, 0.0, -pixel};
-    if (m_temporary.empty() || !m_source.CreateRaster(kFormatGeoTiff, m_temporary, size.width, size.height, bands, type,
-                                                      geoTransform, kCrs, nullptr)) {
-      Discard();
-      throw CommandError(kRunFailed, "Cannot create " + CommonFun::U2Utf8(path) + ".");
+  SceneFile(const std::wstring& path, Size size, int bands, PixelDataType type, double pixel, bool overwrite)
+      : m_path(path), m_pending(path, overwrite), m_size(size), m_bands(bands), m_type(type), m_pixel(pixel) {
+    ThrowObstacle(m_pending.Foresee(kFormatGeoTiff), m_path);
+  }
+
+  void Create() {
+    const double geoTransform[6] = {kEast, m_pixel, 0.0, kNorth, 0.0, -m_pixel};
+    if (!m_pending.Begin() || !m_source.CreateRaster(kFormatGeoTiff, m_pending.WorkPath(), m_size.width, m_size.height,
+                                                     m_bands, m_type, geoTransform, kCrs, nullptr)) {
+      throw CommandError(kRunFailed, "Cannot create " + CommonFun::U2Utf8(m_path) + ".");
     }
   }
-  ~SceneFile() { Discard(); }
-  SceneFile(const SceneFile&) = delete;
-  SceneFile& operator=(const SceneFile&) = delete;
-
   void WriteRow(int band, int row, const std::vector<double>& values) {
     // GDAL rounds and clamps to the file's type.
     Check(m_source.GetRasterBand(band)->WriteBlock(0, row, m_size.width, 1, values.data(), m_size.width, 1,
                                                    PDT_FLOAT64) == 0);
   }
   void Close() { Check(m_source.Close()); }
-  void Publish() {
-    Check(CRasterSource::RenameFile(m_temporary, m_path));
-    m_temporary.clear();
-  }
-  /// Takes a published file away again.
-  void Withdraw() {
-    if (m_temporary.empty()) CRasterSource::DeleteFileW(m_path);
-  }
+  platform::PendingOutput& Pending() { return m_pending; }
   std::string Description() const {
     std::ostringstream text;
     text << CommonFun::U2Utf8(m_path) << ": " << m_size.width << "x" << m_size.height << ", " << m_bands
@@ -88,15 +113,12 @@ class SceneFile {
   void Check(bool written) const {
     if (!written) throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
   }
-  void Discard() {
-    m_source.Close();
-    CRasterSource::DeleteFileW(m_temporary);
-  }
 
   std::wstring m_path;
-  std::wstring m_temporary;
+  platform::PendingOutput m_pending;
   Size m_size;
   int m_bands;
+  PixelDataType m_type;
   double m_pixel;
   CRasterSource m_source;
 };
@@ -199,22 +221,15 @@ int RunSample(const SampleCommandOptions& o) {
   }
   size = rounded;
 
-  const std::wstring folder = CommonFun::Utf82U(o.folder);
-  std::error_code failed;
-  std::filesystem::create_directories(CommonFun::ToPath(folder), failed);
-  if (failed) throw CommandError(kRunFailed, "Cannot create the folder " + o.folder + ": " + failed.message() + ".");
-  const auto file = [&](const wchar_t* name) { return folder + L"/" + name; };
-  for (const wchar_t* name : {L"pan.tif", L"ms.tif", L"truth.tif"}) {
-    if (!o.overwrite && CommonFun::IsExistingFile(file(name))) {
-      throw UsageError(CommonFun::U2Utf8(file(name)) + " exists; add --overwrite to replace it.");
-    }
-  }
-
   ConsoleProgress progress(o.quiet);
+  const auto file = [&](const wchar_t* name) { return CommonFun::Utf82U(o.folder) + L"/" + name; };
   const Size msSize{size.width / o.ratio, size.height / o.ratio};
-  SceneFile pan(file(L"pan.tif"), size, 1, type, kPixel);
-  SceneFile ms(file(L"ms.tif"), msSize, o.bands, type, kPixel * o.ratio);
-  SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel);
+  NewFolder folder(o.folder);
+  SceneFile pan(file(L"pan.tif"), size, 1, type, kPixel, o.overwrite);
+  SceneFile ms(file(L"ms.tif"), msSize, o.bands, type, kPixel * o.ratio, o.overwrite);
+  SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel, o.overwrite);
+  const std::array<SceneFile*, 3> files{&pan, &ms, &truth};
+  for (SceneFile* made : files) made->Create();
   const SampleScene scene(o.seed, size.width, o.bands);
   SceneWriter writer(scene, type, o.ratio, pan, ms, truth);
   progress.Start(L"sample", msSize.height);
@@ -223,15 +238,11 @@ int RunSample(const SampleCommandOptions& o) {
     if (!progress.Step(row + 1, L"")) throw CommandError(kCancelled, ErrorSentence(ERR_CANCELLED));
   }
   progress.Finish();
-  const std::array<SceneFile*, 3> files{&pan, &ms, &truth};
   for (SceneFile* done : files) done->Close();
-  try {
-    for (SceneFile* done : files) done->Publish();
-  } catch (const CommandError&) {
-    // Part of a scene is of no use.
-    for (SceneFile* done : files) done->Withdraw();
-    throw;
-  }
+  const platform::OutputObstacle obstacle =
+      platform::PendingOutput::Publish({&pan.Pending(), &ms.Pending(), &truth.Pending()});
+  ThrowObstacle(obstacle, obstacle.file);
+  folder.Keep();
   if (!o.quiet) {
     for (const SceneFile* done : files) std::cerr << done->Description() << '\n';
   }

@@ -12,8 +12,10 @@
 #include <vector>
 
 #include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/companions.h"
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/north_up_view.h"
+#include "platform/raster/pending_output.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
@@ -192,7 +194,15 @@ bool CRasterSource::Close() {
   bool ok = true;
   {
     const GdalErrors errors;
-    if (m_impl->writable) m_impl->dataset->FlushCache(true);
+    if (m_impl->writable) {
+      m_impl->dataset->FlushCache(true);
+      // An ENVI header tells the name under which the raster was made, folder and all.
+      GDALDriver* driver = m_impl->dataset->GetDriver();
+      if (driver && EQUAL(driver->GetDescription(), "ENVI")) {
+        const std::wstring name = m_impl->path.substr(platform::FolderOf(m_impl->path).size());
+        m_impl->dataset->SetDescription(CommonFun::U2Utf8(name).c_str());
+      }
+    }
     m_impl->bands.clear();
     GDALClose(m_impl->dataset);
     ok = !m_impl->writable || !errors.Any();
@@ -208,24 +218,23 @@ bool CRasterSource::Close() {
 
 bool CRasterSource::CopyToFinalFormat() const {
   // Under another name first, so that a failure leaves an older file as it was.
-  const std::wstring finished = CommonFun::GetTempFilePath(m_impl->path);
-  if (finished.empty()) return false;
+  platform::PendingOutput finished(m_impl->path);
+  if (!finished.Begin()) return false;
   bool ok = false;
   {
     const GdalErrors errors;
     const std::unique_ptr<GDALDataset> source(
         GDALDataset::Open(CommonFun::U2Utf8(m_impl->copySource).c_str(), GDAL_OF_RASTER));
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(m_impl->copyFormat->driver);
-    std::unique_ptr<GDALDataset> copy(source ? driver->CreateCopy(CommonFun::U2Utf8(finished).c_str(), source.get(),
-                                                                  FALSE, m_impl->copyOptions.List(), nullptr, nullptr)
+    std::unique_ptr<GDALDataset> copy(source ? driver->CreateCopy(CommonFun::U2Utf8(finished.WorkPath()).c_str(),
+                                                                  source.get(), FALSE, m_impl->copyOptions.List(),
+                                                                  nullptr, nullptr)
                                              : nullptr);
     ok = copy != nullptr;
     copy.reset();
     ok = ok && !errors.Any();
   }
-  ok = ok && RenameFile(finished, m_impl->path);
-  if (!ok) DeleteFileW(finished);
-  return ok;
+  return ok && finished.Publish().kind == platform::OutputObstacle::kNone;
 }
 
 bool CRasterSource::IsOpen() const { return m_impl->dataset != nullptr; }

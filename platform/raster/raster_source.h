@@ -91,10 +91,6 @@ class FUSION_API CRasterSource {
   /// Removes a raster file with its companions (overviews, header, auxiliary files); an empty path does nothing.
   static bool DeleteFileW(const std::wstring& path);
 
-  /// Gives a raster file and its companions another name in the same folder, replacing the raster that has that name.
-  /// False, with both in place, when the raster itself cannot be renamed.
-  static bool RenameFile(const std::wstring& from, const std::wstring& to);
-
   /// The dataset behind the raster, for the rest of the platform.
   void* NativeHandle() const;
   /// Whoever transfers samples of the dataset holds this.

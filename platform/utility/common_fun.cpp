@@ -89,12 +89,9 @@ char32_t NextUtf8(const std::string& text, std::size_t& at) {
   return c;
 }
 
-/// GDAL's own file systems (memory, archives) are known to GDAL alone.
-bool IsVirtualFile(const std::wstring& path) { return path.rfind(L"/vsi", 0) == 0; }
-
 bool CreateExclusively(const std::wstring& path) {
   const std::string utf8 = CommonFun::U2Utf8(path);
-  if (IsVirtualFile(path)) {
+  if (CommonFun::IsVirtualFile(path)) {
     VSIStatBufL status;
     if (VSIStatL(utf8.c_str(), &status) == 0) return false;
     VSILFILE* file = VSIFOpenL(utf8.c_str(), "wb");
@@ -161,18 +158,21 @@ std::wstring CommonFun::Utf82U(const std::string& text) {
   return wide;
 }
 
-std::wstring CommonFun::GetTempFilePath(const std::wstring& path) {
-  if (path.empty()) return {};
+std::wstring CommonFun::MakeTempName(const std::wstring& path) {
   const std::size_t start = FileNameStart(path);
   const std::size_t dot = ExtensionDot(path);
   // A long name is cut so that the longer one beside it still fits the file system.
   constexpr std::size_t kLongestStem = 32;
-  const std::wstring stem = path.substr(0, start + std::min(dot - start, kLongestStem));
   std::random_device random;
+  wchar_t suffix[24];
+  std::swprintf(suffix, std::size(suffix), L"~%08x%08x", random(), random());
+  return path.substr(0, start + std::min(dot - start, kLongestStem)) + suffix + path.substr(dot);
+}
+
+std::wstring CommonFun::GetTempFilePath(const std::wstring& path) {
+  if (path.empty()) return {};
   for (int attempt = 0; attempt < 16; ++attempt) {
-    wchar_t suffix[24];
-    std::swprintf(suffix, std::size(suffix), L"~%08x%08x", random(), random());
-    std::wstring name = stem + suffix + path.substr(dot);
+    std::wstring name = MakeTempName(path);
     if (CreateExclusively(name)) return name;
   }
   return {};
@@ -201,6 +201,8 @@ bool Stat(const std::wstring& path, VSIStatBufL& status) {
 }
 
 }  // namespace
+
+bool CommonFun::IsVirtualFile(const std::wstring& path) { return path.rfind(L"/vsi", 0) == 0; }
 
 bool CommonFun::IsExistingFile(const std::wstring& path) {
   VSIStatBufL status;

@@ -18,10 +18,14 @@ class FUSION_API CommonFun {
   /// A fresh file name beside the given path with the same extension. The file is created exclusively, so the name
   /// stays free for the caller; empty when that is impossible.
   static std::wstring GetTempFilePath(const std::wstring& path);
+  /// A name like that, without making the file.
+  static std::wstring MakeTempName(const std::wstring& path);
   /// The extension without its dot, empty where there is none.
   static std::wstring GetExtensionName(const std::wstring& path);
   /// For the standard library's file functions.
   static std::filesystem::path ToPath(const std::wstring& path);
+  /// Whether a name is one of GDAL's own file systems (memory, archives), known to GDAL alone.
+  static bool IsVirtualFile(const std::wstring& path);
   static bool IsExistingFile(const std::wstring& path);
   static bool IsFolder(const std::wstring& path);
   /// True when both names lead to the same existing file.

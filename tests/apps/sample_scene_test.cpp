@@ -371,14 +371,32 @@ TEST_F(SampleScene, KeepsTheOldSceneWhenTheNewOneFails) {
   EXPECT_THAT(Names(), testing::ElementsAre("ms.tif", "pan.tif", "truth.tif"));
 }
 
-TEST_F(SampleScene, IsAllOrNothing) {
-  // A folder in the place of the last file: the first two must not stay alone.
+TEST_F(SampleScene, AFolderInThePlaceOfAFileIsWrongUsage) {
   std::filesystem::create_directories(Folder() / "truth.tif" / "full");
   auto options = Options("64");
   options.overwrite = true;
-  EXPECT_EQ(Status(options), app::kRunFailed);
+  EXPECT_EQ(Status(options), app::kWrongUsage);
   EXPECT_THAT(Names(), testing::ElementsAre("truth.tif"));
   EXPECT_TRUE(std::filesystem::is_directory(Folder() / "truth.tif" / "full"));
+}
+
+TEST_F(SampleScene, IsAllOrNothing) {
+  // A file that comes into the place of the last one when the first is finished: the first two must not stay alone.
+  platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring&, int, const CRect&) {
+    if (operation == platform::RasterOperation::kClose) std::ofstream(Folder() / "truth.tif") << "mine";
+    return false;
+  });
+  EXPECT_EQ(Status(Options("64")), app::kWrongUsage);
+  EXPECT_THAT(Names(), testing::ElementsAre("truth.tif"));
+  EXPECT_EQ(Bytes(Folder() / "truth.tif"), "mine");
+}
+
+TEST_F(SampleScene, AFailureTakesTheFoldersAwayThatItMade) {
+  platform::SetRasterFault([](platform::RasterOperation operation, const std::wstring&, int, const CRect&) {
+    return operation == platform::RasterOperation::kWrite;
+  });
+  EXPECT_EQ(Status(Options("64", "a/b/c")), app::kRunFailed);
+  EXPECT_FALSE(std::filesystem::exists(Folder("a")));
 }
 
 TEST_F(SampleScene, InterruptCancelsIt) {

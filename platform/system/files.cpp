@@ -1,0 +1,61 @@
+#include "platform/system/files.h"
+
+#ifdef _WIN32
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#endif
+
+namespace platform {
+
+#ifdef _WIN32
+
+std::error_code RenameFresh(const std::filesystem::path& from, const std::filesystem::path& to) {
+  if (MoveFileExW(from.c_str(), to.c_str(), 0)) return {};
+  if (GetLastError() == ERROR_ALREADY_EXISTS) return std::make_error_code(std::errc::file_exists);
+  return {static_cast<int>(GetLastError()), std::system_category()};
+}
+
+FolderLock::FolderLock(const std::filesystem::path& /*folder*/) {}
+FolderLock::~FolderLock() = default;
+
+#else
+
+std::error_code RenameFresh(const std::filesystem::path& from, const std::filesystem::path& to) {
+  const auto failure = [] { return std::error_code(errno, std::generic_category()); };
+#ifdef RENAME_NOREPLACE
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return {};
+  if (errno != EINVAL && errno != ENOSYS) return failure();
+#endif
+  // A second name is refused where the first exists, too.
+  if (link(from.c_str(), to.c_str()) == 0) return unlink(from.c_str()) == 0 ? std::error_code() : failure();
+  if (errno == EEXIST || errno == ENOENT) return failure();
+  // A file system without either.
+  std::error_code error;
+  if (std::filesystem::exists(std::filesystem::symlink_status(to, error))) {
+    return std::make_error_code(std::errc::file_exists);
+  }
+  std::filesystem::rename(from, to, error);
+  return error;
+}
+
+FolderLock::FolderLock(const std::filesystem::path& folder) : m_file(open(folder.c_str(), O_RDONLY | O_CLOEXEC)) {
+  while (m_file >= 0 && flock(m_file, LOCK_EX) != 0 && errno == EINTR) {
+  }
+}
+
+FolderLock::~FolderLock() {
+  if (m_file >= 0) close(m_file);
+}
+
+#endif
+
+}  // namespace platform

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <filesystem>
+#include <system_error>
+
+namespace platform {
+
+/// Gives a file another name in its file system, unless that name is taken: then the error is file_exists.
+std::error_code RenameFresh(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// While it lives, another lock on the same folder waits, in whatever program. Where the file system knows no locks it
+/// does nothing.
+class FolderLock {
+ public:
+  explicit FolderLock(const std::filesystem::path& folder);
+  ~FolderLock();
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  int m_file = -1;
+};
+
+}  // namespace platform
