@@ -71,6 +71,7 @@ TEST(TextConversion, InvalidBytesBecomeReplacementCharacters) {
             L"a\uFFFDb");
   EXPECT_EQ(CommonFun::Utf82U("\xe4\xb8"), L"\uFFFD\uFFFD") << "cut short";
   EXPECT_EQ(CommonFun::Utf82U("\xc0\xaf"), L"\uFFFD\uFFFD") << "overlong";
+  EXPECT_EQ(CommonFun::Utf82U("\xe0\x80\xaf"), L"\uFFFD\uFFFD\uFFFD") << "overlong in three bytes";
   EXPECT_EQ(CommonFun::Utf82U("\xed\xa0\x80"), L"\uFFFD\uFFFD\uFFFD") << "surrogate";
   EXPECT_EQ(CommonFun::Utf82U("\xf4\x90\x80\x80"), L"\uFFFD\uFFFD\uFFFD\uFFFD") << "beyond the last character";
 }

@@ -214,6 +214,22 @@ TEST_F(Convolution, RowsOnBothSidesOfAChunkBorderAreFiltered) {
   ExpectPlainSum(image, Param(3, 31, Random(93, 15)));
 }
 
+TEST_F(Convolution, RowsBelowAChunkAreThoseThatTheCentreLeavesBelow) {
+  const Image image = RandomImage(3, 1100, 1, 22);
+  for (const int center : {0, 4}) {
+    ConvolutionParam param = Param(1, 5, Random(5, 23));
+    param.m_nCenterY = center;
+    ExpectPlainSum(image, param);
+  }
+}
+
+TEST_F(Convolution, KernelsThatAreAlmostSeparableKeepTheirDifference) {
+  std::vector<double> coefficients = Constant(25, 1.0);
+  coefficients[1] = 1.0 + 1e-6;
+  const Image image = RandomImage(20, 15, 1, 24);
+  ExpectPlainSum(image, Param(5, 5, coefficients));
+}
+
 TEST_F(Convolution, OneHugeValueSpoilsNoPixelBeyondItsReach) {
   Image image = RandomImage(60, 60, 1, 16);
   const Image clean = image;

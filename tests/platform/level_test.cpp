@@ -167,6 +167,10 @@ TEST_F(Level, NoDataStaysAndDoesNotCount) {
   CRasterSource file;
   ASSERT_TRUE(file.OpenSimple(kOut));
   EXPECT_TRUE(file.GetRasterBand(0)->IsNoData(0.0));
+  file.Close();
+  // Above the others, where a level would make it the largest value.
+  WriteImage(Row({{0, 10, 20, 200, 30}}), kIn, PDT_UINT16, "", 200.0);
+  EXPECT_EQ(Run(Param(0.0, PDT_UINT8)).bands[0], (std::vector<double>{0, 85, 170, 200, 255}));
 }
 
 TEST_F(Level, ConstantBandBecomesTheLowEnd) {

@@ -119,6 +119,13 @@ TEST_F(Overviews, OfASmallImageAreNone) {
   EXPECT_EQ(WidthsOf(path), (std::vector<int>{128}));
 }
 
+TEST_F(Overviews, AnOddSideIsRoundedUp) {
+  // 511 rows become 256, which are not below it yet.
+  const std::string path = Make("a.tif", 600, 511);
+  EXPECT_EQ(Build(path), 0);
+  EXPECT_EQ(WidthsOf(path), (std::vector<int>{300, 150}));
+}
+
 TEST_F(Overviews, LevelsMayBeGiven) {
   const std::string path = Make("a.tif", 400, 300);
   EXPECT_EQ(Build(path, "NEAREST", {4, 16}), 0);

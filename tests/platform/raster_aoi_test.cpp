@@ -152,6 +152,10 @@ TEST_F(RasterArea, AnswersTellNothingPartAndWhole) {
   EXPECT_EQ(Mask(CRect(8, 8, 10, 9), 0), "..\n");
   EXPECT_EQ(Mask(CRect(7, 7, 9, 8), 1), "#.\n");
   EXPECT_EQ(Mask(CRect(-3, -3, -1, -2), 0), "..\n");
+  EXPECT_EQ(m_aoi.ReadCacheAoiBuffer(4, 4, 3, 2), 3);
+  for (const auto& [column, row] : {std::pair(7, 4), {3, 5}, {4, 3}, {4, 6}}) {
+    EXPECT_FALSE(m_aoi.IsInAOI(column, row)) << "beside the rectangle: " << column << ' ' << row;
+  }
   EXPECT_EQ(m_aoi.ReadCacheAoiBuffer(0, 0, 0, 4), 0);
   EXPECT_EQ(m_aoi.ReadCacheAoiBuffer(0, 0, -2, 4), 0);
   EXPECT_EQ(m_aoi.ReadCacheAoiBuffer(2147483000, 0, 1000, 1), 0);

@@ -217,6 +217,7 @@ TEST(BoundingBox, BoxesThatOnlyTouchDoNotOverlap) {
                             CBoundingBox(30.0, 10.0, 40.0, 0.0), CBoundingBox(kNaN, 10.0, 20.0, 0.0)}) {
     CBoundingBox result(1.0, 2.0, 3.0, 4.0);
     EXPECT_FALSE(box.Intersect(other, result));
+    EXPECT_FALSE(other.Intersect(box, result));
     ExpectBox(result, 1.0, 2.0, 3.0, 4.0);
   }
 }

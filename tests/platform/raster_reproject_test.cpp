@@ -178,6 +178,8 @@ TEST_F(Reproject, TheGridIsRefinedFromTheCellsAskedFor) {
   const CBoundingBox box = InnerBox();
   // One cell over the whole box is far too coarse; halving it often enough is not.
   ASSERT_FALSE(reproject->CreateGrid(box, 10.0, 10.0, 0));
+  ASSERT_TRUE(reproject->CreateGrid(box, 0.01, 0.01, 0)) << "fine enough without a refinement";
+  ASSERT_FALSE(reproject->CreateGrid(box, 10.0, 10.0, 0));
   const double x = (box.m_dLeft + box.m_dRight) / 2;
   const double y = (box.m_dTop + box.m_dBottom) / 2;
   const auto [sx, sy] = PositionOf(*reproject, x, y);

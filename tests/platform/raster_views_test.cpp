@@ -186,6 +186,17 @@ TEST_F(RasterViews, ARotatedRasterIsPresentedNorthUp) {
   EXPECT_EQ(ReadAll(asItLies, 0), raster.bands[0]);
 }
 
+TEST_F(RasterViews, EitherRotationTermMakesARasterRotated) {
+  TestRaster raster = ThreeBands();
+  for (const auto& transform :
+       {std::vector<double>{440000, 10, 3, 4470000, 0, -10}, {440000, 10, 0, 4470000, 3, -10}}) {
+    raster.geoTransform = transform;
+    CRasterSource view;
+    ASSERT_TRUE(view.Open(Write(raster), GDA_READ, true));
+    EXPECT_TRUE(view.PixelToGround().IsAxisAligned());
+  }
+}
+
 TEST_F(RasterViews, PixelsOutsideARotatedRasterCountNowhere) {
   const TestRaster raster = Rotated();
   CRasterSource view;

@@ -52,6 +52,24 @@ TEST_F(Stage, ImageWithoutGeoreferenceStaysWithout) {
   EXPECT_FALSE(out.HasGeoTransform());
 }
 
+TEST_F(Stage, ARotatedImageIsSeenAsTheRecordSays) {
+  Image image = Numbers(7, 5, 1);
+  const double turned[6] = {440000.0, 8.0, 6.0, 4470000.0, 6.0, -8.0};
+  std::copy_n(turned, 6, image.geoTransform);
+  WriteImage(image, kIn, PDT_UINT16);
+  AlgorithmParam param = Param();
+  param.m_bOpenOption = false;
+  RowSums asItLies(&param);
+  asItLies.Process();
+  const Image out = ReadImage(kOut);
+  EXPECT_EQ(std::vector<double>(out.geoTransform, out.geoTransform + 6), std::vector<double>(turned, turned + 6));
+  EXPECT_EQ(out.bands, image.bands);
+  param.m_bOpenOption = true;
+  RowSums northUp(&param);
+  northUp.Process();
+  EXPECT_EQ(ReadImage(kOut).geoTransform[2], 0.0);
+}
+
 TEST_F(Stage, RowsComeInOrderWithTheirHaloAcrossChunks) {
   // At most 512 rows at a time: three chunks.
   constexpr int kHeight = 1100;

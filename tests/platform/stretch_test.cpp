@@ -90,6 +90,17 @@ TEST_F(Stretch, BandWithoutSpreadBecomesItsTargetMean) {
   EXPECT_EQ(Run(Param(means, deviations)).bands[0], (std::vector<double>(3, 42.25)));
 }
 
+TEST_F(Stretch, SpreadCountsFromAHundredMillionthOn) {
+  const std::vector<double> means = {42.0};
+  const std::vector<double> deviations = {5.0};
+  WriteImage(Row({{-0.9e-8, 0.9e-8}}), kIn, PDT_FLOAT64);
+  EXPECT_EQ(Run(Param(means, deviations)).bands[0], (std::vector<double>(2, 42.0)));
+  WriteImage(Row({{-1.1e-8, 1.1e-8}}), kIn, PDT_FLOAT64);
+  const Image out = Run(Param(means, deviations));
+  EXPECT_NEAR(out.bands[0][0], 37.0, 1e-9);
+  EXPECT_NEAR(out.bands[0][1], 47.0, 1e-9);
+}
+
 TEST_F(Stretch, NoDataStaysAndDoesNotCount) {
   std::vector<double> values = kEight;
   values.insert(values.begin() + 3, 200.0);
@@ -168,6 +179,14 @@ TEST_F(Stretch, GreenMixComesFirst) {
       EXPECT_NEAR(out.bands[1][i], 9.0 * kEight[i] + 10.0, 1e-9);
     }
   }
+}
+
+TEST_F(Stretch, GreenIsNotMixedUnlessWanted) {
+  WriteImage(Row({{1, 2, 3}, {10, 20, 30}, {1, 2, 3}, {0, 0, 600}}), kIn, PDT_FLOAT64);
+  const std::vector<double> means = {0.0, 20.0, 0.0, 0.0};
+  const std::vector<double> deviations = {1.0, std::sqrt(200.0 / 3.0), 1.0, 1.0};
+  const Image out = Run(Param(means, deviations));
+  for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(out.bands[1][i], 10.0 + 10.0 * static_cast<double>(i), 1e-9);
 }
 
 TEST_F(Stretch, GreenMixShowsInTheShapeOfGreen) {
