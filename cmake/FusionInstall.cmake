@@ -27,3 +27,20 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/FusionConfig.cmake.in ${
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/FusionConfig.cmake ${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake
         DESTINATION ${config_dir})
+
+# The same for pkg-config.
+if(NOT WIN32 AND NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  file(RELATIVE_PATH FUSION_PC_PREFIX /prefix/${pc_dir} /prefix)
+  string(REGEX REPLACE "/$" "" FUSION_PC_PREFIX "${FUSION_PC_PREFIX}")
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/fusion.pc.in ${PROJECT_BINARY_DIR}/fusion.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/fusion.pc DESTINATION ${pc_dir})
+endif()
+
+# The loader looks into its own folders by a list that it does not renew by itself.
+find_program(FUSION_LDCONFIG ldconfig PATHS /sbin /usr/sbin)
+mark_as_advanced(FUSION_LDCONFIG)
+if(FUSION_LDCONFIG AND CMAKE_HOST_SYSTEM_NAME STREQUAL "Linux" AND NOT CMAKE_CROSSCOMPILING)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/TellLoader.cmake.in ${PROJECT_BINARY_DIR}/TellLoader.cmake @ONLY)
+  install(SCRIPT ${PROJECT_BINARY_DIR}/TellLoader.cmake)
+endif()

@@ -16,3 +16,19 @@ run(${WORK_DIR}/build/brovey ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif 
 if(NOT EXISTS ${WORK_DIR}/fused.tif)
   message(FATAL_ERROR "the example left no fused image")
 endif()
+
+# The same program by pkg-config alone.
+find_program(PKG_CONFIG pkg-config)
+if(PKG_CONFIG)
+  file(GLOB_RECURSE pc ${WORK_DIR}/prefix/fusion.pc)
+  get_filename_component(pc_dir "${pc}" DIRECTORY)
+  execute_process(
+    COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pc_dir} ${PKG_CONFIG} --cflags --libs fusion
+    OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  get_filename_component(libraries ${pc_dir} DIRECTORY)
+  run(${COMPILER} ${EXAMPLE_DIR}/main.cpp ${flags} -Wl,-rpath,${libraries} -o ${WORK_DIR}/plain)
+  run(${WORK_DIR}/plain ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/plain.tif)
+else()
+  message("pkg-config is not installed: its file is not tried")
+endif()
