@@ -6,6 +6,7 @@
 
 #include "framework/fusion.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/utility/log.h"
 #include "tests/support/method_sweep.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
@@ -264,6 +265,61 @@ TEST(BasePreparation, StatisticsAskWhetherToGoOn) {
   EXPECT_EQ(probe.Preproccess(), 0);
   EXPECT_EQ(probe.m_pMeans[0], 0.0);
   EXPECT_EQ(probe.m_pStdDevs[0], 0.0);
+}
+
+TEST(BasePreparation, OneThatWasCancelledIsLoggedNotReported) {
+  class Cancelled : public Probe {
+   public:
+    using Probe::Probe;
+    GISError Preproccess() override {
+      m_nLastErrorType = ERR_CANCELLED;
+      return GIS_FAILED;
+    }
+  };
+  struct Log : CLog {
+    void WriteLog(int, const char*, int, const char*, const wchar_t* text) override { texts.emplace_back(text); }
+    std::vector<std::wstring> texts;
+  } log;
+  CLog::m_pLogger = &log;
+  const Scene scene(34);
+  FusionParam param = scene.Param();
+  RecordingProgress progress;
+  Cancelled probe(&param);
+  probe.SetProgress(&progress);
+  probe.Process();
+  CLog::m_pLogger = nullptr;
+  EXPECT_EQ(probe.GetLastErrorType(), 1);
+  EXPECT_EQ(progress.Errors(), 0);
+  EXPECT_EQ(log.texts, (std::vector<std::wstring>{L"  WARNING: 用户取消了处理进程，处理失败！ ..."}));
+}
+
+TEST(Kernel, GetsTheNumbersOfBandsReadAndWanted) {
+  class Counting : public Probe {
+   public:
+    using Probe::Probe;
+    void** AlgorithmProcess(double*, CRect*, double**, int msBandCount, CRect*, PixelDataType outType, int outBandCount,
+                            CRect*, CRasterAOI*) override {
+      given = {msBandCount, outBandCount, outType};
+      return nullptr;
+    }
+    std::vector<int> given;
+  };
+  const Scene scene(35);
+  FusionParam param = scene.Param(PDT_INT32);
+  param.m_nOutBandCount = 2;
+  Counting probe(&param);
+  probe.Process();
+  EXPECT_EQ(probe.given, (std::vector<int>{3, 2, PDT_INT32}));
+}
+
+TEST(Run, LeavesNoPointerToARasterBehind) {
+  const Scene scene(36);
+  FusionParam param = scene.Param();
+  Probe probe(&param);
+  probe.Process();
+  EXPECT_EQ(probe.m_pPanSrc, nullptr);
+  EXPECT_EQ(probe.m_pMSSrc, nullptr);
+  EXPECT_EQ(probe.m_pDstSrc, nullptr);
 }
 
 }  // namespace

@@ -79,7 +79,7 @@ TEST_F(BandBuffersTest, AnExpectedReadIsDoneOnceAndAnswersTheSame) {
 }
 
 TEST_F(BandBuffersTest, SomethingElseThanExpectedIsReadAllTheSame) {
-  BandBuffers buffers(2, 100);
+  BandBuffers buffers(2, 200);
   const CRect expected(0, 0, 20, 5);
   const CRect other(0, 1, 20, 6);
   buffers.Expect(0, band, expected, reader);
@@ -89,6 +89,28 @@ TEST_F(BandBuffersTest, SomethingElseThanExpectedIsReadAllTheSame) {
   ExpectHolds(buffers[0], other);
   ASSERT_TRUE(buffers.Read(1, band, other));
   ExpectHolds(buffers[1], other);
+}
+
+TEST_F(BandBuffersTest, AnotherBandThanExpectedIsReadAllTheSame) {
+  const std::wstring path = test_support::MemoryPath();
+  ASSERT_TRUE(test_support::WriteRaster(test_support::MakeRaster(20, 30, [](int, int) { return -1.0; }), path));
+  CRasterSource another;
+  ASSERT_TRUE(another.OpenSimple(path));
+  BandBuffers buffers(1, 200);
+  const CRect rect(0, 0, 20, 5);
+  buffers.Expect(0, another.GetRasterBand(0), rect, reader);
+  ASSERT_TRUE(buffers.Read(0, band, rect));
+  ExpectHolds(buffers[0], rect);
+  reader.Wait();
+}
+
+TEST_F(BandBuffersTest, ReadingOnKeepsRowsOfTheSameColumnsOnly) {
+  BandBuffers buffers(1, 400);
+  for (const CRect& rect : {CRect(2, 0, 12, 10), CRect(2, 4, 12, 14), CRect(2, 6, 13, 15), CRect(3, 7, 13, 16),
+                            CRect(3, 7, 13, 16), CRect(3, 2, 13, 12), CRect(3, 20, 13, 30)}) {
+    ASSERT_TRUE(buffers.ReadOn(0, band, rect));
+    ExpectHolds(buffers[0], rect);
+  }
 }
 
 TEST_F(BandBuffersTest, BuffersThatGrowForgetWhatWasExpected) {

@@ -196,6 +196,7 @@ TEST_F(MatchedBlocks, CancellationEndsTheRunInEitherPass) {
     fusion.Process();
     EXPECT_EQ(fusion.GetLastErrorType(), ERR_CANCELLED);
     EXPECT_FALSE(progress.Finished());
+    EXPECT_EQ(progress.Steps(), 1 + step) << "no pass goes on";
   }
 }
 
@@ -236,6 +237,17 @@ TEST_F(MatchedBlocks, TargetsForOtherBandsAreRefused) {
   fusion.Process();
   EXPECT_EQ(fusion.GetLastErrorType(), ERR_STATISTICS);
   EXPECT_EQ(fusion.GetLastErrorMessage(), fusion::messages::kMsStatisticsFailed);
+}
+
+TEST_F(MatchedBlocks, AsManyDeviationsAsMeansAreWanted) {
+  const Scene scene(82, TallScene());
+  FusionParam param = scene.Param(PDT_UINT16);
+  CBroveyFusion fusion(&param);
+  fusion::MatchTargets targets = Targets();
+  targets.stdDevs.pop_back();
+  fusion.MatchBlocks(targets);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), ERR_STATISTICS);
 }
 
 TEST_F(MatchedBlocks, WideTypesAreFusedInDoubleTheOthersInFloat) {
