@@ -126,6 +126,7 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
     SetError(ERR_CREATE, messages::CreateFailed(param->m_strOutFile));
     return false;
   }
+  if (param->m_pDescription && !param->m_bSpectralMatch) param->m_pDescription->Apply(*dst);
   if (param->m_bMaskNoData) dst->DeclareNoData(0.0);
   return true;
 }

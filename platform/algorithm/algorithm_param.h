@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
+#include "platform/raster/raster_description.h"
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
 #include "platform/system/window.h"
@@ -28,5 +30,7 @@ struct FUSION_API AlgorithmParam {
   /// Take samples without data (declared no-data value, NaN, mask band, alpha) for missing, not for values: they enter
   /// nothing, and pixels without data are written as 0, which the output then declares as its no-data value.
   bool m_bMaskNoData = false;
+  /// What the output says of its bands and itself beside its samples; null for nothing.
+  std::shared_ptr<const platform::RasterDescription> m_pDescription;
   bool m_bOpenOption = true;  ///< present inputs through a north-up warp where they are not north-up
 };

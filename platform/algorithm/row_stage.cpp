@@ -187,6 +187,7 @@ bool RowStage::CreateOutput(Run& run) {
     return false;
   }
   run.created = true;
+  if (m_param.m_pDescription) m_param.m_pDescription->Apply(run.output);
   SetOutMinMaxValue(minimum, maximum);
   const CRasterBand* noData = run.plan.noData;
   if (m_param.m_bMaskNoData) {

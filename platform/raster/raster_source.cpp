@@ -178,6 +178,11 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
     std::copy_n(geoTransform, 6, t);
     dataset->SetGeoTransform(t);
   }
+  // The driver would take the fourth band of bytes for opacity.
+  const bool takenForColours = EQUAL(driver->GetDescription(), "GTiff") && gdalType == GDT_Byte && bandCount == 4;
+  for (int b = 1; takenForColours && b <= bandCount; ++b) {
+    dataset->GetRasterBand(b)->SetColorInterpretation(b == 1 ? GCI_GrayIndex : GCI_Undefined);
+  }
   OGRSpatialReference crs;
   if (platform::ReadWkt(wkt, crs)) dataset->SetSpatialRef(&crs);
   Adopt(dataset, path, true);
