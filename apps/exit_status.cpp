@@ -36,7 +36,7 @@ std::string ErrorSentence(int errorType) {
     case ERR_STATISTICS:
       return "The statistics of an input cannot be computed: it has no valid pixel or cannot be read.";
     case ERR_ZERO_DEVIATION:
-      return "The high-pass image has no variation, so there is no detail to inject.";
+      return "An image has no variation, so there is no detail to inject: is it the right band?";
     case ERR_BANDS:
       return "The choice of multispectral bands does not suit the method.";
     case ERR_REPROJECT:

@@ -37,6 +37,10 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
   CheckArea(pan);
   SettleNoData(pan, ms, progress);
   CheckBands(*checked.method, pan.GetBandCount(), ms.GetBandCount());
+  m_chosen = ChosenBands(ms);
+  // Of the file itself: a view through which a rotated image is seen keeps hardly any of it.
+  CRasterSource plain;
+  if (plain.OpenSimple(m_msFile)) m_description = platform::RasterDescription(plain, m_chosen);
 
   const bool sameExtent = LooksLikeSameExtent(pan, ms);
   if (options.sameExtent || sameExtent) {
@@ -107,12 +111,16 @@ void FuseInputs::SettleNoData(CRasterSource& pan, CRasterSource& ms, const CBase
     source.SetMaskNoData(true);
     return platform::HasGaps(source, bands, progress);
   };
-  m_maskNoData = m_options.noDataMask == "on" || m_options.noData || lacksSamples(pan, {m_options.panBand - 1}) ||
-                 lacksSamples(ms, chosen);
+  const bool told = m_options.noDataMask == "on" || m_options.noData;
+  const bool gaps = !told && (lacksSamples(pan, {m_options.panBand - 1}) || lacksSamples(ms, chosen));
+  const bool area = !m_options.aoi.empty();
+  m_maskNoData = told || gaps || area;
   if (!m_maskNoData) return;
-  if (m_options.noDataMask == "auto") {
+  if (m_options.noDataMask == "auto" && (gaps || told)) {
     m_notices.Add(
         "Pixels without data are left out of everything and written as no-data 0 (--nodata-mask off for raw values).");
+  } else if (m_options.noDataMask == "auto") {
+    m_notices.Add("Outside the area of interest lies no data, written as no-data 0 (--nodata-mask off for a plain 0).");
   }
   m_leavesOutAlpha = m_options.bands.empty() &&
                      std::any_of(chosen.begin(), chosen.end(), [&](int b) { return ms.GetRasterBand(b)->IsAlpha(); });

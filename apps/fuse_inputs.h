@@ -26,6 +26,10 @@ class FuseInputs {
   /// The window in the pixels of a raster on the pan grid; empty where the run is no part of a scene.
   CRect PartOf(const std::wstring& file) const;
   PixelDataType MsType() const { return m_msType; }
+  /// The chosen bands of the multispectral image as it was given, counted from 0.
+  const std::vector<int>& Bands() const { return m_chosen; }
+  /// What the multispectral image says of them.
+  const platform::RasterDescription& Description() const { return m_description; }
   /// Whether the run is a part of a scene, with statistics of the whole.
   bool IsPart() const { return !m_scene.IsRectEmpty(); }
   /// Whether the run takes pixels without data for missing.
@@ -46,6 +50,8 @@ class FuseInputs {
   Notices& m_notices;
   std::wstring m_panFile;
   std::wstring m_msFile;
+  std::vector<int> m_chosen;  ///< zero-based, of the multispectral image as it was given
+  platform::RasterDescription m_description;
   std::vector<int> m_bands;  ///< zero-based, of m_msFile
   int m_panBand = 0;         ///< zero-based, of m_panFile
   CRect m_window;

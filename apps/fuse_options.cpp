@@ -7,6 +7,8 @@
 #include <functional>
 
 #include "apps/exit_status.h"
+#include "apps/output_format.h"
+#include "apps/text.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
 
@@ -20,6 +22,11 @@ PixelDataType ParsePixelType(const std::string& name) {
                      "'; known are uint8, uint16, int16, uint32, int32, float32 and float64.");
   }
   return type;
+}
+
+std::string TypeName(PixelDataType type) {
+  static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
+  return kNames[platform::IsPixelType(type) ? type : 0];
 }
 
 namespace {
@@ -152,28 +159,12 @@ void RefuseForeignOptions(const FuseOptions& o, const Method& m) {
   check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesWeight);
 }
 
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return text;
-}
-
 ResampleType ParseResample(const std::string& name) {
   const ResampleType type = CStringParamParser::GetResampleType(CommonFun::Utf82U(name));
   if (type == RT_NEAREST && Lower(name) != "nearest") {
     throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear and bicubic.");
   }
   return type;
-}
-
-RasterDataFormat ParseFormat(const std::string& name) {
-  std::string known;
-  for (const auto& format : platform::RasterFormats()) {
-    const std::string title = CommonFun::U2Utf8(format.name);
-    if (Lower(name) == Lower(title) || Lower(name) == Lower(format.driver)) return format.number;
-    known += (known.empty() ? "" : ", ") + title;
-  }
-  throw UsageError("Unknown format '" + name + "'; known are " + known + ".");
 }
 
 void CheckWeight(const std::optional<double>& weight, const char* option) {
@@ -192,9 +183,9 @@ CheckedOptions CheckOptions(const FuseOptions& o) {
   CheckedOptions checked;
   checked.method = FindMethod(o.method);
   if (!checked.method) {
-    std::string names;
-    for (const Method& method : Methods()) names += (names.empty() ? "" : ", ") + std::string(method.name);
-    throw UsageError("Unknown method '" + o.method + "'; known are " + names + ".");
+    std::vector<std::string> names;
+    for (const Method& method : Methods()) names.emplace_back(method.name);
+    throw UsageError("Unknown method '" + o.method + "'; known are " + Join(names) + ".");
   }
   const Method& method = *checked.method;
   if (o.spectralMatch != "auto" && o.spectralMatch != "on" && o.spectralMatch != "off") {
@@ -219,7 +210,7 @@ CheckedOptions CheckOptions(const FuseOptions& o) {
 
   if (o.resample) checked.resample = ParseResample(*o.resample);
   if (o.type) checked.type = ParsePixelType(*o.type);
-  if (!o.format.empty()) checked.format = ParseFormat(o.format);
+  checked.format = ChooseFormat(o.out, o.format);
   if (o.stretch && platform::IsFloatType(checked.type)) {
     throw UsageError("--stretch fills the range of an integer type; it does not go with a float type.");
   }

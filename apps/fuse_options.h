@@ -67,6 +67,8 @@ struct CheckedOptions {
 
 /// A pixel type by name. Throws a usage error for an unknown one.
 PixelDataType ParsePixelType(const std::string& name);
+/// The name of a pixel type; empty for PDT_UNKNOWN.
+std::string TypeName(PixelDataType type);
 
 /// Throws a usage error for anything that cannot work, whatever the files.
 CheckedOptions CheckOptions(const FuseOptions& options);

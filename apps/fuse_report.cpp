@@ -3,15 +3,9 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/algorithm/base_algorithm.h"
-#include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
-
-std::string TypeName(PixelDataType type) {
-  static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
-  return kNames[platform::IsPixelType(type) ? type : 0];
-}
 
 FuseReport::FuseReport(const FuseOptions& options) : m_options(options), m_notices(options.quiet) {}
 

@@ -46,7 +46,4 @@ class FuseReport {
   Notices m_notices;
 };
 
-/// uint8, uint16 and so on; empty for PDT_UNKNOWN.
-std::string TypeName(PixelDataType type);
-
 }  // namespace app

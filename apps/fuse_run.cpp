@@ -1,6 +1,7 @@
 #include "apps/fuse_run.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 #include "apps/console_progress.h"
@@ -8,6 +9,7 @@
 #include "apps/fuse_inputs.h"
 #include "apps/fuse_report.h"
 #include "apps/output_file.h"
+#include "apps/output_format.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
@@ -59,7 +61,7 @@ class FuseRun {
   }
 
   FuseOutcome FuseAndPublish() {
-    ThrowObstacle(m_pending.Foresee(OutputFormat()), m_output);
+    ThrowObstacle(m_pending.Foresee(m_checked.format), m_output);
     if (!m_options.log.empty() && m_pending.Concerns(CommonFun::Utf82U(m_options.log))) {
       throw UsageError("--log " + m_options.log + " is a file of this run's images.");
     }
@@ -72,6 +74,8 @@ class FuseRun {
       throw UsageError("--stretch fills the range of an integer type, but the output type is a float type.");
     }
 
+    CheckFormatHolds(m_checked.format, m_type, static_cast<int>(inputs.Bands().size()), *m_checked.method);
+    Describe(inputs.Description());
     if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
     const std::wstring result = m_pending.WorkPath();
     const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart();
@@ -91,17 +95,25 @@ class FuseRun {
         Fuse(inputs, result, m_type, m_checked.format, false, &targets);
       }
     }
-    const FuseOutcome outcome = Describe(result);
+    const FuseOutcome outcome = Look(result);
     if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
     ThrowObstacle(m_pending.Publish(), m_output);
     return outcome;
   }
 
-  RasterDataFormat OutputFormat() const {
-    return m_checked.format != kFormatUnknown ? m_checked.format : CRasterSource::GetDataFormat(m_output);
+  /// What the multispectral image says of its bands goes to the output where it holds there, too.
+  void Describe(platform::RasterDescription description) {
+    const bool onBandScale = m_checked.matched || (m_checked.method->onBandScale && !m_options.stretch);
+    if (!onBandScale || m_options.autoLevel) description.ForgetValues();
+    m_description = std::make_shared<const platform::RasterDescription>(std::move(description));
   }
 
   PixelDataType DefaultType(PixelDataType msType) const {
+    if (!m_checked.method->Takes(kTakesType)) {
+      // The high-pass pipeline has its own mind.
+      if (m_options.autoLevel) return PDT_UINT8;
+      if (m_options.makeGreen) return PDT_FLOAT32;
+    }
     if (!m_checked.matched && m_checked.method->rawType != PDT_UNKNOWN) return m_checked.method->rawType;
     return msType == PDT_UNKNOWN ? PDT_FLOAT32 : msType;
   }
@@ -111,14 +123,14 @@ class FuseRun {
     HpfFusionParam param;
     inputs.FillParam(param);
     // The matching behind a pipeline wants the statistics of the whole, and cuts the part out itself.
-    if (inputs.IsPart() && m_checked.matched && m_checked.method->isPipeline) {
-      param.m_rcProcess = std::exchange(param.m_rcScene, CRect());
-    }
+    const bool comesMatching = m_checked.matched && m_checked.method->isPipeline;
+    if (inputs.IsPart() && comesMatching) param.m_rcProcess = std::exchange(param.m_rcScene, CRect());
     param.m_strAlgName = CommonFun::Utf82U(m_checked.method->name);
     param.m_strOutFile = file;
     param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
     param.m_eOutDataType = type;
-    param.m_eOutFormat = format != kFormatUnknown ? format : CRasterSource::GetDataFormat(m_output);
+    param.m_eOutFormat = format;
+    if (!comesMatching) param.m_pDescription = m_description;
     param.m_eResampleType = m_checked.resample;
     for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
     param.m_bSpectralMatch = matchesItself;
@@ -135,6 +147,7 @@ class FuseRun {
     // Overviews are built once, on the finished file.
     const NoOverviews pause;
     Carry(*algorithm);
+    if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_report.RunNotices());
   }
 
   bool StretchesByItself(PixelDataType type) const {
@@ -154,7 +167,8 @@ class FuseRun {
     param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
     param.m_bMaskNoData = m_masks;
     param.m_eOutDataType = m_type;
-    param.m_eOutFormat = OutputFormat();
+    param.m_eOutFormat = m_checked.format;
+    param.m_pDescription = m_description;
     param.m_rcProcess = inputs.PartOf(raw);
     param.m_pMeans = targets.means.data();
     param.m_pStdDevs = targets.stdDevs.data();
@@ -175,7 +189,7 @@ class FuseRun {
   }
 
   /// A run that reports success but left no readable raster has failed.
-  FuseOutcome Describe(const std::wstring& file) const {
+  FuseOutcome Look(const std::wstring& file) const {
     CRasterSource source;
     if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
     FuseOutcome outcome{source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType(), {}};
@@ -217,6 +231,7 @@ class FuseRun {
   platform::PendingOutput m_pending;
   PixelDataType m_type = PDT_UNKNOWN;
   bool m_masks = false;
+  std::shared_ptr<const platform::RasterDescription> m_description;
 };
 
 }  // namespace

@@ -1,11 +1,13 @@
 #include "apps/methods.h"
 
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "apps/fuse_options.h"
 #include "apps/highpass_setup.h"
+#include "apps/text.h"
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
@@ -22,6 +24,29 @@ std::unique_ptr<CBaseAlgorithm> Make(HpfFusionParam& param, const FuseOptions& /
   return std::make_unique<Algorithm>(&param);
 }
 
+/// A weight that is no number leaves a band empty, which must not go without a word.
+void TellEmptyBands(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) {
+  using Doubt = CWeightFusion::WeightDoubt;
+  const auto& doubts = dynamic_cast<const CWeightFusion&>(algorithm).GetWeightDoubts();
+  const auto reason = [](Doubt doubt) {
+    switch (doubt) {
+      case Doubt::kNegative:
+        return "its correlation with pan is negative";
+      case Doubt::kConstantBand:
+        return "it is constant";
+      case Doubt::kConstantPan:
+        return "the pan image is constant";
+      default:
+        return "no pixel has data both in it and in pan";
+    }
+  };
+  for (std::size_t i = 0; i < std::min(doubts.size(), bands.size()); ++i) {
+    if (doubts[i] == Doubt::kNone) continue;
+    notices.Add("Multispectral band " + std::to_string(bands[i] + 1) + " comes out empty: " + reason(doubts[i]) +
+                ", so that it has no weight. Leave it out (--bands) or take another method.");
+  }
+}
+
 constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
 
 }  // namespace
@@ -31,7 +56,8 @@ const std::vector<Method>& Methods() {
       {.name = "bayesian",
        .summary = "the likeliest image, given the bands and their regression on pan",
        .takes = kRaster | kTakesBayesWeight,
-       .make = MakeBayesian},
+       .make = MakeBayesian,
+       .onBandScale = true},
       {.name = "brovey",
        .summary = "each band times pan over the sum of the bands",
        .takes = kRaster | kTakesMatch,
@@ -50,6 +76,7 @@ const std::vector<Method>& Methods() {
        .summary = "mean of band and pan, weighted by their correlation",
        .takes = kRaster | kTakesMatch,
        .make = Make<CWeightFusion>,
+       .remark = TellEmptyBands,
        .matchedByDefault = true},
       {.name = "ihs",
        .summary = "pan in place of the intensity of three bands",
@@ -63,14 +90,16 @@ const std::vector<Method>& Methods() {
        .summary = "pan in place of the first principal component",
        .takes = kRaster,
        .make = Make<CPrinComponentFusion>,
-       .wholeFileBands = true},
+       .wholeFileBands = true,
+       .onBandScale = true},
       {.name = "hpf",
        .summary = "bands plus the high-pass filtered pan, scaled to each band's spread",
        .takes = kTakesAutoLevel | kTakesKernels,
        .make = MakeHpf,
        .isPipeline = true,
        .wholeFileBands = true,
-       .buildsOverviews = true},
+       .buildsOverviews = true,
+       .onBandScale = true},
       {.name = "sharpen",
        .summary = "bands times the ratio of pan to its 7 x 7 mean, plus pan",
        .takes = kTakesType | kTakesMatch | kTakesAutoLevel,
@@ -96,12 +125,7 @@ std::string MethodsThatTake(MethodOption option) {
   for (const Method& method : Methods()) {
     if (method.Takes(option)) names.emplace_back(method.name);
   }
-  std::string text;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (i > 0) text += i + 1 == names.size() ? " and " : ", ";
-    text += names[i];
-  }
-  return text.empty() ? "no method" : text;
+  return names.empty() ? "no method" : Join(names);
 }
 
 int RunMethods(bool json, bool namesOnly) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/notices.h"
 #include "framework/fusion_param.h"
 #include "platform/algorithm/base_algorithm.h"
 
@@ -30,6 +31,9 @@ struct Method {
   unsigned takes = 0;  ///< of MethodOption
   /// The algorithm for a filled record. Throws CommandError where preparing it fails.
   std::unique_ptr<CBaseAlgorithm> (*make)(HpfFusionParam& param, const FuseOptions& options, CBaseProgress& progress);
+  /// What is to be said of a run that has succeeded; null for nothing.
+  /// @param bands the chosen multispectral bands, counted from 0
+  void (*remark)(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) = nullptr;
   /// --spectral-match auto means on.
   bool matchedByDefault = false;
   /// Carries the spectral matching out by itself when its output is a float type.
@@ -43,6 +47,8 @@ struct Method {
   /// Computes on the scale of a byte, so that wider integer types need the stretch of the value conversion.
   bool onByteScale = false;
   int minimumBands = 2;
+  /// The raw result is on the scale of the multispectral bands.
+  bool onBandScale = false;
   /// Output type of a raw run where none is given; PDT_UNKNOWN for the multispectral image's own.
   PixelDataType rawType = PDT_UNKNOWN;
 

@@ -67,6 +67,7 @@ CWeightFusion& CWeightFusion::operator=(const CWeightFusion&) = default;
 
 GISError CWeightFusion::Preproccess() {
   const std::size_t bandCount = m_param.m_vecMSBands.size();
+  m_doubts.clear();
   Figures figures;
   figures.means.resize(bandCount);
   figures.stdDevs.resize(bandCount);
@@ -84,8 +85,15 @@ GISError CWeightFusion::Preproccess() {
   for (std::size_t i = 0; i < bandCount; ++i) {
     const double r = covSum[i] / (figures.panStdDev * figures.stdDevs[i] * static_cast<double>(count));
     m_pWeight[i] = std::sqrt(r);
+    m_doubts.push_back(DoubtOf(figures, i, r));
   }
   return result;
+}
+
+CWeightFusion::WeightDoubt CWeightFusion::DoubtOf(const Figures& figures, std::size_t band, double r) {
+  if (std::isfinite(r)) return r < 0.0 ? WeightDoubt::kNegative : WeightDoubt::kNone;
+  if (figures.panStdDev == 0.0) return WeightDoubt::kConstantPan;
+  return figures.stdDevs[band] == 0.0 ? WeightDoubt::kConstantBand : WeightDoubt::kNoPixels;
 }
 
 GISError CWeightFusion::ComputeFigures(Figures& figures) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "framework/fusion.h"
 
 /// Correlation-weighted fusion: each fused band is a weighted mean of the resampled multispectral band and pan; the
@@ -22,6 +24,11 @@ class FUSION_API CWeightFusion : public CFusion {
   /// Frees the statistics; no spectral matching.
   void EndProccess() override;
 
+  /// Why the correlation of a band and pan gives no weight, so that the fused band is empty.
+  enum class WeightDoubt { kNone, kNegative, kConstantBand, kConstantPan, kNoPixels };
+  /// One of the last run for each chosen band; empty where the run did not come so far.
+  const std::vector<WeightDoubt>& GetWeightDoubts() const { return m_doubts; }
+
   /// Adds a block's (ms - mean) (pan - mean) to covSum, for every pixel in the area of interest and every band, and 1
   /// to count for each of them: count grows by the number of bands per pixel. The deviations are not read.
   void ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double panStdDev, double** mulBufs, int bandCount,
@@ -37,6 +44,9 @@ class FUSION_API CWeightFusion : public CFusion {
 
  private:
   struct Figures;
+  static WeightDoubt DoubtOf(const Figures& figures, std::size_t band, double r);
   GISError ComputeFigures(Figures& figures);
   bool SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count);
+
+  std::vector<WeightDoubt> m_doubts;
 };

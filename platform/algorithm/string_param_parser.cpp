@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
+#include <sstream>
 #include <utility>
 
 #include "platform/raster/gdal_access.h"
+#include "platform/utility/common_fun.h"
 
 namespace {
 
@@ -38,13 +41,13 @@ const std::vector<RasterFormat>& RasterFormats() {
     InitialiseGdal();
     // COG files are called .tif like any other, so that format is chosen by its name alone.
     std::vector<RasterFormat> known = {
-        {kFormatGeoTiff, "GTiff", L"GeoTIFF", {L"tif", L"tiff"}, false},
-        {21, "HFA", L"Erdas Imagine", {L"img"}, false},
-        {22, "ENVI", L"ENVI", {L"dat", L"envi", L"bsq"}, false},
-        {23, "PNG", L"PNG", {L"png"}, true},
-        {24, "JPEG", L"JPEG", {L"jpg", L"jpeg"}, true},
-        {25, "JP2OpenJPEG", L"JPEG 2000", {L"jp2"}, true},
-        {26, "COG", L"COG", {}, true},
+        {kFormatGeoTiff, "GTiff", L"GeoTIFF", {L"tif", L"tiff"}, false, {}, false},
+        {21, "HFA", L"Erdas Imagine", {L"img"}, false, {}, false},
+        {22, "ENVI", L"ENVI", {L"dat", L"envi", L"bsq"}, false, {}, false},
+        {23, "PNG", L"PNG", {L"png"}, true, {PDT_UINT8, PDT_UINT16}, true},
+        {24, "JPEG", L"JPEG", {L"jpg", L"jpeg"}, true, {PDT_UINT8}, true},
+        {25, "JP2OpenJPEG", L"JPEG 2000", {L"jp2"}, true, {PDT_UINT8, PDT_UINT16, PDT_INT16}, false},
+        {26, "COG", L"COG", {}, true, {}, false},
     };
     std::erase_if(known, [](const RasterFormat& format) { return !GDALGetDriverByName(format.driver); });
     return known;
@@ -68,6 +71,24 @@ const RasterFormat* FindRasterFormat(const std::wstring& extension) {
     }
   }
   return nullptr;
+}
+
+bool IsForeignExtension(const std::wstring& extension) {
+  static const std::set<std::wstring> foreign = [] {
+    InitialiseGdal();
+    // Those of drivers that an installation may do without are foreign there, too.
+    std::set<std::wstring> found = {L"ecw", L"exr", L"h5", L"hdf", L"j2k", L"jp2",  L"jpx",
+                                    L"jxl", L"kea", L"nc", L"png", L"sid", L"webp", L"zarr"};
+    for (int i = 0; i < GDALGetDriverCount(); ++i) {
+      for (const char* item : {GDAL_DMD_EXTENSION, GDAL_DMD_EXTENSIONS}) {
+        const char* text = GDALGetMetadataItem(GDALGetDriver(i), item, nullptr);
+        std::istringstream names(text ? text : "");
+        for (std::string name; names >> name;) found.insert(Lower(CommonFun::Utf82U(name)));
+      }
+    }
+    return found;
+  }();
+  return foreign.contains(Lower(extension)) && !FindRasterFormat(extension);
 }
 
 }  // namespace platform

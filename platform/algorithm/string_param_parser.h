@@ -18,6 +18,8 @@ struct RasterFormat {
   const wchar_t* name;                   ///< what a user calls it
   std::vector<std::wstring> extensions;  ///< without dot, lower case, the usual one first
   bool copyOnly;                         ///< can only be made as a copy of a finished raster
+  std::vector<PixelDataType> types;      ///< that it keeps value by value; empty for all
+  bool isPicture;                        ///< takes one band, or three for red, green and blue; more would be opacity
 };
 
 /// All formats whose driver the installation has.
@@ -26,6 +28,8 @@ FUSION_API const std::vector<RasterFormat>& RasterFormats();
 FUSION_API const RasterFormat* FindRasterFormat(RasterDataFormat number);
 /// By file name extension, without or with its dot; null for an unknown one.
 FUSION_API const RasterFormat* FindRasterFormat(const std::wstring& extension);
+/// Whether an extension without its dot is that of another kind of file that GDAL knows.
+FUSION_API bool IsForeignExtension(const std::wstring& extension);
 
 }  // namespace platform
 

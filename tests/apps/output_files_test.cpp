@@ -75,11 +75,12 @@ TEST_F(OutputFiles, NamesInsideThemAreTheirOwn) {
 }
 
 TEST_F(OutputFiles, ErrorsNameTheOutput) {
-  // A format that takes no floating-point numbers.
-  const auto run = Fuse("out.png", {"--type", "float32"});
-  EXPECT_NE(run.status, 0);
+  // More columns than the format has.
+  ASSERT_EQ(Run({"sample", Path("wide"), "--size", "65540x4", "--bands", "3", "--type", "uint8", "--quiet"}).status, 0);
+  const auto run = Run({"fuse", Path("wide/pan.tif"), Path("wide/ms.tif"), Path("out.jpg"), "--method", "brovey"});
+  EXPECT_EQ(run.status, 1);
   EXPECT_THAT(run.err, Not(HasSubstr("~")));
-  EXPECT_THAT(run.err, HasSubstr("out.png"));
+  EXPECT_THAT(run.err, HasSubstr("out.jpg"));
 }
 
 TEST_F(OutputFiles, TheSourceOfAMosaicIsAnInput) {

@@ -76,4 +76,13 @@ TEST(FormatTable, OnlyFormatsWithoutDirectCreationAreCopied) {
   }
 }
 
+TEST(FormatNames, ExtensionsOfOtherKindsOfFilesAreForeign) {
+  for (const wchar_t* foreign : {L"vrt", L"XYZ", L"shp", L"nc", L"ecw", L"json", L"pdf"}) {
+    EXPECT_TRUE(platform::IsForeignExtension(foreign)) << foreign;
+  }
+  for (const wchar_t* own : {L"tif", L"TIFF", L"img", L"dat", L"png", L"jpg", L"", L"fused", L"2024"}) {
+    EXPECT_FALSE(platform::IsForeignExtension(own)) << own;
+  }
+}
+
 }  // namespace
