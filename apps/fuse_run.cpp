@@ -1,6 +1,7 @@
 #include "apps/fuse_run.h"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <utility>
 
@@ -10,11 +11,13 @@
 #include "apps/fuse_report.h"
 #include "apps/output_file.h"
 #include "apps/output_format.h"
+#include "apps/sample_share.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
+#include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
@@ -95,7 +98,7 @@ class FuseRun {
         Fuse(inputs, result, m_type, m_checked.format, false, &targets);
       }
     }
-    const FuseOutcome outcome = Look(result);
+    const FuseOutcome outcome = Look(result, inputs.MsType());
     if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
     ThrowObstacle(m_pending.Publish(), m_output);
     return outcome;
@@ -141,8 +144,11 @@ class FuseRun {
     if (targets) {
       // The matching brings the result to its scale.
       dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
-    } else {
-      algorithm->SetStretch(m_options.stretch || StretchesByItself(type));
+    } else if (m_options.stretch) {
+      dynamic_cast<CFusion&>(*algorithm).StretchOwnRange();
+    } else if (IsOnByteScale(type)) {
+      algorithm->SetStretch(true);
+      m_report.RunNotices().Add("The result, on the scale of a byte, is stretched to the range of the output type.");
     }
     // Overviews are built once, on the finished file.
     const NoOverviews pause;
@@ -150,11 +156,9 @@ class FuseRun {
     if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_report.RunNotices());
   }
 
-  bool StretchesByItself(PixelDataType type) const {
-    const bool wide = !platform::IsFloatType(type) && type != PDT_UINT8;
-    if (!m_checked.method->onByteScale || m_options.stretch || !wide) return false;
-    m_report.RunNotices().Add("The result is stretched to the range of the output type (--stretch).");
-    return true;
+  /// Whether the raw result would look black in the type.
+  bool IsOnByteScale(PixelDataType type) const {
+    return m_checked.method->onByteScale && !platform::IsFloatType(type) && type != PDT_UINT8;
   }
 
   /// The matching as a stage of its own, behind a pipeline of stages.
@@ -189,31 +193,41 @@ class FuseRun {
   }
 
   /// A run that reports success but left no readable raster has failed.
-  FuseOutcome Look(const std::wstring& file) const {
+  FuseOutcome Look(const std::wstring& file, PixelDataType msType) const {
     CRasterSource source;
     if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
     FuseOutcome outcome{source.GetWidth(), source.GetHeight(), source.GetBandCount(), source.GetRasterDataType(), {}};
-    if (m_masks && m_options.json) outcome.validShare = ValidShare(source);
+    // A run that masks writes 0 where there is no data, and nowhere else.
+    if (m_masks && m_options.json) outcome.validShare = SampleShare(source, 1, [](double v) { return v != 0.0; });
+    if (MayExceedType(msType)) TellWhatWasCut(source);
     return outcome;
   }
 
-  /// The share of pixels that are not 0, which a run that masks writes where there is no data.
-  static double ValidShare(const CRasterSource& source) {
-    CRasterBand& band = *source.GetRasterBand(0);
-    const int width = source.GetWidth();
-    const int height = source.GetHeight();
-    constexpr int kRows = 64;
-    std::vector<double> values(static_cast<std::size_t>(width) * kRows);
-    std::int64_t valid = 0;
-    for (int top = 0, rows = 0; top < height; top += rows) {
-      rows = std::min(kRows, height - top);
-      if (band.ReadBlock(0, top, width, rows, values.data(), width, rows, PDT_FLOAT64) != 0) {
-        throw RunError(ERR_READ, messages::kReadFailed);
-      }
-      valid += std::count_if(values.begin(), values.begin() + std::ptrdiff_t{width} * rows,
-                             [](double v) { return v != 0.0; });
-    }
-    return static_cast<double>(valid) / (static_cast<double>(width) * height);
+  /// Whether values of the result may lie far beyond those of an integer output type.
+  bool MayExceedType(PixelDataType msType) const {
+    if (platform::IsFloatType(m_type) || m_options.stretch || m_options.autoLevel) return false;
+    const bool onBandScale = m_checked.matched || m_checked.method->onBandScale;
+    const bool onByteScale = !m_checked.matched && m_checked.method->onByteScale;
+    return !onByteScale && (!onBandScale || LargestOf(m_type) < LargestOf(msType));
+  }
+
+  static double LargestOf(PixelDataType type) {
+    double smallest = 0.0;
+    double largest = 0.0;
+    CRasterAlgorithm::GetMaxMinVal(type, largest, smallest);
+    return largest;
+  }
+
+  void TellWhatWasCut(const CRasterSource& output) const {
+    constexpr double kWorthAWord = 0.01;
+    const double largest = LargestOf(m_type);
+    const double share = SampleShare(output, output.GetBandCount(), [=](double v) { return v >= largest; });
+    if (share < kWorthAWord) return;
+    std::string remedy = m_checked.matched ? "--spectral-match off --stretch" : "--stretch";
+    if (!m_checked.method->Takes(kTakesStretch)) remedy = "--auto-level";
+    m_report.RunNotices().Add(std::to_string(std::lround(share * 100.0)) + " % of the samples do not fit " +
+                              TypeName(m_type) + " and are cut to its largest value; add " + remedy +
+                              ", or a wider --type.");
   }
 
   void BuildOverviews(const std::wstring& file) {

@@ -46,9 +46,9 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
     AbandonRun(dst);
   } else {
     Guard([&] {
-      if (blocks->matching) {
+      if (blocks->counted) {
         if (!WalkBlocks(*blocks, *blocks->counted, variation)) return;
-        blocks->matching->Settle();
+        EndCounting(*blocks);
       }
       WalkBlocks(*blocks, blocks->grid, variation);
     });
@@ -104,7 +104,8 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
     ReportError();
     return nullptr;
   }
-  if (m_pProgress) m_pProgress->Start(title, grid.Count() + (blocks->matching ? blocks->counted->Count() : 0));
+  PrepareRange(*blocks);
+  if (m_pProgress) m_pProgress->Start(title, grid.Count() + (blocks->counted ? blocks->counted->Count() : 0));
   return blocks;
 }
 
@@ -118,11 +119,34 @@ bool CFusion::PrepareMatching(fusion::BlockSet& blocks) {
   blocks.matching =
       std::make_unique<fusion::BlockMatching>(*m_matchTargets, m_param.m_eOutDataType, m_param.m_bMaskNoData);
   blocks.counted = MakeSceneGrid();
+  SetOutRange(blocks.matching->FusedType());
+  return true;
+}
+
+void CFusion::PrepareRange(fusion::BlockSet& blocks) {
+  if (!m_stretchesOwnRange || blocks.matching) return;
+  blocks.range = std::make_unique<fusion::BlockRange>(m_param.m_nOutBandCount, m_param.m_bMaskNoData);
+  blocks.counted = MakeSceneGrid();
+  SetStretch(false);
+  SetOutRange(fusion::BlockRange::kFusedType);
+}
+
+void CFusion::EndCounting(fusion::BlockSet& blocks) {
+  if (blocks.matching) blocks.matching->Settle();
+  if (!blocks.range) return;
+  const platform::RowRange range = blocks.range->Range();
+  blocks.range.reset();
+  // What is the same everywhere has no range to be stretched.
+  SetStretch(range.Minimum() < range.Maximum());
+  SetSrcMinMaxValue(range.Minimum(), range.Maximum());
+  SetOutRange(m_param.m_eOutDataType);
+}
+
+void CFusion::SetOutRange(PixelDataType type) {
   double minimum = 0.0;
   double maximum = 0.0;
-  CRasterAlgorithm::GetMaxMinVal(blocks.matching->FusedType(), maximum, minimum);
+  CRasterAlgorithm::GetMaxMinVal(type, maximum, minimum);
   SetOutMinMaxValue(minimum, maximum);
-  return true;
 }
 
 fusion::BlockGrid CFusion::MakeBlockGrid() {
@@ -183,7 +207,7 @@ LoadResult CFusion::LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, c
 
 void CFusion::ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   if (!blocks.overlapped) return;
-  const bool counting = blocks.matching && blocks.matching->IsCounting();
+  const bool counting = blocks.IsCounting();
   CRect next = (counting ? *blocks.counted : blocks.grid).After(blocks.dstBlock);
   if (next.Area() == 0 && counting) next = blocks.grid.Block(0, 0);
   CRect msRect;
@@ -234,7 +258,7 @@ bool CFusion::WalkBlocks(fusion::BlockSet& blocks, const fusion::BlockGrid& grid
 }
 
 bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
-  const PixelDataType type = blocks.matching ? blocks.matching->FusedType() : m_param.m_eOutDataType;
+  const PixelDataType type = blocks.FusedType(m_param.m_eOutDataType);
   const int bandCount = m_param.m_nOutBandCount;
   const fusion::FusionBlock block{
       blocks.pan[0],
@@ -256,9 +280,14 @@ bool CFusion::FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation&
   if (!result) return true;
   // The area is asked now: when the block is written it may already hold the next one.
   std::vector<unsigned char> inside;
-  if (blocks.matching && blocks.aoi && !m_param.m_bMaskNoData) inside = fusion::MarkInside(*blocks.aoi, blocks.panRect);
+  const bool sortsPixels = blocks.matching || blocks.range;
+  if (sortsPixels && blocks.aoi && !m_param.m_bMaskNoData) inside = fusion::MarkInside(*blocks.aoi, blocks.panRect);
   blocks.writer.Add([this, &blocks, bandCount, rect = blocks.dstBlock, result, inside = std::move(inside)]() mutable {
     if (blocks.writeFailed) return;
+    if (blocks.range) {
+      blocks.range->Count(result.get(), rect, inside);
+      return;
+    }
     const bool taken = blocks.matching ? blocks.matching->Take(result.get(), rect, inside, *m_pDstSrc)
                                        : WriteBlock(m_pDstSrc, bandCount, &rect, result.get()) == GIS_SUCCESS;
     if (!taken) blocks.writeFailed = true;

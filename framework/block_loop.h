@@ -8,6 +8,7 @@
 
 #include "framework/block_buffers.h"
 #include "framework/block_matching.h"
+#include "framework/block_range.h"
 #include "framework/fusion_block.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/row_cache.h"
@@ -42,8 +43,16 @@ struct BlockSet {
   /// @param overlapped whether blocks are read and written on threads of their own
   BlockSet(const BlockGrid& grid, std::vector<int> msBands, int panLeft, int panTop, bool overlapped);
 
+  /// Whether blocks are fused for statistics of the result alone.
+  bool IsCounting() const { return range || (matching && matching->IsCounting()); }
+  /// What they are fused in; the given type where they are written as they are.
+  PixelDataType FusedType(PixelDataType outType) const {
+    if (range) return BlockRange::kFusedType;
+    return matching ? matching->FusedType() : outType;
+  }
+
   BlockGrid grid;
-  std::optional<BlockGrid> counted;  ///< what a matched run takes its statistics from
+  std::optional<BlockGrid> counted;  ///< what statistics of the result are taken from, where there are any
   std::vector<int> msBands;
   int panLeft;
   int panTop;
@@ -57,6 +66,7 @@ struct BlockSet {
   CRect msRect;    ///< and what was read for it from the multispectral image
   CRasterAOI* aoi = nullptr;
   std::unique_ptr<BlockMatching> matching;  ///< null where the blocks are written as they are
+  std::unique_ptr<BlockRange> range;        ///< while the range of the result is taken
   int step = 0;                             ///< blocks done
   std::atomic<bool> writeFailed = false;
 

@@ -66,6 +66,9 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// Brings the result of the next runs to target moments, in place of the record's spectral matching: the blocks are
   /// fused twice, once for the statistics and once for the output. A run with another number of bands fails.
   void MatchBlocks(fusion::MatchTargets targets);
+  /// Stretches the result of the next runs to the output type's range from its own range, of all bands together, in
+  /// place of the source range: the blocks are fused twice, too. Without effect on runs that match.
+  void StretchOwnRange() { m_stretchesOwnRange = true; }
 
   /// The overlap of both images in pan pixels. False when there is none.
   bool GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool strict);
@@ -110,6 +113,7 @@ class FUSION_API CFusion : public CBaseAlgorithm {
 
  private:
   std::optional<fusion::MatchTargets> m_matchTargets;
+  bool m_stretchesOwnRange = false;
   /// What the run is a part of, in pan pixels, and the pixels of a run over it; empty where the run stands for itself.
   CRect m_scene;
   platform::Affine m_sceneToGround;
@@ -119,6 +123,11 @@ class FUSION_API CFusion : public CBaseAlgorithm {
                                                const fusion::RunVariation& variation);
   /// The run's matching, null without targets. False with the error state set where they do not fit the bands.
   bool PrepareMatching(fusion::BlockSet& blocks);
+  void PrepareRange(fusion::BlockSet& blocks);
+  /// Turns from the statistics of the result to the result.
+  void EndCounting(fusion::BlockSet& blocks);
+  /// Lets computed values fill the type.
+  void SetOutRange(PixelDataType type);
   /// Fuses every block of a grid. False where the run ended before.
   bool WalkBlocks(fusion::BlockSet& blocks, const fusion::BlockGrid& grid, const fusion::RunVariation& variation);
   /// Leaves out the pixels of a block just read that have no data, where the run masks them.

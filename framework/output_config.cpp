@@ -101,10 +101,7 @@ bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRaste
     m_pReproject->CreateGrid(pan->ImageToGround(m_scene.Area() > 0 ? m_scene : *dstRectInPan), 0.0, 0.0, 3);
   }
 
-  double minimum = 0.0;
-  double maximum = 0.0;
-  CRasterAlgorithm::GetMaxMinVal(param->m_eOutDataType, maximum, minimum);
-  SetOutMinMaxValue(minimum, maximum);
+  SetOutRange(param->m_eOutDataType);
   return true;
 }
 

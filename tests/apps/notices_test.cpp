@@ -116,4 +116,64 @@ TEST_F(NoticesOfRuns, OutsideTheAreaOfInterestLiesDeclaredNoData) {
   EXPECT_FALSE(DeclaredNoData());
 }
 
+TEST_F(NoticesOfRuns, TheStretchFillsTheTypeAndLeavesHardlyASampleAtItsEnd) {
+  for (const std::string method : {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca"}) {
+    for (const std::string type : {"uint8", "uint16"}) {
+      SCOPED_TRACE(method + ' ' + type);
+      std::vector<std::string> options = {"--method", method, "--type", type, "--stretch"};
+      if (method != "bayesian" && method != "pca") options.insert(options.end(), {"--spectral-match", "off"});
+      EXPECT_THAT(Notices(options), testing::Each(Not(HasSubstr("do not fit"))));
+      const auto out = Image("out.tif");
+      const double largest = type == "uint8" ? 255.0 : 65535.0;
+      double low = largest;
+      double high = 0.0;
+      std::size_t atEnd = 0;
+      std::size_t all = 0;
+      for (const auto& band : out.bands) {
+        const auto [least, most] = std::minmax_element(band.begin(), band.end());
+        low = std::min(low, *least);
+        high = std::max(high, *most);
+        atEnd += static_cast<std::size_t>(std::count(band.begin(), band.end(), largest));
+        all += band.size();
+      }
+      EXPECT_EQ(low, 0.0);
+      EXPECT_EQ(high, largest);
+      EXPECT_LT(atEnd, all / 100);
+    }
+  }
+}
+
+TEST_F(NoticesOfRuns, AResultThatDoesNotFitItsTypeIsToldWithARemedy) {
+  struct Case {
+    std::vector<std::string> options;
+    std::string remedy;
+  };
+  const Case cases[] = {
+      {{"--type", "uint8"}, "add --stretch,"},
+      {{"--type", "uint8", "--method", "brovey"}, "add --spectral-match off --stretch,"},
+      {{"--type", "uint8", "--method", "sharpen"}, "add --auto-level,"},
+      {{"--type", "uint16", "--method", "multiplicative", "--spectral-match", "off"}, "add --stretch,"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.options));
+    const auto notices = Notices(c.options);
+    const auto out = Image("out.tif");
+    double cut = 0.0;
+    const double largest = c.options[1] == "uint8" ? 255.0 : 65535.0;
+    for (const auto& band : out.bands) cut += static_cast<double>(std::count(band.begin(), band.end(), largest));
+    const auto percent = std::lround(100.0 * cut / (4.0 * 64 * 64));
+    ASSERT_EQ(notices.size(), 1U);
+    EXPECT_THAT(notices[0],
+                testing::StartsWith(std::to_string(percent) + " % of the samples do not fit " + c.options[1]));
+    EXPECT_THAT(notices[0], HasSubstr(c.remedy));
+  }
+  // What fits, or is meant to be cut.
+  for (const auto& options : {std::vector<std::string>{"--type", "uint16"},
+                              {"--method", "brovey", "--spectral-match", "off"},
+                              {"--method", "sharpen", "--type", "uint8", "--auto-level"},
+                              {"--type", "float32"}}) {
+    EXPECT_THAT(Notices(options), IsEmpty()) << testing::PrintToString(options);
+  }
+}
+
 }  // namespace

@@ -51,6 +51,11 @@ std::vector<Case> Cases() {
                                  o.spectralMatch = "off";
                                  o.type = "float64";
                                })},
+      {"brovey, raw and stretched", method("brovey",
+                                           [](app::FuseOptions& o) {
+                                             o.spectralMatch = "off";
+                                             o.stretch = true;
+                                           })},
       {"ihs", method("ihs")},
       {"ihs, raw", method("ihs", raw)},
       {"pca", method("pca", floats)},

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <vector>
+
+#include "platform/raster/raster_types.h"
+#include "platform/raster/row_statistics.h"
+
+namespace fusion {
+
+/// The range of a result, over all its bands, taken from blocks that are fused for this alone.
+class BlockRange {
+ public:
+  /// What the blocks are to be fused in, so that nothing is cut or rounded.
+  static constexpr PixelDataType kFusedType = PDT_FLOAT64;
+
+  /// @param masked 0 marks pixels without data in the fused blocks
+  BlockRange(int bandCount, bool masked);
+
+  /// @param bands one buffer of kFusedType per band
+  /// @param inside one byte per pixel, 0 outside the area of interest; empty where all are inside
+  void Count(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside);
+  const platform::RowRange& Range() const { return m_range; }
+
+ private:
+  int m_bandCount;
+  platform::RowRange m_range;
+  std::vector<double> m_inside;  ///< a row's values that count
+};
+
+}  // namespace fusion
