@@ -42,7 +42,7 @@ GISError CMultipleFusion::Preproccess() {
   for (std::size_t i = 0; i < count; ++i) {
     CRasterBand* band = ExistingBand(*m_pMSSrc, m_param.m_vecMSBands[i]);
     if (!band) return GIS_FAILED;
-    band->ComputeStatics(&m_pMulMin[i], &m_pMulMax[i], &m_pMeans[i], &m_pStdDevs[i], true, m_pProgress);
+    if (!MeasureBand(*band, m_pMulMin[i], m_pMulMax[i], m_pMeans[i], m_pStdDevs[i])) return GIS_FAILED;
   }
   return result;
 }

@@ -29,7 +29,7 @@ GISError CFusion::Preproccess() {
       if (!band) return GIS_FAILED;
       double minimum = 0.0;
       double maximum = 0.0;
-      band->ComputeStatics(&minimum, &maximum, &m_pMeans[i], &m_pStdDevs[i], true, m_pProgress);
+      if (!MeasureBand(*band, minimum, maximum, m_pMeans[i], m_pStdDevs[i])) return GIS_FAILED;
     }
   }
 
@@ -43,6 +43,13 @@ CRasterBand* CFusion::ExistingBand(CRasterSource& source, int index) {
   CRasterBand* band = source.GetRasterBand(index);
   if (!band) SetError(ERR_READ, fusion::messages::kReadFailed);
   return band;
+}
+
+bool CFusion::MeasureBand(CRasterBand& band, double& minimum, double& maximum, double& mean, double& stdDev) {
+  band.ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, m_pProgress);
+  if (!m_pProgress || !m_pProgress->IsCancelRequested()) return true;
+  m_nLastErrorType = ERR_CANCELLED;
+  return false;
 }
 
 bool CFusion::BothDeclareNoData() const {

@@ -90,6 +90,9 @@ class FUSION_API CFusion : public CBaseAlgorithm {
                            std::vector<int>* msBands, CRect* dstRectInPan, CRasterAOI** aoi);
   /// A band of a source; null, with the error state of a failed read, where it has no such band.
   CRasterBand* ExistingBand(CRasterSource& source, int index);
+  /// A band's statistics; zeros where they cannot be computed. False, with the error state set, where the user
+  /// cancelled.
+  bool MeasureBand(CRasterBand& band, double& minimum, double& maximum, double& mean, double& stdDev);
   /// Whether the first bands of both inputs declare a no-data value.
   bool BothDeclareNoData() const;
   /// Resamples, computes, masks and converts a block: all of an AlgorithmProcess but the arithmetic.

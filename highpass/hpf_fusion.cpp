@@ -111,11 +111,7 @@ bool CHpfFusion::ComputeGains(CRasterBand& highPass, double weight, const wchar_
                               const SharedArray& gains) {
   double minimum = 0.0;
   double maximum = 0.0;
-  highPass.ComputeStatics(&minimum, &maximum, &mean, &stdv, true, m_pProgress);
-  if (m_pProgress && m_pProgress->IsCancelRequested()) {
-    m_nLastErrorType = ERR_CANCELLED;
-    return false;
-  }
+  if (!MeasureBand(highPass, minimum, maximum, mean, stdv)) return false;
   if (std::fabs(stdv) < 1e-8) {
     SetError(ERR_ZERO_DEVIATION, noSpread);
     return false;

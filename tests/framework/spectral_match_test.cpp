@@ -7,8 +7,10 @@
 #include <utility>
 
 #include "band_arithmetic/brovey_fusion.h"
+#include "band_arithmetic/multiple_fusion.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
+#include "platform/utility/log.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 
@@ -38,6 +40,41 @@ class SpectralMatch : public testing::Test {
  protected:
   ~SpectralMatch() override { platform::SetRasterFault({}); }
 };
+
+template <typename Method>
+void ExpectCancelledStatistics() {
+  struct Log : CLog {
+    void WriteLog(int level, const char* file, int line, const char* function, const wchar_t* text) override {
+      entries.push_back(std::to_string(level) + "|" + file + "|" + std::to_string(line) + "|" + function);
+      EXPECT_STREQ(text, L"  WARNING: 用户取消了处理进程，处理失败！ ...");
+    }
+    std::vector<std::string> entries;
+  } log;
+  const Scene scene(30);
+  FusionParam param = scene.Param();
+  param.m_bSpectralMatch = true;
+  const auto before = FilesNamedLike(L"");
+  RecordingProgress progress;
+  // The user cancels while the image is read for the first time.
+  platform::SetRasterFault([&](RasterOperation operation, const std::wstring& path, int, const CRect&) {
+    if (operation == RasterOperation::kRead && path == scene.msFile) progress.RequestCancel();
+    return false;
+  });
+  CLog::m_pLogger = &log;
+  Method fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.Process();
+  CLog::m_pLogger = nullptr;
+  EXPECT_EQ(fusion.GetLastErrorType(), 1);
+  EXPECT_EQ(progress.Calls(), (std::vector<std::wstring>{L"Start 正在进行test... 100", L"Step 0 配置参数..."}));
+  EXPECT_EQ(log.entries, std::vector<std::string>{"2|Fusion|401|CFusion::Process"});
+  EXPECT_EQ(FilesNamedLike(L""), before);
+}
+
+TEST_F(SpectralMatch, CancellationOfTheStatisticsEndsTheRunLoggedAndNotReported) {
+  ExpectCancelledStatistics<CBroveyFusion>();
+  ExpectCancelledStatistics<CMultipleFusion>();
+}
 
 TEST_F(SpectralMatch, FusedBandsTakeTheMultispectralMeansAndDeviations) {
   const Scene scene(31);

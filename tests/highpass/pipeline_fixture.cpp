@@ -86,6 +86,7 @@ std::vector<std::string> PipelineFiles::TemporaryFiles(const std::function<void(
     if (operation == platform::RasterOperation::kCreate && path != m_outFile) {
       paths.push_back(path);
       files.emplace_back("never read");
+      EXPECT_NE(path.find(L"融合"), std::wstring::npos) << "beside the output, by its name";
     }
     const auto found = std::find(paths.begin(), paths.end(), path);
     if (operation == platform::RasterOperation::kOpen && found != paths.end()) {

@@ -102,6 +102,20 @@ TEST(IhsTransform, SectorsMeetWhereTheTableSays) {
   expectRgb(300.0, 60.0, 30.0, 60.0);
 }
 
+TEST(IhsTransform, BordersBelongToTheSectorBeforeThem) {
+  // The low colour of a sector is I (1 - S) to the last bit, which a rest of three intensities hardly ever is.
+  for (int i = 1; i < 40; ++i) {
+    const double intensity = 7.3 * i;
+    const double saturation = 0.023 * i;
+    const double low = intensity * (1.0 - saturation);
+    ASSERT_EQ(120.0 / 360.0 * 360.0, 120.0);
+    EXPECT_EQ(Back({intensity, 120.0 / 360.0, saturation})[2], low) << i;
+    ASSERT_EQ(240.0 / 360.0 * 360.0, 240.0);
+    EXPECT_EQ(Back({intensity, 240.0 / 360.0, saturation})[0], low) << i;
+    for (const double hue : {0.0, 250.0 / 360.0, 1.0}) EXPECT_EQ(Back({intensity, hue, saturation})[1], low) << i;
+  }
+}
+
 TEST(IhsTransform, CosineThatRoundsBeyondOneCountsAsOne) {
   // In double arithmetic the quotients are 1 + 1.8e-15 and -1 - 2.2e-15; their angles are 0 and 180 degrees.
   EXPECT_EQ(Forward(73.368579284354809, 69.294694552348545, 69.29469455234856).h, 1.0);
