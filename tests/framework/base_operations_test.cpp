@@ -251,7 +251,7 @@ TEST(BasePreparation, StatisticsAreMadeForMatchingOnly) {
   }
 }
 
-TEST(BasePreparation, StatisticsAskWhetherToGoOn) {
+TEST(BasePreparation, CancelledStatisticsEndIt) {
   const Scene scene(33);
   CRasterSource ms;
   ASSERT_TRUE(ms.OpenSimple(scene.msFile));
@@ -262,7 +262,9 @@ TEST(BasePreparation, StatisticsAskWhetherToGoOn) {
   Probe probe(&param);
   probe.SetProgress(&progress);
   probe.m_pMSSrc = &ms;
-  EXPECT_EQ(probe.Preproccess(), 0);
+  EXPECT_EQ(probe.Preproccess(), 4);
+  EXPECT_EQ(probe.GetLastErrorType(), 1);
+  EXPECT_EQ(progress.Errors(), 0);
   EXPECT_EQ(probe.m_pMeans[0], 0.0);
   EXPECT_EQ(probe.m_pStdDevs[0], 0.0);
 }

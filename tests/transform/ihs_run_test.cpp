@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/utility/common_fun.h"
 #include "tests/support/test_raster.h"
@@ -292,6 +293,45 @@ TEST(IhsRun, RangesOfPanAndOfTheChosenBandsAreTakenAndThoseOfTheBandsFreed) {
   EXPECT_EQ(fusion.m_pMulMax, nullptr);
   EXPECT_EQ(fusion.m_pMeans, nullptr) << "the base class prepares nothing";
   for (const auto& file : test_support::FilesNamedLike(L"row_out~")) CRasterSource::DeleteFileW(L"/vsimem/" + file);
+}
+
+TEST(IhsRun, RangeOfPanIsThatOfThePanBand) {
+  const OneRow row({10.0, 20.0, 31.0}, {{1, 2, 3}, {40, 50, 66}, {7, 9, 8}});
+  FusionParam param = row.Param();
+  param.m_nPanBand = 1;
+  reference::Image pan = ReadImage(param.m_strPanFile);
+  pan.bands.push_back({500.0, 900.0, 700.0});
+  WriteImage(pan, param.m_strPanFile, PDT_FLOAT64);
+  Opened fusion(&param);
+  fusion.Process();
+  test_support::ExpectSuccess(fusion);
+  EXPECT_EQ(fusion.m_dPanMin, 500.0);
+  EXPECT_EQ(fusion.m_dPanMax, 900.0);
+}
+
+TEST(IhsRun, PreparingNeedsBothImagesOpenButDoesWhatItCan) {
+  class Closed : public CIhsTranFusion {
+   public:
+    using CIhsTranFusion::CIhsTranFusion;
+    GISError Preproccess() override {
+      CRasterSource* const pan = std::exchange(m_pPanSrc, nullptr);
+      EXPECT_EQ(CIhsTranFusion::Preproccess(), 4);
+      EXPECT_NE(m_pMulMax, nullptr);
+      CRasterSource closed;
+      m_pPanSrc = &closed;
+      EXPECT_EQ(CIhsTranFusion::Preproccess(), 4);
+      m_pPanSrc = pan;
+      CRasterSource* const ms = std::exchange(m_pMSSrc, &closed);
+      EXPECT_EQ(CIhsTranFusion::Preproccess(), 4);
+      m_pMSSrc = ms;
+      return CIhsTranFusion::Preproccess();
+    }
+  };
+  const Scene scene(87);
+  FusionParam param = scene.Param();
+  Closed fusion(&param);
+  fusion.Process();
+  test_support::ExpectSuccess(fusion);
 }
 
 TEST(IhsRun, KernelFaultsOnFewerThanThreePositions) {
