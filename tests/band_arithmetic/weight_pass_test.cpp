@@ -5,7 +5,6 @@
 #include <cmath>
 #include <memory>
 #include <utility>
-#include <utility>
 
 #include "tests/band_arithmetic/weight_fixture.h"
 
