@@ -45,6 +45,21 @@ TEST(Resampling, WholePositionsGiveTheSampleItself) {
   for (int type = 0; type < 3; ++type) EXPECT_EQ(At(type, 4.0, 5.0, Ramp()), 504.0) << type;
 }
 
+TEST(Resampling, EachMethodCanBeCalledByItsName) {
+  const std::vector<double> values = Ramp();
+  const double* bands[] = {values.data()};
+  CRect rect(0, 0, 10, 10);
+  double out = -1.0;
+  // Whatever the record says.
+  Resampler resampler(3);
+  resampler.NearestNeighbor(bands, 1, &rect, 4.25, 5.5, &out);
+  EXPECT_EQ(out, 604.0);
+  resampler.Bilinear(bands, 1, &rect, 4.25, 5.5, &out);
+  EXPECT_EQ(out, 554.25);
+  resampler.Bicubic(bands, 1, &rect, 4.25, 5.5, &out);
+  EXPECT_EQ(out, 554.34375);
+}
+
 TEST(Resampling, RampIsReproducedByBilinear) { EXPECT_DOUBLE_EQ(At(1, 4.25, 5.5, Ramp()), 554.25); }
 
 TEST(Resampling, BicubicWeightsAtAQuarterAreKeysWithParameterMinusOne) {

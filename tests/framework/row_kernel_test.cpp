@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "framework/fusion.h"
+#include "tests/support/method_sweep.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"
 
@@ -30,8 +31,14 @@ class Resampled : public CFusion {
       for (int column = panRect->left; column < panRect->right; ++column, ++at) {
         double x = 0.0;
         double y = 0.0;
-        m_pPanSrc->ImageToGround(column + 0.5, row + 0.5, x, y);
-        m_pMSSrc->GroundToImage(x, y, x, y);
+        if (m_pReproject) {
+          // The output's whole-number pixel, without the half.
+          m_pDstSrc->ImageToGround(column - panRect->left + dstBlock->left, row - panRect->top + dstBlock->top, x, y);
+          m_pReproject->GetSrcPos(&x, &y, &x, &y, 1);
+        } else {
+          m_pPanSrc->ImageToGround(column + 0.5, row + 0.5, x, y);
+          m_pMSSrc->GroundToImage(x, y, x, y);
+        }
         std::fill(expected.begin(), expected.end(), 0.0);
         Resample(x, y, const_cast<const double**>(ms), msBandCount, msRect, expected.data());
         if (aoi && !aoi->IsInAOI(column, row)) {
@@ -85,6 +92,41 @@ TEST_P(RowKernel, FollowsImagesThatAreRotated) {
       EXPECT_EQ(fusion.seen, 14 * 12);
     }
   }
+}
+
+TEST_P(RowKernel, FollowsAReprojection) {
+  test_support::ReprojectedScene reprojected(43);
+  FusionParam param = Param(reprojected.Base());
+  param.m_rcProcess = {2, 3, 30, 27};
+  param.m_bNeedReproject = true;
+  Resampled fusion(&param);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 0);
+  EXPECT_EQ(fusion.seen, 28 * 24);
+}
+
+TEST_P(RowKernel, AnUnknownOutputTypeYieldsNoBlock) {
+  class Typed : public Resampled {
+   public:
+    using Resampled::Resampled;
+    void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect, PixelDataType,
+                            int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override {
+      for (const int type : {-1, 0, 8}) {
+        const auto outType = static_cast<PixelDataType>(type);
+        EXPECT_EQ(
+            FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, {}),
+            nullptr);
+        ++seen;
+      }
+      return nullptr;
+    }
+  };
+  const Scene scene(44);
+  FusionParam param = Param(scene);
+  Typed fusion(&param);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 0);
+  EXPECT_EQ(fusion.seen, 3);
 }
 
 TEST_P(RowKernel, WorksOnRowsOfAnyLength) {

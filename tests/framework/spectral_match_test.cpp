@@ -261,4 +261,43 @@ TEST_F(SpectralMatch, TouchesNothingWhereItIsOff) {
   EXPECT_FALSE(test_support::FileExists(scene.outFile));
 }
 
+TEST_F(SpectralMatch, TakesARotatedResultAsItLies) {
+  Scene scene(40);
+  const double turned[6] = {440000.0, 8.0, 6.0, 4470000.0, 6.0, -8.0};
+  std::copy_n(turned, 6, scene.pan.geoTransform);
+  test_support::WriteImage(scene.pan, scene.panFile, PDT_UINT16);
+  FusionParam param = scene.Param(PDT_FLOAT32);
+  param.m_bSpectralMatch = true;
+  param.m_bOpenOption = false;
+  param.m_rcProcess = {0, 0, 12, 9};
+  CBroveyFusion fusion(&param);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 0);
+  const auto out = ReadImage(scene.outFile);
+  EXPECT_EQ(out.width, 12);
+  EXPECT_EQ(out.height, 9);
+  EXPECT_EQ(out.geoTransform[2], 6.0);
+}
+
+TEST_F(SpectralMatch, CountsTheAreaOfInterestAlone) {
+  const Scene scene(41);
+  FusionParam param = scene.Param(PDT_FLOAT64);
+  param.m_bSpectralMatch = true;
+  param.m_strAoiFile = L"/vsimem/match_area.csv";
+  test_support::WriteTriangle(param.m_strAoiFile, {440000.0, 4470000.0}, {440370.0, 4470000.0}, {440000.0, 4469710.0});
+  CBroveyFusion(&param).Process();
+  const auto out = ReadImage(scene.outFile);
+  for (std::size_t b = 0; b < 3; ++b) {
+    // Brovey of positive values is nowhere 0, and the stretch makes no exact 0 of them.
+    std::vector<double> inside;
+    for (const double v : out.bands[b]) {
+      if (v != 0.0) inside.push_back(v);
+    }
+    EXPECT_LT(inside.size(), out.bands[b].size() * 2 / 3);
+    const Figures target = FiguresOf(scene.ms.bands[b]);
+    EXPECT_NEAR(FiguresOf(inside).mean, target.mean, 1e-6);
+    EXPECT_NEAR(FiguresOf(inside).deviation, target.deviation, 1e-6);
+  }
+}
+
 }  // namespace
