@@ -53,8 +53,10 @@ FuseInputs::FuseInputs(const FuseOptions& options, const CheckedOptions& checked
     m_notices.Add("An image has no georeference; the images are overlaid on their pixel coordinates.");
   }
 
-  // Where a method works on whole files, the choice of bands must be one. Alpha is no band for any method.
-  if ((checked.method->wholeFileBands && !options.bands.empty()) || m_leavesOutAlpha) {
+  // Where a method works on whole files, the choice of bands must be one, and the green mix of the pipelines does, too.
+  // Alpha is no band for any method.
+  const bool wholeFile = checked.method->wholeFileBands || (checked.method->isPipeline && options.makeGreen);
+  if ((wholeFile && !options.bands.empty()) || m_leavesOutAlpha) {
     m_views.push_back(View(m_msFile, m_bands));
     m_msFile = m_views.back()->Path();
     m_bands.clear();
@@ -162,6 +164,11 @@ void FuseInputs::CheckBands(const Method& method, int panBandCount, int msBandCo
   if (chosen < method.minimumBands) {
     throw UsageError("Method " + std::string(method.name) + " needs at least " + std::to_string(method.minimumBands) +
                      " multispectral bands, " + std::to_string(chosen) + (chosen == 1 ? " is" : " are") + " chosen.");
+  }
+  constexpr int kGreenMixBands = 4;
+  if (m_options.makeGreen && chosen < kGreenMixBands) {
+    throw UsageError("--make-green mixes the fourth of the bands, near infrared, into the second, green; " +
+                     std::to_string(chosen) + (chosen == 1 ? " is" : " are") + " chosen.");
   }
   for (const int position : m_options.rgb) {
     if (position < 1 || position > chosen) {

@@ -111,8 +111,11 @@ void RasterDescription::Apply(CRasterSource& created) const {
   GDALDataset& dataset = *DatasetOf(created);
   Say(facts, dataset);
   const auto count = std::min<std::size_t>(bands.size(), static_cast<std::size_t>(dataset.GetRasterCount()));
-  const bool anyColour =
-      std::any_of(bands.begin(), bands.end(), [](const BandDescription& band) { return band.colour != GCI_Undefined; });
+  // Of Imagine files GDAL puts colours into a file beside, and never reads them.
+  const bool keepsColours = !EQUAL(dataset.GetDriverName(), "HFA");
+  const bool anyColour = keepsColours && std::any_of(bands.begin(), bands.end(), [](const BandDescription& band) {
+                           return band.colour != GCI_Undefined;
+                         });
   for (std::size_t b = 0; b < count; ++b) {
     const BandDescription& description = bands[b];
     GDALRasterBand& band = *dataset.GetRasterBand(static_cast<int>(b) + 1);

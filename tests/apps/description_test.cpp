@@ -125,6 +125,16 @@ TEST_F(Description, OtherFormatsKeepWhatTheyCan) {
   EXPECT_STREQ(picture->GetRasterBand(1)->GetDescription(), "red");
 }
 
+TEST_F(Description, ColoursThatAFormatDoesNotReadBackBringNoFile) {
+  {
+    const File ms(GDALDataset::Open(Path("truth.tif").c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));
+    ms->GetRasterBand(1)->SetColorInterpretation(GCI_BlueBand);
+  }
+  const auto run = Run({"fuse", Path("pan.tif"), Path("truth.tif"), Path("out.img"), "--method", "brovey", "--quiet"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_FALSE(m_folder.Has("out.img.aux.xml"));
+}
+
 TEST_F(Description, ARotatedImageKeepsItToo) {
   {
     const File ms(GDALDataset::Open(Path("ms.tif").c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));

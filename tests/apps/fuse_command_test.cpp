@@ -143,6 +143,9 @@ TEST_F(FuseCommand, WhatTheFilesForbidIsStatusTwo) {
       {"--method", "ihs", "--bands", "1,2"},
       {"--method", "ihs", "--rgb", "1,2,5"},
       {"--method", "ihs", "--bands", "1,2,3", "--rgb", "1,2,4"},
+      {"--method", "brovey", "--make-green", "--bands", "1,2,3"},
+      {"--method", "hpf", "--make-green", "--bands", "1,2,3"},
+      {"--method", "sharpen", "--make-green", "--bands", "1,2,3"},
       {"--window", "64,0,5,5"},
       {"--window", "-9,-9,5,5"},
   };

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <functional>
@@ -139,6 +140,24 @@ TEST_F(FuseRunTest, ChosenBandsAreTheirPlacesInTheOutput) {
     test_support::WriteImage(chosen, m_folder.WidePath("chosen.tif"), PDT_UINT16);
     auto all = Options(method, "all.tif");
     all.ms = m_folder.Path("chosen.tif");
+    all.overwrite = true;
+    EXPECT_TRUE(some.bands == Fused(all, "all.tif").bands) << method;
+  }
+}
+
+TEST_F(FuseRunTest, TheGreenMixGoesByTheOrderOfTheChosenBands) {
+  for (const std::string method : {"brovey", "hpf", "sharpen"}) {
+    auto options = Options(method, "some.tif");
+    options.bands = {4, 3, 2, 1};
+    options.makeGreen = true;
+    options.overwrite = true;
+    const Image some = Fused(options, "some.tif");
+    Image chosen = Read("ms.tif");
+    std::reverse(chosen.bands.begin(), chosen.bands.end());
+    test_support::WriteImage(chosen, m_folder.WidePath("chosen.tif"), PDT_UINT16);
+    auto all = Options(method, "all.tif");
+    all.ms = m_folder.Path("chosen.tif");
+    all.makeGreen = true;
     all.overwrite = true;
     EXPECT_TRUE(some.bands == Fused(all, "all.tif").bands) << method;
   }
