@@ -22,6 +22,8 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 
+// All forms that libraries use, so that no memory comes from one allocator and goes back to another.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept { return std::malloc(size ? size : 1); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
