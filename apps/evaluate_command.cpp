@@ -292,7 +292,7 @@ int RunEvaluate(const EvaluateOptions& options) {
   } catch (const CommandError& error) {
     throw fail(error);
   } catch (const std::exception& e) {
-    throw fail(RunError(ERR_EXCEPTION, CommonFun::Utf82U(e.what())));
+    throw fail(ExceptionError(e));
   }
 }
 

@@ -24,6 +24,12 @@ inline CommandError UsageError(const std::string& text) { return {kWrongUsage, t
 /// is given, and behind it the message in brackets.
 CommandError RunError(int type, const std::wstring& message, const std::string& sentence = "");
 
+/// A failure by an exception from below: a lack of memory, say.
+CommandError ExceptionError(const std::exception& exception);
+
+/// The system's number of a failure in words, to be put behind a text without its full stop; empty for 0.
+std::string Reason(int error);
+
 /// A plain English sentence for an error type that a run leaves.
 std::string ErrorSentence(int errorType);
 

@@ -18,6 +18,7 @@
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
+#include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
@@ -251,13 +252,14 @@ class FuseRun {
 }  // namespace
 
 int RunFuse(const FuseOptions& options) {
+  platform::ClearWriteError();
   FuseReport report(options);
   try {
     return report.Succeed(FuseRun(options, report).Run());
   } catch (const CommandError& error) {
     return report.Fail(error);
   } catch (const std::exception& e) {
-    return report.Fail(RunError(ERR_EXCEPTION, CommonFun::Utf82U(e.what())));
+    return report.Fail(ExceptionError(e));
   }
 }
 

@@ -48,7 +48,7 @@ class Command {
     } catch (const app::CommandError& e) {
       return app::Report(e);
     } catch (const std::exception& e) {
-      return app::Report({app::kRunFailed, e.what()});
+      return app::Report(app::ExceptionError(e));
     }
   }
 

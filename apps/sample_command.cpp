@@ -14,6 +14,7 @@
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_source.h"
+#include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 
 namespace app {
@@ -62,7 +63,7 @@ class NewFolder {
     std::filesystem::create_directories(path, failed);
     if (failed) {
       Remove();
-      throw CommandError(kRunFailed, "Cannot create the folder " + name + ": " + failed.message() + ".");
+      throw CommandError(kRunFailed, "Cannot create the folder " + name + Reason(failed.value()) + ".");
     }
   }
   ~NewFolder() { Remove(); }
@@ -92,7 +93,7 @@ class SceneFile {
     const double geoTransform[6] = {kEast, m_pixel, 0.0, kNorth, 0.0, -m_pixel};
     if (!m_pending.Begin() || !m_source.CreateRaster(kFormatGeoTiff, m_pending.WorkPath(), m_size.width, m_size.height,
                                                      m_bands, m_type, geoTransform, kCrs, nullptr)) {
-      throw CommandError(kRunFailed, "Cannot create " + CommonFun::U2Utf8(m_path) + ".");
+      throw Failure("created");
     }
   }
   void WriteRow(int band, int row, const std::vector<double>& values) {
@@ -111,7 +112,10 @@ class SceneFile {
 
  private:
   void Check(bool written) const {
-    if (!written) throw CommandError(kRunFailed, "Cannot write " + CommonFun::U2Utf8(m_path) + ".");
+    if (!written) throw Failure("written");
+  }
+  CommandError Failure(const std::string& done) const {
+    return {kRunFailed, CommonFun::U2Utf8(m_path) + " cannot be " + done + Reason(platform::FirstWriteError()) + "."};
   }
 
   std::wstring m_path;
@@ -210,6 +214,7 @@ void AddSampleOptions(CLI::App& command, SampleCommandOptions& o) {
 }
 
 int RunSample(const SampleCommandOptions& o) {
+  platform::ClearWriteError();
   CheckSample(o);
   Size size = ParseSize(o.size);
   const PixelDataType type = ParsePixelType(o.type);

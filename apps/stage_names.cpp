@@ -10,6 +10,7 @@ namespace app {
 namespace {
 
 constexpr std::pair<std::wstring_view, const char*> kStages[] = {
+    {platform::messages::kFormatCopy, "format conversion"},
     {L"卷积处理", "filtering"},
     {L"二次卷积", "second filtering"},
     {L"加绿处理", "green mix"},

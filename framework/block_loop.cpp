@@ -85,8 +85,7 @@ std::unique_ptr<fusion::BlockSet> CFusion::PrepareRun(CRasterSource& pan, CRaste
   const GISError prepared = Preproccess();
   if (prepared != GIS_SUCCESS) {
     if (m_nLastErrorType == ERR_CANCELLED) {
-      // As after a step: logged, not reported.
-      LogCancellation(variation);
+      Cancel(variation);
       return nullptr;
     }
     if (m_nLastErrorType == ERR_NONE) m_nLastErrorType = prepared;
@@ -305,12 +304,12 @@ bool CFusion::FinishWriting(fusion::BlockSet& blocks) {
 bool CFusion::StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation) {
   if (!m_pProgress || m_pProgress->Step(++blocks.step, messages::kProcessing)) return true;
   if (!FinishWriting(blocks)) return false;
-  m_nLastErrorType = ERR_CANCELLED;
-  LogCancellation(variation);
+  Cancel(variation);
   return false;
 }
 
-void CFusion::LogCancellation(const fusion::RunVariation& variation) {
+void CFusion::Cancel(const fusion::RunVariation& variation) {
+  m_nLastErrorType = ERR_CANCELLED;
   if (!CLog::m_pLogger) return;
   CLog::m_pLogger->WriteLog(2, variation.logFile, variation.logLine, variation.logFunction, messages::kCancelled);
 }
@@ -320,16 +319,29 @@ void CFusion::AbandonRun(CRasterSource& dst) {
   m_pAOI = nullptr;
   delete m_pReproject;
   m_pReproject = nullptr;
-  if (m_strTempFile.empty()) return;
-  dst.Close();
+  dst.Abandon();
   CRasterSource::DeleteFileW(m_strTempFile);
+}
+
+void CFusion::CloseOutput(CRasterSource& dst, const fusion::RunVariation& variation) {
+  if (m_nLastErrorType != ERR_NONE) {
+    dst.Abandon();
+    return;
+  }
+  bool cancelled = false;
+  if (dst.Close(m_pProgress, &cancelled)) return;
+  if (cancelled) {
+    Cancel(variation);
+  } else {
+    Fail(ERR_WRITE, messages::kWriteFailed);
+  }
 }
 
 void CFusion::FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
                         const fusion::RunVariation& variation) {
   delete m_pAOI;
   m_pAOI = nullptr;
-  if (!dst.Close() && m_nLastErrorType == ERR_NONE) Fail(ERR_WRITE, messages::kWriteFailed);
+  CloseOutput(dst, variation);
   pan.Close();
   ms.Close();
   if (variation.detailSource) variation.detailSource->Close();

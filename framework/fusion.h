@@ -138,12 +138,15 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;
   bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   bool StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  static void LogCancellation(const fusion::RunVariation& variation);
+  /// Logged, not reported.
+  void Cancel(const fusion::RunVariation& variation);
   /// Begins to read the block that follows the one at hand, where the run overlaps.
   void ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
   /// Waits for a block that may be under way to the output. False, with the error state set and reported, when one
   /// failed.
   bool FinishWriting(fusion::BlockSet& blocks);
   void AbandonRun(CRasterSource& dst);
+  /// The output's end, where the run may still fail or be cancelled.
+  void CloseOutput(CRasterSource& dst, const fusion::RunVariation& variation);
   void FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, const fusion::RunVariation& variation);
 };

@@ -7,11 +7,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <new>
 #include <vector>
 
 #include "platform/algorithm/messages.h"
 #include "platform/raster/gdal_access.h"
+#include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 
 namespace messages = platform::messages;
@@ -43,6 +47,42 @@ bool HasInternalOverviews(GDALDatasetH dataset) {
 int CPL_STDCALL GoesOn(double, const char*, void* progress) {
   const auto* reporter = static_cast<const CBaseProgress*>(progress);
   return !reporter || !reporter->IsCancelRequested();
+}
+
+bool HasRoom(const CRasterSource& source, const std::vector<int>& levels) {
+  double bytes = 0.0;
+  for (const int factor : levels) {
+    bytes += std::ceil(source.GetWidth() / static_cast<double>(factor)) *
+             std::ceil(source.GetHeight() / static_cast<double>(factor)) * source.GetBandCount() *
+             platform::PixelSize(source.GetRasterDataType());
+  }
+  return platform::HasRoomFor(source.GetPath(), bytes);
+}
+
+bool BuildLevels(GDALDatasetH dataset, const std::string& resampling, std::vector<int>& levels,
+                 CBaseProgress* progress) {
+  const platform::GdalErrors errors;
+  if (GDALBuildOverviews(dataset, resampling.c_str(), static_cast<int>(levels.size()), levels.data(), 0, nullptr,
+                         GoesOn, progress) == CE_None) {
+    return true;
+  }
+  // Half-built levels would pass for good ones; the dataset lets go of its overviews before the file goes.
+  static_cast<void>(GDALBuildOverviews(dataset, "NONE", 0, nullptr, 0, nullptr, nullptr, nullptr) == CE_None);
+  if (errors.OutOfMemory()) throw std::bad_alloc();
+  return false;
+}
+
+/// A raster that is only read lies in its file as it is. A dataset of our own writes through a guard, and closing it
+/// shows whether all has been written.
+bool BuildBeside(const CRasterSource& source, const std::string& resampling, std::vector<int>& levels,
+                 CBaseProgress* progress) {
+  const platform::WriteGuard guard(source.GetPath());
+  const platform::GdalErrors quiet;
+  GDALDatasetH dataset = GDALOpen(guard.Name().c_str(), GA_ReadOnly);
+  if (!dataset) return false;
+  const bool built = BuildLevels(dataset, resampling, levels, progress);
+  GDALClose(dataset);
+  return built && !guard.HasFailed();
 }
 
 }  // namespace
@@ -80,13 +120,11 @@ void CBuildRasterOverviews::Build() {
   // the terminal about files of more than three bands, out of reach of the error handler below.
   const CPLConfigOptionSetter external("TIFF_USE_OVR", "YES", false);
   const CPLConfigOptionSetter big("BIGTIFF_OVERVIEW", "IF_SAFER", false);
-  const platform::GdalErrors quiet;
   const bool built = !platform::RasterFails(platform::RasterOperation::kWrite, m_pSource->GetPath() + L".ovr") &&
-                     GDALBuildOverviews(dataset, m_strResampling.c_str(), static_cast<int>(levels.size()),
-                                        levels.data(), 0, nullptr, GoesOn, m_pProgress) == CE_None;
+                     HasRoom(*m_pSource, levels) &&
+                     (m_pSource->IsWritable() ? BuildLevels(dataset, m_strResampling, levels, m_pProgress)
+                                              : BuildBeside(*m_pSource, m_strResampling, levels, m_pProgress));
   if (built) return;
-  // Half-built levels would pass for good ones; the dataset lets go of its overviews before the file goes.
-  static_cast<void>(GDALBuildOverviews(dataset, "NONE", 0, nullptr, 0, nullptr, nullptr, nullptr) == CE_None);
   VSIUnlink(CommonFun::U2Utf8(m_pSource->GetPath() + L".ovr").c_str());
   if (m_pProgress && m_pProgress->IsCancelRequested()) {
     m_nLastErrorType = ERR_CANCELLED;

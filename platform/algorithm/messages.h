@@ -7,6 +7,7 @@ namespace platform::messages {
 // The texts of errors and progress that runs of every kind share.
 inline constexpr wchar_t kConfiguring[] = L"配置参数...";
 inline constexpr wchar_t kProcessing[] = L"处理中...";
+inline constexpr wchar_t kFormatCopy[] = L"格式转换";
 inline constexpr wchar_t kReadFailed[] = L"读取数据失败！";
 inline constexpr wchar_t kWriteFailed[] = L"写数据失败！";
 inline constexpr wchar_t kWrongExtent[] = L"设置的影像范围有误！";

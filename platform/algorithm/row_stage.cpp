@@ -90,9 +90,15 @@ void RowStage::Process() {
   bool done = false;
   Guard([&] { done = Execute(run); });
   m_run = nullptr;
-  if (run.created && !run.output.Close() && done) {
-    Fail(ERR_WRITE, messages::kWriteFailed);
+  if (!done) run.output.Abandon();
+  bool cancelled = false;
+  if (!run.output.Close(m_pProgress, &cancelled)) {
     done = false;
+    if (cancelled) {
+      m_nLastErrorType = ERR_CANCELLED;
+    } else {
+      Fail(ERR_WRITE, messages::kWriteFailed);
+    }
   }
   run.input.Close();
   if (!done) {

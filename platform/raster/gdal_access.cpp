@@ -3,6 +3,7 @@
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 
+#include <cerrno>
 #include <mutex>
 
 #include "platform/raster/raster_source.h"
@@ -14,8 +15,8 @@ namespace {
 constexpr GDALDataType kTypes[] = {GDT_Unknown, GDT_Byte,  GDT_UInt16,  GDT_Int16,
                                    GDT_UInt32,  GDT_Int32, GDT_Float32, GDT_Float64};
 
-void CPL_STDCALL CountError(CPLErr level, CPLErrorNum, const char* text) {
-  if (level >= CE_Failure) static_cast<GdalErrors*>(CPLGetErrorHandlerUserData())->Count(text);
+void CPL_STDCALL CountError(CPLErr level, CPLErrorNum number, const char* text) {
+  if (level >= CE_Failure) static_cast<GdalErrors*>(CPLGetErrorHandlerUserData())->Count(number, text);
 }
 
 }  // namespace
@@ -33,9 +34,12 @@ void InitialiseGdal() {
 GdalErrors::GdalErrors() {
   CPLErrorReset();
   CPLPushErrorHandlerEx(CountError, this);
+  errno = 0;
 }
 
-void GdalErrors::Count(const char* text) {
+void GdalErrors::Count(int number, const char* text) {
+  // The libraries below GDAL tell a failed allocation in words of their own.
+  if (number == CPLE_OutOfMemory || errno == ENOMEM) m_bOutOfMemory = true;
   if (m_nFailures++ == 0 && text) m_strReason = text;
 }
 

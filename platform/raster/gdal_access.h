@@ -24,10 +24,13 @@ class GdalErrors {
   bool Any() const { return m_nFailures > 0; }
   /// Empty where GDAL gave none.
   const std::string& Reason() const { return m_strReason; }
-  void Count(const char* text);
+  /// Whether one was a lack of memory.
+  bool OutOfMemory() const { return m_bOutOfMemory; }
+  void Count(int number, const char* text);
 
  private:
   int m_nFailures = 0;
+  bool m_bOutOfMemory = false;
   std::string m_strReason;
 };
 

@@ -4,6 +4,7 @@
 #include <cpl_vsi.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <list>
 #include <system_error>
@@ -11,6 +12,7 @@
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/companions.h"
 #include "platform/raster/renames.h"
+#include "platform/raster/write_guard.h"
 #include "platform/system/files.h"
 #include "platform/utility/common_fun.h"
 
@@ -121,13 +123,13 @@ struct PendingOutput::Impl {
   /// Files in the folder that come with the raster, under the names that they are to have.
   std::vector<std::wstring> NewCompanions() const {
     const CPLStringList names(VSIReadDir(CommonFun::U2Utf8(folder).c_str()));
-    const std::wstring stem = StemOf(target).substr(FolderOf(target).size()) + L'.';
     std::vector<std::wstring> files;
     for (int i = 0; i < names.size(); ++i) {
       const std::wstring name = CommonFun::Utf82U(names[i]);
-      if (name.rfind(stem, 0) == 0 && folder + name != work && IsRegularFile(folder + name)) {
-        files.push_back(FolderOf(target) + name);
-      }
+      const std::wstring file = folder + name;
+      // Drivers may leave behind what they needed for a while.
+      const bool stays = file != work && IsCompanionName(file, work) && IsRegularFile(file);
+      if (stays) files.push_back(FolderOf(target) + name);
     }
     return files;
   }
@@ -211,8 +213,11 @@ bool PendingOutput::Begin() {
   for (int attempt = 0; attempt < 16; ++attempt) {
     // Named like a temporary file, without its extension.
     const std::wstring folder = CommonFun::MakeTempName(StemOf(target));
+    errno = 0;
     if (VSIMkdir(CommonFun::U2Utf8(folder).c_str(), kForTheUserAlone) != 0) {
+      const int error = errno;
       if (Exists(folder)) continue;
+      KeepWriteError(error);
       return false;
     }
     m_impl->folder = folder + L'/';

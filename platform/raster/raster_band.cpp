@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
@@ -82,17 +83,22 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
   if (platform::RasterFails(operation, m_pSource->GetPath(), m_nIndex, rect)) return kFailed;
   const std::lock_guard lock(m_pSource->TransferLock());
   const platform::GdalErrors quiet;
-  if (write && WriteStrips(rect, buffer, type, pixelSpace, lineSpace)) return quiet.Any() ? kFailed : 0;
+  // A lack of memory is told as one, not as a failure of the disk.
+  const auto answer = [&](bool ok) {
+    if (!ok && quiet.OutOfMemory()) throw std::bad_alloc();
+    return ok ? 0 : kFailed;
+  };
+  if (write && WriteStrips(rect, buffer, type, pixelSpace, lineSpace)) return answer(!quiet.Any());
   if (m_pSource->IsWritable()) m_bStrips = false;
-  if (m_bSignedBytes) return ReadSignedBytes(rect, buffer, type, pixelSpace, lineSpace) ? 0 : kFailed;
-  if (!write && ReadStrips(rect, buffer, type, pixelSpace, lineSpace)) return quiet.Any() ? kFailed : 0;
+  if (m_bSignedBytes) return answer(ReadSignedBytes(rect, buffer, type, pixelSpace, lineSpace));
+  if (!write && ReadStrips(rect, buffer, type, pixelSpace, lineSpace)) return answer(!quiet.Any());
   const CPLErr result =
       BandOf(*m_pSource, m_nIndex)
           ->RasterIO(write ? GF_Write : GF_Read, rect.left, rect.top, rect.Width(), rect.Height(), buffer, bufferWidth,
                      bufferHeight, static_cast<GDALDataType>(platform::ToGdalType(type)), pixelSpace, lineSpace,
                      nullptr);
   // A failed write of an older block shows up as an error of this call.
-  return result == CE_None && !(write && quiet.Any()) ? 0 : kFailed;
+  return answer(result == CE_None && !(write && quiet.Any()));
 }
 
 /// Whole strips in the band's own type go straight to the file, as long as no block of the band has been in the cache

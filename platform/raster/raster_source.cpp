@@ -4,13 +4,17 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "platform/algorithm/base_progress.h"
+#include "platform/algorithm/messages.h"
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/companions.h"
 #include "platform/raster/gdal_access.h"
@@ -18,6 +22,7 @@
 #include "platform/raster/pending_output.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 
 using platform::GdalErrors;
@@ -38,6 +43,7 @@ struct CRasterSource::Impl {
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
   std::wstring copySource;                             ///< the temporary raster it is copied from
+  std::unique_ptr<platform::WriteGuard> guard;         ///< of a raster that is being made
   CPLStringList copyOptions;
 };
 
@@ -98,6 +104,32 @@ void RemoveEmptyFile(const std::wstring& path) {
   if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(file, error))) return;
   if (std::filesystem::file_size(file, error) == 0 && !error) std::filesystem::remove(file, error);
 }
+
+/// Whether the samples of a new file take as much of the disk as they are large, as far as its options tell.
+bool IsPlain(const CPLStringList& options) {
+  static constexpr std::array kOptions = {"COMPRESS", "COMPRESSED", "NBITS", "SPARSE_OK"};
+  return std::none_of(kOptions.begin(), kOptions.end(),
+                      [&](const char* option) { return options.FetchNameValue(option) != nullptr; });
+}
+
+/// A reporter behind GDAL's callback.
+struct CopyProgress {
+  CBaseProgress* reporter;
+  int percent = 0;
+  bool cancelled = false;
+
+  static int CPL_STDCALL Follow(double share, const char*, void* self) {
+    auto& progress = *static_cast<CopyProgress*>(self);
+    if (!progress.reporter) return TRUE;
+    const int percent = static_cast<int>(share * 100.0);
+    if (progress.reporter->IsCancelRequested()) progress.cancelled = true;
+    if (percent > progress.percent && !progress.cancelled) {
+      progress.percent = percent;
+      progress.cancelled = !progress.reporter->Step(percent, platform::messages::kProcessing);
+    }
+    return !progress.cancelled;
+  }
+};
 
 }  // namespace
 
@@ -166,11 +198,17 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
     copyOptions = std::exchange(creation, CreationOptions("GTiff", nullptr));
   }
   const bool existed = CommonFun::IsExistingFile(path);
-  RemoveEmptyFile(target);
+  const double bytes = static_cast<double>(width) * height * bandCount * platform::PixelSize(type);
+  const bool hasRoom = !IsPlain(creation) || platform::HasRoomFor(target, bytes);
+  if (hasRoom) RemoveEmptyFile(target);
+  m_impl->guard = std::make_unique<platform::WriteGuard>(target);
   GDALDataset* dataset =
-      driver->Create(CommonFun::U2Utf8(target).c_str(), width, height, bandCount, gdalType, creation.List());
+      hasRoom ? driver->Create(m_impl->guard->Name().c_str(), width, height, bandCount, gdalType, creation.List())
+              : nullptr;
   if (!dataset) {
+    m_impl->guard.reset();
     if (wanted->copyOnly || !existed) DeleteFileW(target);
+    if (quiet.OutOfMemory()) throw std::bad_alloc();
     return false;
   }
   if (geoTransform && !IsIdentity(geoTransform)) {
@@ -194,7 +232,7 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
   return true;
 }
 
-bool CRasterSource::Close() {
+bool CRasterSource::Close(CBaseProgress* progress, bool* cancelled) {
   if (!m_impl->dataset) return true;
   bool ok = true;
   {
@@ -210,35 +248,42 @@ bool CRasterSource::Close() {
     }
     m_impl->bands.clear();
     GDALClose(m_impl->dataset);
-    ok = !m_impl->writable || !errors.Any();
+    ok = !m_impl->writable || !(errors.Any() || (m_impl->guard && m_impl->guard->HasFailed()));
   }
   if (m_impl->writable && RasterFails(RasterOperation::kClose, m_impl->path)) ok = false;
-  if (m_impl->copyFormat) {
-    ok = ok && CopyToFinalFormat();
-    DeleteFileW(m_impl->copySource);
-  }
+  if (m_impl->copyFormat) ok = ok && CopyToFinalFormat(progress, cancelled);
+  DeleteFileW(m_impl->copySource);
   m_impl = std::make_unique<Impl>();
   return ok;
 }
 
-bool CRasterSource::CopyToFinalFormat() const {
+void CRasterSource::Abandon() {
+  m_impl->copyFormat = nullptr;
+  Close();
+}
+
+bool CRasterSource::CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) const {
+  CopyProgress follower{progress};
+  if (progress) progress->Start(platform::messages::RunTitle(platform::messages::kFormatCopy), 100);
   // Under another name first, so that a failure leaves an older file as it was.
   platform::PendingOutput finished(m_impl->path);
   if (!finished.Begin()) return false;
   bool ok = false;
   {
+    const platform::WriteGuard guard(finished.WorkPath());
     const GdalErrors errors;
     const std::unique_ptr<GDALDataset> source(
         GDALDataset::Open(CommonFun::U2Utf8(m_impl->copySource).c_str(), GDAL_OF_RASTER));
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(m_impl->copyFormat->driver);
-    std::unique_ptr<GDALDataset> copy(source ? driver->CreateCopy(CommonFun::U2Utf8(finished.WorkPath()).c_str(),
-                                                                  source.get(), FALSE, m_impl->copyOptions.List(),
-                                                                  nullptr, nullptr)
+    std::unique_ptr<GDALDataset> copy(source ? driver->CreateCopy(guard.Name().c_str(), source.get(), FALSE,
+                                                                  m_impl->copyOptions.List(), CopyProgress::Follow,
+                                                                  &follower)
                                              : nullptr);
     ok = copy != nullptr;
     copy.reset();
-    ok = ok && !errors.Any();
+    ok = ok && !errors.Any() && !guard.HasFailed();
   }
+  if (cancelled) *cancelled = follower.cancelled;
   return ok && finished.Publish().kind == platform::OutputObstacle::kNone;
 }
 

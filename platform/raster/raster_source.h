@@ -14,6 +14,8 @@
 #undef DeleteFileW
 #endif
 
+class CBaseProgress;
+
 /// A raster file. Pixel coordinates are corner-based: pixel (c, r) covers c..c+1 by r..r+1. Samples may be read and
 /// written from several threads while it stays open.
 class FUSION_API CRasterSource {
@@ -37,8 +39,11 @@ class FUSION_API CRasterSource {
   bool CreateRaster(RasterDataFormat format, const std::wstring& path, int width, int height, int bandCount,
                     PixelDataType type, const double geoTransform[6], const std::wstring& wkt,
                     const char* const* options);
-  /// False when pending data could not be written. Closing a closed raster is a success.
-  bool Close();
+  /// False when pending data could not be written. Closing a closed raster is a success. The reporter follows the copy
+  /// that some formats end with, and may cancel it: that is a failure too, and *cancelled tells it.
+  bool Close(CBaseProgress* progress = nullptr, bool* cancelled = nullptr);
+  /// Closes a raster whose run has failed; that copy is not made.
+  void Abandon();
   bool IsOpen() const;
   /// Until it is closed, the raster's samples that are not valid (declared no-data value, NaN, an infinity, left out by
   /// a mask band or by alpha) read as NaN where they are read as packed doubles.
@@ -98,7 +103,7 @@ class FUSION_API CRasterSource {
 
  private:
   void Adopt(void* handle, const std::wstring& path, bool writable);
-  bool CopyToFinalFormat() const;
+  bool CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) const;
 
   struct Impl;
   std::unique_ptr<Impl> m_impl;

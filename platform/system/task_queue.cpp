@@ -21,15 +21,17 @@ void SetThreadFault(bool (*fault)()) { g_threadFault = fault; }
 struct TaskQueue::Impl {
   Impl(std::size_t mostTasks, bool onThread) : most(mostTasks), threaded(onThread) {}
 
-  /// Throws where the system has no room for a thread.
-  void Start() {
-    if (thread.joinable()) return;
-    try {
-      if (g_threadFault && g_threadFault()) throw std::system_error(EAGAIN, std::generic_category());
-      thread = std::thread([this] { Run(); });
-    } catch (const std::system_error& refused) {
-      throw std::system_error(refused.code(), "no thread can be started");
+  /// Whether there is a thread. Where the system has no room for one, the queue goes on without.
+  bool Start() {
+    if (threaded && !thread.joinable()) {
+      try {
+        if (g_threadFault && g_threadFault()) throw std::system_error(EAGAIN, std::generic_category());
+        thread = std::thread([this] { Run(); });
+      } catch (const std::system_error&) {
+        threaded = false;
+      }
     }
+    return threaded;
   }
 
   void Run() {
@@ -59,7 +61,7 @@ struct TaskQueue::Impl {
   }
 
   const std::size_t most;
-  const bool threaded;
+  bool threaded;
   std::mutex mutex;
   std::condition_variable changed;
   std::deque<std::function<void()>> tasks;  ///< the place of the one at work stays taken until it is done
@@ -80,14 +82,13 @@ TaskQueue::~TaskQueue() {
 }
 
 void TaskQueue::Add(std::function<void()> task) {
-  if (!m_impl->threaded) {
+  // First the thread: a task added without one would be waited for without end.
+  if (!m_impl->Start()) {
     task();
     return;
   }
   std::unique_lock lock(m_impl->mutex);
   m_impl->WaitForRoom(lock, m_impl->most);
-  // First the thread: a task added without one would be waited for without end.
-  m_impl->Start();
   m_impl->tasks.push_back(std::move(task));
   lock.unlock();
   m_impl->changed.notify_all();

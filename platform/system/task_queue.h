@@ -9,7 +9,7 @@
 namespace platform {
 
 /// Carries out tasks one after another in the order in which they came: on a thread of its own, which starts with the
-/// first task, or at once on the caller's.
+/// first task, or at once on the caller's; so too where the system has no room for a thread.
 class FUSION_API TaskQueue {
  public:
   /// @param most how many tasks may wait or run at a time
@@ -21,8 +21,7 @@ class FUSION_API TaskQueue {
   TaskQueue(const TaskQueue&) = delete;
   TaskQueue& operator=(const TaskQueue&) = delete;
 
-  /// Adds a task, after waiting for room. Throws what an earlier task threw, or std::system_error where the thread
-  /// cannot be started; the new one is not added then.
+  /// Adds a task, after waiting for room. Throws what an earlier task threw; the new one is not added then.
   void Add(std::function<void()> task);
   /// Waits until no task waits or runs. Throws what a task threw.
   void Wait();

@@ -228,7 +228,7 @@ TEST_F(FuseRunTest, AFailureAnywhereLeavesTheOldOutputAndNothingElse) {
     std::string before = test_support::FileBytes(options.out);
     const auto names = m_folder.Names();
     for (const auto operation : {RasterOperation::kOpen, RasterOperation::kCreate, RasterOperation::kRead,
-                                 RasterOperation::kWrite, RasterOperation::kClose}) {
+                                 RasterOperation::kWrite, RasterOperation::kClose, RasterOperation::kStore}) {
       for (int failing = 0; failing < 200; ++failing) {
         int count = 0;
         bool hit = false;

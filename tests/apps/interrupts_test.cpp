@@ -2,11 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <csignal>
+#include <filesystem>
 
 #include "apps/exit_status.h"
 #include "apps/fuse_run.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/utility/common_fun.h"
 #include "tests/apps/output_fixture.h"
 
 #ifndef _WIN32
@@ -20,7 +23,15 @@ using testing::IsEmpty;
 
 class Interrupts : public OutputCommand {
  protected:
-  void TearDown() override { platform::SetRasterFault({}); }
+  void SetUp() override {
+    OutputCommand::SetUp();
+    // Whoever runs the tests in the background may have them ignored.
+    for (std::size_t i = 0; i < kSignals.size(); ++i) m_before[i] = std::signal(kSignals[i], SIG_DFL);
+  }
+  void TearDown() override {
+    platform::SetRasterFault({});
+    for (std::size_t i = 0; i < kSignals.size(); ++i) std::signal(kSignals[i], m_before[i]);
+  }
 
   /// A run in this process that meets a signal, some times in a row, at its fifth transfer.
   int RunInto(int signal, int times) const {
@@ -43,10 +54,15 @@ class Interrupts : public OutputCommand {
     platform::SetRasterFault({});
     return status;
   }
+
+  static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+ private:
+  std::array<void (*)(int), kSignals.size()> m_before{};
 };
 
 TEST_F(Interrupts, EveryRequestEndsARunInOrderAndGivesTheStatus) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : kSignals) {
     // Two in a row come from one request: whoever signals a program and its group.
     for (const int times : {1, 2}) {
       EXPECT_EQ(RunInto(signal, times), 128 + signal);
@@ -60,6 +76,37 @@ TEST_F(Interrupts, ARunThatIsToOutliveItsTerminalDoes) {
   EXPECT_EQ(RunInto(SIGHUP, 1), app::kSuccess);
   std::signal(SIGHUP, before);
   EXPECT_THAT(NewNames(), ElementsAre("out.tif"));
+}
+
+TEST_F(Interrupts, TheFinalCopyIsShownAndCanBeCancelled) {
+  const std::pair<std::string, std::string> outputs[] = {{"out.png", ""}, {"out.jp2", ""}, {"out.tif", "COG"}};
+  for (const auto& [out, format] : outputs) {
+    app::FuseOptions options;
+    options.pan = Path("pan.tif");
+    options.ms = Path("ms.tif");
+    options.out = Path(out);
+    options.method = "brovey";
+    options.bands = {1, 2, 3};
+    options.type = "uint8";
+    options.format = format;
+    platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring& path, int, const CRect&) {
+      // What is copied has another name.
+      const bool copying =
+          operation == platform::RasterOperation::kStore && path.ends_with(L'/' + CommonFun::Utf82U(out));
+      if (copying) std::raise(SIGTERM);
+      return false;
+    });
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(app::RunFuse(options), 128 + SIGTERM) << out;
+    testing::internal::GetCapturedStderr();
+    EXPECT_THAT(NewNames(), IsEmpty()) << out;
+    platform::SetRasterFault({});
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(app::RunFuse(options), 0) << out;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("format conversion 0...10..."));
+    std::filesystem::remove(CommonFun::ToPath(m_folder.WidePath(out)));
+    std::filesystem::remove(CommonFun::ToPath(m_folder.WidePath(out + ".aux.xml")));
+  }
 }
 
 TEST_F(Interrupts, AReaderThatGoesAwayDoesNotEndARun) {

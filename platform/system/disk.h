@@ -1,0 +1,16 @@
+#pragma once
+
+#include <filesystem>
+
+#include "platform/system/export.h"
+
+namespace platform {
+
+/// Why so many more bytes cannot be written to a file in a folder: the system's number for a full disk or for a limit
+/// on the size of files. 0 where they can be, or where the system does not tell.
+int LackOfRoom(const std::filesystem::path& folder, double bytes);
+
+/// Whether the system's number tells that there is no room.
+FUSION_API bool IsLackOfRoom(int error);
+
+}  // namespace platform
