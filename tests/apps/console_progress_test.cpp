@@ -44,6 +44,16 @@ TEST(ConsoleProgress, TakesPositionsOutsideItsRange) {
             "run 0...10...20...30...40...50...60...70...80...90...100 - done.\n");
 }
 
+TEST(ConsoleProgress, AStepBackDrawsNothingTwice) {
+  EXPECT_EQ(Shown([] {
+              ConsoleProgress progress(false);
+              progress.Start(L"run", 10);
+              for (const int position : {5, 2, 4, 10}) progress.Step(position, L"");
+              progress.Finish();
+            }),
+            "run 0...10...20...30...40...50...60...70...80...90...100 - done.\n");
+}
+
 TEST(ConsoleProgress, IsSilentWhenAsked) {
   EXPECT_EQ(Shown([] {
               ConsoleProgress progress(true);

@@ -3,6 +3,7 @@
 
 #include <gdal_priv.h>
 #include <gmock/gmock.h>
+#include <ogr_spatialref.h>
 
 #include <array>
 #include <chrono>
@@ -27,6 +28,24 @@ class EvaluateCommand : public SceneCommand {
                                        const std::string& ms = "ms.tif") const {
     options.insert(options.begin(), {"evaluate", Path("pan.tif"), Path(ms), Path(fused), "--quiet"});
     return Run(options);
+  }
+  /// A part of 24 x 20 pixels of one of the scene's images on the pan grid, as part_NAME.
+  void WritePart(const std::string& name, int left, int top) const {
+    const auto whole = Image(name);
+    auto part = whole;
+    part.width = 24;
+    part.height = 20;
+    part.geoTransform[0] += left * whole.geoTransform[1];
+    part.geoTransform[3] += top * whole.geoTransform[5];
+    for (auto& band : part.bands) {
+      const auto all = band;
+      band.clear();
+      for (int y = 0; y < part.height; ++y) {
+        const auto row = all.begin() + (top + y) * whole.width + left;
+        band.insert(band.end(), row, row + part.width);
+      }
+    }
+    test_support::WriteImage(part, m_folder.WidePath("part_" + name), PDT_UINT16);
   }
   void Describe(const std::string& file, const std::vector<std::string>& names) const {
     GDALAllRegister();
@@ -79,6 +98,77 @@ TEST_F(EvaluateCommand, JsonNamesTheFiguresAsTheyArePublished) {
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(nlohmann::json::parse(missing.out)["error_type"], 4);
   EXPECT_EQ(Run({"evaluate", Path("pan.tif"), Path("ms.tif"), Path("ms.tif")}).status, 2) << "not on pan's grid";
+}
+
+TEST_F(EvaluateCommand, HasAllMetricsUnlessSomeAreChosen) {
+  const auto json = nlohmann::ordered_json::parse(Evaluate("truth.tif", {"--json"}).out);
+  std::vector<std::string> metrics;
+  for (const auto& [name, figures] : json.items()) metrics.push_back(name);
+  EXPECT_THAT(metrics, ElementsAre("entropy", "statistics", "snr", "gradient"));
+}
+
+TEST_F(EvaluateCommand, JsonSpellsInfinitiesAndHasNullForWhatIsUndefined) {
+  // Signal without strength, 10 log 0; and errors in parts of a fused band of zeros.
+  auto ms = Image("ms.tif");
+  auto fused = Image("truth.tif");
+  ms.bands[0].assign(ms.bands[0].size(), 0.0);
+  fused.bands[1].assign(fused.bands[1].size(), 0.0);
+  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_UINT16);
+  test_support::WriteImage(fused, m_folder.WidePath("fused.tif"), PDT_UINT16);
+  const auto json = nlohmann::json::parse(Evaluate("fused.tif", {"--metric", "snr,statistics", "--json"}).out);
+  EXPECT_EQ(json["snr"]["m_pSNR"][0], "-inf");
+  EXPECT_EQ(json["statistics"]["m_pRelativeError"][1], "inf");
+  EXPECT_TRUE(json["statistics"]["m_pCorrelation"][1].is_null());
+  EXPECT_TRUE(json["statistics"]["m_pCorrelation"][2].is_number());
+}
+
+TEST_F(EvaluateCommand, AFusedPartIsComparedWithItsOwnPartOfPan) {
+  for (const std::string name : {"pan.tif", "truth.tif"}) WritePart(name, 17, 30);
+  const auto joint = [&](const std::string& pan) {
+    const auto run = Run(
+        {"evaluate", Path(pan), Path("ms.tif"), Path("part_truth.tif"), "--metric", "entropy", "--json", "--quiet"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    return nlohmann::json::parse(run.out)["entropy"]["m_pJointEntropy"];
+  };
+  // Pan's pixels count in the joint entropy: those of the part, the same as from a file that holds no others.
+  EXPECT_EQ(joint("pan.tif"), joint("part_pan.tif"));
+}
+
+TEST_F(EvaluateCommand, AFusedImageThatReachesOutOfPanIsWrongUsage) {
+  // A pixel of half a metre beyond each side.
+  for (const auto& [east, south] : {std::pair{-0.5, 0.0}, {0.5, 0.0}, {0.0, -0.5}, {0.0, 0.5}}) {
+    auto moved = Image("truth.tif");
+    moved.geoTransform[0] += east;
+    moved.geoTransform[3] -= south;
+    test_support::WriteImage(moved, m_folder.WidePath("moved.tif"), PDT_UINT16);
+    const auto run = Evaluate("moved.tif", {});
+    EXPECT_EQ(run.status, 2) << east << ' ' << south;
+    EXPECT_EQ(run.err, "fusion: The fused image does not lie inside the pan image.\n");
+  }
+}
+
+TEST_F(EvaluateCommand, ImagesOfDifferentSystemsAreComparedOnTheSameGround) {
+  // The same projection with the origin of its coordinates 60 m further west: the scene's 440000 is 440060 there.
+  OGRSpatialReference system;
+  system.SetWellKnownGeogCS("WGS84");
+  system.SetTM(0.0, -3.0, 0.9996, 500060.0, 0.0);
+  char* wkt = nullptr;
+  ASSERT_EQ(system.exportToWkt(&wkt), OGRERR_NONE);
+  // 900 where the scene would lie without that, 100 where it does lie, and around it.
+  reference::Image ms;
+  ms.width = 60;
+  ms.height = 24;
+  const double transform[6] = {439992.0, 2.0, 0.0, 4475008.0, 0.0, -2.0};
+  std::copy_n(transform, 6, ms.geoTransform);
+  ms.bands.emplace_back();
+  for (int y = 0; y < ms.height; ++y) {
+    for (int x = 0; x < ms.width; ++x) ms.bands[0].push_back(439992 + 2 * x < 440050 ? 900.0 : 100.0);
+  }
+  test_support::WriteImage(ms, m_folder.WidePath("other.tif"), PDT_UINT16, wkt);
+  CPLFree(wkt);
+  const auto run = Evaluate("truth.tif", {"--fused-bands", "1", "--metric", "statistics", "--json"}, "other.tif");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_DOUBLE_EQ(nlohmann::json::parse(run.out)["statistics"]["m_pMulMean"][0].get<double>(), 100.0);
 }
 
 TEST_F(EvaluateCommand, TablesHaveAColumnForEachPairOfBandsUnderItsLabel) {

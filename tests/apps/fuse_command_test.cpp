@@ -18,7 +18,22 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class FuseCommand : public SceneCommand {};
+class FuseCommand : public SceneCommand {
+ protected:
+  /// Writes an image without a geotransform, which the usual helper would write.
+  void WritePlain(const reference::Image& image, const std::string& name) const {
+    const double none[6] = {0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
+    CRasterSource plain;
+    ASSERT_TRUE(plain.CreateRaster(kFormatGeoTiff, m_folder.WidePath(name), image.width, image.height,
+                                   static_cast<int>(image.bands.size()), PDT_UINT16, none, L"", nullptr));
+    for (std::size_t b = 0; b < image.bands.size(); ++b) {
+      ASSERT_EQ(plain.GetRasterBand(static_cast<int>(b))
+                    ->WriteBlock(0, 0, image.width, image.height, image.bands[b].data(), image.width, image.height,
+                                 PDT_FLOAT64),
+                0);
+    }
+  }
+};
 
 TEST_F(FuseCommand, HelpVersionAndMethodsGoToStandardOutput) {
   for (const auto& arguments : {std::vector<std::string>{"--help"},
@@ -193,7 +208,16 @@ TEST_F(FuseCommand, ImagesWithoutValidPixelsAreRefusedAsAFailure) {
   test_support::WriteImage(empty, m_folder.WidePath("empty.tif"), PDT_UINT16, "", 7.0);
   const auto run = Run({"fuse", Path("empty.tif"), Path("ms.tif"), Path("out.tif"), "--quiet"});
   EXPECT_EQ(run.status, 1);
-  EXPECT_THAT(run.err, HasSubstr("error 7: "));
+  EXPECT_THAT(run.err, HasSubstr("error 7: The pan image has no valid pixel"));
+  // A multispectral band, too, even where the method would leave its pixels out and go on.
+  auto ms = Image("ms.tif");
+  ms.bands[2].assign(ms.bands[2].size(), 7.0);
+  test_support::WriteImage(ms, m_folder.WidePath("empty.tif"), PDT_UINT16, "", 7.0);
+  const std::vector<std::string> raw = {"fuse",     Path("pan.tif"), Path("empty.tif"),  Path("out.tif"),
+                                        "--method", "brovey",        "--spectral-match", "off"};
+  const auto band = Run(raw);
+  EXPECT_EQ(band.status, 1);
+  EXPECT_THAT(band.err, HasSubstr("error 7: Multispectral band 3 has no valid pixel"));
   EXPECT_THAT(NewNames(), ElementsAre("empty.tif"));
 }
 
@@ -215,6 +239,22 @@ TEST_F(FuseCommand, AWindowIsCutWithANotice) {
       ASSERT_EQ(part.bands[b][i], all.bands[b][(50 + i / 20) * 64 + i % 20]);
     }
   }
+}
+
+TEST_F(FuseCommand, AWindowIsCutToTheCommonGround) {
+  // The multispectral image begins 20 pan pixels of half a metre to the right, 12 below.
+  auto ms = Image("ms.tif");
+  ms.geoTransform[0] += 10.0;
+  ms.geoTransform[3] -= 6.0;
+  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_UINT16);
+  const auto run = Fuse("out.tif", {"--window", "10,5,30,33"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_THAT(run.err, HasSubstr("--window is cut to where both images have data: 20,12,20,26."));
+  const auto out = Image("out.tif");
+  EXPECT_EQ(out.width, 20);
+  EXPECT_EQ(out.height, 26);
+  EXPECT_DOUBLE_EQ(out.geoTransform[0], 440010.0);
+  EXPECT_DOUBLE_EQ(out.geoTransform[3], 4474994.0);
 }
 
 TEST_F(FuseCommand, ListOptionsLeaveTheFileNamesAlone) {
@@ -249,26 +289,43 @@ TEST_F(FuseCommand, AllTypesFormatsAndResamplings) {
 }
 
 TEST_F(FuseCommand, ImagesWithoutGeoreferenceAreTakenAsTheSameGround) {
+  // Wider than high.
+  ASSERT_EQ(Run({"sample", Path(""), "--size", "64x32", "--overwrite", "--quiet"}).status, 0);
   ASSERT_EQ(Fuse("placed.tif", {"--method", "pca", "--quiet"}).status, 0);
-  for (const std::string name : {"pan.tif", "ms.tif"}) {
-    const auto image = Image(name);
-    // Without a geotransform, which the helper would write.
-    const double none[6] = {0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
-    CRasterSource plain;
-    ASSERT_TRUE(plain.CreateRaster(kFormatGeoTiff, m_folder.WidePath(name), image.width, image.height,
-                                   static_cast<int>(image.bands.size()), PDT_UINT16, none, L"", nullptr));
-    for (std::size_t b = 0; b < image.bands.size(); ++b) {
-      ASSERT_EQ(plain.GetRasterBand(static_cast<int>(b))
-                    ->WriteBlock(0, 0, image.width, image.height, image.bands[b].data(), image.width, image.height,
-                                 PDT_FLOAT64),
-                0);
-    }
-  }
+  for (const std::string name : {"pan.tif", "ms.tif"}) WritePlain(Image(name), name);
   const auto run = Fuse("plain.tif", {"--method", "pca"});
   EXPECT_EQ(run.status, 0);
   EXPECT_THAT(run.err, HasSubstr("(--same-extent)"));
   EXPECT_TRUE(Image("plain.tif").bands == Image("placed.tif").bands);
   EXPECT_THAT(Fuse("told.tif", {"--method", "pca", "--same-extent"}).err, Not(HasSubstr("--same-extent")));
+}
+
+TEST_F(FuseCommand, OtherImagesAreNotTakenAsTheSameGround) {
+  // One without a georeference alone lies far from the other.
+  const auto ms = Image("ms.tif");
+  WritePlain(ms, "plain.tif");
+  const auto fuse = [&](const std::string& name, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> options = {"fuse", Path("pan.tif"), Path(name), Path("out.tif"), "--overwrite"};
+    options.insert(options.end(), more.begin(), more.end());
+    return Run(options);
+  };
+  const auto apart = fuse("plain.tif");
+  EXPECT_EQ(apart.status, 1);
+  EXPECT_THAT(apart.err, HasSubstr("error 0: "));
+  EXPECT_EQ(fuse("plain.tif", {"--same-extent", "--quiet"}).status, 0);
+
+  // The size of pan must be a whole multiple, in columns and in rows.
+  WritePlain(Image("pan.tif"), "pan.tif");
+  for (const bool columns : {true, false}) {
+    reference::Image part = ms;
+    (columns ? part.width : part.height) = 15;
+    for (auto& band : part.bands) band.resize(15 * 16);
+    WritePlain(part, "part.tif");
+    const auto run = fuse("part.tif");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.err, HasSubstr("overlaid on their pixel coordinates"));
+    EXPECT_EQ(Image("out.tif").width, columns ? 15 : 16);
+  }
 }
 
 TEST_F(FuseCommand, AnAreaOfInterestLeavesZeroOutside) {

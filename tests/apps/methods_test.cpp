@@ -1,6 +1,7 @@
 // The table of methods, the checks of the options, and the kernels that the command chooses.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
 #include <set>
 
@@ -115,6 +116,10 @@ TEST(Methods, RefuseWrongValues) {
   for (const double weight : {-0.1, 0.0, 1.0, 2.0}) {
     EXPECT_TRUE(refused("bayesian", [&](FuseOptions& o) { o.bayesWeight = weight; })) << weight;
   }
+  for (const double weight : {double{INFINITY}, double{-INFINITY}, std::nan("")}) {
+    EXPECT_TRUE(refused("hpf", [&](FuseOptions& o) { o.detailWeight = weight; })) << weight;
+    EXPECT_TRUE(refused("hpf", [&](FuseOptions& o) { o.secondDetailWeight = weight; })) << weight;
+  }
   for (const std::vector<int>& window : {std::vector<int>{0, 0, 10}, {0, 0, 0, 10}, {0, 0, 10, -1}}) {
     EXPECT_TRUE(refused("brovey", [&](FuseOptions& o) { o.window = window; }));
   }
@@ -140,6 +145,7 @@ TEST(StageNames, AreEnglishWithoutTheirFrame) {
   EXPECT_EQ(app::StageName(L"正在进行brovey..."), "brovey");
   EXPECT_EQ(app::StageName(L"正在进行光谱匹配运算..."), "spectral matching");
   EXPECT_EQ(app::StageName(L"正在进行卷积处理(1/4)..."), "filtering (1/4)");
+  EXPECT_EQ(app::StageName(L"正在计算相关系数 ..."), "correlation");
   EXPECT_EQ(app::StageName(L"正在进行..."), "");
   EXPECT_EQ(app::StageName(L"sample"), "sample");
 }

@@ -154,9 +154,25 @@ TEST_F(NoDataCommand, AValueCanBeDeclaredForInputsThatForgotTheirs) {
   Write(9.0e3, 9.0e3);
   ASSERT_EQ(Fuse("c.tif", {"--method", "brovey", "--nodata", "-1", "--quiet"}).status, 0);
   ExpectMask(Output("c.tif"), m_gaps);
+  ASSERT_EQ(Fuse("e.tif", {"--method", "brovey", "--nodata", "8000", "--quiet"}).status, 0);
+  ExpectMask(Output("e.tif"), m_gaps);
   Write(9.0e3, std::nullopt);
   ASSERT_EQ(Fuse("d.tif", {"--method", "brovey", "--nodata", "-1", "--quiet"}).status, 0);
   EXPECT_TRUE(Output("d.tif").declaresZero);
+}
+
+TEST_F(NoDataCommand, AMaskThatLeavesNothingOutSwitchesMaskingOnToo) {
+  for (const std::string name : {"pan.tif", "ms.tif"}) {
+    SCOPED_TRACE(name);
+    test_support::WriteImage(m_gaps.scene.pan, m_folder.WidePath("pan.tif"), PDT_UINT16);
+    test_support::WriteImage(m_gaps.scene.ms, m_folder.WidePath("ms.tif"), PDT_UINT16);
+    const auto& image = name == "pan.tif" ? m_gaps.scene.pan : m_gaps.scene.ms;
+    test_support::AddMask(m_folder.WidePath(name), std::vector<bool>(image.bands[0].size(), false));
+    const auto run = Fuse("out.tif", {"--method", "brovey", "--json", "--quiet", "--overwrite"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(nlohmann::json::parse(run.out)["valid_share"], 1.0);
+    EXPECT_TRUE(Output("out.tif").declaresZero);
+  }
 }
 
 TEST_F(NoDataCommand, AlphaIsAMaskAndNoBand) {
