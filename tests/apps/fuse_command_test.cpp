@@ -366,6 +366,27 @@ TEST_F(FuseCommand, OverviewsStandBesideTheOutputOnlyWhereAMethodHasThem) {
                                       "sharpen.tif.ovr", "without.tif"));
 }
 
+TEST_F(FuseCommand, TheKernelGoesByTheMultispectralPixelsInMetresWhateverTheirUnit) {
+  // Two metres in degrees; the scene lies at 3.7073 west, 40.4235 north, and the image reaches 4 m over it.
+  auto ms = Image("ms.tif");
+  ms.width = ms.height = 20;
+  for (auto& band : ms.bands) {
+    for (std::size_t i = band.size(); i < 20 * 20; ++i) band.push_back(band[i - 256]);
+  }
+  const double degrees[6] = {-3.70734, 2.36e-5, 0.0, 40.42351, 0.0, -1.80e-5};
+  std::copy_n(degrees, 6, ms.geoTransform);
+  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_UINT16, test_support::Wgs84Wkt());
+  const auto fused = [&](std::vector<std::string> options) {
+    options.insert(options.begin(), {"--method", "hpf", "--no-overviews", "--overwrite", "--quiet"});
+    const auto run = Fuse("out.tif", options);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return Image("out.tif").bands;
+  };
+  const auto byDefault = fused({});
+  EXPECT_TRUE(byDefault == fused({"--kernel-size", "9"})) << "a ratio of 4";
+  EXPECT_FALSE(byDefault == fused({"--kernel-size", "5"}));
+}
+
 TEST_F(FuseCommand, TheLogTellsThePipelinesStages) {
   ASSERT_EQ(Fuse("out.tif", {"--method", "hpf", "--log", Path("run.log"), "--quiet"}).status, 0);
   EXPECT_THAT(FileBytes(Path("run.log")), HasSubstr("开始HPF融合处理"));

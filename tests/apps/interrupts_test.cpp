@@ -109,6 +109,26 @@ TEST_F(Interrupts, TheFinalCopyIsShownAndCanBeCancelled) {
   }
 }
 
+TEST_F(Interrupts, ARequestAfterTheLastStepStillCancels) {
+  app::FuseOptions options;
+  options.pan = Path("pan.tif");
+  options.ms = Path("ms.tif");
+  options.out = Path("out.tif");
+  options.method = "brovey";
+  options.spectralMatch = "off";
+  options.quiet = true;
+  int closed = 0;
+  platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring&, int, const CRect&) {
+    if (operation == platform::RasterOperation::kClose && ++closed == 1) std::raise(SIGTERM);
+    return false;
+  });
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(app::RunFuse(options), 128 + SIGTERM);
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(closed, 1) << "the output alone is written";
+  EXPECT_THAT(NewNames(), IsEmpty());
+}
+
 TEST_F(Interrupts, AReaderThatGoesAwayDoesNotEndARun) {
   std::vector<std::string> arguments = FuseArguments("out.tif", {});
   std::erase(arguments, "--quiet");

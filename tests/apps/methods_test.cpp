@@ -5,6 +5,7 @@
 #include <functional>
 #include <set>
 
+#include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/highpass_setup.h"
@@ -139,6 +140,31 @@ TEST(HighPassKernels, GrowWithTheRatioOfThePixels) {
                                              {3.5, 9},  {4.0, 9},  {5.49, 9}, {5.5, 11}, {7.49, 11},
                                              {7.5, 13}, {9.4, 13}, {9.5, 15}, {40.0, 15}};
   for (const auto& [ratio, size] : expected) EXPECT_EQ(app::DefaultKernelSize(ratio), size) << ratio;
+}
+
+TEST(HighPassKernels, AreThePixelLessTheMeanAroundIt) {
+  FuseOptions options = Options("hpf");
+  options.kernelSize = 7;
+  options.secondKernelSize = 3;
+  HpfFusionParam param;
+  app::ConsoleProgress progress(true);
+  app::MakeHpf(param, options, progress);
+  ASSERT_TRUE(param.m_bSecondFilter);
+  const std::pair<const FilterDescription*, int> filters[] = {{&param.m_filter1, 7}, {&param.m_filter2, 3}};
+  for (const auto& [filter, size] : filters) {
+    SCOPED_TRACE(size);
+    EXPECT_EQ(filter->m_nWidth, size);
+    EXPECT_EQ(filter->m_nHeight, size);
+    EXPECT_EQ(filter->m_nCenterX, size / 2);
+    EXPECT_EQ(filter->m_nCenterY, size / 2);
+    ASSERT_EQ(filter->m_vecCoefficients.size(), static_cast<std::size_t>(size * size));
+    // Every pixel counts for -1/n in the mean, the one in the middle for 1 - 1/n.
+    const double n = size * size;
+    for (int i = 0; i < size * size; ++i) {
+      EXPECT_NEAR(filter->m_vecCoefficients[static_cast<std::size_t>(i)] * filter->m_dScale,
+                  i == size * size / 2 ? 1.0 - 1.0 / n : -1.0 / n, 1e-12);
+    }
+  }
 }
 
 TEST(StageNames, AreEnglishWithoutTheirFrame) {
