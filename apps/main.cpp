@@ -15,6 +15,7 @@
 #include "platform/system/console.h"
 #include "platform/system/interrupts.h"
 #include "platform/system/memory.h"
+#include "platform/system/process.h"
 
 namespace {
 
@@ -110,5 +111,6 @@ int main(int argc, char** argv) {
   platform::LetWritesFail();
   platform::UseUtf8Console();
   platform::KeepFreedMemory();
+  platform::OwnProcess();
   return app::EndOutput(Command().Run(argc, argv));
 }

@@ -40,19 +40,13 @@ void Brovey(const fusion::FusionRow& row) {
   }
 }
 
+fusion::RowMethod MakeRows(CRowFusion&, const fusion::FusionBlock&) { return {{.scratchRows = 1}, Brovey}; }
+
 }  // namespace
 
-CBroveyFusion::CBroveyFusion(FusionParam* param) : CFusion(param) {
+CBroveyFusion::CBroveyFusion(FusionParam* param) : CRowFusion(param, MakeRows) {
   if (param) m_broveyParam = *param;
 }
 CBroveyFusion::~CBroveyFusion() = default;
 CBroveyFusion::CBroveyFusion(const CBroveyFusion&) = default;
 CBroveyFusion& CBroveyFusion::operator=(const CBroveyFusion&) = default;
-
-void** CBroveyFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                                       PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
-  fusion::RowPolicy policy;
-  policy.scratchRows = 1;
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
-                  Brovey);
-}

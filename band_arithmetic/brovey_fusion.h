@@ -1,21 +1,18 @@
 #pragma once
 
-#include "framework/fusion.h"
+#include "framework/row_fusion.h"
 
 /// Brovey transform: every resampled multispectral band times pan, divided by the sum of the bands; the pan value
 /// shared out equally where that sum is 0 (below 1e-8).
 ///
 /// Source: Gillespie, Kahle and Walker, Color enhancement of highly correlated images II, Remote Sensing of
 /// Environment 22, 1987 (the chromaticity transform that became known under this name).
-class FUSION_API CBroveyFusion : public CFusion {
+class FUSION_API CBroveyFusion : public CRowFusion {
  public:
   explicit CBroveyFusion(FusionParam* param);
   ~CBroveyFusion() override;
   CBroveyFusion(const CBroveyFusion&);
   CBroveyFusion& operator=(const CBroveyFusion&);
-
-  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
 
  protected:
   FusionParam m_broveyParam;

@@ -14,11 +14,12 @@ void Multiply(const fusion::FusionRow& row) {
   for (int b = 0; b < row.outBandCount; ++b) MultiplyRow(row.ms[b], row.pan, row.width, row.out[b]);
 }
 
+fusion::RowMethod MakeRows(CRowFusion&, const fusion::FusionBlock&) { return {{}, Multiply}; }
+
 }  // namespace
 
-CMultipleFusion::CMultipleFusion(FusionParam* param) : CFusion(param) {
-  m_positions = {.start = fusion::PositionStart::kOutput};
-}
+CMultipleFusion::CMultipleFusion(FusionParam* param)
+    : CRowFusion(param, MakeRows, {.start = fusion::PositionStart::kOutput}) {}
 CMultipleFusion::~CMultipleFusion() = default;
 CMultipleFusion::CMultipleFusion(const CMultipleFusion&) = default;
 CMultipleFusion& CMultipleFusion::operator=(const CMultipleFusion&) = default;
@@ -45,11 +46,6 @@ GISError CMultipleFusion::Preproccess() {
     if (!MeasureBand(*band, m_pMulMin[i], m_pMulMax[i], m_pMeans[i], m_pStdDevs[i])) return GIS_FAILED;
   }
   return result;
-}
-
-void** CMultipleFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                                         PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, Multiply);
 }
 
 void CMultipleFusion::EndProccess() {

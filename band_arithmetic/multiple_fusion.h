@@ -1,13 +1,13 @@
 #pragma once
 
-#include "framework/fusion.h"
+#include "framework/row_fusion.h"
 
 /// Multiplicative fusion: every resampled multispectral band times pan, without any normalisation; usually followed by
 /// spectral matching.
 ///
 /// Source: Pohl and van Genderen, Multisensor image fusion in remote sensing, International Journal of Remote Sensing
 /// 19(5), 1998 (arithmetic combinations, multiplicative method).
-class FUSION_API CMultipleFusion : public CFusion {
+class FUSION_API CMultipleFusion : public CRowFusion {
  public:
   explicit CMultipleFusion(FusionParam* param);
   ~CMultipleFusion() override;
@@ -16,8 +16,6 @@ class FUSION_API CMultipleFusion : public CFusion {
 
   /// Ranges of all bands, means and deviations of the multispectral ones.
   GISError Preproccess() override;
-  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
   void EndProccess() override;
 
  protected:

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "framework/messages.h"
+#include "framework/row_kernel.h"
+#include "framework/run/block_buffers.h"
 #include "platform/system/multiversion.h"
 
 namespace {
@@ -58,9 +59,8 @@ struct CWeightFusion::Figures {
   std::vector<double> stdDevs;
 };
 
-CWeightFusion::CWeightFusion(FusionParam* param) : CFusion(param) {
-  m_positions = {.start = fusion::PositionStart::kOutput};
-}
+CWeightFusion::CWeightFusion(FusionParam* param)
+    : CRowFusion(param, MakeRows, {.start = fusion::PositionStart::kOutput}) {}
 CWeightFusion::~CWeightFusion() = default;
 CWeightFusion::CWeightFusion(const CWeightFusion&) = default;
 CWeightFusion& CWeightFusion::operator=(const CWeightFusion&) = default;
@@ -117,49 +117,30 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
 }
 
 bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count) {
-  const fusion::BlockGrid grid = MakeSceneGrid();
-  if (m_pProgress) m_pProgress->Start(L"正在计算相关系数 ...", grid.Count());
-  fusion::BlockSet blocks(grid, m_param.m_vecMSBands, m_param.m_rcProcess.left, m_param.m_rcProcess.top,
-                          m_overlappedIo);
   std::vector<double> means = figures.means;
   std::vector<double> stdDevs = figures.stdDevs;
-  bool complete = true;
-  int done = 0;
-  grid.ForEach([&](const CRect& block) {
-    switch (LoadBlock(blocks, block, {})) {
-      case fusion::LoadResult::kSkipped:
-        return true;
-      case fusion::LoadResult::kMsFailed:
-      case fusion::LoadResult::kPanFailed:
-        m_nLastErrorType = ERR_READ;
-        [[fallthrough]];
-      case fusion::LoadResult::kStopped:
-        complete = false;
-        return false;
-      case fusion::LoadResult::kOutside:
-        break;
-      case fusion::LoadResult::kReady: {
-        // A count of its own for each block: a long is too short for a large scene on some systems.
-        long blockCount = 0;
-        ComputeCovSum(blocks.pan[0], &blocks.panRect, figures.panMean, figures.panStdDev, blocks.ms.Pointers(),
-                      static_cast<int>(blocks.ms.Count()), &blocks.msRect, means.data(), stdDevs.data(), covSum.data(),
-                      blockCount, blocks.aoi);
-        count += blockCount;
-        break;
-      }
-    }
-    if (m_pProgress) m_pProgress->Step(++done, fusion::messages::kProcessing);
-    return true;
+  return VisitBlocks(L"正在计算相关系数 ...", [&](const fusion::FusionBlock& block) {
+    // A count of its own for each block: a long is too short for a large scene on some systems.
+    long blockCount = 0;
+    ComputeCovSum(block.pan, block.panRect, figures.panMean, figures.panStdDev, block.ms, block.msBandCount,
+                  block.msRect, means.data(), stdDevs.data(), covSum.data(), blockCount, block.aoi);
+    count += blockCount;
   });
-  return complete;
 }
 
 void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double /*panStdDev*/,
                                   double** mulBufs, int bandCount, CRect* mulRect, double* mulMeans,
                                   double* /*mulStdDevs*/, double* covSum, long& count, CRasterAOI* aoi) {
   CRect block = fusion::Shift(*panRect, -m_param.m_rcProcess.left, -m_param.m_rcProcess.top);
-  const fusion::FusionBlock fused{panBuf,  panRect,     nullptr,   mulBufs, bandCount,
-                                  mulRect, PDT_FLOAT64, bandCount, &block,  aoi};
+  const fusion::FusionBlock fused{.pan = panBuf,
+                                  .panRect = panRect,
+                                  .ms = mulBufs,
+                                  .msBandCount = bandCount,
+                                  .msRect = mulRect,
+                                  .outType = PDT_FLOAT64,
+                                  .outBandCount = bandCount,
+                                  .dstBlock = &block,
+                                  .aoi = aoi};
   const int width = panRect->Width();
   std::vector<fusion::RowSource> tiles;
   for (int first = 0; first < width; first += fusion::kTileWidth) {
@@ -182,15 +163,14 @@ void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean
   }
 }
 
-void** CWeightFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                                       PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
-  const auto weigh = [this, msBandCount](const fusion::FusionRow& row) {
-    for (int b = 0; b < row.outBandCount; ++b) {
-      const double weight = b < msBandCount ? std::fabs(m_pWeight[b]) : 0.0;
-      WeighRow(row.ms[b], row.pan, weight, row.width, row.out[b]);
-    }
-  };
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, {}, weigh);
+fusion::RowMethod CWeightFusion::MakeRows(CRowFusion& self, const fusion::FusionBlock& block) {
+  const SharedArray weights = static_cast<CWeightFusion&>(self).m_pWeight;
+  return {{}, [weights, n = block.msBandCount](const fusion::FusionRow& row) {
+            for (int b = 0; b < row.outBandCount; ++b) {
+              const double weight = b < n ? std::fabs(weights[b]) : 0.0;
+              WeighRow(row.ms[b], row.pan, weight, row.width, row.out[b]);
+            }
+          }};
 }
 
 void CWeightFusion::EndProccess() {

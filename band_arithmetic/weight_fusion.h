@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "framework/fusion.h"
+#include "framework/row_fusion.h"
 
 /// Correlation-weighted fusion: each fused band is a weighted mean of the resampled multispectral band and pan; the
 /// better a band correlates with pan over the whole scene, the more of pan it takes:
@@ -10,7 +10,7 @@
 ///
 /// Source: Pohl and van Genderen, Multisensor image fusion in remote sensing, International Journal of Remote Sensing
 /// 19(5), 1998 (weighted combination by correlation coefficients).
-class FUSION_API CWeightFusion : public CFusion {
+class FUSION_API CWeightFusion : public CRowFusion {
  public:
   explicit CWeightFusion(FusionParam* param);
   ~CWeightFusion() override;
@@ -19,8 +19,6 @@ class FUSION_API CWeightFusion : public CFusion {
 
   /// The statistics and the correlation pass.
   GISError Preproccess() override;
-  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
   /// Frees the statistics; no spectral matching.
   void EndProccess() override;
 
@@ -43,6 +41,7 @@ class FUSION_API CWeightFusion : public CFusion {
   SharedArray m_pWeight;
 
  private:
+  static fusion::RowMethod MakeRows(CRowFusion& self, const fusion::FusionBlock& block);
   struct Figures;
   static WeightDoubt DoubtOf(const Figures& figures, std::size_t band, double r);
   GISError ComputeFigures(Figures& figures);

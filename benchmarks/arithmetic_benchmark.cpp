@@ -7,6 +7,7 @@
 #include "band_arithmetic/weight_fusion.h"
 #include "benchmarks/memory_scene.h"
 #include "benchmarks/opened_run.h"
+#include "framework/row_kernel.h"
 #include "highpass/bayes_pan_sharpening_fusion.h"
 #include "highpass/simple_pan_sharpening_fusion.h"
 #include "transform/ihs_tran_fusion.h"

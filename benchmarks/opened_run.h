@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "framework/fusion.h"
+#include "framework/row_kernel.h"
+#include "framework/run/run.h"
 #include "highpass/hpf_fusion.h"
 
 namespace bench {
@@ -16,7 +18,7 @@ class OpenedRun : public Algorithm {
  public:
   explicit OpenedRun(FusionParam& param) : Algorithm(&param) {}
   ~OpenedRun() override {
-    m_dst.Close();
+    m_run.reset();
     CRasterSource::DeleteFileW(this->m_param.m_strOutFile);
   }
   OpenedRun(const OpenedRun&) = delete;
@@ -24,28 +26,26 @@ class OpenedRun : public Algorithm {
 
   /// Everything that comes before the block loop.
   bool Open() {
-    std::vector<int> bands;
-    CRect rect;
-    if (!CFusion::ConfigDstRaster(&this->m_param, &m_pan, &m_ms, &m_dst, &bands, &rect, &this->m_pAOI)) return false;
-    this->m_pPanSrc = &m_pan;
-    this->m_pMSSrc = &m_ms;
-    this->m_pDstSrc = &m_dst;
-    if (this->Preproccess() != GIS_SUCCESS) return false;
-    m_blocks = std::make_unique<fusion::BlockSet>(this->MakeBlockGrid(), bands, rect.left, rect.top, true);
-    return true;
+    this->SetOverlappedIo(true);
+    m_variation.configure = [this](CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, std::vector<int>& bands,
+                                   CRect& rect) {
+      return CFusion::ConfigDstRaster(&this->m_param, &pan, &ms, &dst, &bands, &rect, &this->m_pAOI);
+    };
+    m_run = std::make_unique<fusion::Run>(*this, m_variation);
+    return m_run->Prepare();
   }
 
-  const fusion::BlockGrid& Grid() const { return m_blocks->grid; }
+  const fusion::BlockGrid& Grid() const { return m_run->Blocks().grid; }
   int BandCount() const { return this->m_param.m_nOutBandCount; }
   PixelDataType Type() const { return this->m_param.m_eOutDataType; }
   const platform::ValueConversion& Conversion() const { return this->m_conversion; }
 
-  bool Load(const CRect& block) { return this->LoadBlock(*m_blocks, block, {}) == fusion::LoadResult::kReady; }
+  bool Load(const CRect& block) { return m_run->Load(m_run->Blocks(), block) == fusion::LoadResult::kReady; }
 
   /// The public kernel on the block at hand. FreeBlock frees the result.
   /// @param detail the second image of the high-pass family
   void** Fuse(double* detail = nullptr) {
-    fusion::BlockSet& b = *m_blocks;
+    fusion::BlockSet& b = m_run->Blocks();
     const int count = static_cast<int>(b.ms.Count());
     if constexpr (std::is_base_of_v<CHpfFusion, Algorithm>) {
       return this->AlgorithmProcess(b.pan[0], &b.panRect, detail, b.ms.Pointers(), count, &b.msRect, Type(),
@@ -57,21 +57,17 @@ class OpenedRun : public Algorithm {
   }
 
   /// The block's rows with the multispectral bands resampled, nothing more.
-  fusion::RowSource Rows() {
-    fusion::BlockSet& b = *m_blocks;
-    return this->MakeRowSource({b.pan[0], &b.panRect, nullptr, b.ms.Pointers(), static_cast<int>(b.ms.Count()),
-                                &b.msRect, Type(), BandCount(), &b.dstBlock, nullptr});
-  }
+  fusion::RowSource Rows() { return this->MakeRowSource(m_run->Blocks().Block(false, Type(), BandCount())); }
 
   /// Writes one block of the output.
-  bool Write(CRect rect, void** bands) { return CFusion::WriteBlock(&m_dst, BandCount(), &rect, bands) == GIS_SUCCESS; }
-  bool CloseOutput() { return m_dst.Close(); }
+  bool Write(CRect rect, void** bands) {
+    return CFusion::WriteBlock(this->m_pDstSrc, BandCount(), &rect, bands) == GIS_SUCCESS;
+  }
+  bool CloseOutput() { return this->m_pDstSrc->Close(); }
 
  private:
-  CRasterSource m_pan;
-  CRasterSource m_ms;
-  CRasterSource m_dst;
-  std::unique_ptr<fusion::BlockSet> m_blocks;
+  fusion::RunVariation m_variation;
+  std::unique_ptr<fusion::Run> m_run;
 };
 
 }  // namespace bench

@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include "benchmarks/memory_scene.h"
+#include "framework/row_kernel.h"
 #include "framework/row_resampler.h"
 
 namespace {

@@ -7,6 +7,7 @@
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "benchmarks/opened_run.h"
+#include "framework/row_kernel.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/system/console.h"
 #include "platform/system/memory.h"

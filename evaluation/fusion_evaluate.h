@@ -5,7 +5,7 @@
 
 #include "evaluation/evaluation_param.h"
 #include "evaluation/ms_cells.h"
-#include "framework/block_buffers.h"
+#include "framework/run/block_buffers.h"
 #include "framework/shared_array.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/reproject.h"

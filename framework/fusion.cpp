@@ -6,7 +6,10 @@
 #include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "framework/resampling.h"
+#include "framework/run/run.h"
 #include "platform/processing/stretch_of_multi_band.h"
+#include "platform/raster/pixel_type.h"
+#include "platform/raster/raster_algorithm.h"
 
 CFusion::CFusion(FusionParam* param) {
   if (param) m_param = *param;
@@ -149,13 +152,30 @@ void CFusion::Bicubic(const double** bands, int bandCount, CRect* rect, double x
   fusion::ResamplePoint(RT_BICUBIC, x, y, bands, bandCount, *rect, out);
 }
 
+void CFusion::SetOutRange(PixelDataType type) {
+  double minimum = 0.0;
+  double maximum = 0.0;
+  CRasterAlgorithm::GetMaxMinVal(type, maximum, minimum);
+  SetOutMinMaxValue(minimum, maximum);
+}
+
+void CFusion::RunBlocks(const fusion::RunVariation& variation) {
+  ClearError();
+  m_strTempFile.clear();
+  fusion::Run(*this, variation).Execute();
+}
+
+bool CFusion::VisitBlocks(const std::wstring& title, const std::function<void(const fusion::FusionBlock&)>& visit) {
+  return m_run && m_run->Visit(title, visit);
+}
+
 fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBlock) const {
   const bool fromPan = !m_pReproject && m_positions.start == fusion::PositionStart::kPan;
-  const bool fromScene = !fromPan && m_scene.Area() > 0;
+  const bool fromScene = !fromPan && m_run && m_run->Scene().Area() > 0;
   const CRasterSource& start = fromPan ? *m_pPanSrc : *m_pDstSrc;
-  return {fromScene ? m_sceneToGround : start.PixelToGround(),
+  return {fromScene ? m_run->SceneToGround() : start.PixelToGround(),
           m_pReproject ? m_positions.reprojectedOffset : 0.5,
-          fromScene ? fusion::Shift(panRect, -m_scene.left, -m_scene.top)
+          fromScene ? fusion::Shift(panRect, -m_run->Scene().left, -m_run->Scene().top)
           : fromPan ? panRect
                     : dstBlock,
           m_pMSSrc->GroundToPixel(),
@@ -164,14 +184,19 @@ fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBloc
           m_pReproject};
 }
 
+bool CFusion::CanFuseRows(PixelDataType outType) const {
+  return m_pPanSrc && m_pMSSrc && m_pDstSrc && platform::IsPixelType(outType);
+}
+
 void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                          const fusion::RowArithmetic& arithmetic) {
-  const bool areOpen = m_pPanSrc && m_pMSSrc && m_pDstSrc;
-  if (!areOpen || !platform::IsPixelType(block.outType)) return nullptr;
-  return fusion::RunRowKernel(block, m_gaps, Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, policy,
-                              arithmetic, m_conversion);
+  if (!CanFuseRows(block.outType)) return nullptr;
+  return fusion::RunRowKernel(block, m_run ? m_run->Gaps() : fusion::BlockGaps(),
+                              Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, policy, arithmetic,
+                              m_conversion);
 }
 
 fusion::RowSource CFusion::MakeRowSource(const fusion::FusionBlock& block) {
-  return {Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, block, m_gaps};
+  return {Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, block,
+          m_run ? m_run->Gaps() : fusion::BlockGaps()};
 }

@@ -1,16 +1,25 @@
 #pragma once
 
-#include <memory>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "framework/block_loop.h"
+#include "framework/fusion_block.h"
 #include "framework/fusion_param.h"
-#include "framework/row_kernel.h"
+#include "framework/match_targets.h"
+#include "framework/row_method.h"
 #include "framework/shared_array.h"
 #include "platform/algorithm/base_algorithm.h"
+#include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
+
+namespace fusion {
+class Run;
+class RowSource;
+struct RowGeometry;
+struct RunVariation;
+}  // namespace fusion
 
 /// Base of every fusion algorithm: opens the pan, multispectral and output rasters, walks the output in blocks of
 /// whole pan rows, reads pan and multispectral pixels for each, lets AlgorithmProcess fuse them and writes the result.
@@ -74,15 +83,12 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   bool GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool strict);
 
  protected:
-  /// The block loop that every fusion run goes through.
+  /// The run that every fusion goes through, block by block.
   void RunBlocks(const fusion::RunVariation& variation);
-  /// The output raster in blocks of GetBlockSize's size.
-  fusion::BlockGrid MakeBlockGrid();
-  /// The area that statistics passes go over, in the output raster's pixels, in blocks of whole rows: the output
-  /// raster, or, where the run is a part of a scene, the whole of that, around the output.
-  fusion::BlockGrid MakeSceneGrid();
-  /// Reads one block of the output: everything of the block loop before the kernel. For the loop and statistics passes.
-  fusion::LoadResult LoadBlock(fusion::BlockSet& blocks, const CRect& dstBlock, const fusion::RunVariation& variation);
+  /// Reads the run's blocks one after another and shows each to the visitor: what a Preproccess needs that computes
+  /// statistics of its own. Blocks outside the area of interest are not shown. Of a run that is a part of a scene all
+  /// blocks of the scene come. False, with the error state set, after a failed read or where StartBolckProcess ends it.
+  bool VisitBlocks(const std::wstring& title, const std::function<void(const fusion::FusionBlock&)>& visit);
 
   /// The two halves of ConfigDstRaster, for configurations that open more than two inputs.
   bool OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path);
@@ -95,58 +101,37 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   bool MeasureBand(CRasterBand& band, double& minimum, double& maximum, double& mean, double& stdDev);
   /// Whether the first bands of both inputs declare a no-data value.
   bool BothDeclareNoData() const;
+  /// Whether there is a run whose rows can be fused into a type.
+  bool CanFuseRows(PixelDataType outType) const;
   /// Resamples, computes, masks and converts a block: all of an AlgorithmProcess but the arithmetic.
   void** FuseRows(const fusion::FusionBlock& block, const fusion::RowPolicy& policy,
                   const fusion::RowArithmetic& arithmetic);
   /// The rows of a block with the multispectral bands resampled, for statistics passes.
   fusion::RowSource MakeRowSource(const fusion::FusionBlock& block);
+
   FusionParam m_param;
   /// Where the algorithm's positions in the multispectral image start. Data, not an operation: the slots of the virtual
   /// ones are published.
   fusion::PositionPolicy m_positions;
-  CRasterSource* m_pPanSrc = nullptr;  ///< open only while Process runs, like the next two
+  // The run owns what the next five point to; they are null without one.
+  CRasterSource* m_pPanSrc = nullptr;
   CRasterSource* m_pMSSrc = nullptr;
   CRasterSource* m_pDstSrc = nullptr;
   CReproject* m_pReproject = nullptr;
   CRasterAOI* m_pAOI = nullptr;
   std::wstring m_strTempFile;
-  SharedArray m_pMeans;      ///< one per selected multispectral band, null until computed
-  SharedArray m_pStdDevs;    ///< like m_pMeans
-  fusion::BlockGaps m_gaps;  ///< of the block at hand
+  SharedArray m_pMeans;    ///< one per selected multispectral band, null until computed
+  SharedArray m_pStdDevs;  ///< like m_pMeans
 
  private:
-  std::optional<fusion::MatchTargets> m_matchTargets;
-  bool m_stretchesOwnRange = false;
-  /// What the run is a part of, in pan pixels, and the pixels of a run over it; empty where the run stands for itself.
-  CRect m_scene;
-  platform::Affine m_sceneToGround;
+  friend class fusion::Run;
 
   bool CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource* dst, const CRect& rect);
-  std::unique_ptr<fusion::BlockSet> PrepareRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst,
-                                               const fusion::RunVariation& variation);
-  /// The run's matching, null without targets. False with the error state set where they do not fit the bands.
-  bool PrepareMatching(fusion::BlockSet& blocks);
-  void PrepareRange(fusion::BlockSet& blocks);
-  /// Turns from the statistics of the result to the result.
-  void EndCounting(fusion::BlockSet& blocks);
   /// Lets computed values fill the type.
   void SetOutRange(PixelDataType type);
-  /// Fuses every block of a grid. False where the run ended before.
-  bool WalkBlocks(fusion::BlockSet& blocks, const fusion::BlockGrid& grid, const fusion::RunVariation& variation);
-  /// Leaves out the pixels of a block just read that have no data, where the run masks them.
-  fusion::LoadResult MaskBlock(fusion::BlockSet& blocks);
   fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;
-  bool FuseAndWrite(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  bool StepProgress(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  /// Logged, not reported.
-  void Cancel(const fusion::RunVariation& variation);
-  /// Begins to read the block that follows the one at hand, where the run overlaps.
-  void ReadAhead(fusion::BlockSet& blocks, const fusion::RunVariation& variation);
-  /// Waits for a block that may be under way to the output. False, with the error state set and reported, when one
-  /// failed.
-  bool FinishWriting(fusion::BlockSet& blocks);
-  void AbandonRun(CRasterSource& dst);
-  /// The output's end, where the run may still fail or be cancelled.
-  void CloseOutput(CRasterSource& dst, const fusion::RunVariation& variation);
-  void FinishRun(CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, const fusion::RunVariation& variation);
+
+  fusion::Run* m_run = nullptr;  ///< not owned; null without one
+  std::optional<fusion::MatchTargets> m_matchTargets;
+  bool m_stretchesOwnRange = false;
 };

@@ -5,18 +5,18 @@
 
 namespace fusion {
 
-/// One block as it goes from the block loop to a kernel; the fields are AlgorithmProcess's arguments.
+/// One block as it goes from a run to a kernel; the fields are AlgorithmProcess's arguments.
 struct FusionBlock {
-  double* pan;
-  CRect* panRect;
-  double* detail;  ///< block of the second detail image, null where the run has none
-  double** ms;
-  int msBandCount;
-  CRect* msRect;
-  PixelDataType outType;
-  int outBandCount;
-  CRect* dstBlock;
-  CRasterAOI* aoi;
+  double* pan = nullptr;
+  CRect* panRect = nullptr;
+  double* detail = nullptr;  ///< block of the second detail image, null where the run has none
+  double** ms = nullptr;
+  int msBandCount = 0;
+  CRect* msRect = nullptr;
+  PixelDataType outType = PDT_UNKNOWN;
+  int outBandCount = 0;
+  CRect* dstBlock = nullptr;
+  CRasterAOI* aoi = nullptr;
 };
 
 }  // namespace fusion

@@ -3,6 +3,7 @@
 #include "framework/band_choice.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
+#include "framework/run/run.h"
 #include "platform/raster/coordinate_algorithm.h"
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/raster_algorithm.h"
@@ -70,11 +71,11 @@ bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRaste
   *dstRectInPan = param->m_rcProcess;
   if (!ConfigRasterAOI(param, pan, aoi)) return false;
   *dstRectInPan = param->m_rcProcess;
-  m_scene = param->m_rcScene;
-  if (m_scene.Area() > 0) {
+  CRect scene = param->m_rcScene;
+  if (scene.Area() > 0) {
     // A run over the scene would have been cut to the area of interest too.
-    if (*aoi) m_scene = Common(m_scene, (*aoi)->GetCoveringRect());
-    m_sceneToGround = OutputGeoreference(*param, *pan, m_scene);
+    if (*aoi) scene = Common(scene, (*aoi)->GetCoveringRect());
+    if (m_run) m_run->SetScene(scene, OutputGeoreference(*param, *pan, scene));
   }
   if (param->m_bMaskNoData && !*aoi) {
     *aoi = new CRasterAOI;
@@ -98,7 +99,7 @@ bool CFusion::ConfigOpenedRasters(FusionParam* param, CRasterSource* pan, CRaste
       SetError(ERR_REPROJECT, messages::kReprojectFailed);
       return false;
     }
-    m_pReproject->CreateGrid(pan->ImageToGround(m_scene.Area() > 0 ? m_scene : *dstRectInPan), 0.0, 0.0, 3);
+    m_pReproject->CreateGrid(pan->ImageToGround(scene.Area() > 0 ? scene : *dstRectInPan), 0.0, 0.0, 3);
   }
 
   SetOutRange(param->m_eOutDataType);

@@ -14,6 +14,7 @@
 #include "framework/gap_resampling.h"
 #include "platform/algorithm/gap_marks.h"
 #include "platform/raster/pixel_type.h"
+#include "platform/system/process.h"
 
 namespace fusion {
 namespace {
@@ -184,8 +185,8 @@ void ForRows(int rows, bool parallel, const Work& work) {
       for (; done != threads; done = finished) finished.wait(done);
     }
 #ifdef __GNUC__
-    // So would the other threads until the next block comes.
-    omp_pause_resource_all(omp_pause_soft);
+    // So would the other threads until the next block comes; they may be another program's, too.
+    if (platform::OwnsProcess()) omp_pause_resource_all(omp_pause_soft);
 #endif
     if (failure) std::rethrow_exception(failure);
     return;

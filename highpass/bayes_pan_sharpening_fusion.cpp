@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "framework/row_math.h"
@@ -20,9 +21,8 @@ void EstimateRow(const double* pan, double panMean, double gain, double covarian
 
 }  // namespace
 
-BayesPanSharpeningFusion::BayesPanSharpeningFusion(FusionParam* param) : CFusion(param) {
-  m_positions = {.reprojectedOffset = 0.5};
-}
+BayesPanSharpeningFusion::BayesPanSharpeningFusion(FusionParam* param)
+    : CRowFusion(param, MakeRows, {.reprojectedOffset = 0.5}) {}
 BayesPanSharpeningFusion::~BayesPanSharpeningFusion() = default;
 BayesPanSharpeningFusion::BayesPanSharpeningFusion(const BayesPanSharpeningFusion&) = default;
 BayesPanSharpeningFusion& BayesPanSharpeningFusion::operator=(const BayesPanSharpeningFusion&) = default;
@@ -43,31 +43,28 @@ GISError BayesPanSharpeningFusion::Preproccess() { return GIS_SUCCESS; }
 
 GISError BayesPanSharpeningFusion::StartBolckProcess() { return GIS_SUCCESS; }
 
-void** BayesPanSharpeningFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount,
-                                                  CRect* msRect, PixelDataType outType, int outBandCount,
-                                                  CRect* dstBlock, CRasterAOI* aoi) {
-  if (msBandCount != m_nModelBands) {
-    if (m_nLastErrorType == ERR_NONE) Fail(ERR_STATISTICS, L"贝叶斯模型与多光谱波段不符！");
-    return nullptr;
+fusion::RowMethod BayesPanSharpeningFusion::MakeRows(CRowFusion& fusion, const fusion::FusionBlock& block) {
+  auto& self = static_cast<BayesPanSharpeningFusion&>(fusion);
+  const int n = block.msBandCount;
+  if (n != self.m_nModelBands) {
+    if (self.m_nLastErrorType == ERR_NONE) self.Fail(ERR_STATISTICS, L"贝叶斯模型与多光谱波段不符！");
+    return {};
   }
-  if (std::fabs(m_dPanVariance) < 1e-8) m_dPanVariance = 1.0;
+  if (std::fabs(self.m_dPanVariance) < 1e-8) self.m_dPanVariance = 1.0;
 
   // The transform's columns one after the other.
   std::vector<double> columns;
-  for (int b = 0; b < msBandCount; ++b) {
-    for (int i = 0; i < msBandCount; ++i) columns.push_back(m_pTransform[i * msBandCount + b]);
+  for (int b = 0; b < n; ++b) {
+    for (int i = 0; i < n; ++i) columns.push_back(self.m_pTransform[i * n + b]);
   }
-  const auto estimate = [this, &columns, n = msBandCount](const fusion::FusionRow& row) {
-    const double gain = 2.0 * m_bayesParam.m_dBayesParam;
-    double* transformed = row.scratch[0];
-    for (int b = 0; b < std::min(n, row.outBandCount); ++b) {
-      fusion::CombineRows(row.ms, columns.data() + b * n, n, row.width, transformed);
-      EstimateRow(row.pan, m_dPanMean, gain, m_pPanCovariance[b], m_dPanVariance, transformed, row.width, row.out[b]);
-    }
-    for (int b = n; b < row.outBandCount; ++b) fusion::ClearRow(row.width, row.out[b]);
-  };
-  fusion::RowPolicy policy;
-  policy.scratchRows = 1;
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
-                  estimate);
+  return {{.scratchRows = 1}, [&self, n, columns = std::move(columns)](const fusion::FusionRow& row) {
+            const double gain = 2.0 * self.m_bayesParam.m_dBayesParam;
+            double* transformed = row.scratch[0];
+            for (int b = 0; b < std::min(n, row.outBandCount); ++b) {
+              fusion::CombineRows(row.ms, columns.data() + b * n, n, row.width, transformed);
+              EstimateRow(row.pan, self.m_dPanMean, gain, self.m_pPanCovariance[b], self.m_dPanVariance, transformed,
+                          row.width, row.out[b]);
+            }
+            for (int b = n; b < row.outBandCount; ++b) fusion::ClearRow(row.width, row.out[b]);
+          }};
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/fusion.h"
+#include "framework/row_fusion.h"
 #include "highpass/bayesian_model.h"
 
 /// The application step of Bayesian pan-sharpening: a linear estimate of the high-resolution multispectral vector from
@@ -11,7 +11,7 @@
 /// with the weight w of pan, its mean m and variance s given the bands, the per-band pan covariance c and the matrix M
 /// of BayesianModel, where the source and the meaning of these terms stand. The class estimates nothing: run
 /// BayesianModelEstimator first and hand its model to SetModel.
-class FUSION_API BayesPanSharpeningFusion : public CFusion {
+class FUSION_API BayesPanSharpeningFusion : public CRowFusion {
  public:
   /// The weight is part of the model; that of a BayesianFusionParam given here is not taken over.
   explicit BayesPanSharpeningFusion(FusionParam* param);
@@ -25,8 +25,6 @@ class FUSION_API BayesPanSharpeningFusion : public CFusion {
   /// Needs no statistics.
   GISError Preproccess() override;
   GISError StartBolckProcess() override;
-  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
 
  protected:
   BayesianFusionParam m_bayesParam;  ///< its m_dBayesParam is w
@@ -35,4 +33,7 @@ class FUSION_API BayesPanSharpeningFusion : public CFusion {
   int m_nModelBands = 0;             ///< n
   SharedArray m_pPanCovariance;      ///< c, n values
   SharedArray m_pTransform;          ///< M, n x n, row-major
+
+ private:
+  static fusion::RowMethod MakeRows(CRowFusion& fusion, const fusion::FusionBlock& block);
 };

@@ -5,6 +5,7 @@
 #include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "framework/row_math.h"
+#include "framework/run/run_variation.h"
 #include "highpass/hpf_param.h"
 #include "platform/system/multiversion.h"
 #include "platform/utility/common_fun.h"

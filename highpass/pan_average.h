@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "framework/block_buffers.h"
+#include "framework/run/block_buffers.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
 

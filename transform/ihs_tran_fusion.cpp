@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "framework/messages.h"
+#include "framework/run/run_variation.h"
 #include "platform/algorithm/build_raster_overviews.h"
-#include "platform/raster/pixel_type.h"
 #include "transform/ihs_model.h"
 
-CIhsTranFusion::CIhsTranFusion(FusionParam* param) : CFusion(param) {}
+CIhsTranFusion::CIhsTranFusion(FusionParam* param) : CRowFusion(param, MakeRows) {}
 CIhsTranFusion::~CIhsTranFusion() = default;
 CIhsTranFusion::CIhsTranFusion(const CIhsTranFusion&) = default;
 CIhsTranFusion& CIhsTranFusion::operator=(const CIhsTranFusion&) = default;
@@ -82,42 +82,38 @@ void CIhsTranFusion::ScaleBlock(CRasterBand& band, int msIndex, double* values, 
   fusion::ScaleToBytes(minimum, maximum, band.GetNoDataTest(), values, count);
 }
 
-void** CIhsTranFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                                        PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) {
-  if (!m_pPanSrc || !platform::IsPixelType(outType)) return nullptr;
-  fusion::RowPolicy policy;
-  policy.scratchRows = 3;
-  policy.parallelRows = true;
+fusion::RowMethod CIhsTranFusion::MakeRows(CRowFusion& fusion, const fusion::FusionBlock& /*block*/) {
+  auto& self = static_cast<CIhsTranFusion&>(fusion);
+  fusion::RowPolicy policy{.scratchRows = 3, .parallelRows = true};
   // A run that masks leaves such pixels out by itself.
-  if (!m_param.m_bMaskNoData) policy.panNoData = m_pPanSrc->GetRasterBand(0)->GetNoDataTest();
-  const int red = m_param.m_vecRGBBands.at(0);
-  const int green = m_param.m_vecRGBBands.at(1);
-  const int blue = m_param.m_vecRGBBands.at(2);
+  if (!self.m_param.m_bMaskNoData) policy.panNoData = self.m_pPanSrc->GetRasterBand(0)->GetNoDataTest();
+  const auto& positions = self.m_param.m_vecRGBBands;
+  return {policy, [&self, red = positions.at(0), green = positions.at(1), blue = positions.at(2)](
+                      const fusion::FusionRow& row) { self.ReplaceIntensity(row, red, green, blue); }};
+}
+
+void CIhsTranFusion::ReplaceIntensity(const fusion::FusionRow& row, int red, int green, int blue) {
   const bool areDistinct = red != green && red != blue && green != blue;
-  const auto replaceIntensity = [=, this](const fusion::FusionRow& row) {
-    if (areDistinct) {
-      const auto target = [&](int band, int spare) {
-        return band < row.outBandCount ? row.out[band] : row.scratch[spare];
-      };
-      fusion::SubstituteIntensity(row.pan, row.ms[red], row.ms[green], row.ms[blue], row.width, target(red, 0),
-                                  target(green, 1), target(blue, 2));
-    } else {
-      // Colours that share a band are seen in the order of their assignment.
-      for (int i = 0; i < row.width; ++i) {
-        double intensity = 0.0;
-        double hue = 0.0;
-        double saturation = 0.0;
-        RGB2IHS(row.ms[red][i], row.ms[green][i], row.ms[blue][i], intensity, hue, saturation);
-        IHS2RGB(row.pan[i], hue, saturation, row.ms[red][i], row.ms[green][i], row.ms[blue][i]);
-      }
+  if (areDistinct) {
+    const auto target = [&](int band, int spare) {
+      return band < row.outBandCount ? row.out[band] : row.scratch[spare];
+    };
+    fusion::SubstituteIntensity(row.pan, row.ms[red], row.ms[green], row.ms[blue], row.width, target(red, 0),
+                                target(green, 1), target(blue, 2));
+  } else {
+    // Colours that share a band are seen in the order of their assignment.
+    for (int i = 0; i < row.width; ++i) {
+      double intensity = 0.0;
+      double hue = 0.0;
+      double saturation = 0.0;
+      RGB2IHS(row.ms[red][i], row.ms[green][i], row.ms[blue][i], intensity, hue, saturation);
+      IHS2RGB(row.pan[i], hue, saturation, row.ms[red][i], row.ms[green][i], row.ms[blue][i]);
     }
-    for (int band = 0; band < row.outBandCount; ++band) {
-      const bool isColour = band == red || band == green || band == blue;
-      if (!(areDistinct && isColour)) std::copy_n(row.ms[band], row.width, row.out[band]);
-    }
-  };
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
-                  replaceIntensity);
+  }
+  for (int band = 0; band < row.outBandCount; ++band) {
+    const bool isColour = band == red || band == green || band == blue;
+    if (!(areDistinct && isColour)) std::copy_n(row.ms[band], row.width, row.out[band]);
+  }
 }
 
 void CIhsTranFusion::EndProccess() {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/fusion.h"
+#include "framework/row_fusion.h"
 
 /// IHS fusion: three bands go to the geometric intensity-hue-saturation model, pan takes the place of the intensity,
 /// and back. Input of other types than bytes is first brought to 1..254; further bands keep their resampled values.
@@ -8,7 +8,7 @@
 /// Source: Carper, Lillesand and Kiefer, The use of intensity-hue-saturation transformations for merging SPOT
 /// panchromatic and multispectral image data, Photogrammetric Engineering and Remote Sensing 56(4), 1990; the HSI model
 /// of Gonzalez and Woods, Digital Image Processing.
-class FUSION_API CIhsTranFusion : public CFusion {
+class FUSION_API CIhsTranFusion : public CRowFusion {
  public:
   explicit CIhsTranFusion(FusionParam* param);
   ~CIhsTranFusion() override;
@@ -21,8 +21,6 @@ class FUSION_API CIhsTranFusion : public CFusion {
   /// Ranges of pan and the chosen bands. Refuses fewer than three bands and RGB positions that do not exist.
   GISError Preproccess() override;
   /// The kernel shares a block's rows out among OpenMP threads.
-  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
   void EndProccess() override;
 
   /// The geometric model; H as a fraction of a full turn, 0 to 1. Grey gives H = S = 0.
@@ -36,6 +34,8 @@ class FUSION_API CIhsTranFusion : public CFusion {
   SharedArray m_pMulMin;
 
  private:
+  static fusion::RowMethod MakeRows(CRowFusion& fusion, const fusion::FusionBlock& block);
+  void ReplaceIntensity(const fusion::FusionRow& row, int red, int green, int blue);
   void FillRgbPositions();
   bool HasRgbPositions() const;
   void ScaleBlock(CRasterBand& band, int msIndex, double* values, std::int64_t count) const;

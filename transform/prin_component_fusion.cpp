@@ -6,7 +6,7 @@
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/matrix_operation.h"
 
-CPrinComponentFusion::CPrinComponentFusion(FusionParam* param) : CFusion(param) {}
+CPrinComponentFusion::CPrinComponentFusion(FusionParam* param) : CRowFusion(param, MakeRows) {}
 CPrinComponentFusion::~CPrinComponentFusion() = default;
 CPrinComponentFusion::CPrinComponentFusion(const CPrinComponentFusion&) = default;
 CPrinComponentFusion& CPrinComponentFusion::operator=(const CPrinComponentFusion&) = default;
@@ -34,24 +34,21 @@ GISError CPrinComponentFusion::Preproccess() {
   return GIS_SUCCESS;
 }
 
-void** CPrinComponentFusion::AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                                              PixelDataType outType, int outBandCount, CRect* dstBlock,
-                                              CRasterAOI* aoi) {
-  fusion::RowPolicy policy;
-  policy.scratchRows = msBandCount;
-  const auto substitute = [this, n = msBandCount](const fusion::FusionRow& row) {
-    std::copy_n(row.pan, row.width, row.scratch[0]);
-    for (int c = 1; c < n; ++c) fusion::CombineRows(row.ms, m_pTransform + c * n, n, row.width, row.scratch[c]);
-    for (int b = 0; b < row.outBandCount; ++b) {
-      if (b < n) {
-        fusion::CombineRows(row.scratch, m_pInverseTransform + b * n, n, row.width, row.out[b]);
-      } else {
-        fusion::ClearRow(row.width, row.out[b]);
-      }
-    }
-  };
-  return FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
-                  substitute);
+fusion::RowMethod CPrinComponentFusion::MakeRows(CRowFusion& fusion, const fusion::FusionBlock& block) {
+  const auto& self = static_cast<const CPrinComponentFusion&>(fusion);
+  const int n = block.msBandCount;
+  return {{.scratchRows = n},
+          [n, transform = self.m_pTransform, inverse = self.m_pInverseTransform](const fusion::FusionRow& row) {
+            std::copy_n(row.pan, row.width, row.scratch[0]);
+            for (int c = 1; c < n; ++c) fusion::CombineRows(row.ms, transform + c * n, n, row.width, row.scratch[c]);
+            for (int b = 0; b < row.outBandCount; ++b) {
+              if (b < n) {
+                fusion::CombineRows(row.scratch, inverse + b * n, n, row.width, row.out[b]);
+              } else {
+                fusion::ClearRow(row.width, row.out[b]);
+              }
+            }
+          }};
 }
 
 void CPrinComponentFusion::EndProccess() {

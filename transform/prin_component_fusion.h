@@ -1,6 +1,6 @@
 #pragma once
 
-#include "framework/fusion.h"
+#include "framework/row_fusion.h"
 
 /// Principal-component fusion: every resampled multispectral vector goes through the component matrix of the whole
 /// image, the pan value takes the place of the first component as it is, and back through the inverse matrix.
@@ -8,7 +8,7 @@
 /// Source: Chavez, Sides and Anderson, Comparison of three different methods to merge multiresolution and multispectral
 /// data, Photogrammetric Engineering and Remote Sensing 57(3), 1991. The first component is scaled to be a weighted
 /// mean of the bands (see CRasterAlgorithm::ComputeStaticsFromAOI), so that pan can take its place.
-class FUSION_API CPrinComponentFusion : public CFusion {
+class FUSION_API CPrinComponentFusion : public CRowFusion {
  public:
   explicit CPrinComponentFusion(FusionParam* param);
   ~CPrinComponentFusion() override;
@@ -17,8 +17,6 @@ class FUSION_API CPrinComponentFusion : public CFusion {
 
   /// The component matrix and its inverse. Refuses a number of output bands that is not the image's.
   GISError Preproccess() override;
-  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
-                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override;
   void EndProccess() override;
 
  protected:
@@ -28,4 +26,7 @@ class FUSION_API CPrinComponentFusion : public CFusion {
   SharedArray m_pSecondStatics;     ///< likewise
   SharedArray m_pTransform;         ///< n x n, row-major, one component a row
   SharedArray m_pInverseTransform;  ///< n x n, row-major
+
+ private:
+  static fusion::RowMethod MakeRows(CRowFusion& fusion, const fusion::FusionBlock& block);
 };

@@ -23,12 +23,7 @@ void CPL_STDCALL CountError(CPLErr level, CPLErrorNum number, const char* text) 
 
 void InitialiseGdal() {
   static std::once_flag once;
-  std::call_once(once, [] {
-    GDALAllRegister();
-    // Rasters are read once from top to bottom; a large cache only costs memory and page faults. Who comes back to the
-    // same rows makes room for them with a RowCache.
-    if (!CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(GIntBig{16} << 20);
-  });
+  std::call_once(once, GDALAllRegister);
 }
 
 GdalErrors::GdalErrors() {

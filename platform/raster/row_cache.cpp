@@ -10,6 +10,7 @@
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_source.h"
+#include "platform/system/process.h"
 
 namespace platform {
 namespace {
@@ -51,6 +52,7 @@ std::int64_t RowCache::BytesToShare(const CRasterSource& source, std::int64_t ro
 
 bool RowCache::Reserve(std::int64_t bytes) {
   if (bytes <= m_bytes) return true;
+  if (!OwnsProcess()) return bytes <= GDALGetCacheMax64();
   if (bytes > MostBytes() || CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) return false;
   Grow(bytes - m_bytes);
   m_bytes = bytes;

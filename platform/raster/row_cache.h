@@ -24,7 +24,8 @@ class FUSION_API RowCache {
   /// the ends of the rows and, where a block holds all bands, all of it.
   static std::int64_t BytesToShare(const CRasterSource& source, std::int64_t rows);
   /// Makes room for at least so many bytes. Asking for less than before changes nothing, and so does asking for more
-  /// than a bounded share of the machine's memory, or asking where the user has set GDAL_CACHEMAX: false then.
+  /// than a bounded share of the machine's memory, or asking where the user has set GDAL_CACHEMAX: false then. In
+  /// another program's process (see OwnProcess) nothing changes either; the answer is whether its cache has the room.
   bool Reserve(std::int64_t bytes);
 
  private:

@@ -1,5 +1,5 @@
 // The passes of an evaluation: blocks and what is read for them.
-#include <cpl_conv.h>
+#include <gdal.h>
 
 #include <cmath>
 
@@ -127,9 +127,10 @@ TEST_F(EvaluationDriver, OneStripIsTakenInPiecesWhereTheRecordBoundsThem) {
     EXPECT_EQ(pieces->m_pRelativeDeviation[0], whole->m_pRelativeDeviation[0]);
   }
   // Without room for the decoded strip each piece would decode it again.
-  CPLSetConfigOption("GDAL_CACHEMAX", "64");
+  const GIntBig before = GDALGetCacheMax64();
+  GDALSetCacheMax64(1000);
   EXPECT_EQ(RunProbe()->blocks.size(), 1U);
-  CPLSetConfigOption("GDAL_CACHEMAX", nullptr);
+  GDALSetCacheMax64(before);
 }
 
 TEST_F(EvaluationDriver, ColumnsAdvanceByTheBlocksHeight) {

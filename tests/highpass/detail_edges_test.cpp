@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "framework/row_kernel.h"
 #include "highpass/bayes_pan_sharpening_fusion.h"
 #include "highpass/simple_pan_sharpening_fusion.h"
 #include "tests/highpass/highpass_methods.h"

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/raster/raster_source.h"
+#include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"
@@ -22,6 +23,7 @@ constexpr std::int64_t kMegabyte = std::int64_t{1} << 20;
 class RowCacheTest : public testing::Test {
  protected:
   RowCacheTest() : scene(1, Options()) {
+    platform::OwnProcess();
     EXPECT_TRUE(source.OpenSimple(scene.msFile));
     before = GDALGetCacheMax64();
   }
@@ -31,6 +33,7 @@ class RowCacheTest : public testing::Test {
     options.msHeight = 100;
     return options;
   }
+  void TearDown() override { platform::OwnProcess(false); }
   static std::int64_t Limit() { return GDALGetCacheMax64(); }
 
   test_support::Scene scene;
@@ -130,6 +133,21 @@ TEST_F(RowCacheTest, RefusesMoreThanAShareOfTheMemory) {
   EXPECT_FALSE(cache.Reserve((std::int64_t{1} << 30) + 1));
   EXPECT_TRUE(cache.Reserve(-1));
   EXPECT_EQ(Limit(), before);
+}
+
+TEST_F(RowCacheTest, LeavesTheCacheOfAnotherProgramAlone) {
+  platform::OwnProcess(false);
+  GDALSetCacheMax64(100 * kMegabyte);
+  {
+    CRasterSource opened;
+    ASSERT_TRUE(opened.OpenSimple(scene.msFile));
+    RowCache cache;
+    EXPECT_TRUE(cache.Reserve(100 * kMegabyte)) << "it has the room";
+    EXPECT_FALSE(cache.Reserve(101 * kMegabyte));
+    EXPECT_EQ(Limit(), 100 * kMegabyte);
+  }
+  EXPECT_EQ(Limit(), 100 * kMegabyte);
+  GDALSetCacheMax64(before);
 }
 
 TEST_F(RowCacheTest, LeavesTheUsersChoiceAlone) {

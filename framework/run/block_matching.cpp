@@ -1,4 +1,4 @@
-#include "framework/block_matching.h"
+#include "framework/run/block_matching.h"
 
 #include <algorithm>
 #include <limits>

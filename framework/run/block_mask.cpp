@@ -1,9 +1,9 @@
-#include "framework/block_mask.h"
+#include "framework/run/block_mask.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "framework/fusion.h"
+#include "framework/resampling.h"
 
 namespace fusion {
 namespace {
@@ -94,15 +94,3 @@ std::vector<unsigned char> MarkInside(CRasterAOI& area, const CRect& panRect) {
 }
 
 }  // namespace fusion
-
-fusion::LoadResult CFusion::MaskBlock(fusion::BlockSet& blocks) {
-  if (!m_param.m_bMaskNoData || !m_pAOI) return fusion::LoadResult::kReady;
-  m_gaps = {true, blocks.ms.Gaps()};
-  const auto marks = fusion::MarkData(blocks, Geometry(blocks.panRect, blocks.dstBlock));
-  if (marks.empty()) return fusion::LoadResult::kReady;
-  constexpr int kNone = 0;
-  constexpr int kWhole = 3;
-  const int relation = m_pAOI->Restrict(marks.data());
-  blocks.aoi = relation == kWhole ? nullptr : m_pAOI;
-  return relation == kNone ? fusion::LoadResult::kOutside : fusion::LoadResult::kReady;
-}

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "framework/block_loop.h"
 #include "framework/row_kernel.h"
+#include "framework/run/block_set.h"
 
 namespace fusion {
 

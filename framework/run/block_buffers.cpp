@@ -1,4 +1,4 @@
-#include "framework/block_buffers.h"
+#include "framework/run/block_buffers.h"
 
 #include <algorithm>
 

@@ -2,21 +2,11 @@
 
 #include <vector>
 
+#include "framework/match_targets.h"
 #include "platform/algorithm/row_store.h"
 #include "platform/processing/moment_matching.h"
 
 namespace fusion {
-
-/// The moments that a run is to bring each band of its result to.
-struct MatchTargets {
-  std::vector<double> means;  ///< one per output band
-  std::vector<double> stdDevs;
-  bool makeGreen = false;  ///< mix near infrared into green first
-};
-
-/// The float type that a result is to be computed in before it is matched: nothing is cut or rounded then that an
-/// output of the given type could show.
-FUSION_API PixelDataType TypeToMatch(PixelDataType outType);
 
 /// Brings fused blocks to target moments on their way to the output. Every block comes twice: once to be counted, once
 /// more, after Settle, to be written. That is faster than keeping a floating-point copy of the whole result in between.

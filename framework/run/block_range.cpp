@@ -1,4 +1,4 @@
-#include "framework/block_range.h"
+#include "framework/run/block_range.h"
 
 #include <limits>
 

@@ -1,0 +1,215 @@
+#include "framework/run/run.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "framework/fusion.h"
+#include "framework/messages.h"
+#include "platform/raster/raster_algorithm.h"
+
+namespace fusion {
+
+Run::Run(CFusion& fusion, const RunVariation& variation) : m_fusion(fusion), m_variation(variation) {
+  m_fusion.m_run = this;
+  m_fusion.m_pAOI = nullptr;
+  m_fusion.m_pReproject = nullptr;
+}
+
+Run::~Run() {
+  DropArea();
+  DropReprojection();
+  m_fusion.m_pPanSrc = nullptr;
+  m_fusion.m_pMSSrc = nullptr;
+  m_fusion.m_pDstSrc = nullptr;
+  m_fusion.m_run = nullptr;
+}
+
+void Run::Execute() {
+  bool prepared = false;
+  m_fusion.Guard([&] { prepared = Prepare(); });
+  if (!prepared) {
+    Abandon();
+    return;
+  }
+  m_fusion.Guard([&] {
+    if (m_blocks->counted) {
+      if (!Walk(*m_blocks->counted)) return;
+      EndCounting();
+    }
+    Walk(m_blocks->grid);
+  });
+  m_blocks.reset();
+  m_fusion.Guard([&] { Finish(); });
+}
+
+bool Run::Prepare() {
+  const std::wstring title = messages::RunTitle(m_fusion.m_param.m_strAlgName);
+  CBaseProgress* progress = m_fusion.m_pProgress;
+  if (progress) {
+    progress->Start(title, 100);
+    progress->Step(0, messages::kConfiguring);
+  }
+
+  std::vector<int> bands;
+  CRect dstRectInPan;
+  if (!Configure(bands, dstRectInPan)) {
+    m_fusion.ReportError();
+    return false;
+  }
+  m_fusion.m_pPanSrc = &m_pan;
+  m_fusion.m_pMSSrc = &m_ms;
+  m_fusion.m_pDstSrc = &m_dst;
+
+  const BlockGrid grid = MakeBlockGrid();
+  const GISError prepared = m_fusion.Preproccess();
+  if (prepared != GIS_SUCCESS) {
+    if (m_fusion.m_nLastErrorType == ERR_CANCELLED) {
+      Cancel();
+      return false;
+    }
+    if (m_fusion.m_nLastErrorType == ERR_NONE) m_fusion.m_nLastErrorType = prepared;
+    m_fusion.ReportError();
+    return false;
+  }
+  m_blocks = std::make_unique<BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top, m_fusion.m_overlappedIo);
+  if (m_variation.afterRead) {
+    m_blocks->ms.SetAfterRead(m_variation.afterRead);
+    m_blocks->pan.SetAfterRead([this](CRasterBand& band, int, double* values, std::int64_t count) {
+      m_variation.afterRead(band, -1, values, count);
+    });
+  }
+  if (!PrepareMatching()) {
+    m_fusion.ReportError();
+    return false;
+  }
+  PrepareRange();
+  if (progress) progress->Start(title, grid.Count() + (m_blocks->counted ? m_blocks->counted->Count() : 0));
+  return true;
+}
+
+bool Run::Configure(std::vector<int>& bands, CRect& dstRectInPan) {
+  // What the configuration makes is the run's, whichever way it ends.
+  struct Adoption {
+    Run& run;
+    ~Adoption() {
+      run.m_area.reset(run.m_fusion.m_pAOI);
+      run.m_reproject.reset(run.m_fusion.m_pReproject);
+    }
+  } const adoption{*this};
+  if (m_variation.configure) return m_variation.configure(m_pan, m_ms, m_dst, bands, dstRectInPan);
+  return m_fusion.ConfigDstRaster(&m_fusion.m_param, &m_pan, &m_ms, &m_dst, &bands, &dstRectInPan, &m_fusion.m_pAOI);
+}
+
+void Run::SetScene(const CRect& rect, const platform::Affine& toGround) {
+  m_scene = rect;
+  m_sceneToGround = toGround;
+}
+
+void Run::DropArea() {
+  m_fusion.m_pAOI = nullptr;
+  m_area.reset();
+}
+
+void Run::DropReprojection() {
+  m_fusion.m_pReproject = nullptr;
+  m_reproject.reset();
+}
+
+bool Run::PrepareMatching() {
+  BlockSet& blocks = *m_blocks;
+  if (!m_fusion.m_matchTargets) return true;
+  const auto bandCount = static_cast<std::size_t>(m_fusion.m_param.m_nOutBandCount);
+  if (m_fusion.m_matchTargets->means.size() != bandCount || m_fusion.m_matchTargets->stdDevs.size() != bandCount) {
+    m_fusion.SetError(ERR_STATISTICS, messages::kMsStatisticsFailed);
+    return false;
+  }
+  blocks.matching = std::make_unique<BlockMatching>(*m_fusion.m_matchTargets, m_fusion.m_param.m_eOutDataType,
+                                                    m_fusion.m_param.m_bMaskNoData);
+  blocks.counted = MakeSceneGrid();
+  m_fusion.SetOutRange(blocks.matching->FusedType());
+  return true;
+}
+
+void Run::PrepareRange() {
+  BlockSet& blocks = *m_blocks;
+  if (!m_fusion.m_stretchesOwnRange || blocks.matching) return;
+  blocks.range = std::make_unique<BlockRange>(m_fusion.m_param.m_nOutBandCount, m_fusion.m_param.m_bMaskNoData);
+  blocks.counted = MakeSceneGrid();
+  m_fusion.SetStretch(false);
+  m_fusion.SetOutRange(BlockRange::kFusedType);
+}
+
+void Run::EndCounting() {
+  BlockSet& blocks = *m_blocks;
+  if (blocks.matching) blocks.matching->Settle();
+  if (!blocks.range) return;
+  const platform::RowRange range = blocks.range->Range();
+  blocks.range.reset();
+  // What is the same everywhere has no range to be stretched.
+  m_fusion.SetStretch(range.Minimum() < range.Maximum());
+  m_fusion.SetSrcMinMaxValue(range.Minimum(), range.Maximum());
+  m_fusion.SetOutRange(m_fusion.m_param.m_eOutDataType);
+}
+
+BlockGrid Run::MakeBlockGrid() {
+  int width = 1024;
+  int height = 1024;
+  m_fusion.GetBlockSize(width, height);
+  return {m_dst.GetWidth(), m_dst.GetHeight(), width, height};
+}
+
+BlockGrid Run::MakeSceneGrid() {
+  if (m_scene.Area() == 0) return MakeBlockGrid();
+  constexpr int kRows = 512;
+  return {m_scene.Width(),
+          m_scene.Height(),
+          m_scene.Width(),
+          std::min(kRows, m_scene.Height()),
+          m_scene.left - m_fusion.m_param.m_rcProcess.left,
+          m_scene.top - m_fusion.m_param.m_rcProcess.top};
+}
+
+void Run::Abandon() {
+  DropArea();
+  DropReprojection();
+  m_dst.Abandon();
+  CRasterSource::DeleteFileW(m_fusion.m_strTempFile);
+}
+
+void Run::CloseOutput() {
+  if (m_fusion.m_nLastErrorType != ERR_NONE) {
+    m_dst.Abandon();
+    return;
+  }
+  bool cancelled = false;
+  if (m_dst.Close(m_fusion.m_pProgress, &cancelled)) return;
+  if (cancelled) {
+    Cancel();
+  } else {
+    m_fusion.Fail(ERR_WRITE, messages::kWriteFailed);
+  }
+}
+
+void Run::Finish() {
+  DropArea();
+  CloseOutput();
+  m_pan.Close();
+  m_ms.Close();
+  if (m_variation.detailSource) m_variation.detailSource->Close();
+  DropReprojection();
+  m_fusion.EndProccess();
+  if (m_fusion.m_nLastErrorType != ERR_NONE) return;
+
+  const FusionParam& param = m_fusion.m_param;
+  if (m_fusion.m_pProgress) {
+    if (m_variation.beforeFinish) m_variation.beforeFinish();
+    m_fusion.m_pProgress->Finish();
+  }
+  if (param.m_pNotifyWnd) {
+    constexpr UINT kFusionDone = 0x400 + 100;
+    const auto output = reinterpret_cast<WPARAM>(param.m_strOutFile.c_str());
+    SendMessageW(param.m_pNotifyWnd->GetSafeHwnd(), kFusionDone, output, 1);
+  }
+}
+
+}  // namespace fusion

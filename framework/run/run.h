@@ -1,0 +1,96 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/row_kernel.h"
+#include "framework/run/block_set.h"
+#include "framework/run/run_variation.h"
+#include "platform/raster/raster_aoi.h"
+#include "platform/raster/raster_source.h"
+#include "platform/raster/reproject.h"
+
+class CFusion;
+
+namespace fusion {
+
+/// One run of a fusion. It owns what the run needs (the rasters, the area, the reprojection, the buffers) and takes the
+/// blocks through the fusion's published operations in their order. The fusion's own pointers show what is here.
+class Run {
+ public:
+  Run(CFusion& fusion, const RunVariation& variation);
+  ~Run();
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+
+  /// The whole run.
+  void Execute();
+
+  /// Everything before the first block. False, with the outcome in the fusion, where the run ends here.
+  bool Prepare();
+  /// The run's blocks, once prepared.
+  BlockSet& Blocks() { return *m_blocks; }
+  /// Reads one block of the output: everything before the kernel.
+  LoadResult Load(BlockSet& blocks, const CRect& dstBlock);
+  /// See CFusion::VisitBlocks.
+  bool Visit(const std::wstring& title, const std::function<void(const FusionBlock&)>& visit);
+
+  /// Makes the run a part of a run over a larger area.
+  /// @param rect in pan pixels, toGround from the pixels of a run over it
+  void SetScene(const CRect& rect, const platform::Affine& toGround);
+  /// What the run is a part of, in pan pixels; empty where it stands for itself.
+  const CRect& Scene() const { return m_scene; }
+  const platform::Affine& SceneToGround() const { return m_sceneToGround; }
+  /// Of the block at hand.
+  const BlockGaps& Gaps() const { return m_gaps; }
+
+ private:
+  bool Configure(std::vector<int>& bands, CRect& dstRectInPan);
+  void DropArea();
+  void DropReprojection();
+  /// The output raster in blocks of GetBlockSize's size.
+  BlockGrid MakeBlockGrid();
+  /// The area that statistics passes go over, in the output raster's pixels, in blocks of whole rows: the output
+  /// raster, or, where the run is a part of a scene, the whole of that, around the output.
+  BlockGrid MakeSceneGrid();
+  /// The run's matching, none without targets. False with the error state set where they do not fit the bands.
+  bool PrepareMatching();
+  void PrepareRange();
+  /// Turns from the statistics of the result to the result.
+  void EndCounting();
+
+  /// Fuses every block of a grid. False where the run ended before.
+  bool Walk(const BlockGrid& grid);
+  /// Leaves out the pixels of a block just read that have no data, where the run masks them.
+  LoadResult MaskBlock(BlockSet& blocks);
+  /// Begins to read the block that follows the one at hand, where the run overlaps.
+  void ReadAhead(BlockSet& blocks);
+  bool FuseAndWrite();
+  bool StepProgress();
+  /// Waits for a block that may be under way to the output. False, with the error state set and reported, when one
+  /// failed.
+  bool FinishWriting();
+  /// Logged, not reported.
+  void Cancel();
+
+  void Abandon();
+  /// The output's end, where the run may still fail or be cancelled.
+  void CloseOutput();
+  void Finish();
+
+  CFusion& m_fusion;
+  const RunVariation& m_variation;
+  CRasterSource m_pan;
+  CRasterSource m_ms;
+  CRasterSource m_dst;
+  std::unique_ptr<CRasterAOI> m_area;
+  std::unique_ptr<CReproject> m_reproject;
+  CRect m_scene;
+  platform::Affine m_sceneToGround;
+  BlockGaps m_gaps;
+  std::unique_ptr<BlockSet> m_blocks;  ///< last, so that its threads end before what they use goes
+};
+
+}  // namespace fusion
