@@ -1,4 +1,5 @@
-# Installs the build, configures and builds the example against it, fuses a sample scene with it.
+# Installs the build, or one with a static library made from STATIC_FROM, configures and builds the example against it,
+# fuses a sample scene with it.
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result)
   if(NOT result EQUAL 0)
@@ -7,6 +8,12 @@ function(run)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
+if(STATIC_FROM)
+  set(BUILD_DIR ${STATIC_BUILD})
+  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${STATIC_FROM} -B ${BUILD_DIR} -DCMAKE_CXX_COMPILER=${COMPILER}
+      -DCMAKE_BUILD_TYPE=${CONFIG} -DFUSION_WERROR=${WERROR} -DFUSION_STATIC=ON -DFUSION_BUILD_TESTS=OFF)
+  run(${CMAKE_COMMAND} --build ${BUILD_DIR} --config ${CONFIG} --parallel 2)
+endif()
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix --config ${CONFIG})
 run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix
     -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
@@ -15,6 +22,10 @@ run(${WORK_DIR}/prefix/bin/fusion sample ${WORK_DIR}/scene --size 128 --quiet)
 run(${WORK_DIR}/build/brovey ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/fused.tif)
 if(NOT EXISTS ${WORK_DIR}/fused.tif)
   message(FATAL_ERROR "the example left no fused image")
+endif()
+file(GLOB_RECURSE shared ${WORK_DIR}/prefix/libfusion.so* ${WORK_DIR}/prefix/*fusion.dll)
+if(STATIC_FROM AND shared)
+  message(FATAL_ERROR "a static build installed ${shared}")
 endif()
 
 # The same program by pkg-config alone.
