@@ -6,7 +6,6 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
 #include "tests/apps/scene_command.h"
 
@@ -18,22 +17,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-class FuseCommand : public SceneCommand {
- protected:
-  /// Writes an image without a geotransform, which the usual helper would write.
-  void WritePlain(const reference::Image& image, const std::string& name) const {
-    const double none[6] = {0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
-    CRasterSource plain;
-    ASSERT_TRUE(plain.CreateRaster(kFormatGeoTiff, m_folder.WidePath(name), image.width, image.height,
-                                   static_cast<int>(image.bands.size()), PDT_UINT16, none, L"", nullptr));
-    for (std::size_t b = 0; b < image.bands.size(); ++b) {
-      ASSERT_EQ(plain.GetRasterBand(static_cast<int>(b))
-                    ->WriteBlock(0, 0, image.width, image.height, image.bands[b].data(), image.width, image.height,
-                                 PDT_FLOAT64),
-                0);
-    }
-  }
-};
+class FuseCommand : public SceneCommand {};
 
 TEST_F(FuseCommand, HelpVersionAndMethodsGoToStandardOutput) {
   for (const auto& arguments : {std::vector<std::string>{"--help"},
@@ -241,22 +225,6 @@ TEST_F(FuseCommand, AWindowIsCutWithANotice) {
   }
 }
 
-TEST_F(FuseCommand, AWindowIsCutToTheCommonGround) {
-  // The multispectral image begins 20 pan pixels of half a metre to the right, 12 below.
-  auto ms = Image("ms.tif");
-  ms.geoTransform[0] += 10.0;
-  ms.geoTransform[3] -= 6.0;
-  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_UINT16);
-  const auto run = Fuse("out.tif", {"--window", "10,5,30,33"});
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(run.err, HasSubstr("--window is cut to where both images have data: 20,12,20,26."));
-  const auto out = Image("out.tif");
-  EXPECT_EQ(out.width, 20);
-  EXPECT_EQ(out.height, 26);
-  EXPECT_DOUBLE_EQ(out.geoTransform[0], 440010.0);
-  EXPECT_DOUBLE_EQ(out.geoTransform[3], 4474994.0);
-}
-
 TEST_F(FuseCommand, ListOptionsLeaveTheFileNamesAlone) {
   EXPECT_EQ(Run({"fuse", "--bands", "1,2,3", "--window", "0,0,9,9", Path("pan.tif"), Path("ms.tif"), Path("out.tif"),
                  "--method", "ihs", "--rgb", "3,2,1", "--quiet"})
@@ -286,46 +254,6 @@ TEST_F(FuseCommand, AllTypesFormatsAndResamplings) {
   EXPECT_TRUE(Image("raw.dat").bands == Image("same.tif").bands);
   EXPECT_TRUE(Image("named").bands == Image("same.tif").bands);
   EXPECT_TRUE(m_folder.Has("named.hdr"));
-}
-
-TEST_F(FuseCommand, ImagesWithoutGeoreferenceAreTakenAsTheSameGround) {
-  // Wider than high.
-  ASSERT_EQ(Run({"sample", Path(""), "--size", "64x32", "--overwrite", "--quiet"}).status, 0);
-  ASSERT_EQ(Fuse("placed.tif", {"--method", "pca", "--quiet"}).status, 0);
-  for (const std::string name : {"pan.tif", "ms.tif"}) WritePlain(Image(name), name);
-  const auto run = Fuse("plain.tif", {"--method", "pca"});
-  EXPECT_EQ(run.status, 0);
-  EXPECT_THAT(run.err, HasSubstr("(--same-extent)"));
-  EXPECT_TRUE(Image("plain.tif").bands == Image("placed.tif").bands);
-  EXPECT_THAT(Fuse("told.tif", {"--method", "pca", "--same-extent"}).err, Not(HasSubstr("--same-extent")));
-}
-
-TEST_F(FuseCommand, OtherImagesAreNotTakenAsTheSameGround) {
-  // One without a georeference alone lies far from the other.
-  const auto ms = Image("ms.tif");
-  WritePlain(ms, "plain.tif");
-  const auto fuse = [&](const std::string& name, const std::vector<std::string>& more = {}) {
-    std::vector<std::string> options = {"fuse", Path("pan.tif"), Path(name), Path("out.tif"), "--overwrite"};
-    options.insert(options.end(), more.begin(), more.end());
-    return Run(options);
-  };
-  const auto apart = fuse("plain.tif");
-  EXPECT_EQ(apart.status, 1);
-  EXPECT_THAT(apart.err, HasSubstr("error 0: "));
-  EXPECT_EQ(fuse("plain.tif", {"--same-extent", "--quiet"}).status, 0);
-
-  // The size of pan must be a whole multiple, in columns and in rows.
-  WritePlain(Image("pan.tif"), "pan.tif");
-  for (const bool columns : {true, false}) {
-    reference::Image part = ms;
-    (columns ? part.width : part.height) = 15;
-    for (auto& band : part.bands) band.resize(15 * 16);
-    WritePlain(part, "part.tif");
-    const auto run = fuse("part.tif");
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_THAT(run.err, HasSubstr("overlaid on their pixel coordinates"));
-    EXPECT_EQ(Image("out.tif").width, columns ? 15 : 16);
-  }
 }
 
 TEST_F(FuseCommand, AnAreaOfInterestLeavesZeroOutside) {
@@ -364,27 +292,6 @@ TEST_F(FuseCommand, OverviewsStandBesideTheOutputOnlyWhereAMethodHasThem) {
   EXPECT_FALSE(fuse("hpf.tif", {"--method", "brovey", "--overwrite"}));
   EXPECT_THAT(NewNames(), ElementsAre("brovey.tif", "hpf.tif", "ihs.tif", "ihs.tif.ovr", "large", "sharpen.tif",
                                       "sharpen.tif.ovr", "without.tif"));
-}
-
-TEST_F(FuseCommand, TheKernelGoesByTheMultispectralPixelsInMetresWhateverTheirUnit) {
-  // Two metres in degrees; the scene lies at 3.7073 west, 40.4235 north, and the image reaches 4 m over it.
-  auto ms = Image("ms.tif");
-  ms.width = ms.height = 20;
-  for (auto& band : ms.bands) {
-    for (std::size_t i = band.size(); i < 20 * 20; ++i) band.push_back(band[i - 256]);
-  }
-  const double degrees[6] = {-3.70734, 2.36e-5, 0.0, 40.42351, 0.0, -1.80e-5};
-  std::copy_n(degrees, 6, ms.geoTransform);
-  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_UINT16, test_support::Wgs84Wkt());
-  const auto fused = [&](std::vector<std::string> options) {
-    options.insert(options.begin(), {"--method", "hpf", "--no-overviews", "--overwrite", "--quiet"});
-    const auto run = Fuse("out.tif", options);
-    EXPECT_EQ(run.status, 0) << run.err;
-    return Image("out.tif").bands;
-  };
-  const auto byDefault = fused({});
-  EXPECT_TRUE(byDefault == fused({"--kernel-size", "9"})) << "a ratio of 4";
-  EXPECT_FALSE(byDefault == fused({"--kernel-size", "5"}));
 }
 
 TEST_F(FuseCommand, TheLogTellsThePipelinesStages) {
