@@ -49,7 +49,7 @@ Size ParseSize(const std::string& text) {
   throw UsageError("--size is N or WxH in pan pixels, each 1 to " + std::to_string(kLargest) + ", not '" + text + "'.");
 }
 
-/// A folder, with those above it, made where missing. Unless it is kept, what was made goes again.
+/// A folder, with those above it, made where missing. What was made goes again where nothing has come into it.
 class NewFolder {
  public:
   /// Throws CommandError.
@@ -69,7 +69,6 @@ class NewFolder {
   ~NewFolder() { Remove(); }
   NewFolder(const NewFolder&) = delete;
   NewFolder& operator=(const NewFolder&) = delete;
-  void Keep() { m_made.clear(); }
 
  private:
   void Remove() const {
@@ -229,7 +228,7 @@ int RunSample(const SampleCommandOptions& o) {
   ConsoleProgress progress(o.quiet);
   const auto file = [&](const wchar_t* name) { return CommonFun::Utf82U(o.folder) + L"/" + name; };
   const Size msSize{size.width / o.ratio, size.height / o.ratio};
-  NewFolder folder(o.folder);
+  const NewFolder folder(o.folder);
   SceneFile pan(file(L"pan.tif"), size, 1, type, kPixel, o.overwrite);
   SceneFile ms(file(L"ms.tif"), msSize, o.bands, type, kPixel * o.ratio, o.overwrite);
   SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel, o.overwrite);
@@ -247,7 +246,6 @@ int RunSample(const SampleCommandOptions& o) {
   const platform::OutputObstacle obstacle =
       platform::PendingOutput::Publish({&pan.Pending(), &ms.Pending(), &truth.Pending()});
   ThrowObstacle(obstacle, obstacle.file);
-  folder.Keep();
   if (!o.quiet) {
     for (const SceneFile* done : files) std::cerr << done->Description() << '\n';
   }
