@@ -40,14 +40,7 @@ void RunMatched(const FusionParam& given, bool overlapped) {
 }
 
 void RunHpf(const FusionParam& given, bool overlapped) {
-  constexpr int kSize = 5;
-  HpfFusionParam param;
-  static_cast<FusionParam&>(param) = given;
-  param.m_filter1.m_nWidth = param.m_filter1.m_nHeight = kSize;
-  param.m_filter1.m_nCenterX = param.m_filter1.m_nCenterY = kSize / 2;
-  param.m_filter1.m_dScale = 1.0 / (kSize * kSize);
-  param.m_filter1.m_vecCoefficients.assign(kSize * kSize, -1.0);
-  param.m_filter1.m_vecCoefficients[kSize * kSize / 2] = kSize * kSize - 1.0;
+  HpfFusionParam param = HpfRecord(given);
   CHpfFusionProcessAlg method(&param);
   Finish(method, overlapped);
 }
@@ -78,19 +71,35 @@ void RunBayesianWithFixedModel(const FusionParam& given, bool overlapped) {
 
 }  // namespace
 
+HpfFusionParam HpfRecord(const FusionParam& given) {
+  constexpr int kSize = 5;
+  HpfFusionParam param;
+  static_cast<FusionParam&>(param) = given;
+  param.m_filter1.m_nWidth = param.m_filter1.m_nHeight = kSize;
+  param.m_filter1.m_nCenterX = param.m_filter1.m_nCenterY = kSize / 2;
+  param.m_filter1.m_dScale = 1.0 / (kSize * kSize);
+  param.m_filter1.m_vecCoefficients.assign(kSize * kSize, -1.0);
+  param.m_filter1.m_vecCoefficients[kSize * kSize / 2] = kSize * kSize - 1.0;
+  return param;
+}
+
 const std::vector<NamedMethod>& AllMethods() {
   static const std::vector<NamedMethod> methods = {
-      {.name = "brovey", .runWith = Run<CBroveyFusion>, .isLocal = true},
-      {.name = "multiplicative", .runWith = Run<CMultipleFusion>, .isLocal = true},
+      {.name = "brovey", .runWith = Run<CBroveyFusion>, .isLocal = true, .definition = "BroveyDefinition"},
+      {.name = "multiplicative", .runWith = Run<CMultipleFusion>, .isLocal = true, .definition = "MultipleDefinition"},
       {.name = "brovey, matched", .runWith = RunMatched<CBroveyFusion>},
       {.name = "multiplicative, matched", .runWith = RunMatched<CMultipleFusion>},
-      {.name = "weighted", .runWith = Run<CWeightFusion>},
-      {.name = "ihs", .runWith = Run<CIhsTranFusion>, .isLocal = true},
-      {.name = "pca", .runWith = Run<CPrinComponentFusion>},
-      {.name = "bayesian", .runWith = RunBayesian},
+      {.name = "weighted", .runWith = Run<CWeightFusion>, .definition = "WeightDefinition"},
+      {.name = "ihs", .runWith = Run<CIhsTranFusion>, .isLocal = true, .definition = "IhsDefinition"},
+      {.name = "pca", .runWith = Run<CPrinComponentFusion>, .definition = "PcaDefinition"},
+      {.name = "bayesian", .runWith = RunBayesian, .definition = "BayesDefinition"},
       {.name = "bayesian, given model", .runWith = RunBayesianWithFixedModel, .isLocal = true},
-      {.name = "hpf", .runWith = RunHpf, .isPipeline = true},
-      {.name = "sharpen", .runWith = Run<CSimplePanSharpeningFusionProcessAlg>, .isPipeline = true, .isLocal = true},
+      {.name = "hpf", .runWith = RunHpf, .isPipeline = true, .definition = "HpfDefinition"},
+      {.name = "sharpen",
+       .runWith = Run<CSimplePanSharpeningFusionProcessAlg>,
+       .isPipeline = true,
+       .isLocal = true,
+       .definition = "SharpeningDefinition"},
   };
   return methods;
 }

@@ -15,10 +15,14 @@ struct NamedMethod {
   bool isPipeline = false;                                                 ///< always bicubic
   /// Computes a pixel from what lies around it and from each band's least and largest value, nothing else.
   bool isLocal = false;
+  const char* definition = "";  ///< the test suite that holds it against its definition
 
   void run(const FusionParam& param) const { runWith(param, false); }
 };
 
 const std::vector<NamedMethod>& AllMethods();
+
+/// A record of high-pass fusion with one kernel of 5 x 5.
+HpfFusionParam HpfRecord(const FusionParam& given);
 
 }  // namespace test_support

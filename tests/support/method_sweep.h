@@ -20,7 +20,7 @@ double Deviation(const std::vector<double>& values);
 
 using MakeReference = std::function<reference::Run(const Scene&, const FusionParam&)>;
 
-inline void ExpectSuccess(const CFusion& fusion) {
+inline void ExpectSuccess(const CBaseAlgorithm& fusion) {
   EXPECT_EQ(fusion.GetLastErrorType(), 0);
   EXPECT_TRUE(fusion.GetLastErrorMessage().empty());
 }

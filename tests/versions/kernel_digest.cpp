@@ -1,13 +1,10 @@
-// Runs the library's hot loops over made-up rows and prints every result bit for bit. Built once for each instruction
-// set, so that the outputs can be compared.
-#include <cmath>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
-#include <limits>
+// kernel_digest SYMBOLS: runs the library's hot loops, in the version that the program's processor.cpp makes them take,
+// over made-up rows and in runs of every method, and prints all results bit for bit, so that versions can be compared.
+// Fails where a loop has not been run. SYMBOLS is a file with what nm says of the program.
+#include <gtest/gtest.h>
+#include <sys/platform/x86.h>
+
 #include <random>
-#include <string>
-#include <vector>
 
 #include "evaluation/row_sums.h"
 #include "framework/resampling_passes.h"
@@ -16,35 +13,15 @@
 #include "platform/raster/no_data.h"
 #include "platform/raster/position_grid.h"
 #include "platform/raster/row_statistics.h"
+#include "tests/versions/digest.h"
+#include "tests/versions/loop_watch.h"
+#include "tests/versions/processor.h"
 #include "transform/ihs_model.h"
 
 namespace {
 
-using Row = std::vector<double>;
-
-/// Fowler-Noll-Vo over the bytes of the results, printed with a name for each loop.
-class Digest {
- public:
-  template <typename T>
-  void Add(const T* values, std::size_t n) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(values);
-    for (std::size_t i = 0; i < n * sizeof(T); ++i) m_hash = (m_hash ^ bytes[i]) * 1099511628211ULL;
-  }
-  void Add(const Row& row) {
-    // Which NaN a NaN is differs between instructions and means nothing.
-    for (double v : row) {
-      if (std::isnan(v)) v = std::numeric_limits<double>::quiet_NaN();
-      Add(&v, 1);
-    }
-  }
-  void Print(const std::string& name) {
-    std::printf("%s %016llx\n", name.c_str(), static_cast<unsigned long long>(m_hash));
-    m_hash = 14695981039346656037ULL;
-  }
-
- private:
-  std::uint64_t m_hash = 14695981039346656037ULL;
-};
+using versions::Digest;
+using versions::Row;
 
 /// Ordinary samples with some of everything that is not.
 Row MakeRow(std::mt19937& random, int n) {
@@ -215,26 +192,16 @@ void DigestIhs(std::mt19937& random, int n, Digest& digest) {
   }
 }
 
-bool Runs() {
-#if defined(__AVX512F__)
-  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
-         __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512cd");
-#elif defined(__AVX2__)
-  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("fma");
-#else
-  return true;
-#endif
+/// Whether the machine has the instructions of an x86-64 level.
+bool MachineHas(int level) {
+  const bool v3 = CPU_FEATURE_ACTIVE(AVX2) && CPU_FEATURE_ACTIVE(BMI2) && CPU_FEATURE_ACTIVE(FMA);
+  const bool v4 = CPU_FEATURE_ACTIVE(AVX512F) && CPU_FEATURE_ACTIVE(AVX512VL) && CPU_FEATURE_ACTIVE(AVX512BW) &&
+                  CPU_FEATURE_ACTIVE(AVX512DQ) && CPU_FEATURE_ACTIVE(AVX512CD);
+  return level < 3 || (v3 && (level < 4 || v4));
 }
 
-}  // namespace
-
-int main() {
-  if (!Runs()) {
-    std::puts("unsupported");
-    return 0;
-  }
+void DigestRows(Digest& digest) {
   std::mt19937 random(7);
-  Digest digest;
   for (const int n : {1, 3, 7, 8, 9, 31, 32, 33, 127, 128, 129, 257, 1024}) {
     const std::string width = " " + std::to_string(n);
     DigestResampling(random, n, digest);
@@ -248,4 +215,23 @@ int main() {
     DigestIhs(random, n, digest);
     digest.Print("ihs" + width);
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  const int level = versions::ProcessorLevel();
+  if (!MachineHas(level)) {
+    std::puts("unsupported");
+    return 0;
+  }
+  const std::string version = level < 3 ? ".default" : ".arch_x86_64_v" + std::to_string(level);
+  const versions::LoopWatch watch(argc > 1 ? argv[1] : "", version);
+  Digest digest;
+  DigestRows(digest);
+  versions::DigestRuns(digest);
+  std::printf("%d loops\n", watch.Count());
+  for (const std::string& name : watch.NotRun()) std::fprintf(stderr, "not run: %s%s\n", name.c_str(), version.c_str());
+  return watch.NotRun().empty() && !testing::UnitTest::GetInstance()->Failed() ? 0 : 1;
 }
