@@ -1,5 +1,6 @@
 # cmake --install and the package that find_package(Fusion CONFIG) finds.
 include(CMakePackageConfigHelpers)
+include(FusionPublicHeaders)
 
 install(
   TARGETS fusion
@@ -8,14 +9,11 @@ install(
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-foreach(folder platform framework band_arithmetic highpass transform evaluation)
-  install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion
-    FILES_MATCHING
-    PATTERN "*.h")
+fusion_public_headers(FUSION_PUBLIC_HEADERS fusion_api.h)
+foreach(header ${FUSION_PUBLIC_HEADERS})
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion/${folder})
 endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/fusion_api.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Fusion)
 install(

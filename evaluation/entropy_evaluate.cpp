@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "evaluation/ms_cells.h"
 #include "evaluation/row_sums.h"
 
 namespace {

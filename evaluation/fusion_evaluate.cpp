@@ -5,7 +5,9 @@
 #include <memory>
 #include <stdexcept>
 
+#include "evaluation/ms_cells.h"
 #include "framework/messages.h"
+#include "framework/run/block_buffers.h"
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/row_cache.h"
 #include "platform/system/sleep.h"
@@ -73,7 +75,7 @@ void CFusionEvaluate::Process() {
   m_pMulSource = nullptr;
   m_pFusionSource = nullptr;
   m_pReproject = nullptr;
-  m_hasCells = false;
+  m_cells.reset();
   if (prepared && m_nLastErrorType == ERR_NONE && m_pProgress) m_pProgress->Finish();
 }
 
@@ -262,7 +264,8 @@ platform::NoDataTest CFusionEvaluate::FusionNoData(std::size_t i) const {
 }
 
 fusion::MsCells& CFusionEvaluate::Cells(int reprojectedShift) {
-  if (!m_hasCells) m_cells = fusion::MsCells(*m_pFusionSource, *m_pMulSource, m_pReproject, reprojectedShift);
-  m_hasCells = true;
-  return m_cells;
+  if (!m_cells) {
+    m_cells = std::make_shared<fusion::MsCells>(*m_pFusionSource, *m_pMulSource, m_pReproject, reprojectedShift);
+  }
+  return *m_cells;
 }

@@ -1,14 +1,17 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "evaluation/evaluation_param.h"
-#include "evaluation/ms_cells.h"
-#include "framework/run/block_buffers.h"
 #include "framework/shared_array.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/reproject.h"
+
+namespace fusion {
+class MsCells;
+}
 
 /// Base of the evaluations: walks the fused image in blocks, over one or more passes, and hands each block with the pan
 /// and multispectral pixels under it to the metric.
@@ -74,6 +77,5 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
   bool EvaluateBlock(Run& run, CRect& block, CRect& read);
   std::wstring Title() const;
 
-  fusion::MsCells m_cells;
-  bool m_hasCells = false;
+  std::shared_ptr<fusion::MsCells> m_cells;  ///< made at first use, null between runs
 };

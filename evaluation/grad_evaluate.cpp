@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "evaluation/ms_cells.h"
 #include "evaluation/row_sums.h"
 
 /// A row and the row below it, of both bands of a pair.

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "evaluation/ms_cells.h"
+
 CSNREvaluate::CSNREvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_snrParam(m_param) {}
 CSNREvaluate::~CSNREvaluate() = default;
 CSNREvaluate::CSNREvaluate(const CSNREvaluate&) = default;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "evaluation/ms_cells.h"
 #include "evaluation/row_sums.h"
 
 CStatisticEvaluate::CStatisticEvaluate(FusionEvaluateParam* param)

@@ -20,7 +20,7 @@
 ///   with c = V beta and M = ((1-w)/w) (V Sigma^-1)'.
 ///
 /// With w near 0 the result is x; with w near 1 the pan value predicted from the result is the pan value.
-struct FUSION_API BayesianModel {
+struct BayesianModel {
   double weight = 0.0;                ///< w
   double panMean = 0.0;               ///< m = a
   double panVariance = 0.0;           ///< s; a residual variance below 1e-8 counts as 1

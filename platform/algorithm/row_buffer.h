@@ -4,12 +4,11 @@
 
 #include "platform/raster/raster_source.h"
 #include "platform/raster/row_cache.h"
-#include "platform/system/export.h"
 
 namespace platform {
 
 /// A window of whole rows over some bands of a raster, read as doubles.
-class FUSION_API RowBuffer {
+class RowBuffer {
  public:
   /// @param bands counted from 0
   /// @param halo rows kept above and below the loaded ones

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "platform/algorithm/messages.h"
+#include "platform/algorithm/row_buffer.h"
 #include "platform/algorithm/row_store.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/system/task_queue.h"

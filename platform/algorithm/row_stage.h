@@ -5,9 +5,10 @@
 #include <vector>
 
 #include "platform/algorithm/base_algorithm.h"
-#include "platform/algorithm/row_buffer.h"
 
 namespace platform {
+
+class RowBuffer;
 
 /// What a stage asks of the engine.
 struct StagePlan {

@@ -3,12 +3,11 @@
 #include <vector>
 
 #include "platform/algorithm/value_conversion.h"
-#include "platform/system/export.h"
 
 namespace platform {
 
 /// Turns rows of computed doubles into output pixels.
-class FUSION_API RowStore {
+class RowStore {
  public:
   /// @param round integer types round, half up, instead of truncating
   /// @param marksGaps pixels without data come as NaN and are marked by 0, see StoreGaps

@@ -1,5 +1,7 @@
 #include "platform/algorithm/single_band_io_process.h"
 
+#include "platform/algorithm/row_buffer.h"
+
 CSingleBandIOProcess::CSingleBandIOProcess(const AlgorithmParam* param) : RowStage(param) {}
 CSingleBandIOProcess::~CSingleBandIOProcess() = default;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/algorithm/row_buffer.h"
 #include "platform/processing/kernel_passes.h"
 
 namespace {

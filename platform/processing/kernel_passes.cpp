@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "platform/algorithm/gap_marks.h"
+#include "platform/algorithm/row_buffer.h"
 #include "platform/system/multiversion.h"
 
 namespace platform {

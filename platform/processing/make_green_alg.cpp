@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <numeric>
 
+#include "platform/algorithm/row_buffer.h"
+#include "platform/processing/green_mix.h"
+
 using platform::GreenMix;
 
 CMakeGreenAlg::CMakeGreenAlg(AlgorithmParam* param) : CMultiBandIOProcess(param) {}
@@ -13,14 +16,13 @@ bool CMakeGreenAlg::Configure(const CRasterSource& input, platform::StagePlan& p
   std::iota(plan.bands.begin(), plan.bands.end(), 0);
   plan.outBandCount = input.GetBandCount();
   plan.noData = input.GetRasterBand(0);
-  m_mixes = GreenMix::AppliesTo(input);
-  if (m_mixes) m_mix = GreenMix(input);
+  m_mix = GreenMix::AppliesTo(input) ? std::make_shared<const GreenMix>(input) : nullptr;
   return true;
 }
 
 void CMakeGreenAlg::ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) {
   for (int b = 0; b < rows.BandCount(); ++b) std::copy_n(rows.Row(b, row), rows.Width(), out[b]);
-  if (!m_mixes) return;
-  m_mix.Apply(rows.Row(GreenMix::kGreen, row), rows.Row(GreenMix::kNearInfrared, row), out[GreenMix::kGreen],
-              rows.Width());
+  if (!m_mix) return;
+  m_mix->Apply(rows.Row(GreenMix::kGreen, row), rows.Row(GreenMix::kNearInfrared, row), out[GreenMix::kGreen],
+               rows.Width());
 }

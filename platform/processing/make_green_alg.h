@@ -1,7 +1,12 @@
 #pragma once
 
+#include <memory>
+
 #include "platform/algorithm/multi_band_io_process.h"
-#include "platform/processing/green_mix.h"
+
+namespace platform {
+class GreenMix;
+}
 
 /// Copies an image of four or more bands (blue, green, red, near infrared, ...) with green replaced by
 /// 0.9 x green + 0.1 x near infrared, left alone where either is no-data. Images of fewer bands are copied. The output
@@ -16,6 +21,5 @@ class FUSION_API CMakeGreenAlg : public CMultiBandIOProcess {
   void ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) override;
 
  private:
-  bool m_mixes = false;
-  platform::GreenMix m_mix;
+  std::shared_ptr<const platform::GreenMix> m_mix;  ///< null where images are copied
 };

@@ -5,14 +5,13 @@
 
 #include "platform/processing/green_mix.h"
 #include "platform/raster/row_statistics.h"
-#include "platform/system/export.h"
 
 namespace platform {
 
 /// Brings bands to target moments, row by row: (v - mean) / deviation * target deviation + target mean, with the band's
 /// own moments, taken from rows shown before; a band without spread (below 1e-8) becomes its target mean. No-data
 /// values stay and do not count.
-class FUSION_API MomentMatching {
+class MomentMatching {
  public:
   struct Band {
     double noData;  ///< NaN: none

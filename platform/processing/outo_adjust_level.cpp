@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/algorithm/row_buffer.h"
 #include "platform/processing/order_statistics.h"
 #include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"

@@ -1,5 +1,7 @@
 #include "platform/processing/stretch_of_multi_band.h"
 
+#include "platform/algorithm/row_buffer.h"
+#include "platform/processing/moment_matching.h"
 #include "platform/raster/no_data.h"
 
 using platform::GreenMix;
@@ -37,19 +39,19 @@ bool CStretchOfMultiBand::Configure(const CRasterSource& input, platform::StageP
   for (int b = 0; b < plan.outBandCount; ++b) {
     bands.push_back({platform::NoDataSample(*input.GetRasterBand(b)), m_pMeans[b], m_pStdDevs[b]});
   }
-  m_matching = platform::MomentMatching(std::move(bands), mix);
+  m_matching = std::make_shared<platform::MomentMatching>(std::move(bands), mix);
   return true;
 }
 
 bool CStretchOfMultiBand::Prepare() {
   const bool scanned = Scan(m_scanBands, [&](const double* const* rows, const unsigned char* inside, int width) {
-    m_matching.Count(rows, inside, width);
+    m_matching->Count(rows, inside, width);
   });
-  m_matching.Settle();
+  m_matching->Settle();
   return scanned;
 }
 
 void CStretchOfMultiBand::ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) {
   for (std::size_t b = 0; b < m_rows.size(); ++b) m_rows[b] = rows.Row(static_cast<int>(b), row);
-  m_matching.Apply(m_rows.data(), rows.Width(), out);
+  m_matching->Apply(m_rows.data(), rows.Width(), out);
 }

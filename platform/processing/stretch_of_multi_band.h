@@ -1,9 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "platform/algorithm/multi_band_io_process.h"
-#include "platform/processing/moment_matching.h"
+
+namespace platform {
+class MomentMatching;
+}
 
 struct FUSION_API CStretchAlgorithmParam : AlgorithmParam {
   const double* m_pMeans = nullptr;    ///< target mean of each band, not owned
@@ -31,7 +35,7 @@ class FUSION_API CStretchOfMultiBand : public CMultiBandIOProcess {
   const double* m_pStdDevs = nullptr;
   bool m_bMakeGreen = false;
 
-  platform::MomentMatching m_matching;
+  std::shared_ptr<platform::MomentMatching> m_matching;
   std::vector<int> m_scanBands;
   std::vector<const double*> m_rows;  ///< the present row of each band read
 };

@@ -2,8 +2,6 @@
 
 #include <vector>
 
-#include "platform/system/export.h"
-
 class CBaseProgress;
 class CRasterSource;
 
@@ -12,6 +10,6 @@ namespace platform {
 /// Whether a masking raster (CRasterSource::SetMaskNoData) lacks any sample of the bands, counted from 0. Reads until
 /// it finds one, and nothing where no band may lack any. The reporter is only asked whether to go on; false after a
 /// cancellation and after a failed read, which whoever needs the samples will meet again.
-FUSION_API bool HasGaps(const CRasterSource& source, const std::vector<int>& bands, const CBaseProgress& progress);
+bool HasGaps(const CRasterSource& source, const std::vector<int>& bands, const CBaseProgress& progress);
 
 }  // namespace platform

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "platform/raster/raster_types.h"
-#include "platform/system/export.h"
 
 namespace platform {
 
@@ -27,7 +26,7 @@ struct OutputObstacle {
 /// An output while it is made: the raster, and what comes with it (header, overviews, mask, metadata), lie under their
 /// own names in a folder beside the output. They leave it together at the end, or vanish with the object. An output
 /// that is a link to a file is that file.
-class FUSION_API PendingOutput {
+class PendingOutput {
  public:
   /// @param replace whether an existing output may be replaced, with its companions
   /// @param inputs files that are read; nothing that belongs to them is ever replaced

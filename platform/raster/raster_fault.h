@@ -4,7 +4,6 @@
 #include <string>
 
 #include "platform/raster/raster_types.h"
-#include "platform/system/export.h"
 
 namespace platform {
 
@@ -15,7 +14,7 @@ enum class RasterOperation { kOpen, kCreate, kRead, kWrite, kClose, kStore };
 /// Programs that check their own handling of failures use it (the tests do). An empty function takes it away. Must not
 /// be changed while a run is under way.
 using RasterFault = std::function<bool(RasterOperation operation, const std::wstring& path, int band, const CRect&)>;
-FUSION_API void SetRasterFault(RasterFault fault);
+void SetRasterFault(RasterFault fault);
 
 /// The present fault function's answer, false without one.
 bool RasterFails(RasterOperation operation, const std::wstring& path, int band = -1, const CRect& rect = CRect());

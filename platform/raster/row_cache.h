@@ -2,15 +2,13 @@
 
 #include <cstdint>
 
-#include "platform/system/export.h"
-
 class CRasterSource;
 
 namespace platform {
 
 /// Room in memory for decoded rows, for a reader that comes back to the same rows of a raster block after block (a file
 /// of strips that is read column by column would be decoded once per column otherwise). The room goes with the object.
-class FUSION_API RowCache {
+class RowCache {
  public:
   RowCache() = default;
   ~RowCache();

@@ -4,13 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// An in-memory view of a raster file: a choice of its bands and, if wanted, another georeference. The file itself is
 /// not touched; the view disappears with the object.
-class FUSION_API VirtualRaster {
+class VirtualRaster {
  public:
   /// @param bands zero-based, in the order wanted; empty takes all
   /// @param geoTransform six terms or null for the file's own

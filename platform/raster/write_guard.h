@@ -3,8 +3,6 @@
 #include <memory>
 #include <string>
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// Stands between GDAL and the files of an output: the first write that fails is the last that reaches the disk. What a
@@ -32,8 +30,8 @@ class WriteGuard {
 
 /// The system's number of the first write to an output that has failed since ClearWriteError: a full disk, say. 0 where
 /// none has.
-FUSION_API int FirstWriteError();
-FUSION_API void ClearWriteError();
+int FirstWriteError();
+void ClearWriteError();
 /// For whoever finds out before GDAL tries.
 void KeepWriteError(int error);
 

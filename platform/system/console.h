@@ -4,17 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// Whether a stream of the program leads to a terminal.
-FUSION_API bool IsTerminal(std::FILE* stream);
+bool IsTerminal(std::FILE* stream);
 
 /// Makes the terminal read UTF-8 where it would not by itself.
-FUSION_API void UseUtf8Console();
+void UseUtf8Console();
 
 /// The program's arguments, without its name, as UTF-8. Throws std::invalid_argument for one that is no Unicode text.
-FUSION_API std::vector<std::string> Utf8Arguments(int argc, const char* const* argv);
+std::vector<std::string> Utf8Arguments(int argc, const char* const* argv);
 
 }  // namespace platform

@@ -2,8 +2,6 @@
 
 #include <filesystem>
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// Why so many more bytes cannot be written to a file in a folder: the system's number for a full disk or for a limit
@@ -11,6 +9,6 @@ namespace platform {
 int LackOfRoom(const std::filesystem::path& folder, double bytes);
 
 /// Whether the system's number tells that there is no room.
-FUSION_API bool IsLackOfRoom(int error);
+bool IsLackOfRoom(int error);
 
 }  // namespace platform

@@ -1,12 +1,10 @@
 #pragma once
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// While it lives, a request to end the program (Ctrl-C, the end of its terminal, a termination signal) calls a
 /// function instead, from a signal handler. Only a second Ctrl-C ends the program at once. One at a time.
-class FUSION_API InterruptHandler {
+class InterruptHandler {
  public:
   InterruptHandler(void (*function)(void* context), void* context);
   ~InterruptHandler();
@@ -15,13 +13,13 @@ class FUSION_API InterruptHandler {
 };
 
 /// The number of the signal that has called the function of the last InterruptHandler, 0 where none has.
-FUSION_API int LastInterrupt();
+int LastInterrupt();
 
 /// Makes writing to a closed pipe or beyond the limit on file sizes fail where it would end the program.
-FUSION_API void LetWritesFail();
+void LetWritesFail();
 
 /// Keeps a file from being opened in the place of a standard stream that the program was started without, where it
 /// would get what is meant for the stream. Writing to the stream fails.
-FUSION_API void FillStandardStreams();
+void FillStandardStreams();
 
 }  // namespace platform

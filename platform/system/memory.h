@@ -1,11 +1,9 @@
 #pragma once
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// Makes the process keep the memory of large buffers that were freed for the next ones, where its allocator would give
 /// it back and fetch it again page by page for every block. For programs, not for libraries, since it holds for all.
-FUSION_API void KeepFreedMemory();
+void KeepFreedMemory();
 
 }  // namespace platform

@@ -1,13 +1,11 @@
 #pragma once
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// Suits process-wide settings to the library's runs: a small cache of decoded blocks, which runs enlarge while they
 /// come back to the same rows, and OpenMP threads that sleep between blocks. For programs of which the library is all,
 /// before anything else; everybody else's settings stay as they are.
-FUSION_API void OwnProcess(bool owns = true);
+void OwnProcess(bool owns = true);
 bool OwnsProcess();
 
 }  // namespace platform

@@ -4,13 +4,11 @@
 #include <functional>
 #include <memory>
 
-#include "platform/system/export.h"
-
 namespace platform {
 
 /// Carries out tasks one after another in the order in which they came: on a thread of its own, which starts with the
 /// first task, or at once on the caller's; so too where the system has no room for a thread.
-class FUSION_API TaskQueue {
+class TaskQueue {
  public:
   /// @param most how many tasks may wait or run at a time
   /// @param threaded false: Add carries the task out itself, and throws what it throws
@@ -33,7 +31,7 @@ class FUSION_API TaskQueue {
 
 /// Asked before a queue starts its thread once set; answering true makes that fail as on a system without room for
 /// one. For programs that check their own handling of failures. Null takes it away.
-FUSION_API void SetThreadFault(bool (*fault)());
+void SetThreadFault(bool (*fault)());
 
 /// Loads and uses item after item, in slots 0 and 1 by turns: load(item, slot), use(item, slot). With ahead, each item
 /// is loaded on another thread while the one before it is being used. Ends early, with false, where one of them answers

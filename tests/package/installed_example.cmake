@@ -1,3 +1,4 @@
+cmake_minimum_required(VERSION 3.22)
 # Installs the build, or one with a static library made from STATIC_FROM, configures and builds the example against it,
 # fuses a sample scene with it.
 function(run)
@@ -23,6 +24,35 @@ run(${WORK_DIR}/build/brovey ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif 
 if(NOT EXISTS ${WORK_DIR}/fused.tif)
   message(FATAL_ERROR "the example left no fused image")
 endif()
+# Methods written outside the library.
+run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR}/../own_method -B ${WORK_DIR}/own
+    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
+run(${CMAKE_COMMAND} --build ${WORK_DIR}/own)
+run(${WORK_DIR}/own/own_method ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/rows.tif
+    ${WORK_DIR}/blocks.tif)
+
+# Nothing is installed but what fusion_api.h leads to, by a closure of its own.
+set(include ${WORK_DIR}/prefix/include/fusion)
+set(open fusion_api.h)
+set(reached)
+while(open)
+  list(POP_FRONT open header)
+  if(NOT header IN_LIST reached)
+    list(APPEND reached ${header})
+    file(STRINGS ${include}/${header} lines REGEX "^#include \"")
+    foreach(line ${lines})
+      string(REGEX MATCH "\"(.*)\"" quoted ${line})
+      list(APPEND open ${CMAKE_MATCH_1})
+    endforeach()
+  endif()
+endwhile()
+file(GLOB_RECURSE installed RELATIVE ${include} ${include}/*)
+list(SORT reached)
+list(SORT installed)
+if(NOT reached STREQUAL installed)
+  message(FATAL_ERROR "installed: ${installed}\nreached from fusion_api.h: ${reached}")
+endif()
+
 file(GLOB_RECURSE shared ${WORK_DIR}/prefix/libfusion.so* ${WORK_DIR}/prefix/*fusion.dll)
 if(STATIC_FROM AND shared)
   message(FATAL_ERROR "a static build installed ${shared}")

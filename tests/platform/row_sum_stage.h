@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/algorithm/multi_band_io_process.h"
+#include "platform/algorithm/row_buffer.h"
 #include "platform/raster/raster_fault.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
