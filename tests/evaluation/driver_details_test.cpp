@@ -5,6 +5,7 @@
 
 #include "evaluation/entropy_evaluate.h"
 #include "evaluation/grad_evaluate.h"
+#include "evaluation/ms_cells.h"
 #include "evaluation/snr_evaluate.h"
 #include "evaluation/statistic_evaluate.h"
 #include "platform/raster/raster_fault.h"
@@ -225,6 +226,33 @@ TEST_F(BandsOfTheirOwn, SayWhatTheirNoDataIs) {
   const auto statistic = Run<CStatisticEvaluate>();
   EXPECT_DOUBLE_EQ(statistic->m_pMulMean[0], 4.0);
   EXPECT_DOUBLE_EQ(statistic->m_pFusionMean[0], 4.0);
+}
+
+TEST_F(EvaluationDriver, AnImageHigherThanWideIsComparedDownToItsLastRow) {
+  const Band values = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+  WritePair(2, 5, values, values);
+  const auto metric = Run<CStatisticEvaluate>();
+  EXPECT_EQ(metric->m_pRelativeError[0], 0.0);
+  EXPECT_DOUBLE_EQ(metric->m_pMulMean[0], 5.5);
+}
+
+TEST_F(EvaluationDriver, CellsAreThoseOfTheBlockAndOfTheBufferAskedFor) {
+  WritePair(4, 1, Band(4, 0.0), Band(4, 0.0));
+  CRasterSource fused;
+  CRasterSource ms;
+  ASSERT_TRUE(fused.OpenSimple(fusedFile) && ms.OpenSimple(msFile));
+  fusion::MsCells cells(fused, ms, nullptr, 0);
+  const auto row = [&](int left, int right, int bufferLeft, int bufferRight) {
+    const std::int64_t* found = cells.Row(0, CRect(left, 0, right, 1), CRect(bufferLeft, 0, bufferRight, 1));
+    return std::vector<std::int64_t>(found, found + (right - left));
+  };
+  // Of equal pixels a column's cell is its distance from the buffer's first; one end changes at a time.
+  using Cells = std::vector<std::int64_t>;
+  EXPECT_EQ(row(0, 4, 0, 4), (Cells{0, 1, 2, 3}));
+  EXPECT_EQ(row(2, 4, 0, 4), (Cells{2, 3}));
+  EXPECT_EQ(row(2, 3, 0, 4), (Cells{2}));
+  EXPECT_EQ(row(2, 3, 1, 4), (Cells{1}));
+  EXPECT_EQ(row(2, 3, 1, 2), (Cells{0})) << "no further than the buffer's last";
 }
 
 TEST_F(EvaluationDriver, ImagesOpenedAsTheyLieAreMappedPixelByPixel) {
