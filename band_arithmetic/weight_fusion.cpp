@@ -16,10 +16,12 @@ void WeighRow(const double* ms, const double* pan, double weight, int n, double*
 
 /// Moves the values of the pixels inside the area to the front of every row. Answers how many there are.
 int KeepInside(const CRasterAOI& area, const CRect& rect, int row, std::vector<std::vector<double>>& rows) {
+  std::vector<unsigned char> inside(static_cast<std::size_t>(rect.Width()));
+  area.MarkRow(rect.left, rect.top + row, rect.Width(), inside.data());
   std::size_t kept = 0;
-  for (int x = 0; x < rect.Width(); ++x) {
-    if (!area.IsInAOI(rect.left + x, rect.top + row)) continue;
-    for (auto& values : rows) values[kept] = values[static_cast<std::size_t>(x)];
+  for (std::size_t x = 0; x < inside.size(); ++x) {
+    if (!inside[x]) continue;
+    for (auto& values : rows) values[kept] = values[x];
     ++kept;
   }
   return static_cast<int>(kept);

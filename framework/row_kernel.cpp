@@ -113,14 +113,10 @@ class RowWorker {
   }
 
   void StoreGaps(int first, int count, int row, std::ptrdiff_t at) {
-    m_inside.clear();
-    for (int i = 0; m_block.aoi && i < count; ++i) {
-      m_inside.push_back(m_block.aoi->IsInAOI(m_block.panRect->left + first + i, m_block.panRect->top + row));
-    }
+    const unsigned char* inside = m_block.aoi ? MarkInside(first, count, row) : nullptr;
     const int size = platform::PixelSize(m_block.outType);
     for (int b = 0; b < m_block.outBandCount; ++b) {
-      platform::StoreGaps(m_block.outType, m_block.aoi ? m_inside.data() : nullptr, static_cast<std::size_t>(count),
-                          m_output.Band(b) + at * size);
+      platform::StoreGaps(m_block.outType, inside, static_cast<std::size_t>(count), m_output.Band(b) + at * size);
     }
   }
 
@@ -137,10 +133,17 @@ class RowWorker {
     }
   }
 
+  const unsigned char* MarkInside(int first, int count, int row) {
+    m_inside.resize(static_cast<std::size_t>(count));
+    m_block.aoi->MarkRow(m_block.panRect->left + first, m_block.panRect->top + row, count, m_inside.data());
+    return m_inside.data();
+  }
+
   void ClearOutsideArea(int first, int count, int row, std::ptrdiff_t at) {
+    const unsigned char* inside = MarkInside(first, count, row);
     const int size = platform::PixelSize(m_block.outType);
     for (int i = 0; i < count; ++i) {
-      if (m_block.aoi->IsInAOI(m_block.panRect->left + first + i, m_block.panRect->top + row)) continue;
+      if (inside[i]) continue;
       for (int b = 0; b < m_block.outBandCount; ++b) std::fill_n(m_output.Band(b) + (at + i) * size, size, 0);
     }
   }

@@ -85,10 +85,10 @@ std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& g
 }
 
 std::vector<unsigned char> MarkInside(CRasterAOI& area, const CRect& panRect) {
-  std::vector<unsigned char> marks;
-  marks.reserve(static_cast<std::size_t>(panRect.Area()));
-  for (int y = panRect.top; y < panRect.bottom; ++y) {
-    for (int x = panRect.left; x < panRect.right; ++x) marks.push_back(area.IsInAOI(x, y));
+  const int width = panRect.Width();
+  std::vector<unsigned char> marks(static_cast<std::size_t>(panRect.Area()));
+  for (int row = 0; row < panRect.Height(); ++row) {
+    area.MarkRow(panRect.left, panRect.top + row, width, marks.data() + std::int64_t{row} * width);
   }
   return marks;
 }

@@ -41,9 +41,7 @@ class AreaRows {
   /// Null where the whole row is inside.
   const unsigned char* Row(int row) {
     if (m_relation == kInside) return nullptr;
-    for (std::size_t x = 0; x < m_inside.size(); ++x) {
-      m_inside[x] = m_relation != 0 && m_area->IsInAOI(static_cast<int>(x), row);
-    }
+    m_area->MarkRow(0, row, static_cast<int>(m_inside.size()), m_inside.data());
     return m_inside.data();
   }
 

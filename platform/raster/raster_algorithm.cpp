@@ -28,6 +28,7 @@ namespace {
 struct PixelRun {
   std::vector<const double*> bands;
   std::vector<double> counts;
+  std::vector<unsigned char> inside;  ///< scratch
 };
 
 /// Reads all bands window after window and hands on the pixels that are valid in every band, inside the area if there
@@ -86,8 +87,10 @@ class ValidPixels {
       }
     }
     if (!m_aoi) return;
+    run.inside.resize(run.counts.size());
+    m_aoi->MarkRow(rect.left, rect.top + row, rect.Width(), run.inside.data());
     for (std::size_t i = 0; i < run.counts.size(); ++i) {
-      if (!m_aoi->IsInAOI(rect.left + static_cast<int>(i), rect.top + row)) run.counts[i] = 0.0;
+      if (!run.inside[i]) run.counts[i] = 0.0;
     }
   }
 

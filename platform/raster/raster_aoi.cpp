@@ -259,9 +259,21 @@ int CRasterAOI::Restrict(const unsigned char* keep) {
 }
 
 bool CRasterAOI::IsInAOI(int column, int row) const {
+  unsigned char inside = 0;
+  MarkRow(column, row, 1, &inside);
+  return inside != 0;
+}
+
+void CRasterAOI::MarkRow(int left, int row, int count, unsigned char* inside) const {
   const CRect& rect = m_impl->cached;
-  if (column < rect.left || column >= rect.right || row < rect.top || row >= rect.bottom) return false;
-  if (m_impl->marks.empty()) return true;
-  return m_impl->marks[static_cast<std::size_t>(row - rect.top) * static_cast<std::size_t>(rect.Width()) +
-                       static_cast<std::size_t>(column - rect.left)] != 0;
+  std::fill_n(inside, count, static_cast<unsigned char>(0));
+  const int first = std::max(left, rect.left);
+  const auto end = static_cast<int>(std::min<std::int64_t>(std::int64_t{left} + count, rect.right));
+  if (row < rect.top || row >= rect.bottom || first >= end) return;
+  if (m_impl->marks.empty()) {
+    std::fill_n(inside + (first - left), end - first, static_cast<unsigned char>(1));
+    return;
+  }
+  const unsigned char* marks = m_impl->marks.data() + std::int64_t{row - rect.top} * rect.Width();
+  for (int x = first; x < end; ++x) inside[x - left] = marks[x - rect.left] != 0;
 }

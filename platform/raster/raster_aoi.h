@@ -31,6 +31,8 @@ class FUSION_API CRasterAOI {
   /// Whether a pixel of the last rectangle is inside; pixels outside that rectangle are not. May be called from
   /// several threads.
   bool IsInAOI(int column, int row) const;
+  /// The same of count pixels of a row: 1 for each that is inside, else 0.
+  void MarkRow(int left, int row, int count, unsigned char* inside) const;
 
  private:
   struct Impl;

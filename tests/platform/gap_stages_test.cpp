@@ -242,4 +242,28 @@ TEST(AreaWithoutBounds, LeavesOutWhatItIsToldTo) {
   EXPECT_EQ(area.ReadCacheAoiBuffer(5, 7, 3, 2), 3);
 }
 
+TEST(AreaWithoutBounds, RowsAreMarkedAsPixelsAre) {
+  CRasterAOI area;
+  area.SetUnbounded();
+  using Marks = std::vector<unsigned char>;
+  const auto marks = [&](int left, int row, int count) {
+    Marks inside(static_cast<std::size_t>(count), 9);
+    area.MarkRow(left, row, count, inside.data());
+    for (int i = 0; i < count; ++i) {
+      EXPECT_EQ(area.IsInAOI(left + i, row), inside[static_cast<std::size_t>(i)] == 1) << left + i << ' ' << row;
+    }
+    return inside;
+  };
+  area.ReadCacheAoiBuffer(5, 7, 3, 2);
+  EXPECT_EQ(marks(4, 7, 5), (Marks{0, 1, 1, 1, 0})) << "the rectangle alone";
+  EXPECT_EQ(marks(4, 6, 5), Marks(5, 0));
+  EXPECT_EQ(marks(8, 7, 2), Marks(2, 0));
+  const unsigned char some[] = {1, 1, 1, 0, 1, 0};
+  area.Restrict(some);
+  EXPECT_EQ(marks(3, 8, 6), (Marks{0, 0, 0, 1, 0, 0}));
+  EXPECT_EQ(marks(6, 8, 1), Marks{1});
+  EXPECT_EQ(marks(INT32_MAX - 1, 8, 1), Marks{0});
+  EXPECT_EQ(marks(5, 9, 3), Marks(3, 0));
+}
+
 }  // namespace
