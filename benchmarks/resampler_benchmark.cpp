@@ -2,8 +2,9 @@
 #include <benchmark/benchmark.h>
 
 #include "benchmarks/memory_scene.h"
+#include "framework/resampling/kernels.h"
+#include "framework/resampling/row_resampler.h"
 #include "framework/row_kernel.h"
-#include "framework/row_resampler.h"
 
 namespace {
 
@@ -72,7 +73,8 @@ void ResamplePoints(benchmark::State& state) {
 }
 
 void AllKernels(benchmark::internal::Benchmark* b) {
-  b->ArgName("kernel")->Arg(RT_NEAREST)->Arg(RT_BILINEAR)->Arg(RT_BICUBIC)->Unit(benchmark::kMillisecond);
+  b->ArgName("kernel")->Unit(benchmark::kMillisecond);
+  for (const ResampleType type : fusion::kResampleTypes) b->Arg(type);
 }
 
 BENCHMARK(ResampleRows)->Apply(AllKernels);

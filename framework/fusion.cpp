@@ -5,7 +5,7 @@
 
 #include "framework/band_choice.h"
 #include "framework/messages.h"
-#include "framework/resampling.h"
+#include "framework/resampling/resample_point.h"
 #include "framework/run/run.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"

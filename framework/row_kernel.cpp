@@ -11,7 +11,7 @@
 #endif
 
 #include "framework/fusion_block.h"
-#include "framework/gap_resampling.h"
+#include "framework/resampling/gap_resampling.h"
 #include "platform/algorithm/gap_marks.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/system/process.h"

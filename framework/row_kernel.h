@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "framework/fusion_block.h"
+#include "framework/resampling/row_resampler.h"
 #include "framework/row_method.h"
-#include "framework/row_resampler.h"
 #include "platform/algorithm/value_conversion.h"
 #include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"

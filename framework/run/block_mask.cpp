@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "framework/resampling.h"
+#include "framework/resampling/nearest.h"
 
 namespace fusion {
 namespace {
@@ -74,9 +74,9 @@ std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& g
         mark[i] = 0;
       } else if (!samples.empty()) {
         const auto column =
-            std::min<std::int64_t>(MakeNearestTap(x[i], read.left, read.Width()).index, read.Width() - 1);
+            std::min<std::int64_t>(Nearest::MakeTaps(x[i], read.left, read.Width()).index[0], read.Width() - 1);
         const auto line =
-            std::min<std::int64_t>(MakeNearestTap(y[i], read.top, read.Height()).index, read.Height() - 1);
+            std::min<std::int64_t>(Nearest::MakeTaps(y[i], read.top, read.Height()).index[0], read.Height() - 1);
         mark[i] &= samples[static_cast<std::size_t>(line * read.Width() + column)];
       }
     }

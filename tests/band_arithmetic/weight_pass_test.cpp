@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "framework/resampling/kernels.h"
 #include "tests/band_arithmetic/weight_fixture.h"
 
 namespace {
@@ -36,7 +37,7 @@ TEST(CorrelationPass, WeightIsTheRootOfTheCorrelationOverTheNumberOfBands) {
 
 TEST(CorrelationPass, WeightsHoldForEveryResampling) {
   const Correlated correlated(3);
-  for (const ResampleType type : {RT_NEAREST, RT_BILINEAR, RT_BICUBIC}) {
+  for (const ResampleType type : fusion::kResampleTypes) {
     FusionParam param = correlated.scene.Param();
     param.m_eResampleType = type;
     ExpectWeights(correlated.scene, param, Reference(correlated.scene, param));

@@ -1,5 +1,3 @@
-#include "framework/resampling.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,9 +5,13 @@
 #include <random>
 
 #include "framework/fusion.h"
+#include "framework/resampling/kernels.h"
+#include "framework/resampling/resample_point.h"
 #include "tests/support/reference_kernel.h"
 
 namespace {
+
+constexpr int kUnknownType = fusion::kResampleTypes.size();
 
 /// The published operations need an object; nothing else of it is used.
 class Resampler : public CFusion {
@@ -36,13 +38,20 @@ double At(int type, double x, double y, const std::vector<double>& values, CRect
   return out;
 }
 
+TEST(Resampling, KernelsHaveTheTypesFromZeroOn) {
+  // Other tests take the number behind the last for an unknown type.
+  int next = 0;
+  for (const ResampleType type : fusion::kResampleTypes) EXPECT_EQ(type, next++);
+  EXPECT_EQ(next, kUnknownType);
+}
+
 TEST(Resampling, UnknownTypeLeavesTheResultUntouchedAndStillAnswersTrue) {
-  EXPECT_EQ(At(3, 4.0, 4.0, Ramp()), -1.0);
+  EXPECT_EQ(At(kUnknownType, 4.0, 4.0, Ramp()), -1.0);
   EXPECT_EQ(At(-1, 4.0, 4.0, Ramp()), -1.0);
 }
 
 TEST(Resampling, WholePositionsGiveTheSampleItself) {
-  for (int type = 0; type < 3; ++type) EXPECT_EQ(At(type, 4.0, 5.0, Ramp()), 504.0) << type;
+  for (const ResampleType type : fusion::kResampleTypes) EXPECT_EQ(At(type, 4.0, 5.0, Ramp()), 504.0) << type;
 }
 
 TEST(Resampling, EachMethodCanBeCalledByItsName) {
@@ -51,7 +60,7 @@ TEST(Resampling, EachMethodCanBeCalledByItsName) {
   CRect rect(0, 0, 10, 10);
   double out = -1.0;
   // Whatever the record says.
-  Resampler resampler(3);
+  Resampler resampler(kUnknownType);
   resampler.NearestNeighbor(bands, 1, &rect, 4.25, 5.5, &out);
   EXPECT_EQ(out, 604.0);
   resampler.Bilinear(bands, 1, &rect, 4.25, 5.5, &out);
@@ -110,7 +119,7 @@ TEST(Resampling, FarAndUndefinedPositionsStayInsideTheBuffer) {
                         std::numeric_limits<double>::quiet_NaN(),
                         -std::numeric_limits<double>::infinity(),
                         std::numeric_limits<double>::infinity()};
-  for (int type = 0; type < 3; ++type) {
+  for (const ResampleType type : fusion::kResampleTypes) {
     for (const double position : far) {
       At(type, position, 4.0, Ramp());
       At(type, 4.0, position, Ramp());
@@ -138,7 +147,7 @@ TEST(Resampling, DefinitionAgreesWithThePlainTranscription) {
       double py = y(random);
       if (i % 5 == 0) px = std::floor(px);
       if (i % 7 == 0) py = std::floor(py) + 0.5;
-      for (int type = -1; type < 4; ++type) {
+      for (int type = -1; type <= kUnknownType; ++type) {
         double out[] = {0.0, 0.0};
         fusion::ResamplePoint(static_cast<ResampleType>(type), px, py, bands, 2, rect, out);
         const auto expected = reference::Resample(type, px, py, buffers, rect);

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "framework/fusion.h"
+#include "framework/resampling/kernels.h"
 #include "tests/support/method_sweep.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"
@@ -149,6 +150,6 @@ TEST_P(RowKernel, WorksOnRowsOfAnyLength) {
   EXPECT_GT(masked.outside, 4500 * 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(Resamplings, RowKernel, testing::Values(RT_NEAREST, RT_BILINEAR, RT_BICUBIC));
+INSTANTIATE_TEST_SUITE_P(Resamplings, RowKernel, testing::ValuesIn(fusion::kResampleTypes));
 
 }  // namespace

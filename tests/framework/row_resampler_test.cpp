@@ -1,4 +1,4 @@
-#include "framework/row_resampler.h"
+#include "framework/resampling/row_resampler.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,12 @@
 #include <cmath>
 #include <random>
 
+#include "framework/resampling/kernels.h"
 #include "tests/support/reference_kernel.h"
 
 namespace {
+
+constexpr auto kTypes = fusion::kResampleTypes.size();
 
 constexpr int kWidths[] = {1, 3, 7, 8, 9, 31, 32, 33, 257};
 
@@ -65,7 +68,7 @@ TEST(RowResampler, SeparableRowsEqualTheDefinitionBitForBit) {
   for (int round = 0; round < 1500; ++round) {
     const Scene scene(random, 1 + static_cast<int>(random() % 4));
     const int width = kWidths[random() % std::size(kWidths)];
-    const int type = static_cast<int>(random() % 4);
+    const int type = static_cast<int>(random() % (kTypes + 1));  // an unknown one among them
     const auto x = Columns(random, width, scene.rect.left, scene.rect.Width());
     fusion::RowResampler resampler(static_cast<ResampleType>(type), scene.bands.data(),
                                    static_cast<int>(scene.bands.size()), scene.rect);
@@ -84,7 +87,7 @@ TEST(RowResampler, RowsMayComeInAnyOrder) {
   std::mt19937 random(12);
   for (int round = 0; round < 200; ++round) {
     const Scene scene(random, 2);
-    const int type = static_cast<int>(random() % 3);
+    const int type = static_cast<int>(random() % kTypes);
     const auto x = Columns(random, 33, scene.rect.left, scene.rect.Width());
     fusion::RowResampler resampler(static_cast<ResampleType>(type), scene.bands.data(), 2, scene.rect);
     resampler.SetColumns(x.data(), 33);
@@ -119,7 +122,7 @@ TEST(RowResampler, FreePositionsEqualTheDefinitionBitForBit) {
   for (int round = 0; round < 600; ++round) {
     const Scene scene(random, 1 + static_cast<int>(random() % 9));
     const int width = kWidths[random() % std::size(kWidths)];
-    const int type = static_cast<int>(random() % 4);
+    const int type = static_cast<int>(random() % (kTypes + 1));  // an unknown one among them
     // Rows all of whose positions lie inside, and others.
     const double reach = random() % 3 == 0 ? -3.0 : 4.0;
     const auto along = [reach](int from, int to) {

@@ -1,9 +1,12 @@
-#include "framework/gap_resampling.h"
+#include "framework/resampling/gap_resampling.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
+
+#include "framework/resampling/kernels.h"
+#include "framework/resampling/resample_point.h"
 
 namespace {
 
@@ -48,7 +51,7 @@ TEST(TapLists, AreTheKernelsOwn) {
     };
     const double x = position(rect.left, rect.Width());
     const double y = position(rect.top, rect.Height());
-    for (const ResampleType type : {RT_NEAREST, RT_BILINEAR, RT_BICUBIC}) {
+    for (const ResampleType type : fusion::kResampleTypes) {
       const double* bands[] = {band.data()};
       double expected = 0.0;
       fusion::ResamplePoint(type, x, y, bands, 1, rect, &expected);

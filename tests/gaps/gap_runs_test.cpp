@@ -42,9 +42,9 @@ TEST(GapRuns, ResultsDoNotDependOnBlockBorders) {
   for (const GapShape shape : {GapShape::kHole, GapShape::kSpeckles}) {
     GapScene gaps(8, shape, PDT_UINT16, options);
     gaps.Write(0.0);
-    for (int resample = 0; resample < 3; ++resample) {
+    for (const ResampleType resample : fusion::kResampleTypes) {
       FusionParam param = Masked(gaps.scene);
-      param.m_eResampleType = static_cast<ResampleType>(resample);
+      param.m_eResampleType = resample;
       const reference::Image whole = Brovey(param).image;
       // Other blocks: the first border is now at row 700.
       param.m_rcProcess = {0, 188, 24, 1090};
@@ -94,8 +94,8 @@ TEST(GapRuns, PixelsOffTheMultispectralImageHaveNoData) {
   EXPECT_EQ(common.image.width, 20);
   EXPECT_EQ(common.image.height, 12);
   param.m_rcProcess = {0, 0, 37, 29};
-  for (int resample = 0; resample < 3; ++resample) {
-    param.m_eResampleType = static_cast<ResampleType>(resample);
+  for (const ResampleType resample : fusion::kResampleTypes) {
+    param.m_eResampleType = resample;
     ExpectMask(Brovey(param), gaps);
   }
 }
@@ -118,12 +118,12 @@ TEST(GapRuns, AReprojectedRunKeepsGapsOutAndIsEmptyOffTheImage) {
     }
     test_support::WriteImage(ms, scene.msFile, PDT_UINT16, test_support::Wgs84Wkt(), fill);
   };
-  for (int resample = 0; resample < 3; ++resample) {
+  for (const ResampleType resample : fusion::kResampleTypes) {
     FusionParam param = Masked(scene, PDT_UINT16);
     param.m_bNeedReproject = true;
-    param.m_eResampleType = static_cast<ResampleType>(resample);
+    param.m_eResampleType = resample;
     for (const auto& method : test_support::AllMethods()) {
-      if (method.isPipeline && resample < 2) continue;
+      if (method.isPipeline && resample != RT_BICUBIC) continue;
       SCOPED_TRACE(method.name);
       write(0.0);
       method.run(param);

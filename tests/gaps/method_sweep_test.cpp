@@ -7,6 +7,7 @@
 #include <string>
 #include <tuple>
 
+#include "framework/resampling/kernels.h"
 #include "tests/support/all_methods.h"
 #include "tests/support/gap_scene.h"
 
@@ -41,11 +42,12 @@ class GapSweep : public testing::TestWithParam<std::tuple<int, int>> {
   template <typename Visit>
   static void ForEachRun(const GapScene& gaps, const Visit& visit) {
     for (const NamedMethod& method : test_support::AllMethods()) {
-      for (int resample = method.isPipeline ? 2 : 0; resample < 3; ++resample) {
+      for (const ResampleType resample : fusion::kResampleTypes) {
+        if (method.isPipeline && resample != RT_BICUBIC) continue;
         SCOPED_TRACE(method.name + ", resampling " + std::to_string(resample));
         FusionParam param = gaps.scene.Param(Type());
         param.m_bMaskNoData = true;
-        param.m_eResampleType = static_cast<ResampleType>(resample);
+        param.m_eResampleType = resample;
         visit(method, param);
         if (testing::Test::HasFailure()) return;
       }

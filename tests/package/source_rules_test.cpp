@@ -95,4 +95,19 @@ TEST(SourceRules, PixelTypesBecomeElementTypesInOnePlace) {
   EXPECT_EQ(places, (std::set<std::string>{"platform/raster/pixel_type.h"}));
 }
 
+TEST(SourceRules, NothingAsksWhichKernelAResamplingIs) {
+  // Kernels are visited by framework/resampling/kernels.h. The command compares what the parser makes of a name.
+  const std::regex asks("(case|==|!=) RT_|RT_\\w+ (==|!=)");
+  std::set<std::string> places;
+  for (const auto& folder :
+       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+    for (const auto& file : SourcesOf(folder)) {
+      for (const auto& line : LinesOf(file)) {
+        if (std::regex_search(line, asks)) places.insert(fs::relative(file, kRoot).generic_string());
+      }
+    }
+  }
+  EXPECT_EQ(places, (std::set<std::string>{"apps/fuse_options.cpp"}));
+}
+
 }  // namespace

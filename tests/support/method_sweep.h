@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "framework/fusion.h"
+#include "framework/resampling/kernels.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/reproject.h"
 #include "tests/support/recording_progress.h"
@@ -129,7 +130,9 @@ class MethodSweep : public testing::TestWithParam<std::tuple<int, int>> {
   static unsigned Seed() { return static_cast<unsigned>(std::get<0>(GetParam()) * 100 + std::get<1>(GetParam()) * 20); }
 };
 
-inline auto AllTypesAndResamplings() { return testing::Combine(testing::Range(1, 8), testing::Range(0, 3)); }
+inline auto AllTypesAndResamplings() {
+  return testing::Combine(testing::Range(1, 8), testing::Range(0, static_cast<int>(fusion::kResampleTypes.size())));
+}
 std::string SweepCaseName(const testing::TestParamInfo<std::tuple<int, int>>& info);
 
 /// A scene of one pan row over one row of multispectral samples, so that nearest gives the samples themselves.

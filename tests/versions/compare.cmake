@@ -2,7 +2,7 @@
 # folders of SOURCES.
 set(marked 0)
 foreach(folder IN LISTS FOLDERS)
-  file(GLOB_RECURSE files ${SOURCES}/${folder}/*.cpp)
+  file(GLOB_RECURSE files ${SOURCES}/${folder}/*.h ${SOURCES}/${folder}/*.cpp)
   foreach(file IN LISTS files)
     file(STRINGS ${file} marks REGEX "^[^#]*FUSION_MULTIVERSION")
     list(LENGTH marks count)

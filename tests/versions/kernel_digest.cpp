@@ -7,7 +7,8 @@
 #include <random>
 
 #include "evaluation/row_sums.h"
-#include "framework/resampling_passes.h"
+#include "framework/resampling/kernels.h"
+#include "framework/resampling/row_resampler.h"
 #include "framework/row_math.h"
 #include "platform/algorithm/value_conversion.h"
 #include "platform/raster/no_data.h"
@@ -36,64 +37,58 @@ Row MakeRow(std::mt19937& random, int n) {
   return row;
 }
 
-std::vector<std::int32_t> MakeIndices(std::mt19937& random, int n, int most) {
-  std::uniform_int_distribution<std::int32_t> any(0, most);
-  std::vector<std::int32_t> indices;
-  for (int i = 0; i < n; ++i) indices.push_back(any(random));
-  return indices;
+/// Numbers within a range.
+Row MakePositions(std::mt19937& random, int n, double from, double to) {
+  std::uniform_real_distribution<double> any(from, to);
+  Row row;
+  for (int i = 0; i < n; ++i) row.push_back(any(random));
+  return row;
 }
 
+/// Every kernel in rows and at scattered positions, some of them outside, on ordinary bands and others, of which there
+/// are more than are worked on at a time.
 void DigestResampling(std::mt19937& random, int n, Digest& digest) {
+  const CRect rect(3, 5, 60, 22);
+  const auto samples = static_cast<int>(rect.Area());
+  std::vector<Row> bands;
+  for (int b = 0; b < 3; ++b) {
+    bands.push_back(MakeRow(random, samples));
+    bands.push_back(MakePositions(random, samples, -3000.0, 70000.0));
+  }
+  std::vector<const double*> pointers;
+  for (const Row& band : bands) pointers.push_back(band.data());
+  std::vector<Row> out(bands.size(), Row(static_cast<std::size_t>(n)));
+  std::vector<double*> rows;
+  for (Row& row : out) rows.push_back(row.data());
+  const auto add = [&] {
+    for (const Row& row : out) digest.Add(row);
+  };
+
+  const Row columns = MakePositions(random, n, 4.0, 57.0);
+  const Row lines = MakePositions(random, 8, 4.0, 23.0);
+  const Row x = MakePositions(random, n, 2.0, 60.0);
+  const Row y = MakePositions(random, n, 4.0, 22.0);
+  for (const ResampleType type : fusion::kResampleTypes) {
+    fusion::RowResampler resampler(type, pointers.data(), static_cast<int>(bands.size()), rect);
+    resampler.SetColumns(columns.data(), n);
+    for (const double line : lines) {
+      resampler.ResampleRow(line, rows.data());
+      add();
+    }
+    resampler.ResamplePoints(x.data(), y.data(), n, rows.data());
+    add();
+  }
+}
+
+void DigestRowMath(std::mt19937& random, int n, Digest& digest) {
   const Row line = MakeRow(random, n + 4);
-  const auto first = MakeIndices(random, n, n);
-  const auto second = MakeIndices(random, n, n);
-  Row fraction(static_cast<std::size_t>(n));
-  for (double& f : fraction) f = std::generate_canonical<double, 53>(random);
-  Row weights[4] = {fraction, fraction, fraction, fraction};
-  double* const pointers[] = {weights[0].data(), weights[1].data(), weights[2].data(), weights[3].data()};
-  Row rowWeights[4] = {fraction, fraction, fraction, fraction};
-  double* const rowPointers[] = {rowWeights[0].data(), rowWeights[1].data(), rowWeights[2].data(),
-                                 rowWeights[3].data()};
-  // Positions in a rectangle of 23 x 17 samples, some outside.
-  const CRect rect(3, 5, 26, 22);
-  Row x(fraction);
-  Row y(fraction);
-  for (double& p : x) p = 2.0 + 25.0 * p;
-  for (double& p : y) p = 4.0 + 19.0 * std::generate_canonical<double, 53>(random);
-  std::vector<std::int32_t> inside(x.size(), 0);
-  const fusion::PositionBox box{4.0, 6.0, 24.0, 20.0};
-  const int count = fusion::KeepInside(box, x.data(), y.data(), n, x.data(), y.data(), inside.data());
-  digest.Add(&count, 1);
-  digest.Add(inside.data(), inside.size());
-  std::vector<std::int32_t> taps(x.size(), 0);
-  fusion::PlaceCubic(x.data(), y.data(), n, rect, taps.data(), pointers, rowPointers);
-  digest.Add(taps.data(), taps.size());
-  for (const Row& w : weights) digest.Add(w);
-  for (const Row& w : rowWeights) digest.Add(w);
-  Row group[fusion::kBandGroup] = {fraction, fraction, fraction, fraction};
-  double* const groupPointers[] = {group[0].data(), group[1].data(), group[2].data(), group[3].data()};
-  const Row samples = MakeRow(random, static_cast<int>(rect.Area()) * fusion::kBandGroup);
-  fusion::CombineCubicPoints(samples.data(), rect.Width(), taps.data(), pointers, rowPointers, n, groupPointers);
-  for (const Row& band : group) digest.Add(band);
-  Row out(fraction);
-  fusion::CombineCubic(line.data(), first.data(), pointers[0], pointers[1], pointers[2], pointers[3], n, out.data());
-  digest.Add(out);
-  const double blend[] = {-0.07, 0.6, 0.55, -0.08};
-  fusion::BlendCubic(line.data(), line.data() + 1, line.data() + 2, line.data() + 3, blend, n, out.data());
-  digest.Add(out);
+  const double weights[] = {-0.07, 0.6, 0.55, -0.08};
   const double* const lines[] = {line.data(), line.data() + 1, line.data() + 2, line.data() + 3};
-  fusion::CombineLinear(line.data(), first.data(), second.data(), weights[1].data(), weights[2].data(), n, out.data());
-  digest.Add(out);
-  fusion::BlendLinear(line.data(), line.data() + 1, 0.3, 0.7, n, out.data());
-  digest.Add(out);
-  const auto anywhere = MakeIndices(random, n, static_cast<int>(rect.Area()) - 1);
-  const std::int32_t* const corners[] = {taps.data(), anywhere.data(), anywhere.data(), taps.data()};
-  fusion::CombineLinearPoints(samples.data(), corners, pointers, rowPointers, n, groupPointers);
-  for (const Row& band : group) digest.Add(band);
+  Row out = MakePositions(random, n, 0.0, 1.0);
   fusion::AddRow(line.data(), n, out.data());
   fusion::AddScaledRow(line.data() + 2, 0.1, n, out.data());
   digest.Add(out);
-  fusion::CombineRows(lines, blend, 4, n, out.data());
+  fusion::CombineRows(lines, weights, 4, n, out.data());
   digest.Add(out);
 }
 
@@ -206,6 +201,8 @@ void DigestRows(Digest& digest) {
     const std::string width = " " + std::to_string(n);
     DigestResampling(random, n, digest);
     digest.Print("resampling" + width);
+    DigestRowMath(random, n, digest);
+    digest.Print("row math" + width);
     DigestPositions(random, n, digest);
     digest.Print("positions" + width);
     DigestConversion(random, n, digest);

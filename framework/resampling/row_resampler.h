@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "framework/point_resampler.h"
-#include "framework/resampling.h"
+#include "framework/resampling/point_resampler.h"
+#include "framework/resampling/taps.h"
+#include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/raster_types.h"
 
 namespace fusion {
 
@@ -31,9 +33,12 @@ class RowResampler {
     std::vector<double> values;  ///< fast columns, band after band
   };
 
-  bool IsFastColumn(double x) const;
-  void ResampleFast(double y, double* const* out);
-  bool IsFastRow(double y) const;
+  template <typename Kernel>
+  void PlaceColumns();
+  /// Answers false for a row whose neighbourhood does not lie inside.
+  template <typename Kernel>
+  bool ResampleFast(double y, double* const* out);
+  template <typename Kernel>
   const double* CombineLine(std::int64_t row);
   void ResampleSlow(double y, int from, int to, double* const* out);
   int FastCount() const { return m_fastEnd - m_fastBegin; }
@@ -45,10 +50,9 @@ class RowResampler {
   std::vector<double> m_x;
   int m_fastBegin = 0;  ///< columns whose whole neighbourhood lies inside the rectangle
   int m_fastEnd = 0;
-  std::vector<std::int32_t> m_first;   ///< first tap of each fast column
-  std::vector<std::int32_t> m_second;  ///< second tap (bilinear)
-  std::vector<double> m_weights[4];    ///< weight of each tap
-  Line m_lines[4];                     ///< the last rows combined along their columns, by row modulo 4
+  std::vector<std::int32_t> m_index[kMostTaps];  ///< each tap of the fast columns
+  std::vector<double> m_weight[kMostTaps];
+  Line m_lines[kMostTaps];  ///< the last rows combined along their columns, by row modulo kMostTaps
   std::vector<double> m_point;
   PointResampler m_points;
 };

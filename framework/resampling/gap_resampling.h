@@ -3,7 +3,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "framework/resampling.h"
+#include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/raster_types.h"
 
 namespace fusion {
 

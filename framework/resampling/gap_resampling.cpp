@@ -1,7 +1,9 @@
-#include "framework/gap_resampling.h"
+#include "framework/resampling/gap_resampling.h"
 
 #include <algorithm>
 #include <cmath>
+
+#include "framework/resampling/kernels.h"
 
 namespace fusion {
 namespace {
@@ -52,34 +54,15 @@ double NearestValid(double x, double y, const double* band, const CRect& rect) {
 
 void ListTaps(ResampleType type, double x, double y, const CRect& rect, std::vector<Tap>& taps) {
   TapList list(rect, taps);
-  switch (type) {
-    case RT_BICUBIC:
-      if (BicubicFitsColumn(x, rect) && BicubicFitsRow(y, rect)) {
-        const CubicTaps c = MakeCubicTaps(x, rect.left);
-        const CubicTaps r = MakeCubicTaps(y, rect.top);
-        for (int j = 0; j < 4; ++j) {
-          for (int k = 0; k < 4; ++k) list.Add(c.first + k, r.first + j, r.weight[j] * c.weight[k]);
-        }
-        return;
+  VisitKernelAt(type, x, y, rect, [&]<typename Kernel>(Kernel) {
+    const auto columns = Kernel::MakeTaps(x, rect.left, rect.Width());
+    const auto rows = Kernel::MakeTaps(y, rect.top, rect.Height());
+    for (int j = 0; j < Kernel::kTaps; ++j) {
+      for (int k = 0; k < Kernel::kTaps; ++k) {
+        list.Add(columns.index[k], rows.index[j], rows.weight[j] * columns.weight[k]);
       }
-      [[fallthrough]];
-    case RT_BILINEAR:
-      if (BilinearFitsColumn(x, rect) && BilinearFitsRow(y, rect)) {
-        const LinearTaps c = MakeLinearTaps(x, rect.left);
-        const LinearTaps r = MakeLinearTaps(y, rect.top);
-        list.Add(c.first, r.first, c.toSecond * r.toSecond);
-        list.Add(c.second, r.first, c.toFirst * r.toSecond);
-        list.Add(c.first, r.second, c.toSecond * r.toFirst);
-        list.Add(c.second, r.second, c.toFirst * r.toFirst);
-        return;
-      }
-      [[fallthrough]];
-    case RT_NEAREST:
-      list.Add(MakeNearestTap(x, rect.left, rect.Width()).index, MakeNearestTap(y, rect.top, rect.Height()).index, 1.0);
-      return;
-    default:
-      return;
-  }
+    }
+  });
 }
 
 double ResampleValid(ResampleType type, double x, double y, const double* band, const CRect& rect) {

@@ -1,0 +1,130 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+
+#include "framework/resampling/band_group.h"
+#include "framework/resampling/bilinear.h"
+#include "framework/resampling/taps.h"
+#include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/raster_types.h"
+#include "platform/system/multiversion.h"
+
+namespace fusion {
+
+/// Cubic convolution with parameter -1 (Keys, Cubic convolution interpolation for digital image processing, 1981).
+struct Bicubic {
+  static constexpr ResampleType kType = RT_BICUBIC;
+  using Simpler = Bilinear;
+  static bool FitsColumn(double x, const CRect& rect) {
+    const int ix = static_cast<int>(Sane(x));
+    return ix + 1 < rect.right - 1 && ix >= 1;
+  }
+  static bool FitsRow(double y, const CRect& rect) {
+    const int iy = static_cast<int>(Sane(y));
+    // Unlike for columns, equality is allowed: the fourth row may lie just behind the rectangle and then counts as 0.
+    return iy + 1 <= rect.bottom - 1 && iy >= 1;
+  }
+
+  /// Without a branch, for loops that vectorise.
+  static double Weight(double t) {
+    const double s = std::fabs(t);
+    const double near = 1.0 - 2.0 * s * s + s * s * s;
+    const double far = 4.0 - 8.0 * s + 5.0 * s * s - s * s * s;
+    const double beyond = s < 2.0 ? far : 0.0;
+    return s < 1.0 ? near : beyond;
+  }
+  static constexpr int kTaps = 4;
+  static constexpr int kBefore = 1;
+  static constexpr int kBehind = 2;
+  static Taps<kTaps> MakeTaps(double position, int origin, int /*size*/) {
+    const int whole = static_cast<int>(position);
+    const double fraction = position - whole;
+    Taps<kTaps> taps;
+    for (int k = 0; k < 4; ++k) {
+      taps.index[k] = static_cast<std::int64_t>(whole) - origin - 1 + k;
+      taps.weight[k] = Weight(fraction + 1 - k);
+    }
+    return taps;
+  }
+  static double Combine(const double* weight, const double* samples) {
+    double sum = 0.0;
+    for (int k = 0; k < 4; ++k) sum += weight[k] * samples[k];
+    return sum;
+  }
+
+  FUSION_MULTIVERSION
+  static void CombineLine(const double* line, const ColumnTaps& columns, int n, double* out) {
+    const std::int32_t* first = columns.index[0];
+    const double* w0 = columns.weight[0];
+    const double* w1 = columns.weight[1];
+    const double* w2 = columns.weight[2];
+    const double* w3 = columns.weight[3];
+    // The four taps of a column are fetched together, which is faster than gathering each tap of several columns.
+    double taps[kPassPiece][4];
+    for (int begin = 0; begin < n; begin += kPassPiece) {
+      const int count = std::min(kPassPiece, n - begin);
+      for (int i = 0; i < count; ++i) std::copy_n(line + first[begin + i], 4, taps[i]);
+      for (int i = 0; i < count; ++i) {
+        const int at = begin + i;
+        out[at] = 0.0 + w0[at] * taps[i][0] + w1[at] * taps[i][1] + w2[at] * taps[i][2] + w3[at] * taps[i][3];
+      }
+    }
+  }
+  FUSION_MULTIVERSION
+  static void BlendLines(const double* const* lines, const double* weight, int n, double* out) {
+    const double* l0 = lines[0];
+    const double* l1 = lines[1];
+    const double* l2 = lines[2];
+    const double* l3 = lines[3];
+    const double w0 = weight[0];
+    const double w1 = weight[1];
+    const double w2 = weight[2];
+    const double w3 = weight[3];
+    for (int i = 0; i < n; ++i) out[i] = 0.0 + w0 * l0[i] + w1 * l1[i] + w2 * l2[i] + w3 * l3[i];
+  }
+
+  static constexpr int kBandsAtOnce = kBandGroup;
+  /// The index of the first of the sixteen taps.
+  FUSION_MULTIVERSION
+  static void PlacePoints(const double* x, const double* y, int n, const CRect& rect, PointTaps& taps) {
+    const int left = rect.left;
+    const int top = rect.top;
+    const int stride = rect.Width();
+    std::int32_t* first = taps.index[0];
+    for (int i = 0; i < n; ++i) {
+      first[i] = (static_cast<int>(y[i]) - top - 1) * stride + static_cast<int>(x[i]) - left - 1;
+    }
+    for (int k = 0; k < 4; ++k) {
+      double* column = taps.columnWeight[k];
+      double* row = taps.rowWeight[k];
+      for (int i = 0; i < n; ++i) column[i] = Weight(x[i] - static_cast<int>(x[i]) + 1 - k);
+      for (int i = 0; i < n; ++i) row[i] = Weight(y[i] - static_cast<int>(y[i]) + 1 - k);
+    }
+  }
+  FUSION_MULTIVERSION
+  static void CombinePoints(const double* samples, const CRect& rect, const PointTaps& taps, int n,
+                            double* const* out) {
+    const std::ptrdiff_t stride = std::ptrdiff_t{rect.Width()} * kBandGroup;
+    BandGroup values[kPassPiece];
+    for (int i = 0; i < n; ++i) {
+      const double* at = samples + std::ptrdiff_t{taps.index[0][i]} * kBandGroup;
+      BandGroup sum{};
+      for (int j = 0; j < 4; ++j, at += stride) {
+        BandGroup line{};
+        for (int k = 0; k < 4; ++k) {
+          BandGroup tap;
+          LoadGroup(at + kBandGroup * k, tap);
+          AddScaled(tap, taps.columnWeight[k][i], line);
+        }
+        AddScaled(line, taps.rowWeight[j][i], sum);
+      }
+      values[i] = sum;
+    }
+    StoreGroups(values, n, out);
+  }
+};
+
+}  // namespace fusion
