@@ -8,6 +8,8 @@
 #include <random>
 #include <vector>
 
+#include "platform/raster/box_carrier.h"
+
 namespace {
 
 using platform::PositionGrid;
@@ -110,6 +112,19 @@ TEST(PositionGrid, TheFarEdgesBelongToTheLastCells) {
     EXPECT_EQ(x[i], expectedX[i]) << i;
     EXPECT_EQ(y[i], expectedY[i]) << i;
   }
+}
+
+TEST(BoxCarrier, TheInsideCountsWhereTheOutlineDoesNotReach) {
+  // The distance from the middle is least there, and 1 at least on the outline.
+  const auto distances = [](std::vector<platform::PositionGrid::Point>& points) {
+    for (auto& p : points) p.y = std::hypot(p.x, p.y);
+  };
+  const CBoundingBox box(-1.0, -1.0, 1.0, 1.0);
+  const platform::Envelope envelope = platform::BoxCarrier(distances, distances, 0.0).EnvelopeOf(box, 8);
+  EXPECT_NEAR(envelope.minY, 0.0, 1e-12);
+  EXPECT_DOUBLE_EQ(envelope.maxY, std::sqrt(2.0));
+  EXPECT_DOUBLE_EQ(envelope.minX, -1.0);
+  EXPECT_DOUBLE_EQ(envelope.maxX, 1.0);
 }
 
 }  // namespace
