@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <iostream>
 
-#include "apps/notices.h"
-#include "apps/stage_names.h"
 #include "platform/system/console.h"
 
 namespace app {
@@ -12,41 +10,32 @@ namespace app {
 ConsoleProgress::ConsoleProgress(bool silent)
     : m_silent(silent),
       m_terminal(platform::IsTerminal(stderr)),
-      m_interrupts([](void* progress) { static_cast<ConsoleProgress*>(progress)->RequestCancel(); }, this) {}
+      m_interrupts([](void* progress) { static_cast<ConsoleProgress*>(progress)->m_interrupted.store(true); }, this) {}
 
-ConsoleProgress::~ConsoleProgress() { EndLine(); }
+ConsoleProgress::~ConsoleProgress() { StageEnds(); }
 
-void ConsoleProgress::Start(const std::wstring& title, int range) {
-  EndLine();
-  // A stage announces itself twice: before its preparations, and with its steps.
-  const std::string name = StageName(title);
-  if (!m_running || name != m_title) m_start = std::chrono::steady_clock::now();
-  m_title = name;
-  m_range = std::max(range, 1);
-  m_running = true;
-}
+void ConsoleProgress::StageBegins(const fusion::RunStage& stage) { m_title = stage.title; }
 
-bool ConsoleProgress::Step(int position, const std::wstring& /*text*/) {
-  // Position 0 is the set-up that each run announces first; a line of its own would say nothing.
-  if (!m_silent && m_running && position > 0) {
-    const int percent = static_cast<int>(std::clamp<long long>(100LL * position / m_range, 0, 100));
-    if (m_terminal) {
-      DrawBar(percent);
-    } else {
-      DrawDots(percent);
-    }
+void ConsoleProgress::Progress(int percent) {
+  if (m_silent) return;
+  if (m_terminal) {
+    DrawBar(percent);
+  } else {
+    DrawDots(percent);
   }
-  return !IsCancelRequested();
 }
 
-void ConsoleProgress::Finish() {
-  EndLine();
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - m_start;
-  if (m_running) LogInformation(m_title + " took " + std::to_string(seconds.count()) + " s");
-  m_running = false;
+void ConsoleProgress::StageEnds() {
+  if (m_drawn >= 0) std::cerr << (m_terminal ? "\n" : " - done.\n");
+  m_drawn = -1;
 }
 
-void ConsoleProgress::Error(int /*type*/, const std::wstring& /*message*/) { EndLine(); }
+void ConsoleProgress::Notice(const std::string& text) {
+  if (!m_silent) std::cerr << text << '\n';
+  m_notices.push_back(text);
+}
+
+bool ConsoleProgress::WantsCancel() { return m_interrupted.load(); }
 
 void ConsoleProgress::DrawBar(int percent) {
   if (percent == m_drawn) return;
@@ -71,11 +60,6 @@ void ConsoleProgress::DrawDots(int percent) {
   }
   std::cerr << std::flush;
   m_drawn = std::max(percent, m_drawn);
-}
-
-void ConsoleProgress::EndLine() {
-  if (m_drawn >= 0) std::cerr << (m_terminal ? "\n" : " - done.\n");
-  m_drawn = -1;
 }
 
 }  // namespace app

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <string>
-#include <vector>
+#include "runs/evaluate.h"
 
 namespace CLI {
 class App;
@@ -9,22 +8,15 @@ class App;
 
 namespace app {
 
-struct EvaluateOptions {
-  std::string pan;
-  std::string ms;
-  std::string fused;
-  std::vector<std::string> metrics;  ///< empty: all
-  std::vector<int> bands;            ///< counted from 1, empty: all
-  std::vector<int> fusedBands;       ///< counted from 1, empty: all
-  int panBand = 1;                   ///< counted from 1
-  bool sameExtent = false;
+/// The `evaluate` command's arguments: what is to be measured, and how it is told.
+struct EvaluateOptions : fusion::EvaluateRequest {
   bool json = false;
   bool quiet = false;
 };
 
 void AddEvaluateOptions(CLI::App& command, EvaluateOptions& options);
 
-/// Prints the metrics of a fused image as a table or as JSON and answers the exit status. Throws CommandError.
+/// Prints the metrics of a fused image as tables or as JSON and answers the exit status. Throws RunFailure.
 int RunEvaluate(const EvaluateOptions& options);
 
 }  // namespace app

@@ -29,7 +29,8 @@ void PrintRow(const std::string& name, const double* values, std::size_t count, 
 
 }  // namespace
 
-void PrintTable(const std::string& metric, const std::vector<Figures>& figures, const std::vector<std::string>& bands) {
+void PrintTable(const std::string& metric, const std::vector<fusion::Figures>& figures,
+                const std::vector<std::string>& bands) {
   const int width = ColumnWidth(bands);
   std::cout << std::left << std::setw(kNameWidth) << metric;
   for (const std::string& band : bands) {
@@ -37,10 +38,10 @@ void PrintTable(const std::string& metric, const std::vector<Figures>& figures, 
   }
   std::cout << '\n';
   const std::size_t count = bands.size();
-  for (const Figures& f : figures) {
+  for (const fusion::Figures& f : figures) {
     if (f.values.size() == 2 * count) {
-      PrintRow(std::string(f.name) + " (ms)", f.values.data(), count, width);
-      PrintRow(std::string(f.name) + " (fused)", f.values.data() + count, count, width);
+      PrintRow(f.name + " (ms)", f.values.data(), count, width);
+      PrintRow(f.name + " (fused)", f.values.data() + count, count, width);
     } else {
       PrintRow(f.name, f.values.data(), f.values.size(), width);
     }

@@ -3,17 +3,13 @@
 #include <string>
 #include <vector>
 
-namespace app {
+#include "runs/evaluate.h"
 
-/// One result array under its published name: a value for each pair of bands, or one for each multispectral band and
-/// then one for each fused band.
-struct Figures {
-  const char* name;
-  std::vector<double> values;
-};
+namespace app {
 
 /// Prints the figures of a metric on standard output.
 /// @param bands the columns' labels, one for each pair of bands
-void PrintTable(const std::string& metric, const std::vector<Figures>& figures, const std::vector<std::string>& bands);
+void PrintTable(const std::string& metric, const std::vector<fusion::Figures>& figures,
+                const std::vector<std::string>& bands);
 
 }  // namespace app

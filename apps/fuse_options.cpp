@@ -1,33 +1,10 @@
 #include "apps/fuse_options.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <functional>
 
-#include "apps/exit_status.h"
-#include "apps/output_format.h"
-#include "apps/text.h"
-#include "platform/raster/pixel_type.h"
-#include "platform/utility/common_fun.h"
-
 namespace app {
-
-PixelDataType ParsePixelType(const std::string& name) {
-  const PixelDataType type =
-      CStringParamParser::GetOutDataType(CStringParamParser::OutDataTypeString2DataTypeIndex(CommonFun::Utf82U(name)));
-  if (type == PDT_UNKNOWN) {
-    throw UsageError("Unknown type '" + name +
-                     "'; known are uint8, uint16, int16, uint32, int32, float32 and float64.");
-  }
-  return type;
-}
-
-std::string TypeName(PixelDataType type) {
-  static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
-  return kNames[platform::IsPixelType(type) ? type : 0];
-}
 
 namespace {
 
@@ -91,7 +68,6 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image")->required();
   command.add_option("OUT", o.out, "Fused image to write")->required();
-  o.method = DefaultMethod().name;
   command.add_option("--method", o.method, "Fusion method, see 'fusion methods'")->capture_default_str();
   command.add_option("--resample", o.resample, "nearest, bilinear or bicubic (default: bicubic)");
   command.add_option("--type", o.type,
@@ -132,103 +108,6 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("--log", o.log, "Append the library's log to this file");
   command.add_flag("--json", o.json, "Describe the outcome as one JSON object on standard output");
   command.callback([&command, &o] { o.given = Given(command); });
-}
-
-namespace {
-
-void RefuseUnless(bool taken, bool given, const std::string& option, const Method& method, MethodOption kind) {
-  if (!given || taken) return;
-  throw UsageError(option + " has no effect on method " + method.name + "; it is taken by " + MethodsThatTake(kind) +
-                   ".");
-}
-
-void RefuseForeignOptions(const FuseOptions& o, const Method& m) {
-  const auto check = [&](bool given, const char* option, MethodOption kind) {
-    RefuseUnless(m.Takes(kind), given, option, m, kind);
-  };
-  check(o.resample.has_value(), "--resample", kTakesResample);
-  check(o.type.has_value(), "--type", kTakesType);
-  check(!o.rgb.empty(), "--rgb", kTakesRgb);
-  check(o.stretch, "--stretch", kTakesStretch);
-  check(o.spectralMatch == "on", "--spectral-match on", kTakesMatch);
-  check(o.autoLevel, "--auto-level", kTakesAutoLevel);
-  check(o.kernelSize.has_value(), "--kernel-size", kTakesKernels);
-  check(o.secondKernelSize.has_value(), "--second-kernel-size", kTakesKernels);
-  check(o.detailWeight.has_value(), "--detail-weight", kTakesKernels);
-  check(o.secondDetailWeight.has_value(), "--second-detail-weight", kTakesKernels);
-  check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesWeight);
-}
-
-ResampleType ParseResample(const std::string& name) {
-  const ResampleType type = CStringParamParser::GetResampleType(CommonFun::Utf82U(name));
-  if (type == RT_NEAREST && Lower(name) != "nearest") {
-    throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear and bicubic.");
-  }
-  return type;
-}
-
-void CheckWeight(const std::optional<double>& weight, const char* option) {
-  if (weight && !std::isfinite(*weight)) throw UsageError(std::string(option) + " must be a finite number.");
-}
-
-void CheckKernel(const std::optional<int>& size, const char* option) {
-  if (size && (*size < 3 || *size > 31 || *size % 2 == 0)) {
-    throw UsageError(std::string(option) + " must be an odd number from 3 to 31.");
-  }
-}
-
-}  // namespace
-
-CheckedOptions CheckOptions(const FuseOptions& o) {
-  CheckedOptions checked;
-  checked.method = FindMethod(o.method);
-  if (!checked.method) {
-    std::vector<std::string> names;
-    for (const Method& method : Methods()) names.emplace_back(method.name);
-    throw UsageError("Unknown method '" + o.method + "'; known are " + Join(names) + ".");
-  }
-  const Method& method = *checked.method;
-  if (o.spectralMatch != "auto" && o.spectralMatch != "on" && o.spectralMatch != "off") {
-    throw UsageError("--spectral-match is auto, on or off, not '" + o.spectralMatch + "'.");
-  }
-  if (o.noDataMask != "auto" && o.noDataMask != "on" && o.noDataMask != "off") {
-    throw UsageError("--nodata-mask is auto, on or off, not '" + o.noDataMask + "'.");
-  }
-  if (o.statistics != "scene" && o.statistics != "window") {
-    throw UsageError("--statistics is scene or window, not '" + o.statistics + "'.");
-  }
-  if (o.noData && o.noDataMask == "off") throw UsageError("--nodata has no effect with --nodata-mask off.");
-  RefuseForeignOptions(o, method);
-  if (o.autoLevel && o.spectralMatch == "on") {
-    throw UsageError("--auto-level sets the range by itself; it does not go with --spectral-match on.");
-  }
-  checked.matched = o.spectralMatch == "on" || (o.spectralMatch == "auto" && method.matchedByDefault && !o.autoLevel);
-  if (o.makeGreen && !method.isPipeline && !checked.matched) {
-    throw UsageError("--make-green has no effect on a raw " + std::string(method.name) +
-                     " run; it is taken by hpf, sharpen and by every spectrally matched run.");
-  }
-
-  if (o.resample) checked.resample = ParseResample(*o.resample);
-  if (o.type) checked.type = ParsePixelType(*o.type);
-  checked.format = ChooseFormat(o.out, o.format);
-  if (o.stretch && platform::IsFloatType(checked.type)) {
-    throw UsageError("--stretch fills the range of an integer type; it does not go with a float type.");
-  }
-  if (o.stretch && checked.matched) {
-    throw UsageError("--stretch has no effect on a spectrally matched run; add --spectral-match off.");
-  }
-  CheckKernel(o.kernelSize, "--kernel-size");
-  CheckKernel(o.secondKernelSize, "--second-kernel-size");
-  CheckWeight(o.detailWeight, "--detail-weight");
-  CheckWeight(o.secondDetailWeight, "--second-detail-weight");
-  if (o.bayesWeight && !(*o.bayesWeight > 0.0 && *o.bayesWeight < 1.0)) {
-    throw UsageError("--bayes-weight must lie between 0 and 1, both excluded.");
-  }
-  if (!o.window.empty() && (o.window.size() != 4 || o.window[2] <= 0 || o.window[3] <= 0)) {
-    throw UsageError("--window is XOFF,YOFF,XSIZE,YSIZE with a size of at least one pixel.");
-  }
-  if (!o.rgb.empty() && o.rgb.size() != 3) throw UsageError("--rgb is three positions: red, green and blue.");
-  return checked;
 }
 
 }  // namespace app

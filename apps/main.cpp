@@ -7,9 +7,8 @@
 
 #include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
-#include "apps/fuse_options.h"
-#include "apps/fuse_run.h"
-#include "apps/methods.h"
+#include "apps/fuse_command.h"
+#include "apps/methods_command.h"
 #include "apps/nearest_word.h"
 #include "apps/sample_command.h"
 #include "platform/system/console.h"
@@ -38,7 +37,7 @@ class Command {
     } catch (const CLI::Success& wanted) {
       // Help or the version, which the parser prints.
       return m_parser.exit(wanted);
-    } catch (const app::CommandError& error) {
+    } catch (const fusion::RunFailure& error) {
       return Refuse(error, argc, argv);
     }
     try {
@@ -46,10 +45,10 @@ class Command {
       if (*m_evaluate) return app::RunEvaluate(m_evaluateOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
       return app::RunMethods(m_json, m_namesOnly);
-    } catch (const app::CommandError& e) {
+    } catch (const fusion::RunFailure& e) {
       return app::Report(e);
     } catch (const std::exception& e) {
-      return app::Report(app::ExceptionError(e));
+      return app::Report(fusion::ExceptionError(e));
     }
   }
 
@@ -67,28 +66,28 @@ class Command {
                                      [](const std::string& argument) { return !argument.starts_with('-'); });
       if (m_parser.get_subcommands().empty() && word != arguments.end()) throw UnknownCommand(*word);
       const std::string command = m_parser.get_subcommands().empty() ? "" : m_parser.get_subcommands()[0]->get_name();
-      throw app::UsageError(e.what() + (" (see fusion " + command) + (command.empty() ? "--help)" : " --help)"));
+      throw fusion::UsageError(e.what() + (" (see fusion " + command) + (command.empty() ? "--help)" : " --help)"));
     } catch (const std::invalid_argument& e) {
-      throw app::UsageError(e.what());
+      throw fusion::UsageError(e.what());
     }
   }
 
-  app::CommandError UnknownCommand(const std::string& word) const {
+  fusion::RunFailure UnknownCommand(const std::string& word) const {
     std::vector<std::string> names;
     for (const CLI::App* command : m_parser.get_subcommands({})) names.push_back(command->get_name());
-    return app::UsageError("Unknown command '" + word + "'; did you mean '" + app::NearestWord(word, names) +
-                           "'? (see fusion --help)");
+    return fusion::UsageError("Unknown command '" + word + "'; did you mean '" + app::NearestWord(word, names) +
+                              "'? (see fusion --help)");
   }
 
   /// Whoever reads the outcome as JSON learns of arguments that were refused, too.
-  int Refuse(const app::CommandError& error, int argc, const char* const* argv) {
+  int Refuse(const fusion::RunFailure& error, int argc, const char* const* argv) {
     const bool json =
         std::any_of(argv, argv + argc, [](const char* argument) { return std::strcmp(argument, "--json") == 0; });
     if (*m_fuse) {
       m_fuseOptions.json = json;
       return app::RefuseFuse(m_fuseOptions, error);
     }
-    if (json) app::PrintJson({{"error_type", error.type}, {"message", error.what()}});
+    if (json) app::PrintJson({{"error_type", error.Type()}, {"message", error.what()}});
     return app::Report(error);
   }
 

@@ -2,27 +2,23 @@
 
 #include <string>
 
+#include "runs/sample.h"
+
 namespace CLI {
 class App;
 }
 
 namespace app {
 
-struct SampleCommandOptions {
-  std::string folder;
-  std::string size = "1024";
-  unsigned seed = 1;
-  std::string type = "uint16";
-  int ratio = 4;
-  int bands = 4;
-  bool overwrite = false;
+/// The `sample` command's arguments: what is to be made, and how it is told.
+struct SampleCommandOptions : fusion::SampleRequest {
+  std::string size = "1024";  ///< N or WxH; in the place of the request's own
   bool quiet = false;
 };
 
 void AddSampleOptions(CLI::App& command, SampleCommandOptions& options);
 
-/// Writes pan.tif, ms.tif and truth.tif (the multispectral scene at pan resolution) and answers the exit status.
-/// Throws CommandError.
+/// Writes a scene and answers the exit status. Throws RunFailure.
 int RunSample(const SampleCommandOptions& options);
 
 }  // namespace app

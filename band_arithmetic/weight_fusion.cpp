@@ -121,7 +121,7 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
 bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count) {
   std::vector<double> means = figures.means;
   std::vector<double> stdDevs = figures.stdDevs;
-  return VisitBlocks(L"正在计算相关系数 ...", [&](const fusion::FusionBlock& block) {
+  return VisitBlocks({platform::stages::kCorrelation}, L"正在计算相关系数 ...", [&](const fusion::FusionBlock& block) {
     // A count of its own for each block: a long is too short for a large scene on some systems.
     long blockCount = 0;
     ComputeCovSum(block.pan, block.panRect, figures.panMean, figures.panStdDev, block.ms, block.msBandCount,

@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "platform/algorithm/stage.h"
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
 
 /// Parameters of an evaluation run. A value.
 struct FusionEvaluateParam {
   std::wstring m_strTaskName;    ///< part of the progress titles
+  platform::Stage m_stage;       ///< what the run is, whatever its task name
   std::wstring m_strPanFile;     ///< panchromatic image
   std::wstring m_strMulFile;     ///< multispectral image that went into the fusion
   std::wstring m_strFusionFile;  ///< fused image; its grid is the grid of the evaluation

@@ -81,7 +81,7 @@ void CFusionEvaluate::Process() {
 
 bool CFusionEvaluate::Prepare(Run& run) {
   if (m_pProgress) {
-    m_pProgress->Start(Title(), 3);
+    m_pProgress->Begin(m_param.m_stage, Title(), 3);
     m_pProgress->Step(0, messages::kConfiguring);
   }
   if (!OpenRasterSource(&m_param, &run.pan, &run.mul, &run.fused, &run.mulBands, &run.fusionBands) ||
@@ -104,7 +104,7 @@ bool CFusionEvaluate::Prepare(Run& run) {
     ReportError();
     return false;
   }
-  if (m_pProgress) m_pProgress->Start(Title(), run.grid.Count());
+  if (m_pProgress) m_pProgress->Begin(m_param.m_stage, Title(), run.grid.Count());
   const std::int64_t capacity = std::int64_t{run.grid.blockWidth} * run.grid.blockHeight;
   run.panBuffer = std::make_unique<fusion::BandBuffers>(1, capacity);
   run.mulBuffers = std::make_unique<fusion::BandBuffers>(run.mulBands.size(), capacity);

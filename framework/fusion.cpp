@@ -105,6 +105,7 @@ void CFusion::EndProccess() {
   }
   CStretchAlgorithmParam stretch;
   stretch.m_strAlgName = fusion::messages::kSpectralMatching;
+  stretch.m_stage = {platform::stages::kSpectralMatching};
   stretch.m_strInFile = m_strTempFile;
   stretch.m_strOutFile = m_param.m_strOutFile;
   stretch.m_strAoiFile = m_param.m_strAoiFile;
@@ -165,8 +166,9 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
   fusion::Run(*this, variation).Execute();
 }
 
-bool CFusion::VisitBlocks(const std::wstring& title, const std::function<void(const fusion::FusionBlock&)>& visit) {
-  return m_run && m_run->Visit(title, visit);
+bool CFusion::VisitBlocks(const platform::Stage& stage, const std::wstring& title,
+                          const std::function<void(const fusion::FusionBlock&)>& visit) {
+  return m_run && m_run->Visit(stage, title, visit);
 }
 
 fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBlock) const {

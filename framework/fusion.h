@@ -88,7 +88,9 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// Reads the run's blocks one after another and shows each to the visitor: what a Preproccess needs that computes
   /// statistics of its own. Blocks outside the area of interest are not shown. Of a run that is a part of a scene all
   /// blocks of the scene come. False, with the error state set, after a failed read or where StartBolckProcess ends it.
-  bool VisitBlocks(const std::wstring& title, const std::function<void(const fusion::FusionBlock&)>& visit);
+  /// @param stage what the reporter learns of it, beside its title
+  bool VisitBlocks(const platform::Stage& stage, const std::wstring& title,
+                   const std::function<void(const fusion::FusionBlock&)>& visit);
 
   /// The two halves of ConfigDstRaster, for configurations that open more than two inputs.
   bool OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path);

@@ -3,9 +3,8 @@
 #include "framework/band_choice.h"
 #include "framework/fusion.h"
 #include "framework/messages.h"
+#include "framework/overlap.h"
 #include "framework/run/run.h"
-#include "platform/raster/coordinate_algorithm.h"
-#include "platform/raster/gis_data_source.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
 
@@ -28,11 +27,6 @@ platform::Affine OutputGeoreference(const FusionParam& param, const CRasterSourc
 
 CRect Common(const CRect& a, const CRect& b) {
   return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right), std::min(a.bottom, b.bottom)};
-}
-
-CRect Around(const CRect& a, const CRect& b) {
-  if (a.Area() == 0 || b.Area() == 0) return a.Area() == 0 ? b : a;
-  return {std::min(a.left, b.left), std::min(a.top, b.top), std::max(a.right, b.right), std::max(a.bottom, b.bottom)};
 }
 
 }  // namespace
@@ -131,20 +125,7 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
 
 bool CFusion::GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool /*strict*/) {
   if (!pan || !ms) return false;
-  const std::wstring panWkt = CGISDataSource::GetSpatialReferenceWKT(pan);
-  const std::wstring msWkt = CGISDataSource::GetSpatialReferenceWKT(ms);
-  needReproject = CCoordinateAlgorithm::IsValidCoordinate(panWkt) && CCoordinateAlgorithm::IsValidCoordinate(msWkt) &&
-                  !CCoordinateAlgorithm::IsSameCoordinate(panWkt, msWkt);
-
-  std::vector<CBoundingBox> common;
-  CBoundingBox overlap;
-  if (needReproject) {
-    common = CReproject::CommonGround(*pan, ms);
-  } else if (CGISDataSource::GetExtent(pan).Intersect(CGISDataSource::GetExtent(ms), overlap)) {
-    common.push_back(overlap);
-  }
-  if (common.empty()) return false;
-  rect = pan->GroundToImage(common[0]);
-  for (const CBoundingBox& part : common) rect = Around(rect, pan->GroundToImage(part));
-  return true;
+  const std::optional<CRect> common = fusion::FindOverlap(*pan, *ms, needReproject);
+  if (common) rect = *common;
+  return common.has_value();
 }

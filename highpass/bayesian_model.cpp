@@ -231,7 +231,10 @@ void BayesianModelEstimator::Estimate() {
   if (m_param.m_bNeedReproject && !average.Reproject(pan, ms)) return Fail(ERR_REPROJECT, messages::kReprojectFailed);
 
   fusion::BayesianSamples samples(ms, bands, average, m_overlappedIo);
-  if (m_pProgress) m_pProgress->Start(messages::RunTitle(L"贝叶斯模型估计"), 2 * samples.TileCount());
+  if (m_pProgress) {
+    m_pProgress->Begin({platform::stages::kModelEstimation}, messages::RunTitle(L"贝叶斯模型估计"),
+                       2 * samples.TileCount());
+  }
   int step = 0;
   const auto pass = [&](const std::function<void(const fusion::BayesianBatch&)>& visit) {
     const bool read = samples.ForEachTile([&](const fusion::BayesianBatch& batch) {

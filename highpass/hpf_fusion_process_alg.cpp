@@ -10,6 +10,7 @@
 #include "platform/utility/log.h"
 
 namespace messages = fusion::messages;
+namespace stages = platform::stages;
 
 CHpfFusionProcessAlg::CHpfFusionProcessAlg(FusionParam* param) : m_hpfParam(fusion::ToHpfParam(param)) {}
 CHpfFusionProcessAlg::~CHpfFusionProcessAlg() = default;
@@ -30,18 +31,20 @@ void CHpfFusionProcessAlg::Process() {
 bool CHpfFusionProcessAlg::RunStages(fusion::StagePipeline& pipeline) {
   std::wstring highPass;
   std::wstring secondHighPass;
-  if (!pipeline.Convolve(L"卷积处理(1/4)", m_hpfParam.m_filter1, highPass)) return false;
-  if (m_hpfParam.m_bSecondFilter && !pipeline.Convolve(L"二次卷积(1/4)", m_hpfParam.m_filter2, secondHighPass)) {
+  if (!pipeline.Convolve({L"卷积处理", stages::kFiltering, 1, 4}, m_hpfParam.m_filter1, highPass)) return false;
+  if (m_hpfParam.m_bSecondFilter &&
+      !pipeline.Convolve({L"二次卷积", stages::kSecondFiltering, 1, 4}, m_hpfParam.m_filter2, secondHighPass)) {
     return false;
   }
-  if (!pipeline.MakeGreen(L"加绿处理(2/4)")) return false;
+  if (!pipeline.MakeGreen({L"加绿处理", stages::kGreenMix, 2, 4})) return false;
   if (Preproccess() != GIS_SUCCESS) return false;
 
   std::wstring fused;
   std::wstring corrected;
   if (!Fuse(pipeline, highPass, secondHighPass, fused) || !CorrectSpectrally(pipeline, fused, corrected)) return false;
   // Eight bits whatever type the run asks for.
-  return !m_hpfParam.m_bDataStretch || pipeline.AdjustLevel(L"数据拉伸处理(4/4)", corrected, PDT_UINT8, 0.0001);
+  return !m_hpfParam.m_bDataStretch ||
+         pipeline.AdjustLevel({L"数据拉伸处理", stages::kLevelAdjustment, 4, 4}, corrected, PDT_UINT8, 0.0001);
 }
 
 GISError CHpfFusionProcessAlg::Preproccess() {
@@ -86,7 +89,8 @@ GISError CHpfFusionProcessAlg::FailStatistics() {
 bool CHpfFusionProcessAlg::Fuse(fusion::StagePipeline& pipeline, const std::wstring& highPass,
                                 const std::wstring& secondHighPass, std::wstring& fused) {
   if (!pipeline.MakeTempFile(fused)) return false;
-  HpfFusionParam record = pipeline.FusionRecord(L"HPF融合处理(3/4)", highPass, secondHighPass, fused, false);
+  HpfFusionParam record =
+      pipeline.FusionRecord({L"HPF融合处理", stages::kHighPassFusion, 3, 4}, highPass, secondHighPass, fused, false);
   record.m_bSecondFilter = m_hpfParam.m_bSecondFilter;
   record.m_bDataStretch = m_hpfParam.m_bDataStretch;
   record.m_bHpfFlag4 = m_hpfParam.m_bHpfFlag4;
@@ -101,7 +105,7 @@ bool CHpfFusionProcessAlg::CorrectSpectrally(fusion::StagePipeline& pipeline, co
   corrected = m_hpfParam.m_strOutFile;
   if (m_hpfParam.m_bDataStretch && !pipeline.MakeTempFile(corrected)) return false;
   CStretchAlgorithmParam record;
-  pipeline.FillRecord(record, L"光谱校正(4/4)", fused, corrected);
+  pipeline.FillRecord(record, {L"光谱校正", stages::kSpectralCorrection, 4, 4}, fused, corrected);
   record.m_eOutDataType = m_eMSDataType;
   record.m_eOutFormat = m_hpfParam.m_bDataStretch ? kFormatGeoTiff : m_hpfParam.m_eOutFormat;
   record.m_nOutBandCount = m_hpfParam.m_nOutBandCount;

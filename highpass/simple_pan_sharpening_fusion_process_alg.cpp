@@ -4,6 +4,8 @@
 #include "highpass/simple_pan_sharpening_fusion.h"
 #include "highpass/stage_pipeline.h"
 
+namespace stages = platform::stages;
+
 namespace {
 
 FilterDescription MeanFilter() {
@@ -58,25 +60,25 @@ void CSimplePanSharpeningFusionProcessAlg::Process() {
 
 bool CSimplePanSharpeningFusionProcessAlg::RunStages(fusion::StagePipeline& pipeline) {
   std::wstring smooth;
-  if (!pipeline.Convolve(L"卷积处理(1/3)", MeanFilter(), smooth)) return false;
+  if (!pipeline.Convolve({L"卷积处理", stages::kFiltering, 1, 3}, MeanFilter(), smooth)) return false;
   PixelDataType type = m_hpfParam.m_eOutDataType;
   if (type == PDT_UNKNOWN) {
     // The caller's image decides, not the 32-bit floats that the green mix makes of it.
     CRasterSource ms;
     if (ms.OpenSimple(m_hpfParam.m_strMSFile)) type = ms.GetRasterDataType();
   }
-  if (!pipeline.MakeGreen(L"加绿处理(2/3)")) return false;
+  if (!pipeline.MakeGreen({L"加绿处理", stages::kGreenMix, 2, 3})) return false;
   if (!m_hpfParam.m_bDataStretch) return Fuse(pipeline, smooth, type, m_hpfParam.m_strOutFile);
 
   std::wstring fused;
   return pipeline.MakeTempFile(fused) && Fuse(pipeline, smooth, type, fused) &&
-         pipeline.AdjustLevel(L"数据拉伸处理(3/3)", fused, type, 0.01);
+         pipeline.AdjustLevel({L"数据拉伸处理", stages::kLevelAdjustment, 3, 3}, fused, type, 0.01);
 }
 
 bool CSimplePanSharpeningFusionProcessAlg::Fuse(fusion::StagePipeline& pipeline, const std::wstring& smooth,
                                                 PixelDataType type, const std::wstring& output) {
-  HpfFusionParam record = pipeline.FusionRecord(L"PanSharpening融合(3/3)", m_hpfParam.m_strPanFile, smooth, output,
-                                                !m_hpfParam.m_bDataStretch);
+  HpfFusionParam record = pipeline.FusionRecord({L"PanSharpening融合", stages::kSharpening, 3, 3},
+                                                m_hpfParam.m_strPanFile, smooth, output, !m_hpfParam.m_bDataStretch);
   record.m_eOutDataType = type;
   record.m_eOutFormat = m_hpfParam.m_eOutFormat;
   record.m_bSecondFilter = true;

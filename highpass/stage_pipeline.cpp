@@ -21,7 +21,7 @@ StagePipeline::~StagePipeline() {
 
 bool StagePipeline::Execute(const std::function<bool()>& stages) {
   if (m_progress) {
-    m_progress->Start(messages::RunTitle(m_param.m_strAlgName), 100);
+    m_progress->Begin(m_param.m_stage, messages::RunTitle(m_param.m_strAlgName), 100);
     m_progress->Step(0, messages::kConfiguring);
   }
   // No stage sees all three, and the last one would replace the input.
@@ -42,7 +42,7 @@ bool StagePipeline::Execute(const std::function<bool()>& stages) {
 bool StagePipeline::Run(CBaseAlgorithm& stage) {
   stage.RunInside(m_outer);
   stage.Process();
-  if (stage.GetLastErrorType() == ERR_NONE && stage.GetLastErrorMessage().empty()) return true;
+  if (stage.Succeeded()) return true;
   return Fail(stage.GetLastErrorType(), stage.GetLastErrorMessage());
 }
 
@@ -57,9 +57,11 @@ bool StagePipeline::MakeTempFile(std::wstring& file) {
   return true;
 }
 
-void StagePipeline::FillRecord(AlgorithmParam& record, const wchar_t* name, const std::wstring& input,
+void StagePipeline::FillRecord(AlgorithmParam& record, const PipelineStage& stage, const std::wstring& input,
                                const std::wstring& output) const {
-  record.m_strAlgName = name;
+  record.m_strAlgName =
+      stage.title + (L'(' + std::to_wstring(stage.number)) + L'/' + std::to_wstring(stage.count) + L')';
+  record.m_stage = {stage.name, stage.number, stage.count};
   record.m_strInFile = input;
   record.m_strOutFile = output;
   record.m_strAoiFile = m_param.m_strAoiFile;
@@ -70,10 +72,10 @@ void StagePipeline::FillRecord(AlgorithmParam& record, const wchar_t* name, cons
   record.m_eOutFormat = kFormatGeoTiff;
 }
 
-HpfFusionParam StagePipeline::FusionRecord(const wchar_t* name, const std::wstring& pan, const std::wstring& second,
-                                           const std::wstring& output, bool isLast) const {
+HpfFusionParam StagePipeline::FusionRecord(const PipelineStage& stage, const std::wstring& pan,
+                                           const std::wstring& second, const std::wstring& output, bool isLast) const {
   HpfFusionParam record;
-  FillRecord(record, name, {}, output);
+  FillRecord(record, stage, {}, output);
   record.m_strPanFile = pan;
   record.m_strSecondHpfFile = second;
   record.m_strMSFile = m_param.m_strMSFile;
@@ -103,10 +105,10 @@ bool StagePipeline::CutPart(AlgorithmParam& record) {
   return true;
 }
 
-bool StagePipeline::Convolve(const wchar_t* name, const FilterDescription& filter, std::wstring& output) {
+bool StagePipeline::Convolve(const PipelineStage& which, const FilterDescription& filter, std::wstring& output) {
   if (!MakeTempFile(output)) return false;
   ConvolutionParam record;
-  FillRecord(record, name, m_param.m_strPanFile, output);
+  FillRecord(record, which, m_param.m_strPanFile, output);
   record.m_nBand = m_param.m_nPanBand;
   record.m_dScale = filter.m_dScale;
   record.m_vecCoefficients = filter.m_vecCoefficients;
@@ -118,21 +120,22 @@ bool StagePipeline::Convolve(const wchar_t* name, const FilterDescription& filte
   return Run(stage);
 }
 
-bool StagePipeline::MakeGreen(const wchar_t* name) {
+bool StagePipeline::MakeGreen(const PipelineStage& which) {
   if (!m_param.m_bMakeGreen) return true;
   std::wstring output;
   if (!MakeTempFile(output)) return false;
   AlgorithmParam record;
-  FillRecord(record, name, m_param.m_strMSFile, output);
+  FillRecord(record, which, m_param.m_strMSFile, output);
   CMakeGreenAlg stage(&record);
   if (!Run(stage)) return false;
   m_param.m_strMSFile = output;
   return true;
 }
 
-bool StagePipeline::AdjustLevel(const wchar_t* name, const std::wstring& input, PixelDataType type, double ratio) {
+bool StagePipeline::AdjustLevel(const PipelineStage& which, const std::wstring& input, PixelDataType type,
+                                double ratio) {
   OutoAdjustLevelParam record;
-  FillRecord(record, name, input, m_param.m_strOutFile);
+  FillRecord(record, which, input, m_param.m_strOutFile);
   record.m_eOutDataType = type;
   record.m_eOutFormat = m_param.m_eOutFormat;
   record.m_nOutBandCount = m_param.m_nOutBandCount;

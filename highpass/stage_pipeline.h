@@ -18,6 +18,14 @@ struct PipelineLog {
   const wchar_t* end;
 };
 
+/// A stage as a pipeline numbers it. Stages that are alternatives share a number.
+struct PipelineStage {
+  const wchar_t* title;  ///< published, without the number
+  const char* name;      ///< of platform::stages
+  int number;
+  int count;
+};
+
 /// What the file-to-file pipelines share: runs their stages one after the other, keeps the temporary files between
 /// them, and clears up on every path. Ends with the object.
 class StagePipeline {
@@ -42,12 +50,12 @@ class StagePipeline {
   bool Run(CBaseAlgorithm& stage);
   /// A fresh file beside the output, removed at the end. False, with the failure kept, where there can be none.
   bool MakeTempFile(std::wstring& file);
-  /// A stage's record: the run's common settings, a display name, input and output.
-  void FillRecord(AlgorithmParam& record, const wchar_t* name, const std::wstring& input,
+  /// A stage's record: the run's common settings, what the stage is, input and output.
+  void FillRecord(AlgorithmParam& record, const PipelineStage& stage, const std::wstring& input,
                   const std::wstring& output) const;
   /// The record of the fusion stage: what both fusions take over from the run's record.
   /// @param isLast whether it writes the run's output; a stage behind it would take its statistics from the whole scene
-  HpfFusionParam FusionRecord(const wchar_t* name, const std::wstring& pan, const std::wstring& second,
+  HpfFusionParam FusionRecord(const PipelineStage& stage, const std::wstring& pan, const std::wstring& second,
                               const std::wstring& output, bool isLast) const;
   /// Where the run is a part of a scene, the last stage cuts that part out of its input. False, with the failure kept,
   /// where its place cannot be found.
@@ -56,12 +64,12 @@ class StagePipeline {
   // The stages that several pipelines have. Intermediate files are 32-bit float GeoTIFFs.
 
   /// Filters the pan band into a temporary file.
-  bool Convolve(const wchar_t* name, const FilterDescription& filter, std::wstring& output);
+  bool Convolve(const PipelineStage& which, const FilterDescription& filter, std::wstring& output);
   /// Mixes near infrared into green in a temporary file, which becomes the run's multispectral file. Nothing where the
   /// run does not want it.
-  bool MakeGreen(const wchar_t* name);
+  bool MakeGreen(const PipelineStage& which);
   /// Adjusts the level of a file into the run's output.
-  bool AdjustLevel(const wchar_t* name, const std::wstring& input, PixelDataType type, double ratio);
+  bool AdjustLevel(const PipelineStage& which, const std::wstring& input, PixelDataType type, double ratio);
 
  private:
   bool Fail(int type, const std::wstring& message);

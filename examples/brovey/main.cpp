@@ -43,5 +43,5 @@ int main(int argc, char** argv) {
   CBroveyFusion fusion(&param);
   fusion.SetProgress(&progress);
   fusion.Process();
-  return fusion.GetLastErrorType() == ERR_NONE && fusion.GetLastErrorMessage().empty() ? 0 : 1;
+  return fusion.Succeeded() ? 0 : 1;
 }

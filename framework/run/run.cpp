@@ -46,7 +46,7 @@ bool Run::Prepare() {
   const std::wstring title = messages::RunTitle(m_fusion.m_param.m_strAlgName);
   CBaseProgress* progress = m_fusion.m_pProgress;
   if (progress) {
-    progress->Start(title, 100);
+    progress->Begin(m_fusion.m_param.m_stage, title, 100);
     progress->Step(0, messages::kConfiguring);
   }
 
@@ -83,7 +83,8 @@ bool Run::Prepare() {
     return false;
   }
   PrepareRange();
-  if (progress) progress->Start(title, grid.Count() + (m_blocks->counted ? m_blocks->counted->Count() : 0));
+  const int counted = m_blocks->counted ? m_blocks->counted->Count() : 0;
+  if (progress) progress->Begin(m_fusion.m_param.m_stage, title, grid.Count() + counted);
   return true;
 }
 

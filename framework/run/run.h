@@ -8,6 +8,7 @@
 #include "framework/row_kernel.h"
 #include "framework/run/block_set.h"
 #include "framework/run/run_variation.h"
+#include "platform/algorithm/stage.h"
 #include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
@@ -35,7 +36,8 @@ class Run {
   /// Reads one block of the output: everything before the kernel.
   LoadResult Load(BlockSet& blocks, const CRect& dstBlock);
   /// See CFusion::VisitBlocks.
-  bool Visit(const std::wstring& title, const std::function<void(const FusionBlock&)>& visit);
+  bool Visit(const platform::Stage& stage, const std::wstring& title,
+             const std::function<void(const FusionBlock&)>& visit);
 
   /// Makes the run a part of a run over a larger area.
   /// @param rect in pan pixels, toGround from the pixels of a run over it

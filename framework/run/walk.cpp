@@ -142,10 +142,11 @@ bool Run::StepProgress() {
   return false;
 }
 
-bool Run::Visit(const std::wstring& title, const std::function<void(const FusionBlock&)>& visit) {
+bool Run::Visit(const platform::Stage& stage, const std::wstring& title,
+                const std::function<void(const FusionBlock&)>& visit) {
   const BlockGrid grid = MakeSceneGrid();
   const FusionParam& param = m_fusion.m_param;
-  if (m_fusion.m_pProgress) m_fusion.m_pProgress->Start(title, grid.Count());
+  if (m_fusion.m_pProgress) m_fusion.m_pProgress->Begin(stage, title, grid.Count());
   BlockSet blocks(grid, param.m_vecMSBands, param.m_rcProcess.left, param.m_rcProcess.top, m_fusion.m_overlappedIo);
   int done = 0;
   return grid.ForEach([&](const CRect& rect) {

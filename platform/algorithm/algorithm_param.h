@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/algorithm/stage.h"
 #include "platform/raster/raster_description.h"
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
@@ -16,6 +17,7 @@ struct FUSION_API AlgorithmParam {
   AlgorithmParam& operator=(const AlgorithmParam&);
 
   std::wstring m_strAlgName;  ///< display name, part of the progress title
+  platform::Stage m_stage;    ///< what the run is, whatever its display name
   std::wstring m_strInFile;   ///< input of an algorithm with one input
   std::wstring m_strOutFile;
   std::wstring m_strAoiFile;  ///< vector file of the area of interest, may be empty

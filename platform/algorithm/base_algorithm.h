@@ -50,6 +50,8 @@ class FUSION_API CBaseAlgorithm {
   /// to the outer run to tell the reporter that it is finished.
   void RunInside(const CBaseAlgorithm& outer);
 
+  /// Whether the last run has succeeded. Some failures leave a message alone, with an error type of 0.
+  bool Succeeded() const { return m_nLastErrorType == ERR_NONE && m_strLastErrorMessage.empty(); }
   int GetLastErrorType() const { return m_nLastErrorType; }
   const std::wstring& GetLastErrorMessage() const { return m_strLastErrorMessage; }
 

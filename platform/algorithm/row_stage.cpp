@@ -110,7 +110,7 @@ void RowStage::Process() {
 bool RowStage::Execute(Run& run) {
   const std::wstring title = messages::RunTitle(m_param.m_strAlgName);
   if (m_pProgress) {
-    m_pProgress->Start(title, 100);
+    m_pProgress->Begin(m_param.m_stage, title, 100);
     m_pProgress->Step(0, messages::kConfiguring);
   }
   if (!Open(run)) {
@@ -119,7 +119,8 @@ bool RowStage::Execute(Run& run) {
   }
   const auto steps = [&run](int rows) { return ChunkCount(rows, run.chunkRows); };
   if (m_pProgress) {
-    m_pProgress->Start(title, steps(run.input.GetHeight()) * run.plan.scanCount + steps(run.part.Height()));
+    m_pProgress->Begin(m_param.m_stage, title,
+                       steps(run.input.GetHeight()) * run.plan.scanCount + steps(run.part.Height()));
   }
   return Prepare() && CreateOutput(run) && WriteRows(run);
 }

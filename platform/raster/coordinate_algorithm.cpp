@@ -20,8 +20,12 @@ bool CCoordinateAlgorithm::IsNeededProject(const std::wstring& panFile, const st
   CRasterSource pan;
   CRasterSource ms;
   if (!pan.Open(panFile, GDA_READ, true) || !ms.Open(msFile, GDA_READ, true)) return false;
+  needed = IsNeededProject(pan, ms);
+  return true;
+}
+
+bool CCoordinateAlgorithm::IsNeededProject(const CRasterSource& pan, const CRasterSource& ms) {
   const std::wstring panWkt = pan.GetSpatialReferenceWKT();
   const std::wstring msWkt = ms.GetSpatialReferenceWKT();
-  needed = IsValidCoordinate(panWkt) && IsValidCoordinate(msWkt) && !IsSameCoordinate(panWkt, msWkt);
-  return true;
+  return IsValidCoordinate(panWkt) && IsValidCoordinate(msWkt) && !IsSameCoordinate(panWkt, msWkt);
 }

@@ -4,6 +4,8 @@
 
 #include "platform/system/export.h"
 
+class CRasterSource;
+
 /// Questions about coordinate systems.
 class FUSION_API CCoordinateAlgorithm {
  public:
@@ -12,4 +14,6 @@ class FUSION_API CCoordinateAlgorithm {
   static bool IsSameCoordinate(const std::wstring& first, const std::wstring& second);
   /// Sets needed where both files have valid coordinate systems that differ. False when a file does not open.
   static bool IsNeededProject(const std::wstring& panFile, const std::wstring& msFile, bool& needed);
+  /// The same of open rasters.
+  static bool IsNeededProject(const CRasterSource& pan, const CRasterSource& ms);
 };

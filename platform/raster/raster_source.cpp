@@ -33,6 +33,7 @@ struct CRasterSource::Impl {
   GDALDataset* dataset = nullptr;
   std::mutex transfer;  ///< held while samples are read or written
   bool writable = false;
+  bool northUpView = false;
   std::wstring path;
   std::vector<std::unique_ptr<CRasterBand>> bands;
   platform::Affine toGround;
@@ -161,14 +162,14 @@ bool CRasterSource::Open(const std::wstring& path, GISDataAccess access, bool op
   const GdalErrors errors;
   const bool update = access == GDA_UPDATE;
   GDALDataset* dataset = platform::OpenDataset(CommonFun::U2Utf8(path), update);
-  if (dataset && option && !update && platform::NeedsNorthUpView(*dataset)) {
-    dataset = platform::MakeNorthUpView(dataset);
-  }
+  const bool viewed = dataset && option && !update && platform::NeedsNorthUpView(*dataset);
+  if (viewed) dataset = platform::MakeNorthUpView(dataset);
   if (!dataset) {
     m_strOpenFailure = CommonFun::Utf82U(errors.Reason());
     return false;
   }
   Adopt(dataset, path, update);
+  m_impl->northUpView = viewed;
   return true;
 }
 
@@ -264,7 +265,10 @@ void CRasterSource::Abandon() {
 
 bool CRasterSource::CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) const {
   CopyProgress follower{progress};
-  if (progress) progress->Start(platform::messages::RunTitle(platform::messages::kFormatCopy), 100);
+  if (progress) {
+    progress->Begin({platform::stages::kFormatConversion},
+                    platform::messages::RunTitle(platform::messages::kFormatCopy), 100);
+  }
   // Under another name first, so that a failure leaves an older file as it was.
   platform::PendingOutput finished(m_impl->path);
   if (!finished.Begin()) return false;
@@ -293,6 +297,7 @@ void CRasterSource::SetMaskNoData(bool mask) {
   for (const auto& band : m_impl->bands) band->SetMaskNoData(mask);
 }
 
+bool CRasterSource::IsNorthUpView() const { return m_impl->northUpView; }
 bool CRasterSource::IsMaskNoData() const { return m_impl->maskNoData; }
 void CRasterSource::SetReadAhead(bool ahead) { m_impl->readAhead = ahead; }
 bool CRasterSource::IsReadAhead() const { return m_impl->readAhead; }

@@ -56,6 +56,8 @@ class FUSION_API CRasterSource {
   /// keep it do without.
   void DeclareNoData(double value);
   bool IsWritable() const;
+  /// Whether Open presented it through a north-up warp.
+  bool IsNorthUpView() const;
 
   std::wstring GetPath() const;
   int GetWidth() const;

@@ -235,7 +235,7 @@ TEST_F(EvaluateCommand, PassesTheWaitByAndPutsTheSleepBack) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(app::RunEvaluate(options), app::kSuccess);
   options.fused = Path("nix.tif");
-  EXPECT_THROW(app::RunEvaluate(options), app::CommandError);
+  EXPECT_THROW(app::RunEvaluate(options), fusion::RunFailure);
   testing::internal::GetCapturedStdout();
   EXPECT_EQ(waits, 0);
   platform::Sleep(5);

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "apps/exit_status.h"
-#include "apps/fuse_run.h"
+#include "apps/fuse_command.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
 #include "tests/apps/output_fixture.h"

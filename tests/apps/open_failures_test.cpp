@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "apps/open_input.h"
 #include "platform/raster/raster_aoi.h"
 #include "platform/utility/common_fun.h"
 #include "tests/apps/scene_command.h"

@@ -1,10 +1,10 @@
 // Formats: what each one holds, and names that would pass for files of another kind.
-#include "apps/output_format.h"
+#include "runs/output_format.h"
 
 #include <gdal_priv.h>
 #include <gmock/gmock.h>
 
-#include "apps/exit_status.h"
+#include "runs/run_failure.h"
 #include "tests/apps/scene_command.h"
 
 namespace {
@@ -111,7 +111,7 @@ TEST_F(OutputFormat, NamesOfOtherKindsOfFilesAreRefused) {
   const auto dash = Run({"fuse", Path("pan.tif"), Path("ms.tif"), "-"});
   EXPECT_EQ(dash.status, 2);
   EXPECT_THAT(dash.err, HasSubstr("standard output"));
-  EXPECT_THROW(app::ChooseFormat("-", "GeoTIFF"), app::CommandError);
+  EXPECT_THROW(fusion::ChooseFormat("-", "GeoTIFF"), fusion::RunFailure);
 }
 
 TEST_F(OutputFormat, NamesThatNobodyKnowsAndFormatsByNameAreTaken) {

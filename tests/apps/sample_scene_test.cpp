@@ -61,9 +61,9 @@ class SampleScene : public testing::Test {
   static int Status(const app::SampleCommandOptions& options) {
     try {
       return app::RunSample(options);
-    } catch (const app::CommandError& error) {
+    } catch (const fusion::RunFailure& error) {
       EXPECT_STRNE(error.what(), "");
-      return error.status;
+      return app::StatusOf(error);
     }
   }
 

@@ -24,9 +24,8 @@ const std::map<std::string, std::set<std::string>> kAllowed = {
     {"transform", {"platform", "framework"}},
     {"framework/factory", {"platform", "framework", "band_arithmetic", "highpass", "transform"}},
     {"evaluation", {"platform", "framework"}},
-    {"apps",
-     {"platform", "framework", "band_arithmetic", "highpass", "transform", "framework/factory", "evaluation",
-      "fusion_api.h"}},
+    {"runs", {"platform", "framework", "band_arithmetic", "highpass", "transform", "framework/factory", "evaluation"}},
+    {"apps", {"platform", "runs", "fusion_api.h"}},
 };
 
 std::string LayerOf(const std::string& path) {
@@ -54,7 +53,7 @@ TEST(SourceRules, FoldersIncludeOnlyWhatStandsBelowThem) {
   const std::regex include("^\\s*#\\s*include\\s+\"([^\"]+)\"");
   int seen = 0;
   for (const auto& folder :
-       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "runs", "apps"}) {
     for (const auto& file : SourcesOf(folder)) {
       const std::string layer = LayerOf(fs::relative(file, kRoot).generic_string());
       for (const auto& line : LinesOf(file)) {
@@ -71,7 +70,7 @@ TEST(SourceRules, FoldersIncludeOnlyWhatStandsBelowThem) {
 
 TEST(SourceRules, ForeignLibrariesStayInsideThePlatform) {
   const std::regex foreign("^\\s*#\\s*include\\s*[<\"](gdal|ogr|cpl_|vrt|proj|Eigen|spdlog)");
-  for (const auto& folder : {"framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+  for (const auto& folder : {"framework", "band_arithmetic", "highpass", "transform", "evaluation", "runs", "apps"}) {
     for (const auto& file : SourcesOf(folder)) {
       for (const auto& line : LinesOf(file)) EXPECT_FALSE(std::regex_search(line, foreign)) << file << ": " << line;
     }
@@ -85,7 +84,7 @@ TEST(SourceRules, ForeignLibrariesStayInsideThePlatform) {
 TEST(SourceRules, PixelTypesBecomeElementTypesInOnePlace) {
   std::set<std::string> places;
   for (const auto& folder :
-       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "apps"}) {
+       {"platform", "framework", "band_arithmetic", "highpass", "transform", "evaluation", "runs", "apps"}) {
     for (const auto& file : SourcesOf(folder)) {
       for (const auto& line : LinesOf(file)) {
         if (line.find("case PDT_") != std::string::npos) places.insert(fs::relative(file, kRoot).generic_string());

@@ -1,0 +1,259 @@
+#include "runs/evaluate.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <memory>
+
+#include "evaluation/entropy_evaluate.h"
+#include "evaluation/evaluate_factory.h"
+#include "evaluation/grad_evaluate.h"
+#include "evaluation/snr_evaluate.h"
+#include "evaluation/statistic_evaluate.h"
+#include "framework/overlap.h"
+#include "platform/algorithm/messages.h"
+#include "platform/system/sleep.h"
+#include "platform/utility/common_fun.h"
+#include "runs/notices.h"
+#include "runs/open_input.h"
+#include "runs/run_progress.h"
+#include "runs/same_extent.h"
+
+namespace fusion {
+namespace {
+
+std::vector<double> Values(const SharedArray& array, std::size_t n) {
+  return array ? std::vector<double>(&array[0], &array[0] + n) : std::vector<double>(n, std::nan(""));
+}
+
+std::vector<Figures> EntropyFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CEntropyEvaluate&>(metric);
+  return {{"m_pEntropy", Values(m.m_pEntropy, 2 * n)},
+          {"m_pRelativeEntropy", Values(m.m_pRelativeEntropy, n)},
+          {"m_pDeviationEntropy", Values(m.m_pDeviationEntropy, n)},
+          {"m_pJointEntropy", Values(m.m_pJointEntropy, n)}};
+}
+
+std::vector<Figures> StatisticFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CStatisticEvaluate&>(metric);
+  return {{"m_pMulMean", Values(m.m_pMulMean, n)},
+          {"m_pFusionMean", Values(m.m_pFusionMean, n)},
+          {"m_pMulStdDev", Values(m.m_pMulStdDev, n)},
+          {"m_pFusionStdDev", Values(m.m_pFusionStdDev, n)},
+          {"m_pRelativeDeviation", Values(m.m_pRelativeDeviation, n)},
+          {"m_pRelativeError", Values(m.m_pRelativeError, n)},
+          {"m_pCorrelation", Values(m.m_pCorrelation, n)}};
+}
+
+std::vector<Figures> SnrFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CSNREvaluate&>(metric);
+  return {{"m_pSNR", Values(m.m_pSNR, n)}, {"m_pPSNR", Values(m.m_pPSNR, n)}};
+}
+
+std::vector<Figures> GradientFigures(const CFusionEvaluate& metric, std::size_t n) {
+  const auto& m = dynamic_cast<const CGradEvaluate&>(metric);
+  return {{"m_pFusionMeanGrad", Values(m.m_pFusionMeanGrad, n)}, {"m_pMulMeanGrad", Values(m.m_pMulMeanGrad, n)},
+          {"m_pFusionRmsGrad", Values(m.m_pFusionRmsGrad, n)},   {"m_pMulRmsGrad", Values(m.m_pMulRmsGrad, n)},
+          {"m_pMeanAbsDiff", Values(m.m_pMeanAbsDiff, n)},       {"m_pDiffNorm", Values(m.m_pDiffNorm, n)}};
+}
+
+struct Metric {
+  const char* name;
+  FusionEvaluateType type;
+  std::vector<Figures> (*figures)(const CFusionEvaluate& metric, std::size_t n);
+};
+
+constexpr Metric kMetrics[] = {{"entropy", FET_ENTROPY, EntropyFigures},
+                               {"statistics", FET_STATISTIC, StatisticFigures},
+                               {"snr", FET_SNR, SnrFigures},
+                               {"gradient", FET_GRAD, GradientFigures}};
+
+std::vector<const Metric*> ChooseMetrics(const std::vector<std::string>& names) {
+  std::vector<const Metric*> chosen;
+  for (const std::string& name : names) {
+    const auto* found = std::find_if(std::begin(kMetrics), std::end(kMetrics),
+                                     [&](const Metric& metric) { return name == metric.name; });
+    if (found == std::end(kMetrics)) {
+      throw UsageError("Unknown metric '" + name + "'; known are entropy, statistics, snr and gradient.");
+    }
+    chosen.push_back(found);
+  }
+  for (const Metric& metric : kMetrics) {
+    if (names.empty()) chosen.push_back(&metric);
+  }
+  return chosen;
+}
+
+std::vector<std::int32_t> ChooseBands(const std::vector<int>& given, const CRasterSource& source, const char* option) {
+  const int count = source.GetBandCount();
+  std::vector<std::int32_t> bands;
+  for (const int band : given) {
+    if (band < 1 || band > count) {
+      throw UsageError(std::string(option) + " " + std::to_string(band) + ": the image has bands 1 to " +
+                       std::to_string(count) + ".");
+    }
+    bands.push_back(band - 1);
+  }
+  for (int b = 0; given.empty() && b < count; ++b) {
+    if (!source.GetRasterBand(b)->IsAlpha()) bands.push_back(b);
+  }
+  return bands;
+}
+
+/// The record of a run, worked out from the files.
+class EvaluateInputs {
+ public:
+  EvaluateInputs(const EvaluateRequest& o, Notices& notices) {
+    m_param.m_strPanFile = CommonFun::Utf82U(o.pan);
+    m_param.m_strMulFile = CommonFun::Utf82U(o.ms);
+    m_param.m_strFusionFile = CommonFun::Utf82U(o.fused);
+    CRasterSource pan;
+    CRasterSource ms;
+    CRasterSource fused;
+    OpenInput(pan, m_param.m_strPanFile);
+    OpenInput(ms, m_param.m_strMulFile);
+    OpenInput(fused, m_param.m_strFusionFile);
+    m_param.m_nPanBand = ChooseBands({o.panBand}, pan, "--pan-band").front();
+    m_param.m_vecMulBands = ChooseBands(o.bands, ms, "--bands");
+    m_param.m_vecFusionBands = ChooseBands(o.fusedBands, fused, "--fused-bands");
+    if (m_param.m_vecMulBands.size() != m_param.m_vecFusionBands.size()) {
+      throw UsageError(
+          "As many fused bands as multispectral bands are compared: " + std::to_string(m_param.m_vecMulBands.size()) +
+          " and " + std::to_string(m_param.m_vecFusionBands.size()) + " are chosen (--bands, --fused-bands).");
+    }
+
+    LabelBands(ms);
+
+    const bool sameExtent = LooksLikeSameExtent(pan, ms);
+    if (o.sameExtent || sameExtent) {
+      if (!o.sameExtent) {
+        notices.Add("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
+      }
+      m_view = SpanPan(pan, ms, m_param.m_strMulFile);
+      m_param.m_strMulFile = m_view->Path();
+      OpenInput(ms, m_param.m_strMulFile);
+    }
+    TakeOffset(pan, fused);
+    CheckCommonGround(fused, ms);
+    m_param.m_bMaskNoData = true;
+    m_param.m_nMostBlockPixels = std::int64_t{1} << 20;
+  }
+
+  const FusionEvaluateParam& Param() const { return m_param; }
+
+  /// One for each pair of bands.
+  const std::vector<std::string>& BandLabels() const { return m_labels; }
+  /// A failed run, told so that its cause can be found.
+  RunFailure Failure(int type, const std::wstring& message) const {
+    if (type != ERR_READ || m_wholeOnMs) return RunError(type, message);
+    return RunError(
+        type, message,
+        "Part of the fused image has no multispectral pixels under it, or an input is damaged or truncated.");
+  }
+
+ private:
+  /// The multispectral band's description, or its number; the fused band's number where it is another.
+  void LabelBands(const CRasterSource& ms) {
+    for (std::size_t i = 0; i < m_param.m_vecMulBands.size(); ++i) {
+      const int band = m_param.m_vecMulBands[i];
+      const int fusedBand = m_param.m_vecFusionBands[i];
+      std::string label = CommonFun::U2Utf8(ms.GetRasterBand(band)->GetDescription());
+      if (label.empty()) label = "band " + std::to_string(band + 1);
+      if (fusedBand != band) label += " / " + std::to_string(fusedBand + 1);
+      m_labels.push_back(label);
+    }
+  }
+
+  void CheckCommonGround(CRasterSource& fused, CRasterSource& ms) {
+    bool reproject = false;
+    const std::optional<CRect> common = FindOverlap(fused, ms, reproject);
+    if (!common) {
+      throw RunError(ERR_NONE, platform::messages::kWrongExtent,
+                     "The fused and the multispectral image have no common ground.");
+    }
+    m_param.m_bReproject = reproject ? 1 : 0;
+    m_wholeOnMs = common->left <= 0 && common->top <= 0 && common->right >= fused.GetWidth() &&
+                  common->bottom >= fused.GetHeight();
+  }
+
+  /// Whether a step of one pixel of the fused image is one of the pan image on the ground, but for rounding.
+  static bool HaveSamePixels(const CRasterSource& pan, const CRasterSource& fused) {
+    const double* p = pan.PixelToGround().t;
+    const double* f = fused.PixelToGround().t;
+    constexpr double kTolerance = 0.01;
+    return std::fabs(f[1] - p[1]) <= kTolerance * std::fabs(p[1]) &&
+           std::fabs(f[5] - p[5]) <= kTolerance * std::fabs(p[5]);
+  }
+
+  void TakeOffset(const CRasterSource& pan, const CRasterSource& fused) {
+    if (!HaveSamePixels(pan, fused)) throw UsageError("The fused image's pixels are not those of the pan image.");
+    double groundX = 0.0;
+    double groundY = 0.0;
+    fused.ImageToGround(0, 0, groundX, groundY);
+    const double column = std::round(pan.GroundToPixel().X(groundX, groundY));
+    const double row = std::round(pan.GroundToPixel().Y(groundX, groundY));
+    const bool inside = column >= 0.0 && row >= 0.0 && column + fused.GetWidth() <= pan.GetWidth() &&
+                        row + fused.GetHeight() <= pan.GetHeight();
+    if (!inside) throw UsageError("The fused image does not lie inside the pan image.");
+    m_param.m_rcPanOffset.left = static_cast<std::int32_t>(column);
+    m_param.m_rcPanOffset.top = static_cast<std::int32_t>(row);
+  }
+
+  FusionEvaluateParam m_param;
+  std::vector<std::string> m_labels;
+  bool m_wholeOnMs = true;
+  std::unique_ptr<platform::VirtualRaster> m_view;
+};
+
+/// The library's runs wait a second first; whoever waits for a command's figures has waited enough.
+class NoWaiting {
+ public:
+  NoWaiting() : m_before(platform::SetSleep([](unsigned int) {})) {}
+  ~NoWaiting() { platform::SetSleep(m_before); }
+  NoWaiting(const NoWaiting&) = delete;
+  NoWaiting& operator=(const NoWaiting&) = delete;
+
+ private:
+  std::function<void(unsigned int)> m_before;
+};
+
+EvaluateReport Compare(const EvaluateRequest& request, Notices& notices, RunProgress& progress) {
+  const std::vector<const Metric*> metrics = ChooseMetrics(request.metrics);
+  const EvaluateInputs inputs(request, notices);
+  const NoWaiting noWaiting;
+  EvaluateReport report;
+  report.bands = inputs.BandLabels();
+  for (const Metric* metric : metrics) {
+    FusionEvaluateParam param = inputs.Param();
+    param.m_strTaskName = CommonFun::Utf82U(metric->name);
+    param.m_stage = {metric->name};
+    const std::unique_ptr<CFusionEvaluate> run(
+        CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
+    run->Process();
+    if (!run->Succeeded()) throw inputs.Failure(run->GetLastErrorType(), run->GetLastErrorMessage());
+    report.metrics.push_back({metric->name, metric->figures(*run, param.m_vecFusionBands.size())});
+  }
+  report.notices = notices.All();
+  return report;
+}
+
+}  // namespace
+
+EvaluateRequest::EvaluateRequest() = default;
+EvaluateRequest::~EvaluateRequest() = default;
+EvaluateRequest::EvaluateRequest(const EvaluateRequest&) = default;
+EvaluateRequest& EvaluateRequest::operator=(const EvaluateRequest&) = default;
+
+EvaluateReport Evaluate(const EvaluateRequest& request, RunObserver* observer) {
+  try {
+    Notices notices(observer);
+    RunProgress progress(observer);
+    return Compare(request, notices, progress);
+  } catch (const RunFailure&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw ExceptionError(e);
+  }
+}
+
+}  // namespace fusion

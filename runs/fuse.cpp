@@ -1,0 +1,44 @@
+#include "runs/fuse.h"
+
+#include <chrono>
+
+#include "platform/raster/write_guard.h"
+#include "runs/fuse_run.h"
+#include "runs/methods.h"
+#include "runs/notices.h"
+#include "runs/run_log.h"
+#include "runs/run_progress.h"
+
+namespace fusion {
+
+FuseRequest::FuseRequest() : method(DefaultMethod().name) {}
+FuseRequest::~FuseRequest() = default;
+FuseRequest::FuseRequest(const FuseRequest&) = default;
+FuseRequest& FuseRequest::operator=(const FuseRequest&) = default;
+
+FuseReport Fuse(const FuseRequest& request, RunObserver* observer) {
+  const auto start = std::chrono::steady_clock::now();
+  platform::ClearWriteError();
+  RunLog log;
+  const auto logged = [&log](const RunFailure& failure) {
+    log.Fail(failure);
+    return failure;
+  };
+  try {
+    Notices notices(observer);
+    RunProgress progress(observer);
+    FuseReport report = FuseRun(request, log, notices, progress).Run();
+    report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    report.notices = notices.All();
+    LogInformation("written: " + report.output + ", " + std::to_string(report.width) + "x" +
+                   std::to_string(report.height) + ", " + std::to_string(report.bands) + " bands of " + report.type +
+                   ", in " + std::to_string(report.seconds) + " s");
+    return report;
+  } catch (const RunFailure& failure) {
+    throw logged(failure);
+  } catch (const std::exception& e) {
+    throw logged(ExceptionError(e));
+  }
+}
+
+}  // namespace fusion

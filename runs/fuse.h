@@ -1,0 +1,75 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "runs/run_failure.h"
+#include "runs/run_observer.h"
+
+namespace fusion {
+
+/// A fusion as the `fuse` command does it, from two files to one. Texts are UTF-8, as they come from users and other
+/// languages; the words are those of the command's options. What is left alone takes its default.
+struct FUSION_API FuseRequest {
+  FuseRequest();
+  ~FuseRequest();
+  FuseRequest(const FuseRequest&);
+  FuseRequest& operator=(const FuseRequest&);
+
+  std::string pan;     ///< panchromatic image
+  std::string ms;      ///< multispectral image
+  std::string out;     ///< fused image to write
+  std::string method;  ///< of Methods(); DefaultMethod() by default
+
+  std::optional<std::string> resample;  ///< nearest, bilinear or bicubic (default)
+  /// uint8, uint16, int16, uint32, int32, float32 or float64; by default the multispectral image's, float32 for a raw
+  /// multiplicative run
+  std::optional<std::string> type;
+  std::vector<int> bands;               ///< multispectral bands, counted from 1, in output order; empty: all
+  int panBand = 1;                      ///< counted from 1
+  std::vector<int> rgb;                 ///< ihs: red, green and blue, counted from 1 among the chosen bands; or empty
+  std::vector<int> window;              ///< column, row, width and height in pan pixels; empty: where both images are
+  std::string statistics = "scene";     ///< scene or window: what a window's statistics are taken from
+  std::string aoi;                      ///< vector file; fused inside its polygons only. Empty: none
+  std::string spectralMatch = "auto";   ///< auto, on or off
+  std::string noDataMask = "auto";      ///< auto, on or off: take pixels without data for missing
+  std::optional<double> noData;         ///< no-data value of inputs that declare none
+  bool makeGreen = false;               ///< green becomes 0.9 green + 0.1 near infrared
+  bool autoLevel = false;               ///< hpf, sharpen: end with an automatic level adjustment
+  bool stretch = false;                 ///< stretch a raw result from its own range to that of the integer type
+  std::optional<int> kernelSize;        ///< hpf: in pan pixels, odd, 3 to 31; by default from the ratio of the pixels
+  std::optional<int> secondKernelSize;  ///< hpf: adds the detail of a second kernel
+  std::optional<double> detailWeight;   ///< hpf: default 0.5
+  std::optional<double> secondDetailWeight;  ///< hpf: likewise adds it; default 0.35
+  std::optional<double> bayesWeight;         ///< bayesian: weight of pan, between 0 and 1, default 0.5
+  bool sameExtent = false;                   ///< take both images as covering the same ground
+  bool noOverviews = false;                  ///< hpf, ihs, sharpen: no overviews of the output
+  std::string format;                        ///< by name; empty: by the extension of out
+  bool overwrite = false;                    ///< replace an existing out, and what belongs to it
+
+  std::string log;            ///< file that the library's log is appended to while the run lasts; empty: none
+  std::string given;          ///< what is to be done, in the caller's words, for the log
+  bool measureValid = false;  ///< let the report tell the share of pixels with data, which takes a pass over the output
+};
+
+/// What a fusion has written.
+struct FuseReport {
+  std::string method;
+  std::string output;  ///< the request's out
+  int width = 0;       ///< pixels
+  int height = 0;      ///< pixels
+  int bands = 0;
+  std::string type;                  ///< of the samples, as in FuseRequest::type
+  double seconds = 0.0;              ///< that the run took
+  std::optional<double> validShare;  ///< of the pixels, 0 to 1, where asked for and the run masked those without data
+  std::vector<std::string> notices;  ///< what the observer was told, too
+};
+
+/// Fuses. The output appears under its name when everything has succeeded; a failed or cancelled run leaves nothing
+/// behind. Runs share what a process has once (log, overviews' switch, first write error): one at a time.
+/// @param observer not owned; null for nobody
+/// Throws RunFailure.
+FUSION_API FuseReport Fuse(const FuseRequest& request, RunObserver* observer = nullptr);
+
+}  // namespace fusion

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/raster_types.h"
+#include "runs/fuse.h"
+#include "runs/methods.h"
+
+namespace fusion {
+
+/// A request after all checks that need no file.
+struct CheckedRequest {
+  const Method* method = nullptr;
+  ResampleType resample = RT_BICUBIC;
+  PixelDataType type = PDT_UNKNOWN;  ///< PDT_UNKNOWN: the multispectral image's own
+  RasterDataFormat format = kFormatUnknown;
+  bool matched = false;
+};
+
+/// A pixel type by name. Throws a usage error for an unknown one.
+PixelDataType ParsePixelType(const std::string& name);
+/// The name of a pixel type; empty for PDT_UNKNOWN.
+std::string TypeName(PixelDataType type);
+
+/// Throws a usage error for anything that cannot work, whatever the files.
+CheckedRequest CheckRequest(const FuseRequest& request);
+
+}  // namespace fusion

@@ -1,0 +1,260 @@
+#include "runs/fuse_inputs.h"
+
+#include <algorithm>
+
+#include "framework/messages.h"
+#include "framework/overlap.h"
+#include "platform/raster/gap_search.h"
+#include "platform/raster/no_data.h"
+#include "platform/utility/common_fun.h"
+#include "runs/highpass_setup.h"
+#include "runs/open_input.h"
+#include "runs/same_extent.h"
+
+namespace fusion {
+namespace {
+
+std::unique_ptr<platform::VirtualRaster> View(const std::wstring& file, const std::vector<int>& bands) {
+  return std::make_unique<platform::VirtualRaster>(file, bands, nullptr, nullptr);
+}
+
+}  // namespace
+
+FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked, Notices& notices,
+                       const CBaseProgress& progress)
+    : m_options(options),
+      m_notices(notices),
+      m_panFile(CommonFun::Utf82U(options.pan)),
+      m_msFile(CommonFun::Utf82U(options.ms)) {
+  OpenInput(m_pan, m_panFile);
+  OpenInput(m_ms, m_msFile);
+  m_msType = m_ms.GetRasterDataType();
+  CheckArea();
+  SettleNoData(progress);
+  CheckBands(*checked.method);
+  m_chosen = ChosenBands();
+  Describe();
+  SettleExtent();
+  ChooseFiles(*checked.method);
+  if (m_pan.GetPath() != m_panFile) OpenInput(m_pan, m_panFile);
+  if (m_ms.GetPath() != m_msFile) OpenInput(m_ms, m_msFile);
+  for (CRasterSource* source : {&m_pan, &m_ms}) {
+    source->SetMaskNoData(m_maskNoData);
+    source->SetReadAhead(true);
+  }
+
+  const std::optional<CRect> overlap = FindOverlap(m_pan, m_ms, m_needReproject);
+  if (!overlap) throw RunError(ERR_NONE, messages::kWrongExtent);
+  if (!options.window.empty()) {
+    CutWindow(*overlap);
+    if (options.statistics == "scene") m_scene = *overlap;
+  }
+  if (checked.method->Takes(kTakesKernels) && !options.kernelSize) {
+    m_pixelRatio = fusion::PixelRatio(m_pan, m_ms, m_needReproject);
+  }
+  CheckValidPixels();
+}
+
+void FuseInputs::Close() {
+  m_pan.Close();
+  m_ms.Close();
+}
+
+void FuseInputs::Describe() {
+  if (!m_ms.IsNorthUpView()) {
+    m_description = platform::RasterDescription(m_ms, m_chosen);
+    return;
+  }
+  // A view through which a rotated image is seen keeps hardly any of it.
+  CRasterSource plain;
+  if (plain.OpenSimple(m_msFile)) m_description = platform::RasterDescription(plain, m_chosen);
+}
+
+void FuseInputs::SettleExtent() {
+  if (m_options.sameExtent || LooksLikeSameExtent(m_pan, m_ms)) {
+    if (!m_options.sameExtent) {
+      m_notices.Add("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
+    }
+    LookThrough(SpanPan(m_pan, m_ms, m_msFile), m_msFile);
+  } else if (!m_pan.HasGeoTransform() || !m_ms.HasGeoTransform()) {
+    m_notices.Add("An image has no georeference; the images are overlaid on their pixel coordinates.");
+  }
+}
+
+void FuseInputs::ChooseFiles(const Method& method) {
+  // Where a method works on whole files, the choice of bands must be one, and the green mix of the pipelines does, too.
+  // Alpha is no band for any method.
+  const bool wholeFile = method.wholeFileBands || (method.isPipeline && m_options.makeGreen);
+  if ((wholeFile && !m_options.bands.empty()) || m_leavesOutAlpha) {
+    LookThrough(View(m_msFile, m_bands), m_msFile);
+    m_bands.clear();
+  }
+  if (method.isPipeline && m_panBand != 0) {
+    LookThrough(View(m_panFile, {m_panBand}), m_panFile);
+    m_panBand = 0;
+  }
+}
+
+void FuseInputs::LookThrough(std::unique_ptr<platform::VirtualRaster> view, std::wstring& file) {
+  m_views.push_back(std::move(view));
+  file = m_views.back()->Path();
+}
+
+/// A run that computes something beforehand would find an area that is none too late.
+void FuseInputs::CheckArea() const {
+  if (m_options.aoi.empty()) return;
+  const std::wstring file = CommonFun::Utf82U(m_options.aoi);
+  CRasterAOI area;
+  if (!area.Load(file, m_pan)) throw OpenError(file, area.GetLoadFailure());
+}
+
+void FuseInputs::SettleNoData(const CBaseProgress& progress) {
+  if (m_options.noDataMask == "off") return;
+  if (m_options.noData) {
+    Declare(m_pan, m_panFile);
+    Declare(m_ms, m_msFile);
+  }
+  std::vector<int> chosen;
+  for (int b = 0; b < m_ms.GetBandCount(); ++b) {
+    const auto& bands = m_options.bands;
+    if (bands.empty() || std::find(bands.begin(), bands.end(), b + 1) != bands.end()) chosen.push_back(b);
+  }
+  const auto lacksSamples = [&](CRasterSource& source, const std::vector<int>& bands) {
+    const bool says = std::any_of(bands.begin(), bands.end(), [&](int b) {
+      const CRasterBand* band = source.GetRasterBand(b);
+      return band && (band->IsHaveNoData() || band->HasMask());
+    });
+    if (says) return true;
+    // Samples of a float type may be no numbers, which only a look at them tells.
+    source.SetMaskNoData(true);
+    return platform::HasGaps(source, bands, progress);
+  };
+  const bool told = m_options.noDataMask == "on" || m_options.noData;
+  const bool gaps = !told && (lacksSamples(m_pan, {m_options.panBand - 1}) || lacksSamples(m_ms, chosen));
+  const bool area = !m_options.aoi.empty();
+  m_maskNoData = told || gaps || area;
+  if (!m_maskNoData) return;
+  if (m_options.noDataMask == "auto" && (gaps || told)) {
+    m_notices.Add(
+        "Pixels without data are left out of everything and written as no-data 0 (--nodata-mask off for raw values).");
+  } else if (m_options.noDataMask == "auto") {
+    m_notices.Add("Outside the area of interest lies no data, written as no-data 0 (--nodata-mask off for a plain 0).");
+  }
+  m_leavesOutAlpha = m_options.bands.empty() &&
+                     std::any_of(chosen.begin(), chosen.end(), [&](int b) { return m_ms.GetRasterBand(b)->IsAlpha(); });
+  for (int b = 0; m_leavesOutAlpha && b < m_ms.GetBandCount(); ++b) {
+    if (!m_ms.GetRasterBand(b)->IsAlpha()) m_bands.push_back(b);
+  }
+}
+
+/// Values that the samples cannot have need no declaration.
+void FuseInputs::Declare(CRasterSource& source, std::wstring& file) {
+  const double value = *m_options.noData;
+  if (source.GetRasterBand(0)->IsHaveNoData() || !platform::IsRepresentable(value, source.GetRasterDataType())) return;
+  LookThrough(
+      std::make_unique<platform::VirtualRaster>(file, std::vector<int>{}, nullptr, nullptr, std::optional(value)),
+      file);
+  OpenInput(source, file);
+}
+
+void FuseInputs::CheckBands(const Method& method) {
+  const int panBandCount = m_pan.GetBandCount();
+  const int msBandCount = m_ms.GetBandCount();
+  if (m_options.panBand < 1 || m_options.panBand > panBandCount) {
+    throw UsageError("--pan-band " + std::to_string(m_options.panBand) + ": the pan image has bands 1 to " +
+                     std::to_string(panBandCount) + ".");
+  }
+  m_panBand = m_options.panBand - 1;
+  for (const int band : m_options.bands) {
+    if (band < 1 || band > msBandCount) {
+      throw UsageError("--bands " + std::to_string(band) + ": the multispectral image has bands 1 to " +
+                       std::to_string(msBandCount) + ".");
+    }
+    m_bands.push_back(band - 1);
+  }
+  const int chosen = m_bands.empty() ? msBandCount : static_cast<int>(m_bands.size());
+  if (chosen < method.minimumBands) {
+    throw UsageError("Method " + std::string(method.name) + " needs at least " + std::to_string(method.minimumBands) +
+                     " multispectral bands, " + std::to_string(chosen) + (chosen == 1 ? " is" : " are") + " chosen.");
+  }
+  constexpr int kGreenMixBands = 4;
+  if (m_options.makeGreen && chosen < kGreenMixBands) {
+    throw UsageError("--make-green mixes the fourth of the bands, near infrared, into the second, green; " +
+                     std::to_string(chosen) + (chosen == 1 ? " is" : " are") + " chosen.");
+  }
+  for (const int position : m_options.rgb) {
+    if (position < 1 || position > chosen) {
+      throw UsageError("--rgb " + std::to_string(position) + ": there are positions 1 to " + std::to_string(chosen) +
+                       ".");
+    }
+  }
+}
+
+std::vector<int> FuseInputs::ChosenBands() const {
+  std::vector<int> bands = m_bands;
+  for (int b = 0; m_bands.empty() && b < m_ms.GetBandCount(); ++b) bands.push_back(b);
+  return bands;
+}
+
+void FuseInputs::CutWindow(const CRect& overlap) {
+  const auto& w = m_options.window;
+  const auto edge = [](int start, int size) {
+    return static_cast<int>(std::clamp<std::int64_t>(static_cast<std::int64_t>(start) + size, INT32_MIN, INT32_MAX));
+  };
+  const CRect wanted(w[0], w[1], edge(w[0], w[2]), edge(w[1], w[3]));
+  m_window = CRect(std::max({wanted.left, overlap.left, 0}), std::max({wanted.top, overlap.top, 0}),
+                   std::min({wanted.right, overlap.right, m_pan.GetWidth()}),
+                   std::min({wanted.bottom, overlap.bottom, m_pan.GetHeight()}));
+  if (m_window.Area() == 0) throw UsageError("--window: nothing of it lies where both images have data.");
+  m_windowOnGround = m_pan.ImageToGround(m_window);
+  if (!(m_window == wanted)) {
+    m_notices.Add("--window is cut to where both images have data: " + std::to_string(m_window.left) + "," +
+                  std::to_string(m_window.top) + "," + std::to_string(m_window.Width()) + "," +
+                  std::to_string(m_window.Height()) + ".");
+  }
+}
+
+void FuseInputs::CheckValidPixels() const {
+  const auto check = [](CRasterBand* band, const std::string& name) {
+    if (band && band->HasValidPixel()) return;
+    throw RunError(ERR_STATISTICS, L"", name + " has no valid pixel or cannot be read.");
+  };
+  check(m_pan.GetRasterBand(m_panBand), "The pan image");
+  for (const int b : ChosenBands()) check(m_ms.GetRasterBand(b), "Multispectral band " + std::to_string(b + 1));
+}
+
+void FuseInputs::FillParam(FusionParam& param) const {
+  param.m_strPanFile = m_panFile;
+  param.m_strMSFile = m_msFile;
+  param.m_nPanBand = m_panBand;
+  param.m_vecMSBands.assign(m_bands.begin(), m_bands.end());
+  param.m_rcProcess = m_window;
+  param.m_rcScene = m_scene;
+  param.m_bNeedReproject = m_needReproject;
+  param.m_bMaskNoData = m_maskNoData;
+}
+
+CRect FuseInputs::PartOf(const std::wstring& file) const {
+  if (!IsPart()) return {};
+  CRasterSource raster;
+  OpenInput(raster, file);
+  return raster.GroundToImage(m_windowOnGround);
+}
+
+void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs,
+                                CBaseProgress& progress) const {
+  for (const int b : ChosenBands()) {
+    double minimum = 0.0;
+    double maximum = 0.0;
+    double mean = 0.0;
+    double stdDev = 0.0;
+    if (!m_ms.GetRasterBand(b)->ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, &progress)) {
+      if (progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
+      throw RunError(ERR_STATISTICS, messages::kMsStatisticsFailed);
+    }
+    means.push_back(mean);
+    stdDevs.push_back(stdDev);
+  }
+}
+
+}  // namespace fusion

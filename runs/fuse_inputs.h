@@ -1,0 +1,81 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/algorithm/base_progress.h"
+#include "platform/raster/raster_description.h"
+#include "platform/raster/raster_source.h"
+#include "platform/raster/virtual_raster.h"
+#include "runs/fuse_checks.h"
+#include "runs/notices.h"
+
+namespace fusion {
+
+/// The two input images as the run gets them: opened once for all that is planned, seen through views where a choice of
+/// bands or another georeference must look like a file.
+class FuseInputs {
+ public:
+  /// Throws RunFailure for wrong usage and for an input that cannot be used.
+  FuseInputs(const FuseRequest& options, const CheckedRequest& checked, Notices& notices,
+             const CBaseProgress& progress);
+
+  /// Closes the images, which the algorithms open for themselves.
+  void Close();
+  /// Files, bands, window and reprojection into the record.
+  void FillParam(FusionParam& param) const;
+  /// Means and deviations of the chosen multispectral bands, until Close. Throws RunFailure.
+  void ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs, CBaseProgress& progress) const;
+  /// The window in the pixels of a raster on the pan grid; empty where the run is no part of a scene.
+  CRect PartOf(const std::wstring& file) const;
+  /// Multispectral over pan pixel width, both on pan's ground; 0 where the run does not ask for it.
+  double PixelRatio() const { return m_pixelRatio; }
+  PixelDataType MsType() const { return m_msType; }
+  /// The chosen bands of the multispectral image as it was given, counted from 0.
+  const std::vector<int>& Bands() const { return m_chosen; }
+  /// What the multispectral image says of them.
+  const platform::RasterDescription& Description() const { return m_description; }
+  /// Whether the run is a part of a scene, with statistics of the whole.
+  bool IsPart() const { return !m_scene.IsRectEmpty(); }
+  /// Whether the run takes pixels without data for missing.
+  bool MasksNoData() const { return m_maskNoData; }
+
+ private:
+  void CheckArea() const;
+  void CheckBands(const Method& method);
+  std::vector<int> ChosenBands() const;
+  /// Declares --nodata, settles whether the run masks, and leaves alpha out of the bands then.
+  void SettleNoData(const CBaseProgress& progress);
+  void Declare(CRasterSource& source, std::wstring& file);
+  void Describe();
+  void SettleExtent();
+  /// Views for what the method does not choose by itself.
+  void ChooseFiles(const Method& method);
+  /// Has a file seen through a view from now on.
+  void LookThrough(std::unique_ptr<platform::VirtualRaster> view, std::wstring& file);
+  void CutWindow(const CRect& overlap);
+  void CheckValidPixels() const;
+
+  const FuseRequest& m_options;
+  Notices& m_notices;
+  std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
+  std::wstring m_panFile;
+  std::wstring m_msFile;
+  CRasterSource m_pan;
+  CRasterSource m_ms;
+  std::vector<int> m_chosen;  ///< zero-based, of the multispectral image as it was given
+  platform::RasterDescription m_description;
+  std::vector<int> m_bands;  ///< zero-based, of m_msFile
+  int m_panBand = 0;         ///< zero-based, of m_panFile
+  CRect m_window;
+  CBoundingBox m_windowOnGround;
+  CRect m_scene;  ///< the common area that the window is a part of; empty without window, or with its own statistics
+  bool m_needReproject = false;
+  double m_pixelRatio = 0.0;
+  bool m_maskNoData = false;
+  bool m_leavesOutAlpha = false;
+  PixelDataType m_msType = PDT_UNKNOWN;
+};
+
+}  // namespace fusion

@@ -1,0 +1,237 @@
+#include "runs/fuse_run.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "framework/fusion.h"
+#include "framework/messages.h"
+#include "platform/algorithm/build_raster_overviews.h"
+#include "platform/processing/stretch_of_multi_band.h"
+#include "platform/raster/pixel_type.h"
+#include "platform/raster/raster_algorithm.h"
+#include "platform/utility/common_fun.h"
+#include "runs/fuse_inputs.h"
+#include "runs/notices.h"
+#include "runs/output_file.h"
+#include "runs/output_format.h"
+#include "runs/run_log.h"
+#include "runs/run_progress.h"
+#include "runs/sample_share.h"
+
+namespace fusion {
+namespace {
+
+/// Keeps runs from building overviews of their own.
+struct NoOverviews {
+  NoOverviews() { CBuildRasterOverviews::SetEnabled(false); }
+  ~NoOverviews() { CBuildRasterOverviews::SetEnabled(true); }
+  NoOverviews(const NoOverviews&) = delete;
+  NoOverviews& operator=(const NoOverviews&) = delete;
+};
+
+std::vector<std::wstring> InputFiles(const FuseRequest& options) {
+  std::vector<std::wstring> files;
+  for (const auto& file : {options.pan, options.ms, options.aoi}) {
+    if (!file.empty()) files.push_back(CommonFun::Utf82U(file));
+  }
+  return files;
+}
+
+double LargestOf(PixelDataType type) {
+  double smallest = 0.0;
+  double largest = 0.0;
+  CRasterAlgorithm::GetMaxMinVal(type, largest, smallest);
+  return largest;
+}
+
+}  // namespace
+
+FuseRun::FuseRun(const FuseRequest& options, RunLog& log, Notices& notices, RunProgress& progress)
+    : m_options(options),
+      m_log(log),
+      m_notices(notices),
+      m_progress(progress),
+      m_checked(CheckRequest(options)),
+      m_output(CommonFun::Utf82U(options.out)),
+      m_pending(m_output, options.overwrite, InputFiles(options)) {}
+
+FuseReport FuseRun::Run() {
+  try {
+    return FuseAndPublish();
+  } catch (const RunFailure& failure) {
+    // What has failed may have worked on a file in the output's stead.
+    const auto inTerms = [&](const std::string& text) {
+      return CommonFun::U2Utf8(m_pending.InTermsOfOutput(CommonFun::Utf82U(text)));
+    };
+    throw RunFailure(failure.GetKind(), inTerms(failure.Sentence()), failure.Type(), inTerms(failure.Message()));
+  }
+}
+
+FuseReport FuseRun::FuseAndPublish() {
+  ThrowObstacle(m_pending.Foresee(m_checked.format), m_output);
+  if (!m_options.log.empty() && m_pending.Concerns(CommonFun::Utf82U(m_options.log))) {
+    throw UsageError("--log " + m_options.log + " is a file of this run's images.");
+  }
+  m_log.Open(m_options);
+  FuseInputs inputs(m_options, m_checked, m_notices, m_progress);
+  m_masks = inputs.MasksNoData();
+  m_type = m_checked.type;
+  if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
+  if (m_options.stretch && platform::IsFloatType(m_type)) {
+    throw UsageError("--stretch fills the range of an integer type, but the output type is a float type.");
+  }
+
+  CheckFormatHolds(m_checked.format, m_type, static_cast<int>(inputs.Bands().size()), *m_checked.method);
+  Describe(inputs.Description());
+  if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
+  const std::wstring result = m_pending.WorkPath();
+  const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart();
+  const bool matchedHere = m_checked.matched && !matchesItself;
+  MatchTargets targets;
+  if (matchedHere) inputs.ComputeTargets(targets.means, targets.stdDevs, m_progress);
+  inputs.Close();
+  if (!matchedHere) {
+    Fuse(inputs, result, m_type, m_checked.format, m_checked.matched, nullptr);
+  } else if (m_checked.method->isPipeline) {
+    const std::wstring raw = CommonFun::GetTempFilePath(result);
+    Fuse(inputs, raw, TypeToMatch(m_type), kFormatGeoTiff, false, nullptr);
+    Match(inputs, raw, result, targets);
+    CRasterSource::DeleteFileW(raw);
+  } else {
+    targets.makeGreen = m_options.makeGreen;
+    Fuse(inputs, result, m_type, m_checked.format, false, &targets);
+  }
+  FuseReport report = Look(result, inputs.MsType());
+  if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
+  ThrowObstacle(m_pending.Publish(), m_output);
+  return report;
+}
+
+void FuseRun::Describe(platform::RasterDescription description) {
+  const bool onBandScale = m_checked.matched || (m_checked.method->onBandScale && !m_options.stretch);
+  if (!onBandScale || m_options.autoLevel) description.ForgetValues();
+  m_description = std::make_shared<const platform::RasterDescription>(std::move(description));
+}
+
+PixelDataType FuseRun::DefaultType(PixelDataType msType) const {
+  if (!m_checked.method->Takes(kTakesType)) {
+    // The high-pass pipeline has its own mind.
+    if (m_options.autoLevel) return PDT_UINT8;
+    if (m_options.makeGreen) return PDT_FLOAT32;
+  }
+  if (!m_checked.matched && m_checked.method->rawType != PDT_UNKNOWN) return m_checked.method->rawType;
+  return msType == PDT_UNKNOWN ? PDT_FLOAT32 : msType;
+}
+
+void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
+                   bool matchesItself, const MatchTargets* targets) {
+  HpfFusionParam param;
+  inputs.FillParam(param);
+  // The matching behind a pipeline wants the statistics of the whole, and cuts the part out itself.
+  const bool comesMatching = m_checked.matched && m_checked.method->isPipeline;
+  if (inputs.IsPart() && comesMatching) param.m_rcProcess = std::exchange(param.m_rcScene, CRect());
+  param.m_strAlgName = CommonFun::Utf82U(m_checked.method->name);
+  param.m_stage = {m_checked.method->name};
+  param.m_strOutFile = file;
+  param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
+  param.m_eOutDataType = type;
+  param.m_eOutFormat = format;
+  if (!comesMatching) param.m_pDescription = m_description;
+  param.m_eResampleType = m_checked.resample;
+  for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
+  param.m_bSpectralMatch = matchesItself;
+  param.m_bMakeGreen = m_options.makeGreen && (matchesItself || m_checked.method->isPipeline);
+  param.m_bDataStretch = m_options.autoLevel;
+
+  const std::unique_ptr<CBaseAlgorithm> algorithm =
+      m_checked.method->make(param, {m_options, inputs.PixelRatio(), m_progress});
+  if (targets) {
+    // The matching brings the result to its scale.
+    dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
+  } else if (m_options.stretch) {
+    dynamic_cast<CFusion&>(*algorithm).StretchOwnRange();
+  } else if (IsOnByteScale(type)) {
+    algorithm->SetStretch(true);
+    m_notices.Add("The result, on the scale of a byte, is stretched to the range of the output type.");
+  }
+  // Overviews are built once, on the finished file.
+  const NoOverviews pause;
+  Carry(*algorithm);
+  if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_notices);
+}
+
+bool FuseRun::IsOnByteScale(PixelDataType type) const {
+  return m_checked.method->onByteScale && !platform::IsFloatType(type) && type != PDT_UINT8;
+}
+
+void FuseRun::Match(const FuseInputs& inputs, const std::wstring& raw, const std::wstring& result,
+                    const MatchTargets& targets) {
+  CStretchAlgorithmParam param;
+  param.m_strAlgName = messages::kSpectralMatching;
+  param.m_stage = {platform::stages::kSpectralMatching};
+  param.m_strInFile = raw;
+  param.m_strOutFile = result;
+  param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
+  param.m_bMaskNoData = m_masks;
+  param.m_eOutDataType = m_type;
+  param.m_eOutFormat = m_checked.format;
+  param.m_pDescription = m_description;
+  param.m_rcProcess = inputs.PartOf(raw);
+  param.m_pMeans = targets.means.data();
+  param.m_pStdDevs = targets.stdDevs.data();
+  CStretchOfMultiBand matching(&param);
+  Carry(matching);
+}
+
+void FuseRun::Carry(CBaseAlgorithm& algorithm) {
+  algorithm.SetProgress(&m_progress);
+  algorithm.SetOverlappedIo(true);
+  algorithm.Process();
+  m_progress.Finish();
+  ThrowFailure(algorithm);
+  if (m_progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
+}
+
+FuseReport FuseRun::Look(const std::wstring& file, PixelDataType msType) const {
+  CRasterSource source;
+  if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
+  FuseReport report;
+  report.method = m_options.method;
+  report.output = m_options.out;
+  report.width = source.GetWidth();
+  report.height = source.GetHeight();
+  report.bands = source.GetBandCount();
+  report.type = TypeName(source.GetRasterDataType());
+  // A run that masks writes 0 where there is no data, and nowhere else.
+  if (m_masks && m_options.measureValid) report.validShare = SampleShare(source, 1, [](double v) { return v != 0.0; });
+  if (MayExceedType(msType)) TellWhatWasCut(source);
+  return report;
+}
+
+bool FuseRun::MayExceedType(PixelDataType msType) const {
+  if (platform::IsFloatType(m_type) || m_options.stretch || m_options.autoLevel) return false;
+  const bool onBandScale = m_checked.matched || m_checked.method->onBandScale;
+  const bool onByteScale = !m_checked.matched && m_checked.method->onByteScale;
+  return !onByteScale && (!onBandScale || LargestOf(m_type) < LargestOf(msType));
+}
+
+void FuseRun::TellWhatWasCut(const CRasterSource& output) const {
+  constexpr double kWorthAWord = 0.01;
+  const double largest = LargestOf(m_type);
+  const double share = SampleShare(output, output.GetBandCount(), [=](double v) { return v >= largest; });
+  if (share < kWorthAWord) return;
+  std::string remedy = m_checked.matched ? "--spectral-match off --stretch" : "--stretch";
+  if (!m_checked.method->Takes(kTakesStretch)) remedy = "--auto-level";
+  m_notices.Add(std::to_string(std::lround(share * 100.0)) + " % of the samples do not fit " + TypeName(m_type) +
+                " and are cut to its largest value; add " + remedy + ", or a wider --type.");
+}
+
+void FuseRun::BuildOverviews(const std::wstring& file) {
+  CRasterSource source;
+  if (!source.OpenSimple(file)) return;
+  CBuildRasterOverviews overviews(&source, "AVERAGE", 0, nullptr, &m_progress, L"", false);
+  Carry(overviews);
+}
+
+}  // namespace fusion

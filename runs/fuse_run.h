@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/algorithm/base_algorithm.h"
+#include "platform/raster/pending_output.h"
+#include "platform/raster/raster_description.h"
+#include "runs/fuse.h"
+#include "runs/fuse_checks.h"
+
+namespace fusion {
+
+class FuseInputs;
+class Notices;
+class RunLog;
+class RunProgress;
+struct MatchTargets;
+
+/// One run of Fuse: what it plans, carries out and publishes.
+class FuseRun {
+ public:
+  /// Throws RunFailure for what cannot work whatever the files.
+  FuseRun(const FuseRequest& options, RunLog& log, Notices& notices, RunProgress& progress);
+
+  /// Throws RunFailure. The report's time and notices are the caller's.
+  FuseReport Run();
+
+ private:
+  FuseReport FuseAndPublish();
+  /// What the multispectral image says of its bands goes to the output where it holds there, too.
+  void Describe(platform::RasterDescription description);
+  PixelDataType DefaultType(PixelDataType msType) const;
+  void Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
+            bool matchesItself, const MatchTargets* targets);
+  /// Whether the raw result would look black in the type.
+  bool IsOnByteScale(PixelDataType type) const;
+  /// The matching as a stage of its own, behind a pipeline of stages.
+  void Match(const FuseInputs& inputs, const std::wstring& raw, const std::wstring& result,
+             const MatchTargets& targets);
+  /// Runs an algorithm and throws its failure.
+  void Carry(CBaseAlgorithm& algorithm);
+  /// A run that reports success but left no readable raster has failed.
+  FuseReport Look(const std::wstring& file, PixelDataType msType) const;
+  /// Whether values of the result may lie far beyond those of an integer output type.
+  bool MayExceedType(PixelDataType msType) const;
+  void TellWhatWasCut(const CRasterSource& output) const;
+  void BuildOverviews(const std::wstring& file);
+
+  const FuseRequest& m_options;
+  RunLog& m_log;
+  Notices& m_notices;
+  RunProgress& m_progress;
+  const CheckedRequest m_checked;
+  std::wstring m_output;
+  platform::PendingOutput m_pending;
+  PixelDataType m_type = PDT_UNKNOWN;
+  bool m_masks = false;
+  std::shared_ptr<const platform::RasterDescription> m_description;
+};
+
+}  // namespace fusion

@@ -1,0 +1,127 @@
+#include "runs/methods.h"
+
+#include <algorithm>
+
+#include "band_arithmetic/brovey_fusion.h"
+#include "band_arithmetic/multiple_fusion.h"
+#include "band_arithmetic/weight_fusion.h"
+#include "highpass/simple_pan_sharpening_fusion_process_alg.h"
+#include "runs/highpass_setup.h"
+#include "runs/notices.h"
+#include "runs/text.h"
+#include "transform/ihs_tran_fusion.h"
+#include "transform/prin_component_fusion.h"
+
+namespace fusion {
+namespace {
+
+template <typename Algorithm>
+std::unique_ptr<CBaseAlgorithm> Make(HpfFusionParam& param, const MethodSetup& /*setup*/) {
+  return std::make_unique<Algorithm>(&param);
+}
+
+/// A weight that is no number leaves a band empty, which must not go without a word.
+void TellEmptyBands(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) {
+  using Doubt = CWeightFusion::WeightDoubt;
+  const auto& doubts = dynamic_cast<const CWeightFusion&>(algorithm).GetWeightDoubts();
+  const auto reason = [](Doubt doubt) {
+    switch (doubt) {
+      case Doubt::kNegative:
+        return "its correlation with pan is negative";
+      case Doubt::kConstantBand:
+        return "it is constant";
+      case Doubt::kConstantPan:
+        return "the pan image is constant";
+      default:
+        return "no pixel has data both in it and in pan";
+    }
+  };
+  for (std::size_t i = 0; i < std::min(doubts.size(), bands.size()); ++i) {
+    if (doubts[i] == Doubt::kNone) continue;
+    notices.Add("Multispectral band " + std::to_string(bands[i] + 1) + " comes out empty: " + reason(doubts[i]) +
+                ", so that it has no weight. Leave it out (--bands) or take another method.");
+  }
+}
+
+constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
+
+}  // namespace
+
+const std::vector<Method>& Methods() {
+  static const std::vector<Method> methods = {
+      {.name = "bayesian",
+       .summary = "the likeliest image, given the bands and their regression on pan",
+       .takes = kRaster | kTakesBayesWeight,
+       .make = MakeBayesian,
+       .onBandScale = true},
+      {.name = "brovey",
+       .summary = "each band times pan over the sum of the bands",
+       .takes = kRaster | kTakesMatch,
+       .make = Make<CBroveyFusion>,
+       .matchedByDefault = true,
+       .matchesItself = true},
+      {.name = "multiplicative",
+       .summary = "each band times pan",
+       .takes = kRaster | kTakesMatch,
+       .make = Make<CMultipleFusion>,
+       .matchedByDefault = true,
+       .matchesItself = true,
+       // The bare product of two images fits no integer type.
+       .rawType = PDT_FLOAT32},
+      {.name = "weighted",
+       .summary = "mean of band and pan, weighted by their correlation",
+       .takes = kRaster | kTakesMatch,
+       .make = Make<CWeightFusion>,
+       .remark = TellEmptyBands,
+       .matchedByDefault = true},
+      {.name = "ihs",
+       .summary = "pan in place of the intensity of three bands",
+       .takes = kRaster | kTakesMatch | kTakesRgb,
+       .make = Make<CIhsTranFusion>,
+       .matchedByDefault = true,
+       .buildsOverviews = true,
+       .onByteScale = true,
+       .minimumBands = 3},
+      {.name = "pca",
+       .summary = "pan in place of the first principal component",
+       .takes = kRaster,
+       .make = Make<CPrinComponentFusion>,
+       .wholeFileBands = true,
+       .onBandScale = true},
+      {.name = "hpf",
+       .summary = "bands plus the high-pass filtered pan, scaled to each band's spread",
+       .takes = kTakesAutoLevel | kTakesKernels,
+       .make = MakeHpf,
+       .isPipeline = true,
+       .wholeFileBands = true,
+       .buildsOverviews = true,
+       .onBandScale = true},
+      {.name = "sharpen",
+       .summary = "bands times the ratio of pan to its 7 x 7 mean, plus pan",
+       .takes = kTakesType | kTakesMatch | kTakesAutoLevel,
+       .make = Make<CSimplePanSharpeningFusionProcessAlg>,
+       .matchedByDefault = true,
+       .isPipeline = true,
+       .buildsOverviews = true},
+  };
+  return methods;
+}
+
+const Method* FindMethod(const std::string& name) {
+  for (const Method& method : Methods()) {
+    if (name == method.name) return &method;
+  }
+  return nullptr;
+}
+
+const Method& DefaultMethod() { return Methods().front(); }
+
+std::string MethodsThatTake(MethodOption option) {
+  std::vector<std::string> names;
+  for (const Method& method : Methods()) {
+    if (method.Takes(option)) names.emplace_back(method.name);
+  }
+  return names.empty() ? "no method" : Join(names);
+}
+
+}  // namespace fusion

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "framework/fusion_param.h"
+#include "platform/algorithm/base_algorithm.h"
+#include "platform/system/export.h"
+
+namespace fusion {
+
+struct FuseRequest;
+class Notices;
+
+/// What a method's algorithm is made from, beside its record.
+struct MethodSetup {
+  const FuseRequest& request;
+  double pixelRatio;  ///< multispectral over pan pixel width, where the method asks for it
+  CBaseProgress& progress;
+};
+
+/// Options that only some methods take.
+enum MethodOption : unsigned {
+  kTakesResample = 1U << 0U,
+  kTakesType = 1U << 1U,
+  kTakesRgb = 1U << 2U,
+  kTakesStretch = 1U << 3U,
+  kTakesMatch = 1U << 4U,
+  kTakesAutoLevel = 1U << 5U,
+  kTakesKernels = 1U << 6U,
+  kTakesBayesWeight = 1U << 7U,
+};
+
+/// What runs know of a fusion method; adding one is adding a line to the table in methods.cpp.
+struct Method {
+  const char* name;     ///< as in FuseRequest::method
+  const char* summary;  ///< in English, one line
+  unsigned takes = 0;   ///< of MethodOption
+  /// The algorithm for a filled record. Throws RunFailure where preparing it fails. For the run itself.
+  std::unique_ptr<CBaseAlgorithm> (*make)(HpfFusionParam& param, const MethodSetup& setup);
+  /// What is to be said of a run that has succeeded; null for nothing. For the run itself.
+  /// @param bands the chosen multispectral bands, counted from 0
+  void (*remark)(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) = nullptr;
+  /// --spectral-match auto means on.
+  bool matchedByDefault = false;
+  /// Carries the spectral matching out by itself when its output is a float type.
+  bool matchesItself = false;
+  /// Runs file to file in stages of its own, always with bicubic resampling.
+  bool isPipeline = false;
+  /// Works on all bands of a file, so that a choice of bands must look like a file.
+  bool wholeFileBands = false;
+  /// Its published run ends with overviews of the output.
+  bool buildsOverviews = false;
+  /// Computes on the scale of a byte, so that wider integer types need the stretch of the value conversion.
+  bool onByteScale = false;
+  int minimumBands = 2;
+  /// The raw result is on the scale of the multispectral bands.
+  bool onBandScale = false;
+  /// Output type of a raw run where none is given; PDT_UNKNOWN for the multispectral image's own.
+  PixelDataType rawType = PDT_UNKNOWN;
+
+  bool Takes(MethodOption option) const { return (takes & option) != 0; }
+};
+
+/// All methods, the default first.
+FUSION_API const std::vector<Method>& Methods();
+/// Null for an unknown name.
+FUSION_API const Method* FindMethod(const std::string& name);
+FUSION_API const Method& DefaultMethod();
+/// "a, b and c" of the methods that take an option.
+std::string MethodsThatTake(MethodOption option);
+
+}  // namespace fusion

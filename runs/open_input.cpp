@@ -1,0 +1,37 @@
+#include "runs/open_input.h"
+
+#include "platform/algorithm/base_algorithm.h"
+#include "platform/algorithm/messages.h"
+#include "platform/utility/common_fun.h"
+
+namespace fusion {
+namespace {
+
+/// The library below often names the file first.
+std::string WithoutName(const std::string& reason, const std::string& name) {
+  const std::string start = name + ": ";
+  return reason.starts_with(start) ? reason.substr(start.size()) : reason;
+}
+
+}  // namespace
+
+RunFailure OpenError(const std::wstring& path, const std::wstring& reason) {
+  const std::string name = CommonFun::U2Utf8(path);
+  const std::string why = WithoutName(CommonFun::U2Utf8(reason), name);
+  std::string sentence = name;
+  // Not every name that can be opened is that of a file.
+  if (why == "No such file or directory" || (why.empty() && !CommonFun::IsExistingFile(path))) {
+    sentence += " does not exist.";
+  } else if (CommonFun::IsFolder(path)) {
+    sentence += " is a folder.";
+  } else {
+    sentence += why.empty() ? " cannot be opened." : " cannot be opened: " + why + (why.ends_with('.') ? "" : ".");
+  }
+  return RunError(ERR_OPEN, platform::messages::OpenFailed(path), sentence);
+}
+
+void OpenInput(CRasterSource& source, const std::wstring& path) {
+  if (!source.Open(path, GDA_READ, true)) throw OpenError(path, source.GetOpenFailure());
+}
+
+}  // namespace fusion

@@ -1,0 +1,22 @@
+#include "runs/text.h"
+
+#include <algorithm>
+
+namespace fusion {
+
+std::string Lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return text;
+}
+
+std::string Join(const std::vector<std::string>& parts, const std::string& last) {
+  std::string text;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) text += i + 1 == parts.size() ? last : ", ";
+    text += parts[i];
+  }
+  return text;
+}
+
+}  // namespace fusion

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace fusion {
+
+/// Plain letters in lower case, whatever the locale.
+std::string Lower(std::string text);
+
+/// "a, b and c", with the last separator as given.
+std::string Join(const std::vector<std::string>& parts, const std::string& last = " and ");
+
+}  // namespace fusion
