@@ -127,4 +127,25 @@ TEST(BoxCarrier, TheInsideCountsWhereTheOutlineDoesNotReach) {
   EXPECT_DOUBLE_EQ(envelope.maxX, 1.0);
 }
 
+TEST(BoxCarrier, PartsAFullTurnApartAreAllFound) {
+  const auto parts = platform::CommonParts({-10.0, 5.0, 370.0, -5.0}, {0.0, 1.0, 5.0, -1.0}, 360.0);
+  ASSERT_EQ(parts.size(), 2U);
+  EXPECT_EQ(parts[0].MinX() + parts[1].MinX(), 0.0 + 360.0);
+  EXPECT_EQ(parts[0].MaxX() + parts[1].MaxX(), 5.0 + 365.0);
+}
+
+TEST(BoxCarrier, ABoxAroundAPoleReachesToIt) {
+  // Polar coordinates, a degree for a unit of distance.
+  const double degree = std::acos(-1.0) / 180.0;
+  const auto toGeographic = [=](std::vector<platform::PositionGrid::Point>& points) {
+    for (auto& p : points) p = {std::atan2(p.y, p.x) / degree, 90.0 - std::hypot(p.x, p.y)};
+  };
+  const auto toPolar = [=](std::vector<platform::PositionGrid::Point>& points) {
+    for (auto& p : points) p = {(90.0 - p.y) * std::cos(p.x * degree), (90.0 - p.y) * std::sin(p.x * degree)};
+  };
+  const platform::BoxCarrier carrier(toGeographic, toPolar, 360.0);
+  const platform::Envelope envelope = carrier.EnvelopeOf({-1.03, 2.0, 3.0, -1.07}, 8);
+  EXPECT_EQ(envelope.maxY, 90.0);
+}
+
 }  // namespace
