@@ -17,7 +17,7 @@ class FUSION_API CEntropyEvaluate : public CFusionEvaluate {
   void EndProccess() override;
 
   SharedArray m_pEntropy;           ///< 2 n entries: multispectral bands, then fused bands
-  SharedArray m_pRelativeEntropy;   ///< sum of f ln(f / m)
+  SharedArray m_pRelativeEntropy;   ///< sum of f ln(f / m) (Kullback and Leibler, 1951)
   SharedArray m_pDeviationEntropy;  ///< sum of -m ln(1 - (f - m)^2)
   SharedArray m_pJointEntropy;      ///< sum of -ln(f m q), q of the pan image
 

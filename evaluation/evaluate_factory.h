@@ -4,6 +4,7 @@
 
 #include "evaluation/fusion_evaluate.h"
 
+/// The metrics that the factory makes, by their published numbers.
 enum FusionEvaluateType : std::int32_t {
   FET_ENTROPY = 0,
   FET_STATISTIC = 1,
@@ -11,6 +12,7 @@ enum FusionEvaluateType : std::int32_t {
   FET_GRAD = 3,
 };
 
+/// Makes metrics by number.
 class FUSION_API CFusEvaluateAlgorithmFactory {
  public:
   CFusEvaluateAlgorithmFactory();
@@ -18,6 +20,8 @@ class FUSION_API CFusEvaluateAlgorithmFactory {
   CFusEvaluateAlgorithmFactory(const CFusEvaluateAlgorithmFactory&) = default;
   CFusEvaluateAlgorithmFactory& operator=(const CFusEvaluateAlgorithmFactory&) = default;
 
-  /// A metric with a copy of the record and the reporter set; the caller owns it. Null for an unknown type.
+  /// @param progress reporter of the run, not owned; may be null
+  /// @param param copied
+  /// @return a metric that the caller owns; null for an unknown type
   static CFusionEvaluate* CreateAlgorithm(FusionEvaluateType type, CBaseProgress* progress, FusionEvaluateParam* param);
 };

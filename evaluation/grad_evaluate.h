@@ -4,6 +4,8 @@
 
 /// Sharpness: mean and root-mean-square gradient (differences to the right and the lower neighbour) of each band pair,
 /// and the difference between the two bands. The last column and row of each block are left out.
+///
+/// Source: the average gradient as work on fusion uses it, from first differences, in the bands' own units.
 class FUSION_API CGradEvaluate : public CFusionEvaluate {
  public:
   explicit CGradEvaluate(FusionEvaluateParam* param);

@@ -5,6 +5,8 @@
 /// Signal-to-noise and peak signal-to-noise ratio of each band pair; the multispectral band is the signal, its
 /// difference to the fused band the noise. Natural logarithms; the peak term is the range. Without a reprojection the
 /// sums hold the last valid pixel of the run.
+///
+/// Source: the mean-square signal-to-noise ratio of Gonzalez and Woods, Digital Image Processing.
 class FUSION_API CSNREvaluate : public CFusionEvaluate {
  public:
   explicit CSNREvaluate(FusionEvaluateParam* param);

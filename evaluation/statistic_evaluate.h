@@ -2,7 +2,11 @@
 
 #include "evaluation/fusion_evaluate.h"
 
-/// Means, standard deviations (population), correlation and relative deviations of each band pair.
+/// Means, standard deviations (population), correlation and relative deviations of each band pair, in the bands' own
+/// units.
+///
+/// Source: bias, spread and correlation against the multispectral image as in Wald, Ranchin and Mangolini, Fusion of
+/// satellite images of different spatial resolutions, Photogrammetric Engineering and Remote Sensing 63(6), 1997.
 class FUSION_API CStatisticEvaluate : public CFusionEvaluate {
  public:
   explicit CStatisticEvaluate(FusionEvaluateParam* param);

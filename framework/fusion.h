@@ -25,7 +25,7 @@ struct RunVariation;
 /// whole pan rows, reads pan and multispectral pixels for each, lets AlgorithmProcess fuse them and writes the result.
 ///
 /// Use: construct a derived class with a parameter record, SetProgress if wanted, call Process once, read
-/// GetLastErrorType (0 for success) and GetLastErrorMessage.
+/// GetLastErrorType (LastErrorType, or what an algorithm's own step answered) and GetLastErrorMessage.
 class FUSION_API CFusion : public CBaseAlgorithm {
  public:
   explicit CFusion(FusionParam* param);
@@ -44,7 +44,7 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   virtual void GetBlockSize(int& width, int& height);
   /// The multispectral pixels that a block of the output needs; false skips the block.
   virtual bool GetReadBufferRect(CRect* dstBlock, CRect* msRect);
-  virtual GISError StartBolckProcess();
+  virtual GISError StartBolckProcess();  ///< before each block; non-zero ends the run as failed
   /// Fuses one block.
   /// @param pan pan pixels of the block, row-major, panRect's size
   /// @param panRect the block in pan pixel coordinates
@@ -56,7 +56,7 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   ///   by the caller; null when there is nothing to write, a null buffer skips its band
   virtual void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
                                   PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) = 0;
-  virtual void EndBolckProcess();
+  virtual void EndBolckProcess();  ///< after each block is written, before its step is told
   /// Runs once after the block loop; here the spectral matching of the temporary file into the output.
   virtual void EndProccess();
 
@@ -69,7 +69,7 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   bool Resample(double x, double y, const double** bands, int bandCount, CRect* rect, double* out);
   void NearestNeighbor(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
   void Bilinear(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
-  /// Cubic convolution with parameter -1 (Keys 1981).
+  /// Cubic convolution with parameter -1 (Keys, Cubic convolution interpolation, 1981).
   void Bicubic(const double** bands, int bandCount, CRect* rect, double x, double y, double* out);
 
   /// Brings the result of the next runs to target moments, in place of the record's spectral matching: the blocks are

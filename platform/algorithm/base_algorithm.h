@@ -10,17 +10,17 @@
 
 /// Last error types that a run leaves in its algorithm.
 enum LastErrorType : int {
-  ERR_NONE = 0,
-  ERR_CANCELLED = 1,
-  ERR_READ = 2,
-  ERR_WRITE = 3,
-  ERR_OPEN = 4,
-  ERR_CREATE = 5,
-  ERR_EXCEPTION = 6,
-  ERR_STATISTICS = 7,
-  ERR_ZERO_DEVIATION = 10,
-  ERR_BANDS = 11,
-  ERR_REPROJECT = 20,
+  ERR_NONE = 0,             ///< success; with a message: no common ground, or an area outside it
+  ERR_CANCELLED = 1,        ///< logged, not told to the reporter
+  ERR_READ = 2,             ///< also a band that does not exist
+  ERR_WRITE = 3,            ///< also closing the output
+  ERR_OPEN = 4,             ///< an input does not open, or its bands do not suit the algorithm
+  ERR_CREATE = 5,           ///< the output cannot be made, or is one of the inputs
+  ERR_EXCEPTION = 6,        ///< an exception from below, a failed allocation
+  ERR_STATISTICS = 7,       ///< they cannot be computed, of no valid pixel for instance
+  ERR_ZERO_DEVIATION = 10,  ///< the pan image has no spread
+  ERR_BANDS = 11,           ///< too few bands
+  ERR_REPROJECT = 20,       ///< the coordinate systems cannot be carried into each other
 };
 
 /// Base of every algorithm: error state, progress reporter and the conversion of computed values to output pixels.

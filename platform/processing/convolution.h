@@ -5,6 +5,7 @@
 
 #include "platform/algorithm/single_band_io_process.h"
 
+/// Parameters of CConvolution.
 struct FUSION_API ConvolutionParam : AlgorithmParam {
   int m_nBand = 0;                        ///< counted from 0
   double m_dScale = 1.0;                  ///< factor of every coefficient

@@ -13,6 +13,7 @@ namespace platform {
 /// values stay and do not count.
 class MomentMatching {
  public:
+  /// A band of the rows: what it is brought to, and its own moments once they are counted.
   struct Band {
     double noData;  ///< NaN: none
     double targetMean;

@@ -4,6 +4,7 @@
 
 #include "platform/algorithm/single_band_io_process.h"
 
+/// Parameters of COutoAdjustLevel.
 struct FUSION_API OutoAdjustLevelParam : AlgorithmParam {
   double m_dRatio = 0.01;  ///< share of the valid pixels cut off at each end, at least 0 and below 0.5
   int m_nMode = 0;         ///< 0 is the only mode

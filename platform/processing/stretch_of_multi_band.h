@@ -9,6 +9,7 @@ namespace platform {
 class MomentMatching;
 }
 
+/// Parameters of CStretchOfMultiBand: one target for each output band.
 struct FUSION_API CStretchAlgorithmParam : AlgorithmParam {
   const double* m_pMeans = nullptr;    ///< target mean of each band, not owned
   const double* m_pStdDevs = nullptr;  ///< target standard deviation of each band, not owned

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/system/export.h"
-
+/// Text, wide inside the library and in other encodings outside, and file names.
 class FUSION_API CommonFun {
  public:
   /// Narrow to wide: the active code page on Windows, elsewhere UTF-8 whatever the locale; null gives an empty string.
@@ -26,8 +26,8 @@ class FUSION_API CommonFun {
   static std::filesystem::path ToPath(const std::wstring& path);
   /// Whether a name is one of GDAL's own file systems (memory, archives), known to GDAL alone.
   static bool IsVirtualFile(const std::wstring& path);
-  static bool IsExistingFile(const std::wstring& path);
-  static bool IsFolder(const std::wstring& path);
+  static bool IsExistingFile(const std::wstring& path);  ///< a file or a folder, of GDAL's too
+  static bool IsFolder(const std::wstring& path);        ///< likewise
   /// True when both names lead to the same existing file.
   static bool IsSameFile(const std::wstring& first, const std::wstring& second);
 };

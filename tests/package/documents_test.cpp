@@ -24,7 +24,7 @@ const fs::path kRoot = FUSION_SOURCE_DIR;
 
 std::string TextOf(const fs::path& name) { return FileBytes((kRoot / name).string()); }
 
-std::vector<std::string> All(const std::string& text, const std::string& expression, int group = 0) {
+std::vector<std::string> All(const std::string& text, const std::string& expression, std::size_t group = 0) {
   const std::regex regex(expression);
   std::vector<std::string> found;
   for (std::sregex_iterator i(text.begin(), text.end(), regex), end; i != end; ++i) found.push_back((*i)[group].str());
@@ -88,7 +88,7 @@ TEST(Documents, NamePathsThatExist) {
       ++seen;
       EXPECT_TRUE(Exists(name)) << document << " names " << name;
     }
-    for (const std::string& link : All(text, "\\]\\(([^)#:]+)\\)", 1)) {
+    for (const std::string& link : All(text, R"(\]\(([^)#:]+)\))", 1)) {
       ++seen;
       EXPECT_TRUE(fs::exists(document.parent_path() / link)) << document << " links to " << link;
     }
@@ -124,7 +124,7 @@ TEST(Documents, ListTheOptionsThatTheHelpLists) {
   std::set<std::string> all = {"--help", "--version"};
   for (const std::string command : {"fuse", "evaluate", "sample"}) {
     std::set<std::string> listed;
-    for (const std::string& cell : All(Section(usage, command), "\\n\\| (`--(?:[^|\\n\\\\]|\\\\\\|)*)", 1))
+    for (const std::string& cell : All(Section(usage, command), R"(\n\| (`--(?:[^|\n\\]|\\\|)*))", 1))
       listed.merge(OptionsOf(cell));
     const std::set<std::string> help = OptionsOfHelp({command, "--help"});
     EXPECT_EQ(listed, help) << command;
@@ -132,7 +132,7 @@ TEST(Documents, ListTheOptionsThatTheHelpLists) {
     all.insert(help.begin(), help.end());
   }
   const std::set<std::string> methods = OptionsOfHelp({"methods", "--help"});
-  const auto synopsis = All(usage, "\\nfusion methods (\\[[^\\]]*\\])", 1);
+  const auto synopsis = All(usage, R"(\nfusion methods (\[[^\]]*\]))", 1);
   ASSERT_EQ(synopsis.size(), 1U);
   EXPECT_EQ(OptionsOf(synopsis[0]), methods);
   all.insert(methods.begin(), methods.end());

@@ -2,7 +2,6 @@
 // over made-up rows and in runs of every method, and prints all results bit for bit, so that versions can be compared.
 // Fails where a loop has not been run. SYMBOLS is a file with what nm says of the program.
 #include <gtest/gtest.h>
-#include <sys/platform/x86.h>
 
 #include <random>
 
@@ -187,14 +186,6 @@ void DigestIhs(std::mt19937& random, int n, Digest& digest) {
   }
 }
 
-/// Whether the machine has the instructions of an x86-64 level.
-bool MachineHas(int level) {
-  const bool v3 = CPU_FEATURE_ACTIVE(AVX2) && CPU_FEATURE_ACTIVE(BMI2) && CPU_FEATURE_ACTIVE(FMA);
-  const bool v4 = CPU_FEATURE_ACTIVE(AVX512F) && CPU_FEATURE_ACTIVE(AVX512VL) && CPU_FEATURE_ACTIVE(AVX512BW) &&
-                  CPU_FEATURE_ACTIVE(AVX512DQ) && CPU_FEATURE_ACTIVE(AVX512CD);
-  return level < 3 || (v3 && (level < 4 || v4));
-}
-
 void DigestRows(Digest& digest) {
   std::mt19937 random(7);
   for (const int n : {1, 3, 7, 8, 9, 31, 32, 33, 127, 128, 129, 257, 1024}) {
@@ -219,7 +210,7 @@ void DigestRows(Digest& digest) {
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   const int level = versions::ProcessorLevel();
-  if (!MachineHas(level)) {
+  if (!versions::MachineHasLevel()) {
     std::puts("unsupported");
     return 0;
   }

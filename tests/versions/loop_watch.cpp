@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 
@@ -17,6 +18,7 @@ constexpr unsigned char kBreakpoint = 0xCC;
 
 struct Loop {
   std::string name;
+  std::uintptr_t address;  ///< as nm says it
   unsigned char* start;
   unsigned char original;
   volatile bool hasRun;
@@ -39,8 +41,8 @@ void Meet(int /*signal*/, siginfo_t* /*info*/, void* context) {
 
 void MakeWritable(unsigned char* place) {
   const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  auto* start = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(place) / page * page);
-  mprotect(start, page, PROT_READ | PROT_WRITE | PROT_EXEC);
+  // NOLINTNEXTLINE(readability-non-const-parameter): what lies there is written later
+  mprotect(place - reinterpret_cast<std::uintptr_t>(place) % page, page, PROT_READ | PROT_WRITE | PROT_EXEC);
 }
 
 }  // namespace
@@ -57,17 +59,17 @@ LoopWatch::LoopWatch(const std::string& symbols, const std::string& version) {
     if (name == "FusionLoopWatchOrigin") origin = address;
     if (name.ends_with(version)) {
       name.resize(name.size() - version.size());
-      loops.push_back({name, reinterpret_cast<unsigned char*>(address), 0, false});
+      loops.push_back({name, address, nullptr, 0, false});
     }
   }
   // The program lies elsewhere than it was linked for.
-  const auto shift = reinterpret_cast<std::uintptr_t>(&FusionLoopWatchOrigin) - origin;
+  auto* const here = reinterpret_cast<unsigned char*>(&FusionLoopWatchOrigin);
   struct sigaction action = {};
   action.sa_sigaction = Meet;
   action.sa_flags = SA_SIGINFO;
   sigaction(SIGTRAP, &action, nullptr);
   for (Loop& loop : loops) {
-    loop.start += shift;
+    loop.start = here + static_cast<std::ptrdiff_t>(loop.address - origin);
     loop.original = *loop.start;
     MakeWritable(loop.start);
   }

@@ -2,6 +2,8 @@
 // versions when a program starts. FUSION_LEVEL is the x86-64 level that this one tells.
 #include "tests/versions/processor.h"
 
+#include <sys/platform/x86.h>
+
 extern "C" {
 unsigned __cpu_model[4];
 unsigned __cpu_features2[8];
@@ -44,5 +46,12 @@ int __cpu_indicator_init() {
 namespace versions {
 
 int ProcessorLevel() { return FUSION_LEVEL; }
+
+bool MachineHasLevel() {
+  const bool v3 = CPU_FEATURE_ACTIVE(AVX2) && CPU_FEATURE_ACTIVE(BMI2) && CPU_FEATURE_ACTIVE(FMA);
+  const bool v4 = CPU_FEATURE_ACTIVE(AVX512F) && CPU_FEATURE_ACTIVE(AVX512VL) && CPU_FEATURE_ACTIVE(AVX512BW) &&
+                  CPU_FEATURE_ACTIVE(AVX512DQ) && CPU_FEATURE_ACTIVE(AVX512CD);
+  return FUSION_LEVEL < 3 || (v3 && (FUSION_LEVEL < 4 || v4));
+}
 
 }  // namespace versions
