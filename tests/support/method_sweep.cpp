@@ -1,6 +1,7 @@
 #include "tests/support/method_sweep.h"
 
 #include <algorithm>
+#include <iterator>
 #include <random>
 
 namespace test_support {
@@ -74,6 +75,7 @@ void ReprojectedScene::Complete(reference::Run& run, const reference::Image& out
 std::string SweepCaseName(const testing::TestParamInfo<std::tuple<int, int>>& info) {
   static const char* kTypes[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
   static const char* kResampling[] = {"nearest", "bilinear", "bicubic"};
+  static_assert(std::size(kResampling) == fusion::kResampleTypes.size());
   return std::string(kTypes[std::get<0>(info.param)]) + "_" + kResampling[std::get<1>(info.param)];
 }
 
