@@ -36,6 +36,7 @@
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "runs/methods.h"
+#include "runs/options.h"
 #include "runs/sample.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"

@@ -1,35 +1,14 @@
 #include "apps/fuse_options.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <functional>
+#include <stdexcept>
+
+#include "runs/options.h"
 
 namespace app {
 
 namespace {
-
-/// What the commas separate. An option given twice arrives as two lines.
-std::vector<std::string> SplitList(const std::string& text) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c == ',' || c == '\n') {
-      parts.emplace_back();
-    } else {
-      parts.back() += c;
-    }
-  }
-  return parts;
-}
-
-int WholeNumber(const std::string& option, const std::string& text) {
-  int number = 0;
-  const char* end = text.data() + text.size();
-  const auto [read, error] = std::from_chars(text.data(), end, number);
-  if (text.empty() || error != std::errc() || read != end) {
-    throw CLI::ValidationError(option, "'" + text + "' is no whole number; a list looks like 1,2,3");
-  }
-  return number;
-}
 
 /// The parser's own lists would take the next argument where they find nothing in theirs.
 void AddText(CLI::App& command, const std::string& name, const std::string& description, const char* shape,
@@ -54,14 +33,17 @@ std::string Given(const CLI::App& command) {
 
 void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description) {
   AddText(command, name, description, "N,N,...", [name, &values](const std::string& text) {
-    values.clear();
-    for (const std::string& part : SplitList(text)) values.push_back(WholeNumber(name, part));
+    try {
+      values = fusion::NumbersOf(text);
+    } catch (const std::invalid_argument& e) {
+      throw CLI::ValidationError(name, e.what());
+    }
   });
 }
 
 void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,
              const std::string& description) {
-  AddText(command, name, description, "NAME,...", [&words](const std::string& text) { words = SplitList(text); });
+  AddText(command, name, description, "NAME,...", [&words](const std::string& text) { words = fusion::WordsOf(text); });
 }
 
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {

@@ -5,31 +5,9 @@
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
+#include "runs/options.h"
 
 namespace app {
-namespace {
-
-/// Puts "N" or "WxH" into the request. Throws a usage error.
-void TakeSize(const std::string& text, fusion::SampleRequest& request) {
-  const auto cross = text.find('x');
-  const auto fits = [](int size) { return size > 0 && size <= fusion::kLargestSample; };
-  try {
-    std::size_t used = 0;
-    request.width = request.height = std::stoi(text, &used);
-    if (cross != std::string::npos && used == cross) {
-      request.height = std::stoi(text.substr(cross + 1), &used);
-      used += cross + 1;
-    }
-    if (used == text.size() && fits(request.width) && fits(request.height)) return;
-  } catch (const std::exception&) {
-    // Not a number: told below.
-  }
-  throw fusion::UsageError("--size is N or WxH in pan pixels, each 1 to " + std::to_string(fusion::kLargestSample) +
-                           ", not '" + text + "'.");
-}
-
-}  // namespace
-
 void AddSampleOptions(CLI::App& command, SampleCommandOptions& o) {
   command.add_option("DIR", o.folder, "Folder for pan.tif, ms.tif and truth.tif, made where it is missing")->required();
   command.add_option("--size", o.size, "N or WxH in pan pixels")->capture_default_str();
@@ -43,7 +21,7 @@ void AddSampleOptions(CLI::App& command, SampleCommandOptions& o) {
 
 int RunSample(const SampleCommandOptions& o) {
   fusion::SampleRequest request = o;
-  TakeSize(o.size, request);
+  fusion::SetOption(request, "size", o.size);
   ConsoleProgress console(o.quiet);
   const fusion::SampleReport report = fusion::MakeSample(request, &console);
   for (const fusion::SampleFile& file : report.files) {

@@ -9,7 +9,7 @@ install(
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-fusion_public_headers(FUSION_PUBLIC_HEADERS fusion_api.h)
+fusion_public_headers(FUSION_PUBLIC_HEADERS fusion_api.h fusion_c.h)
 foreach(header ${FUSION_PUBLIC_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion/${folder})

@@ -24,6 +24,14 @@ run(${WORK_DIR}/build/brovey ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif 
 if(NOT EXISTS ${WORK_DIR}/fused.tif)
   message(FATAL_ERROR "the example left no fused image")
 endif()
+# Whole runs, from C++ and from C: the same bytes.
+foreach(example fuse fuse_c)
+  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR}/../${example} -B ${WORK_DIR}/${example}
+      -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/${example})
+  run(${WORK_DIR}/${example}/fuse ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/${example}.tif)
+endforeach()
+run(${CMAKE_COMMAND} -E compare_files ${WORK_DIR}/fuse.tif ${WORK_DIR}/fuse_c.tif)
 # Methods written outside the library.
 run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR}/../own_method -B ${WORK_DIR}/own
     -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
@@ -31,9 +39,9 @@ run(${CMAKE_COMMAND} --build ${WORK_DIR}/own)
 run(${WORK_DIR}/own/own_method ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/rows.tif
     ${WORK_DIR}/blocks.tif)
 
-# Nothing is installed but what fusion_api.h leads to, by a closure of its own.
+# Nothing is installed but what fusion_api.h and fusion_c.h lead to, by a closure of its own.
 set(include ${WORK_DIR}/prefix/include/fusion)
-set(open fusion_api.h)
+set(open fusion_api.h fusion_c.h)
 set(reached)
 while(open)
   list(POP_FRONT open header)

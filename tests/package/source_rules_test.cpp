@@ -109,4 +109,15 @@ TEST(SourceRules, NothingAsksWhichKernelAResamplingIs) {
   EXPECT_EQ(places, (std::set<std::string>{"apps/fuse_options.cpp"}));
 }
 
+TEST(SourceRules, TheDocumentsShowTheExamplesAsTheyAre) {
+  const auto text = [](const fs::path& file) {
+    std::string all;
+    for (const auto& line : LinesOf(kRoot / file)) all += line + '\n';
+    return all;
+  };
+  const std::string usage = text("docs/usage.md");
+  EXPECT_NE(usage.find("```cpp\n" + text("examples/fuse/main.cpp") + "```\n"), std::string::npos);
+  EXPECT_NE(usage.find("```c\n" + text("examples/fuse_c/main.c") + "```\n"), std::string::npos);
+}
+
 }  // namespace

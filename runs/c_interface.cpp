@@ -1,0 +1,252 @@
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "fusion_c.h"
+#include "runs/methods.h"
+#include "runs/options.h"
+
+using fusion::RunFailure;
+
+struct fusion_request {
+  std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest> what;
+  std::string error;
+};
+
+struct fusion_outcome {
+  struct Figure {
+    std::string metric;
+    fusion::Figures figures;
+  };
+
+  fusion_status status = FUSION_OK;
+  int type = 0;
+  std::string sentence;
+  std::string message;
+  std::vector<std::string> notices;
+  std::optional<fusion::FuseReport> fused;
+  std::vector<Figure> figures;
+  std::vector<std::string> labels;
+  std::vector<fusion::SampleFile> files;
+};
+
+namespace {
+
+/// What callers get for null, and nothing else, where there is no memory either.
+template <typename Result, typename Work>
+Result Contain(Result otherwise, Work&& work) {
+  try {
+    return work();
+  } catch (...) {
+    return otherwise;
+  }
+}
+
+template <typename Request>
+fusion_request* NewRequest() {
+  return Contain<fusion_request*>(nullptr, [] { return new fusion_request{Request(), {}}; });
+}
+
+fusion_status Set(fusion_request* request, const char* option, const std::string& value) {
+  try {
+    request->error.clear();
+    std::visit([&](auto& what) { fusion::SetOption(what, option, value); }, request->what);
+    return FUSION_OK;
+  } catch (const RunFailure& failure) {
+    request->error = failure.Sentence();
+    return FUSION_WRONG_USAGE;
+  }
+}
+
+template <typename Number>
+std::string TextOf(Number number) {
+  char text[64];
+  return {text, std::to_chars(text, text + sizeof(text), number).ptr};
+}
+
+/// The caller's functions as an observer.
+class Watcher : public fusion::RunObserver {
+ public:
+  Watcher(const fusion_watcher* watcher, std::vector<std::string>& notices)
+      : m_watcher(watcher ? *watcher : fusion_watcher{}), m_notices(notices) {}
+
+  void StageBegins(const fusion::RunStage& stage) override {
+    if (!m_watcher.stage) return;
+    m_watcher.stage(m_watcher.user, stage.identity.name.c_str(), stage.identity.number, stage.identity.count,
+                    stage.title.c_str(), stage.published.c_str());
+  }
+  void Progress(int percent) override {
+    if (m_watcher.progress) m_watcher.progress(m_watcher.user, percent);
+  }
+  void Notice(const std::string& text) override {
+    m_notices.push_back(text);
+    if (m_watcher.notice) m_watcher.notice(m_watcher.user, text.c_str());
+  }
+  bool WantsCancel() override { return m_watcher.cancel && m_watcher.cancel(m_watcher.user) != 0; }
+
+ private:
+  const fusion_watcher m_watcher;
+  std::vector<std::string>& m_notices;
+};
+
+struct Runner {
+  fusion_outcome& outcome;
+  fusion::RunObserver& observer;
+
+  void operator()(const fusion::FuseRequest& request) const { outcome.fused = fusion::Fuse(request, &observer); }
+  void operator()(const fusion::EvaluateRequest& request) const {
+    const fusion::EvaluateReport report = fusion::Evaluate(request, &observer);
+    outcome.labels = report.bands;
+    for (const auto& [metric, figures] : report.metrics) {
+      for (const auto& array : figures) outcome.figures.push_back({metric, array});
+    }
+  }
+  void operator()(const fusion::SampleRequest& request) const {
+    outcome.files = fusion::MakeSample(request, &observer).files;
+  }
+};
+
+fusion_status StatusOf(RunFailure::Kind kind) {
+  switch (kind) {
+    case RunFailure::Kind::kWrongUsage:
+      return FUSION_WRONG_USAGE;
+    case RunFailure::Kind::kCancelled:
+      return FUSION_CANCELLED;
+    default:
+      return FUSION_FAILED;
+  }
+}
+
+void Fail(fusion_outcome& outcome, const RunFailure& failure) {
+  outcome.status = StatusOf(failure.GetKind());
+  outcome.type = failure.Type();
+  outcome.sentence = failure.Sentence();
+  outcome.message = failure.Message();
+}
+
+const char* TextAt(const std::vector<std::string>& texts, std::size_t index) {
+  return index < texts.size() ? texts[index].c_str() : nullptr;
+}
+
+const fusion::Method* MethodAt(std::size_t index) {
+  return Contain<const fusion::Method*>(nullptr, [&] {
+    const auto& methods = fusion::Methods();
+    return index < methods.size() ? &methods[index] : nullptr;
+  });
+}
+
+}  // namespace
+
+const char* fusion_version(void) { return FUSION_VERSION; }
+
+size_t fusion_method_count(void) {
+  return Contain<size_t>(0, [] { return fusion::Methods().size(); });
+}
+
+const char* fusion_method_name(size_t index) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->name : nullptr;
+}
+
+const char* fusion_method_summary(size_t index) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->summary : nullptr;
+}
+
+fusion_request* fusion_fuse_request(void) { return NewRequest<fusion::FuseRequest>(); }
+fusion_request* fusion_evaluate_request(void) { return NewRequest<fusion::EvaluateRequest>(); }
+fusion_request* fusion_sample_request(void) { return NewRequest<fusion::SampleRequest>(); }
+void fusion_free_request(fusion_request* request) { delete request; }
+
+fusion_status fusion_set(fusion_request* request, const char* option, const char* value) {
+  if (!request || !option || !value) return FUSION_WRONG_USAGE;
+  return Contain(FUSION_FAILED, [&] { return Set(request, option, value); });
+}
+
+fusion_status fusion_set_int(fusion_request* request, const char* option, int value) {
+  if (!request || !option) return FUSION_WRONG_USAGE;
+  return Contain(FUSION_FAILED, [&] { return Set(request, option, TextOf(value)); });
+}
+
+fusion_status fusion_set_double(fusion_request* request, const char* option, double value) {
+  if (!request || !option) return FUSION_WRONG_USAGE;
+  return Contain(FUSION_FAILED, [&] { return Set(request, option, TextOf(value)); });
+}
+
+fusion_status fusion_set_ints(fusion_request* request, const char* option, const int* values, size_t count) {
+  if (!request || !option || (!values && count > 0)) return FUSION_WRONG_USAGE;
+  return Contain(FUSION_FAILED, [&] {
+    std::string list;
+    for (size_t i = 0; i < count; ++i) list += (i > 0 ? "," : "") + TextOf(values[i]);
+    return Set(request, option, list);
+  });
+}
+
+const char* fusion_request_error(const fusion_request* request) { return request ? request->error.c_str() : ""; }
+
+fusion_outcome* fusion_run(const fusion_request* request, const fusion_watcher* watcher) {
+  if (!request) return nullptr;
+  return Contain<fusion_outcome*>(nullptr, [&] {
+    auto outcome = std::make_unique<fusion_outcome>();
+    try {
+      Watcher observer(watcher, outcome->notices);
+      std::visit(Runner{*outcome, observer}, request->what);
+    } catch (const RunFailure& failure) {
+      Fail(*outcome, failure);
+    } catch (const std::exception& e) {
+      Fail(*outcome, fusion::ExceptionError(e));
+    }
+    return outcome.release();
+  });
+}
+
+void fusion_free_outcome(fusion_outcome* outcome) { delete outcome; }
+
+fusion_status fusion_outcome_status(const fusion_outcome* outcome) { return outcome ? outcome->status : FUSION_FAILED; }
+int fusion_outcome_error_type(const fusion_outcome* outcome) { return outcome ? outcome->type : RunFailure::kOwnType; }
+const char* fusion_outcome_sentence(const fusion_outcome* outcome) { return outcome ? outcome->sentence.c_str() : ""; }
+const char* fusion_outcome_message(const fusion_outcome* outcome) { return outcome ? outcome->message.c_str() : ""; }
+
+size_t fusion_outcome_notice_count(const fusion_outcome* outcome) { return outcome ? outcome->notices.size() : 0; }
+const char* fusion_outcome_notice(const fusion_outcome* outcome, size_t index) {
+  return outcome ? TextAt(outcome->notices, index) : nullptr;
+}
+
+int fusion_outcome_fused(const fusion_outcome* outcome, fusion_fused* fused) {
+  if (!outcome || !fused || !outcome->fused) return 0;
+  const fusion::FuseReport& report = *outcome->fused;
+  *fused = {report.method.c_str(),
+            report.output.c_str(),
+            report.width,
+            report.height,
+            report.bands,
+            report.type.c_str(),
+            report.seconds,
+            report.validShare ? 1 : 0,
+            report.validShare.value_or(0.0)};
+  return 1;
+}
+
+size_t fusion_outcome_figures_count(const fusion_outcome* outcome) { return outcome ? outcome->figures.size() : 0; }
+int fusion_outcome_figures(const fusion_outcome* outcome, size_t index, fusion_figures* figures) {
+  if (!outcome || !figures || index >= outcome->figures.size()) return 0;
+  const auto& [metric, array] = outcome->figures[index];
+  *figures = {metric.c_str(), array.name.c_str(), array.values.data(), array.values.size()};
+  return 1;
+}
+
+size_t fusion_outcome_label_count(const fusion_outcome* outcome) { return outcome ? outcome->labels.size() : 0; }
+const char* fusion_outcome_label(const fusion_outcome* outcome, size_t index) {
+  return outcome ? TextAt(outcome->labels, index) : nullptr;
+}
+
+size_t fusion_outcome_file_count(const fusion_outcome* outcome) { return outcome ? outcome->files.size() : 0; }
+int fusion_outcome_file(const fusion_outcome* outcome, size_t index, fusion_file* file) {
+  if (!outcome || !file || index >= outcome->files.size()) return 0;
+  const fusion::SampleFile& made = outcome->files[index];
+  *file = {made.path.c_str(), made.width, made.height, made.bands, made.pixelSize};
+  return 1;
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "runs/evaluate.h"
+#include "runs/fuse.h"
+#include "runs/sample.h"
+
+namespace fusion {
+
+// A request's fields by the command's names for its options, without dashes ("spectral-match"), and by "pan", "ms",
+// "out", "fused", "folder", "measure-valid" and "given". Values are texts: a switch is "on" or "off", a list has
+// commas. They throw a RunFailure of wrong usage for an unknown option and for a text that is no value of its kind.
+
+FUSION_API void SetOption(FuseRequest& request, const std::string& option, const std::string& value);
+FUSION_API void SetOption(EvaluateRequest& request, const std::string& option, const std::string& value);
+FUSION_API void SetOption(SampleRequest& request, const std::string& option, const std::string& value);
+
+/// The parts of a list between its commas or ends of lines; one, which is empty, of an empty text.
+FUSION_API std::vector<std::string> WordsOf(const std::string& list);
+/// The same as whole numbers. Throws std::invalid_argument, in words, for a part that is none.
+FUSION_API std::vector<int> NumbersOf(const std::string& list);
+
+}  // namespace fusion

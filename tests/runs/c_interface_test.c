@@ -1,0 +1,178 @@
+/* The whole C interface, as C99: c_interface FOLDER. Says what does not hold; what it measured goes to standard output,
+ * where a test compares it with what C++ measures. */
+#include <fusion_c.h>
+#include <stdio.h>
+#include <string.h>
+
+static int failures = 0;
+static void expect(int holds, const char* what, int line) {
+  if (holds) return;
+  fprintf(stderr, "line %d: %s\n", line, what);
+  ++failures;
+}
+#define EXPECT(condition) expect((condition) != 0, #condition, __LINE__)
+
+typedef struct watched {
+  int stages;
+  int percent;
+  int notices;
+  int asked;
+  int cancel_at;
+  char title[64];
+  char published[128];
+} watched;
+
+static void on_stage(void* user, const char* name, int number, int count, const char* title, const char* published) {
+  watched* w = user;
+  ++w->stages;
+  EXPECT(strcmp(name, title) == 0 || number > 0);
+  EXPECT(number <= count);
+  snprintf(w->title, sizeof(w->title), "%s", title);
+  snprintf(w->published, sizeof(w->published), "%s", published);
+}
+static void on_progress(void* user, int percent) { ((watched*)user)->percent = percent; }
+static void on_notice(void* user, const char* text) {
+  EXPECT(strstr(text, "--window is cut") != NULL);
+  ++((watched*)user)->notices;
+}
+static int on_cancel(void* user) {
+  watched* w = user;
+  return ++w->asked > w->cancel_at && w->cancel_at >= 0;
+}
+
+static void join(char* path, size_t size, const char* folder, const char* name) {
+  snprintf(path, size, "%s/%s", folder, name);
+}
+
+int main(int argc, char** argv) {
+  char pan[512], ms[512], truth[512], out[512], missing[512];
+  if (argc != 2) return 2;
+  join(pan, sizeof(pan), argv[1], "pan.tif");
+  join(ms, sizeof(ms), argv[1], "ms.tif");
+  join(truth, sizeof(truth), argv[1], "truth.tif");
+  join(out, sizeof(out), argv[1], "c.tif");
+  join(missing, sizeof(missing), argv[1], "missing.tif");
+
+  EXPECT(strchr(fusion_version(), '.') != NULL);
+  EXPECT(fusion_method_count() == 8);
+  EXPECT(strcmp(fusion_method_name(0), "bayesian") == 0);
+  EXPECT(strlen(fusion_method_summary(7)) > 0);
+  EXPECT(fusion_method_name(8) == NULL);
+  EXPECT(fusion_method_summary(8) == NULL);
+
+  fusion_request* sample = fusion_sample_request();
+  EXPECT(fusion_set(sample, "folder", argv[1]) == FUSION_OK);
+  EXPECT(fusion_set(sample, "size", "64x48") == FUSION_OK);
+  EXPECT(fusion_set_int(sample, "seed", 3) == FUSION_OK);
+  EXPECT(fusion_set(sample, "overwrite", "on") == FUSION_OK);
+  EXPECT(fusion_set(sample, "size", "64x") == FUSION_WRONG_USAGE);
+  EXPECT(strstr(fusion_request_error(sample), "--size") != NULL);
+  EXPECT(fusion_set(sample, "pan", "x") == FUSION_WRONG_USAGE);
+  EXPECT(strcmp(fusion_request_error(sample), "There is no option 'pan'.") == 0);
+  EXPECT(fusion_set(sample, "size", "64x48") == FUSION_OK);
+  EXPECT(strcmp(fusion_request_error(sample), "") == 0);
+  fusion_outcome* made = fusion_run(sample, NULL);
+  EXPECT(fusion_outcome_status(made) == FUSION_OK);
+  EXPECT(fusion_outcome_file_count(made) == 3);
+  fusion_file file;
+  EXPECT(fusion_outcome_file(made, 1, &file) == 1);
+  EXPECT(strcmp(file.path, ms) == 0 && file.width == 16 && file.height == 12 && file.bands == 4);
+  EXPECT(file.pixel_size == 2.0);
+  EXPECT(fusion_outcome_file(made, 3, &file) == 0);
+  fusion_free_outcome(made);
+  fusion_free_request(sample);
+
+  const int bands[2] = {3, 1};
+  const int window[4] = {-8, 4, 30, 20};
+  watched seen = {0, -1, 0, 0, -1, "", ""};
+  const fusion_watcher watcher = {&seen, on_stage, on_progress, on_notice, on_cancel};
+  fusion_request* fuse = fusion_fuse_request();
+  EXPECT(fusion_set(fuse, "pan", pan) == FUSION_OK);
+  EXPECT(fusion_set(fuse, "ms", ms) == FUSION_OK);
+  EXPECT(fusion_set(fuse, "out", out) == FUSION_OK);
+  EXPECT(fusion_set_ints(fuse, "bands", bands, 2) == FUSION_OK);
+  EXPECT(fusion_set_ints(fuse, "window", window, 4) == FUSION_OK);
+  EXPECT(fusion_set_double(fuse, "bayes-weight", 0.7) == FUSION_OK);
+  EXPECT(fusion_set(fuse, "type", "float64") == FUSION_OK);
+  EXPECT(fusion_set(fuse, "nodata-mask", "on") == FUSION_OK);
+  EXPECT(fusion_set(fuse, "measure-valid", "on") == FUSION_OK);
+  EXPECT(fusion_set(fuse, "measure-valid", "perhaps") == FUSION_WRONG_USAGE);
+  EXPECT(fusion_set(fuse, "bands", "3;1") == FUSION_WRONG_USAGE);
+  EXPECT(fusion_set_double(fuse, "kernel-size", 5.5) == FUSION_WRONG_USAGE);
+  fusion_outcome* fused = fusion_run(fuse, &watcher);
+  fusion_fused report;
+  EXPECT(fusion_outcome_status(fused) == FUSION_OK);
+  EXPECT(fusion_outcome_error_type(fused) == 0);
+  EXPECT(strcmp(fusion_outcome_sentence(fused), "") == 0);
+  EXPECT(strcmp(fusion_outcome_message(fused), "") == 0);
+  EXPECT(fusion_outcome_fused(fused, &report) == 1);
+  EXPECT(strcmp(report.method, "bayesian") == 0);
+  EXPECT(strcmp(report.output, out) == 0);
+  EXPECT(report.width == 22 && report.height == 20 && report.bands == 2);
+  EXPECT(strcmp(report.type, "float64") == 0);
+  EXPECT(report.seconds > 0.0);
+  EXPECT(report.has_valid_share == 1 && report.valid_share == 1.0);
+  EXPECT(seen.stages == 2 && seen.percent == 100 && seen.notices == 1 && seen.asked > 0);
+  EXPECT(strcmp(seen.title, "bayesian") == 0);
+  EXPECT(strstr(seen.published, "bayesian...") != NULL && strcmp(seen.published, seen.title) != 0);
+  EXPECT(fusion_outcome_notice_count(fused) == 1);
+  EXPECT(strstr(fusion_outcome_notice(fused, 0), "0,4,22,20") != NULL);
+  EXPECT(fusion_outcome_notice(fused, 1) == NULL);
+  EXPECT(fusion_outcome_file_count(fused) == 0 && fusion_outcome_figures_count(fused) == 0);
+  fusion_free_outcome(fused);
+
+  /* The output is there now. */
+  fused = fusion_run(fuse, NULL);
+  EXPECT(fusion_outcome_status(fused) == FUSION_WRONG_USAGE);
+  EXPECT(fusion_outcome_error_type(fused) == -1);
+  EXPECT(strstr(fusion_outcome_sentence(fused), "--overwrite") != NULL);
+  EXPECT(fusion_outcome_fused(fused, &report) == 0);
+  fusion_free_outcome(fused);
+  EXPECT(fusion_set(fuse, "overwrite", "on") == FUSION_OK);
+  seen.asked = 0;
+  seen.cancel_at = 1;
+  fused = fusion_run(fuse, &watcher);
+  EXPECT(fusion_outcome_status(fused) == FUSION_CANCELLED);
+  EXPECT(fusion_outcome_error_type(fused) == 1);
+  fusion_free_outcome(fused);
+  EXPECT(fusion_set(fuse, "pan", missing) == FUSION_OK);
+  fused = fusion_run(fuse, NULL);
+  EXPECT(fusion_outcome_status(fused) == FUSION_FAILED);
+  EXPECT(fusion_outcome_error_type(fused) == 4);
+  EXPECT(strstr(fusion_outcome_sentence(fused), "does not exist") != NULL);
+  EXPECT(strstr(fusion_outcome_message(fused), missing) != NULL);
+  fusion_free_outcome(fused);
+  fusion_free_request(fuse);
+
+  fusion_request* evaluate = fusion_evaluate_request();
+  EXPECT(fusion_set(evaluate, "pan", pan) == FUSION_OK);
+  EXPECT(fusion_set(evaluate, "ms", ms) == FUSION_OK);
+  EXPECT(fusion_set(evaluate, "fused", truth) == FUSION_OK);
+  EXPECT(fusion_set(evaluate, "metric", "statistics,snr") == FUSION_OK);
+  fusion_outcome* figures = fusion_run(evaluate, NULL);
+  fusion_figures array;
+  EXPECT(fusion_outcome_status(figures) == FUSION_OK);
+  EXPECT(fusion_outcome_label_count(figures) == 4);
+  EXPECT(strcmp(fusion_outcome_label(figures, 0), "band 1") == 0);
+  EXPECT(fusion_outcome_label(figures, 4) == NULL);
+  EXPECT(fusion_outcome_figures_count(figures) == 9);
+  for (size_t i = 0; fusion_outcome_figures(figures, i, &array); ++i) {
+    printf("%s %s", array.metric, array.name);
+    for (size_t k = 0; k < array.count; ++k) printf(" %.17g", array.values[k]);
+    printf("\n");
+  }
+  fusion_free_outcome(figures);
+  fusion_free_request(evaluate);
+
+  /* Nothing where there is nothing. */
+  fusion_free_request(NULL);
+  fusion_free_outcome(NULL);
+  EXPECT(fusion_run(NULL, NULL) == NULL);
+  EXPECT(fusion_set(NULL, "pan", "x") == FUSION_WRONG_USAGE);
+  EXPECT(fusion_outcome_status(NULL) == FUSION_FAILED);
+  EXPECT(fusion_outcome_error_type(NULL) == -1);
+  EXPECT(strcmp(fusion_outcome_sentence(NULL), "") == 0);
+  EXPECT(strcmp(fusion_request_error(NULL), "") == 0);
+  EXPECT(fusion_outcome_notice(NULL, 0) == NULL);
+  return failures == 0 ? 0 : 1;
+}

@@ -1,0 +1,53 @@
+// The C interface against the C++ one: the program in C has compared what it can by itself.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "runs/evaluate.h"
+#include "runs/fuse.h"
+#include "tests/support/command.h"
+
+namespace {
+
+TEST(CInterface, AnswersWhatCppAnswers) {
+  const test_support::TemporaryFolder folder;
+  const auto run = test_support::RunCommand(FUSION_C_PROGRAM, {folder.Path("")});
+  ASSERT_EQ(run.status, 0) << run.err;
+
+  fusion::FuseRequest fuse;
+  fuse.pan = folder.Path("pan.tif");
+  fuse.ms = folder.Path("ms.tif");
+  fuse.out = folder.Path("cpp.tif");
+  fuse.bands = {3, 1};
+  fuse.window = {-8, 4, 30, 20};
+  fuse.bayesWeight = 0.7;
+  fuse.type = "float64";
+  fuse.noDataMask = "on";
+  EXPECT_EQ(fusion::Fuse(fuse).width, 22);
+  EXPECT_TRUE(test_support::FileBytes(fuse.out) == test_support::FileBytes(folder.Path("c.tif")));
+
+  fusion::EvaluateRequest evaluate;
+  evaluate.pan = fuse.pan;
+  evaluate.ms = fuse.ms;
+  evaluate.fused = folder.Path("truth.tif");
+  evaluate.metrics = {"statistics", "snr"};
+  std::istringstream lines(run.out);
+  for (const auto& [metric, figures] : fusion::Evaluate(evaluate).metrics) {
+    for (const auto& array : figures) {
+      std::string line;
+      ASSERT_TRUE(std::getline(lines, line)) << array.name;
+      std::istringstream words(line);
+      std::string word;
+      words >> word;
+      EXPECT_EQ(word, metric);
+      words >> word;
+      EXPECT_EQ(word, array.name);
+      for (const double value : array.values) {
+        words >> word;
+        EXPECT_EQ(std::stod(word), value) << array.name;
+      }
+    }
+  }
+}
+
+}  // namespace
