@@ -164,6 +164,7 @@ void StagePipeline::BuildPyramids() {
   // The counter is the same in every pipeline, however many stages it has.
   if (m_progress) m_progress->Step(100, L"创建输出影像金字塔(4/4)");
   CBuildRasterOverviews pyramids(&output, "AVERAGE", 0, nullptr, m_progress, std::wstring(), false);
+  pyramids.RunInside(m_outer);
   pyramids.Process();
 }
 

@@ -24,7 +24,9 @@ void CIhsTranFusion::Process() {
     CRasterSource output;
     if (!output.OpenSimple(m_param.m_strOutFile)) return;
     m_pProgress->Step(100, L"等待创建输出影像金字塔");
-    CBuildRasterOverviews(&output, "AVERAGE", 0, nullptr, m_pProgress, L"", false).Process();
+    CBuildRasterOverviews overviews(&output, "AVERAGE", 0, nullptr, m_pProgress, L"", false);
+    overviews.RunInside(*this);
+    overviews.Process();
   };
   RunBlocks(variation);
 }

@@ -67,6 +67,7 @@ void CBaseAlgorithm::ReportFinished() {
 void CBaseAlgorithm::RunInside(const CBaseAlgorithm& outer) {
   m_pProgress = outer.m_pProgress;
   m_overlappedIo = outer.m_overlappedIo;
+  m_buildsOverviews = outer.m_buildsOverviews;
   m_runsInside = true;
 }
 

@@ -46,8 +46,10 @@ class FUSION_API CBaseAlgorithm {
   /// writes by turns, all of it on the caller's thread but for the kernels that are published as sharing rows out. The
   /// results are the same.
   void SetOverlappedIo(bool overlapped) { m_overlappedIo = overlapped; }
-  /// Makes this algorithm a stage of another one's run: it takes over the reporter and the overlapping, and leaves it
-  /// to the outer run to tell the reporter that it is finished.
+  /// Whether runs that end with overviews build them, as they do by default.
+  void SetBuildsOverviews(bool builds) { m_buildsOverviews = builds; }
+  /// Makes this algorithm a stage of another one's run: it takes over the reporter and these choices, and leaves it to
+  /// the outer run to tell the reporter that it is finished.
   void RunInside(const CBaseAlgorithm& outer);
 
   /// Whether the last run has succeeded. Some failures leave a message alone, with an error type of 0.
@@ -86,6 +88,7 @@ class FUSION_API CBaseAlgorithm {
 
   CBaseProgress* m_pProgress = nullptr;
   bool m_overlappedIo = false;
+  bool m_buildsOverviews = true;
   int m_nLastErrorType = ERR_NONE;
   std::wstring m_strLastErrorMessage;
   platform::ValueConversion m_conversion;

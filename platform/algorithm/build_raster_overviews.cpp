@@ -98,7 +98,7 @@ CBuildRasterOverviews::CBuildRasterOverviews(CRasterSource* source, const char* 
 
 void CBuildRasterOverviews::Process() {
   ClearError();
-  if (!IsEnabled()) return;
+  if (!IsEnabled() || !m_buildsOverviews) return;
   Guard([this] { Build(); });
 }
 

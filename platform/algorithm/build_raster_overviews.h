@@ -14,7 +14,7 @@ class FUSION_API CBuildRasterOverviews : public CBaseAlgorithm {
                         CBaseProgress* progress, std::wstring text, bool flag);
   void Process() override;
 
-  /// Process-wide switch; off makes Process do nothing.
+  /// Process-wide switch; off makes Process do nothing. SetBuildsOverviews is the choice of one run.
   static void SetEnabled(bool enabled);
   static bool IsEnabled();
 

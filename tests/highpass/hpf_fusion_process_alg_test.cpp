@@ -238,6 +238,13 @@ TEST_F(HpfPipeline, BuildsPyramidsOfALargeOutputUnlessSwitchedOff) {
   RunWell(Param());
   CBuildRasterOverviews::SetEnabled(true);
   EXPECT_EQ(NewFiles(), (std::vector<std::wstring>{L"融合.tif"}));
+
+  HpfFusionParam param = Param();
+  CHpfFusionProcessAlg without(&param);
+  without.SetBuildsOverviews(false);
+  without.Process();
+  EXPECT_EQ(without.GetLastErrorType(), 0);
+  EXPECT_EQ(NewFiles(), (std::vector<std::wstring>{L"融合.tif"}));
 }
 
 TEST_F(HpfPipeline, BuildsPyramidsWhateverTheReporterAnswersToTheirAnnouncement) {

@@ -146,6 +146,17 @@ TEST_F(Overviews, SwitchedOffDoNothing) {
   EXPECT_EQ(Files(), (Names{"a.tif"}));
 }
 
+TEST_F(Overviews, OneRunMayGoWithout) {
+  const std::string path = Make("a.tif", 600, 300);
+  CRasterSource source;
+  CBuildRasterOverviews build(&Open(source, path), "AVERAGE", 0, nullptr, nullptr, L"", false);
+  build.SetBuildsOverviews(false);
+  build.Process();
+  EXPECT_EQ(build.GetLastErrorType(), 0);
+  source.Close();
+  EXPECT_EQ(Files(), (Names{"a.tif"}));
+}
+
 TEST_F(Overviews, CancelledOnesAreRemoved) {
   const std::string path = Make("a.tif", 3000, 3000);
   test_support::RecordingProgress progress;

@@ -9,7 +9,6 @@
 #include "highpass/bayesian_model.h"
 #include "highpass/hpf_fusion_process_alg.h"
 #include "highpass/simple_pan_sharpening_fusion_process_alg.h"
-#include "platform/algorithm/build_raster_overviews.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"
 
@@ -18,9 +17,8 @@ namespace {
 
 void Finish(CBaseAlgorithm& algorithm, bool overlapped) {
   algorithm.SetOverlappedIo(overlapped);
-  CBuildRasterOverviews::SetEnabled(false);
+  algorithm.SetBuildsOverviews(false);
   algorithm.Process();
-  CBuildRasterOverviews::SetEnabled(true);
   EXPECT_EQ(algorithm.GetLastErrorType(), 0);
   EXPECT_TRUE(algorithm.GetLastErrorMessage().empty());
 }

@@ -41,6 +41,19 @@ class Overviews {
   std::wstring m_file;
 };
 
+TEST(IhsRun, ARunMayGoWithoutOverviews) {
+  const Scene scene(81, Large());
+  const Overviews overviews(scene);
+  FusionParam param = scene.Param();
+  RecordingProgress progress;
+  CIhsTranFusion fusion(&param);
+  fusion.SetProgress(&progress);
+  fusion.SetBuildsOverviews(false);
+  fusion.Process();
+  EXPECT_EQ(fusion.GetLastErrorType(), 0);
+  EXPECT_FALSE(overviews.Exist());
+}
+
 TEST(IhsRun, OverviewsComeBetweenTheirAnnouncementAndTheEndWhateverTheReporterAnswers) {
   const Scene scene(81, Large());
   const Overviews overviews(scene);
