@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kBins = 256;
 
-void CountRow(const double* values, int n, const platform::NoDataTest& noData, double minimum, double maximum,
+void CountRow(const double* values, int n, const platform::NoDataRule& noData, double minimum, double maximum,
               std::vector<std::int32_t>& bins, std::int64_t* counts) {
   bins.resize(static_cast<std::size_t>(n));
   fusion::BinRow(values, n, noData, minimum, maximum, bins.data());
@@ -102,7 +102,7 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
                                       double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   const bool ranges = m_nProcessStep == 1;
-  const platform::NoDataTest panNoData = PanNoData();
+  const platform::NoDataRule panNoData = PanNoData();
   std::vector<double> ms(static_cast<std::size_t>(width));
   std::vector<std::int32_t> bins;
   for (int y = blockRect->top; y < blockRect->bottom; ++y) {
@@ -116,7 +116,7 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
     const double* fused = nullptr;
     for (int i = 0; i < fusionCount; ++i) {
       fused = fusionBufs[i] + line * width;
-      const platform::NoDataTest noData = FusionNoData(static_cast<std::size_t>(i));
+      const platform::NoDataRule noData = FusionNoData(static_cast<std::size_t>(i));
       if (ranges) {
         fusion::WidenRow(fused, fused, width, noData, m_pFusionMin[i], m_pFusionMax[i]);
       } else {
@@ -125,7 +125,7 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
     }
     const std::int64_t* cells = Cells(1).Row(y, *blockRect, *mulRect);
     for (int j = 0; j < mulCount; ++j) {
-      const platform::NoDataTest noData = MulNoData(static_cast<std::size_t>(j));
+      const platform::NoDataRule noData = MulNoData(static_cast<std::size_t>(j));
       fusion::Gather(mulBufs[j], cells, width, ms.data());
       if (!ranges) {
         CountRow(ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], bins, m_pMulHist + j * kBins);

@@ -8,8 +8,8 @@
 #include "evaluation/ms_cells.h"
 #include "framework/messages.h"
 #include "framework/run/block_buffers.h"
+#include "platform/raster/cache_room.h"
 #include "platform/raster/gis_data_source.h"
-#include "platform/raster/row_cache.h"
 #include "platform/system/sleep.h"
 #include "platform/utility/log.h"
 
@@ -27,12 +27,12 @@ struct CFusionEvaluate::Run {
   std::unique_ptr<fusion::BandBuffers> panBuffer;
   std::unique_ptr<fusion::BandBuffers> mulBuffers;
   std::unique_ptr<fusion::BandBuffers> fusionBuffers;
-  platform::RowCache rows;
+  platform::CacheRoom rows;
 
   /// Makes room for what blocks have in common, which would be decoded again for each of them: their rows where they
   /// lie side by side, else what reaches over their ends. False where there is no such room.
   bool KeepRows(int blockRows, int readRows) {
-    const auto bytes = grid.Across() < 2 ? platform::RowCache::BytesToShare : platform::RowCache::BytesOf;
+    const auto bytes = grid.Across() < 2 ? platform::CacheRoom::BytesToShare : platform::CacheRoom::BytesOf;
     return rows.Reserve(bytes(fused, blockRows) + bytes(pan, blockRows) + bytes(mul, readRows));
   }
 
@@ -245,21 +245,21 @@ void CFusionEvaluate::ImgXY2BufXY(double x, double y, CRect* rect, int& col, int
 
 namespace {
 
-platform::NoDataTest NoDataOf(const CRasterSource* source, int band) {
+platform::NoDataRule NoDataOf(const CRasterSource* source, int band) {
   if (source && source->IsMaskNoData()) return {true, false, std::numeric_limits<double>::quiet_NaN()};
   const CRasterBand* found = source ? source->GetRasterBand(band) : nullptr;
-  return found ? found->GetNoDataTest() : platform::NoDataTest{};
+  return found ? found->GetNoDataRule() : platform::NoDataRule{};
 }
 
 }  // namespace
 
-platform::NoDataTest CFusionEvaluate::PanNoData() const { return NoDataOf(m_pPanSource, m_param.m_nPanBand); }
+platform::NoDataRule CFusionEvaluate::PanNoData() const { return NoDataOf(m_pPanSource, m_param.m_nPanBand); }
 
-platform::NoDataTest CFusionEvaluate::MulNoData(std::size_t i) const {
+platform::NoDataRule CFusionEvaluate::MulNoData(std::size_t i) const {
   return NoDataOf(m_pMulSource, m_param.m_vecMulBands[i]);
 }
 
-platform::NoDataTest CFusionEvaluate::FusionNoData(std::size_t i) const {
+platform::NoDataRule CFusionEvaluate::FusionNoData(std::size_t i) const {
   return NoDataOf(m_pFusionSource, m_param.m_vecFusionBands[i]);
 }
 

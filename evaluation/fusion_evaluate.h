@@ -50,9 +50,9 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
  protected:
   bool HasEqualLists() const { return m_param.m_vecMulBands.size() == m_param.m_vecFusionBands.size(); }
   std::size_t PairCount() const { return m_param.m_vecFusionBands.size(); }
-  platform::NoDataTest PanNoData() const;
-  platform::NoDataTest MulNoData(std::size_t i) const;
-  platform::NoDataTest FusionNoData(std::size_t i) const;
+  platform::NoDataRule PanNoData() const;
+  platform::NoDataRule MulNoData(std::size_t i) const;
+  platform::NoDataRule FusionNoData(std::size_t i) const;
   /// Cells of the multispectral buffers; see MsCells for the shift.
   fusion::MsCells& Cells(int reprojectedShift);
 

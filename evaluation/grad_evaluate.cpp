@@ -70,7 +70,7 @@ void CGradEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, doubl
 /// Which pixels of a row count: those whose value, right neighbour and pixel below are not no-data.
 /// @param tested the values that stand for the pixels' own
 const double* CGradEvaluate::ValidGradients(const double* tested, const double* row, const double* below, int n,
-                                            const platform::NoDataTest& noData) {
+                                            const platform::NoDataRule& noData) {
   m_valid.assign(static_cast<std::size_t>(n), 1.0);
   for (const double* values : {tested, row + 1, below}) fusion::DropNoData(values, n, noData, m_valid.data());
   return m_valid.data();

@@ -41,7 +41,7 @@ class FUSION_API CGradEvaluate : public CFusionEvaluate {
  private:
   struct RowPair;
   const double* ValidGradients(const double* tested, const double* row, const double* below, int n,
-                               const platform::NoDataTest& noData);
+                               const platform::NoDataRule& noData);
   void AddMulRow(std::size_t i, const RowPair& rows, int n);
   void AddFusionRow(std::size_t i, const RowPair& rows, int n);
   void AddDifferenceRow(std::size_t i, const RowPair& rows, int n);

@@ -30,9 +30,9 @@ void ForPieces(int n, const Work& work) {
   for (int first = 0; first < n; first += kLanes) work(first, std::min(kLanes, n - first));
 }
 
-/// NoDataTest for samples as they were read, without a branch that depends on one.
+/// NoDataRule for samples as they were read, without a branch that depends on one.
 struct SampleTest {
-  explicit SampleTest(const platform::NoDataTest& test)
+  explicit SampleTest(const platform::NoDataRule& test)
       : noData(test.AsRead()), isNan(test.declared && std::isnan(test.value)), asFloat(test.asFloat) {}
   bool IsValid(double v) const { return isNan ? v == v : v != noData; }
   /// A value of any image as the band would hold it.
@@ -138,11 +138,11 @@ void DifferencePiece(const double* fused, const double* ms, const double* valid,
 
 }  // namespace
 
-void DropNoData(const double* values, int n, const platform::NoDataTest& test, double* valid) {
+void DropNoData(const double* values, int n, const platform::NoDataRule& test, double* valid) {
   if (test.declared) TestPiece(values, n, SampleTest(test), valid);
 }
 
-void WidenRow(const double* values, const double* tested, int n, const platform::NoDataTest& test, double& minimum,
+void WidenRow(const double* values, const double* tested, int n, const platform::NoDataRule& test, double& minimum,
               double& maximum) {
   Lanes<2> lanes;
   std::fill_n(lanes[0], kLanes, minimum);
@@ -154,12 +154,12 @@ void WidenRow(const double* values, const double* tested, int n, const platform:
   maximum = *std::max_element(lanes[1], lanes[1] + kLanes);
 }
 
-void BinRow(const double* values, int n, const platform::NoDataTest& test, double minimum, double maximum,
+void BinRow(const double* values, int n, const platform::NoDataRule& test, double minimum, double maximum,
             std::int32_t* bins) {
   BinPiece(values, n, SampleTest(test), minimum, maximum, bins);
 }
 
-void SumRow(const double* values, int n, const platform::NoDataTest& test, double& sum, std::int64_t& count) {
+void SumRow(const double* values, int n, const platform::NoDataRule& test, double& sum, std::int64_t& count) {
   Lanes<2> lanes;
   ForPieces(n, [&](int first, int size) { SumPiece(values + first, size, SampleTest(test), lanes[0], lanes[1]); });
   sum += lanes.Total(0);

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/raster/no_data_test.h"
+#include "platform/validity/no_data_rule.h"
 
 namespace fusion {
 
@@ -13,19 +13,19 @@ namespace fusion {
 
 /// Sets valid to 0 where the value is no-data. The values may be those of another band; everywhere else they are the
 /// band's own samples.
-void DropNoData(const double* values, int n, const platform::NoDataTest& test, double* valid);
+void DropNoData(const double* values, int n, const platform::NoDataRule& test, double* valid);
 
 /// Widens a range by the values whose partner in tested is valid. A NaN widens nothing.
-void WidenRow(const double* values, const double* tested, int n, const platform::NoDataTest& test, double& minimum,
+void WidenRow(const double* values, const double* tested, int n, const platform::NoDataRule& test, double& minimum,
               double& maximum);
 
 /// The bin of each value in a histogram of 256 between minimum and maximum: the first for an undefined or negative one,
 /// the last for one beyond the range; -1 for no-data.
-void BinRow(const double* values, int n, const platform::NoDataTest& test, double minimum, double maximum,
+void BinRow(const double* values, int n, const platform::NoDataRule& test, double minimum, double maximum,
             std::int32_t* bins);
 
 /// Adds the valid values and their number.
-void SumRow(const double* values, int n, const platform::NoDataTest& test, double& sum, std::int64_t& count);
+void SumRow(const double* values, int n, const platform::NoDataRule& test, double& sum, std::int64_t& count);
 
 /// The statistics of a band pair, sums over the pixels.
 struct PairSums {

@@ -36,8 +36,8 @@ void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double
       const auto band = static_cast<std::size_t>(i);
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
       fusion::Gather(mulBufs[i], cells, width, ms.data());
-      const platform::NoDataTest fusedNoData = FusionNoData(band);
-      const platform::NoDataTest msNoData = MulNoData(band);
+      const platform::NoDataRule fusedNoData = FusionNoData(band);
+      const platform::NoDataRule msNoData = MulNoData(band);
       double signal = m_pSignalSum[i];
       double noise = m_pNoiseSum[i];
       double minimum = m_pMulMin[i];

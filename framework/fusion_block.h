@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_types.h"
+#include "platform/validity/raster_aoi.h"
 
 namespace fusion {
 

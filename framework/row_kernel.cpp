@@ -12,9 +12,9 @@
 
 #include "framework/fusion_block.h"
 #include "framework/resampling/gap_resampling.h"
-#include "platform/algorithm/gap_marks.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/system/process.h"
+#include "platform/validity/gap_marks.h"
 
 namespace fusion {
 namespace {

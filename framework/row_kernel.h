@@ -6,9 +6,9 @@
 #include "framework/resampling/row_resampler.h"
 #include "framework/row_method.h"
 #include "platform/algorithm/value_conversion.h"
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
+#include "platform/validity/raster_aoi.h"
 
 namespace fusion {
 

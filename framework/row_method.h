@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "platform/raster/no_data_test.h"
+#include "platform/validity/no_data_rule.h"
 
 namespace fusion {
 
@@ -37,7 +37,7 @@ struct RowPolicy {
   /// Rows are shared out evenly among the OpenMP threads; the arithmetic must then be callable from several.
   bool parallelRows = false;
   /// Pixels whose pan value is no-data by this test get that value in every output band.
-  platform::NoDataTest panNoData = {};
+  platform::NoDataRule panNoData = {};
 };
 
 /// How the rows of a block are fused. Without an arithmetic there is nothing to write.

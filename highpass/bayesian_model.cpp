@@ -7,8 +7,8 @@
 #include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "highpass/bayesian_samples.h"
+#include "platform/statistics/running_covariance.h"
 #include "platform/utility/matrix_operation.h"
-#include "platform/utility/running_covariance.h"
 
 namespace messages = fusion::messages;
 using platform::RunningCovariance;

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
 #include "platform/system/task_queue.h"
+#include "platform/validity/no_data.h"
 
 namespace fusion {
 namespace {

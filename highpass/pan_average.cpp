@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "framework/row_math.h"
-#include "platform/raster/no_data.h"
+#include "platform/validity/no_data.h"
 
 namespace fusion {
 namespace {

@@ -4,9 +4,9 @@
 
 #include "framework/messages.h"
 #include "framework/overlap.h"
-#include "platform/raster/gap_search.h"
-#include "platform/raster/no_data.h"
 #include "platform/utility/common_fun.h"
+#include "platform/validity/gap_search.h"
+#include "platform/validity/no_data.h"
 #include "runs/highpass_setup.h"
 #include "runs/open_input.h"
 #include "runs/same_extent.h"

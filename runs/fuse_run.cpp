@@ -22,14 +22,6 @@
 namespace fusion {
 namespace {
 
-/// Keeps runs from building overviews of their own.
-struct NoOverviews {
-  NoOverviews() { CBuildRasterOverviews::SetEnabled(false); }
-  ~NoOverviews() { CBuildRasterOverviews::SetEnabled(true); }
-  NoOverviews(const NoOverviews&) = delete;
-  NoOverviews& operator=(const NoOverviews&) = delete;
-};
-
 std::vector<std::wstring> InputFiles(const FuseRequest& options) {
   std::vector<std::wstring> files;
   for (const auto& file : {options.pan, options.ms, options.aoi}) {
@@ -156,7 +148,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelData
     m_notices.Add("The result, on the scale of a byte, is stretched to the range of the output type.");
   }
   // Overviews are built once, on the finished file.
-  const NoOverviews pause;
+  algorithm->SetBuildsOverviews(false);
   Carry(*algorithm);
   if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_notices);
 }

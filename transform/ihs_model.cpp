@@ -89,7 +89,7 @@ void SubstituteIntensity(const double* pan, const double* red, const double* gre
   }
 }
 
-void ScaleToBytes(double minimum, double maximum, const platform::NoDataTest& isNoData, double* values,
+void ScaleToBytes(double minimum, double maximum, const platform::NoDataRule& isNoData, double* values,
                   std::int64_t count) {
   ScaleRow(minimum, maximum - minimum, isNoData.AsRead(), values, count);
 }

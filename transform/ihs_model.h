@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/raster/no_data_test.h"
+#include "platform/validity/no_data_rule.h"
 
 namespace fusion {
 
@@ -32,7 +32,7 @@ void SubstituteIntensity(const double* pan, const double* red, const double* gre
                          double* newRed, double* newGreen, double* newBlue);
 
 /// Brings samples as they were read from a range to 1..254 and leaves no-data values as they are.
-void ScaleToBytes(double minimum, double maximum, const platform::NoDataTest& isNoData, double* values,
+void ScaleToBytes(double minimum, double maximum, const platform::NoDataRule& isNoData, double* values,
                   std::int64_t count);
 
 }  // namespace fusion

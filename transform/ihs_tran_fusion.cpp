@@ -81,14 +81,14 @@ void CIhsTranFusion::ScaleBlock(CRasterBand& band, int msIndex, double* values, 
   if (band.GetRasterDataType() == PDT_UINT8) return;
   const double minimum = msIndex < 0 ? m_dPanMin : m_pMulMin[msIndex];
   const double maximum = msIndex < 0 ? m_dPanMax : m_pMulMax[msIndex];
-  fusion::ScaleToBytes(minimum, maximum, band.GetNoDataTest(), values, count);
+  fusion::ScaleToBytes(minimum, maximum, band.GetNoDataRule(), values, count);
 }
 
 fusion::RowMethod CIhsTranFusion::MakeRows(CRowFusion& fusion, const fusion::FusionBlock& /*block*/) {
   auto& self = static_cast<CIhsTranFusion&>(fusion);
   fusion::RowPolicy policy{.scratchRows = 3, .parallelRows = true};
   // A run that masks leaves such pixels out by itself.
-  if (!self.m_param.m_bMaskNoData) policy.panNoData = self.m_pPanSrc->GetRasterBand(0)->GetNoDataTest();
+  if (!self.m_param.m_bMaskNoData) policy.panNoData = self.m_pPanSrc->GetRasterBand(0)->GetNoDataRule();
   const auto& positions = self.m_param.m_vecRGBBands;
   return {policy, [&self, red = positions.at(0), green = positions.at(1), blue = positions.at(2)](
                       const fusion::FusionRow& row) { self.ReplaceIntensity(row, red, green, blue); }};

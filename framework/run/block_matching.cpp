@@ -7,8 +7,8 @@
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/raster/raster_source.h"
-#include "platform/raster/sample_mask.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/sample_mask.h"
 
 namespace fusion {
 namespace {
@@ -50,15 +50,15 @@ BlockMatching::BlockMatching(const MatchTargets& targets, PixelDataType outType,
       m_pointers(targets.means.size()),
       m_pixels(targets.means.size()) {}
 
-void BlockMatching::Settle() {
-  m_matching.Settle();
-  m_settled = true;
+void BlockMatching::EndCounting() {
+  m_matching.EndCounting();
+  m_counted = true;
 }
 
 bool BlockMatching::Take(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,
                          CRasterSource& output) {
   const unsigned char* marks = inside.empty() ? nullptr : inside.data();
-  if (m_settled) return Write(bands, rect, marks, output);
+  if (m_counted) return Write(bands, rect, marks, output);
   Count(bands, rect, marks);
   return true;
 }

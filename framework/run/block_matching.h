@@ -3,13 +3,14 @@
 #include <vector>
 
 #include "framework/match_targets.h"
-#include "platform/algorithm/row_store.h"
+#include "platform/algorithm/row_conversion.h"
 #include "platform/processing/moment_matching.h"
 
 namespace fusion {
 
 /// Brings fused blocks to target moments on their way to the output. Every block comes twice: once to be counted, once
-/// more, after Settle, to be written. That is faster than keeping a floating-point copy of the whole result in between.
+/// more, after EndCounting, to be written. That is faster than keeping a floating-point copy of the whole result in
+/// between.
 class BlockMatching {
  public:
   /// @param outType of the output raster
@@ -18,8 +19,8 @@ class BlockMatching {
 
   /// The type that the blocks are to be fused in.
   PixelDataType FusedType() const { return m_fusedType; }
-  bool IsCounting() const { return !m_settled; }
-  void Settle();
+  bool IsCounting() const { return !m_counted; }
+  void EndCounting();
 
   /// Counts or writes a block.
   /// @param bands one buffer of FusedType per band
@@ -36,9 +37,9 @@ class BlockMatching {
   PixelDataType m_outType;
   PixelDataType m_fusedType;
   bool m_masked;
-  bool m_settled = false;
+  bool m_counted = false;
   platform::MomentMatching m_matching;
-  platform::RowStore m_store;
+  platform::RowConversion m_store;
   std::vector<std::vector<double>> m_rows;  ///< the present row of each band
   std::vector<double*> m_pointers;
   std::vector<std::vector<unsigned char>> m_pixels;  ///< some rows of output pixels of each band

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "platform/raster/raster_types.h"
-#include "platform/raster/row_statistics.h"
+#include "platform/statistics/row_statistics.h"
 
 namespace fusion {
 

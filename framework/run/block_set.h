@@ -9,7 +9,7 @@
 #include "framework/run/block_buffers.h"
 #include "framework/run/block_matching.h"
 #include "framework/run/block_range.h"
-#include "platform/raster/row_cache.h"
+#include "platform/raster/cache_room.h"
 #include "platform/system/task_queue.h"
 
 namespace fusion {
@@ -36,7 +36,7 @@ struct BlockSet {
   int panLeft;
   int panTop;
   bool overlapped;
-  platform::RowCache rows;  ///< for what consecutive blocks share
+  platform::CacheRoom rows;  ///< for what consecutive blocks share
   BandBuffers pan;
   BandBuffers detail;
   BandBuffers ms;

@@ -142,7 +142,7 @@ void Run::PrepareRange() {
 
 void Run::EndCounting() {
   BlockSet& blocks = *m_blocks;
-  if (blocks.matching) blocks.matching->Settle();
+  if (blocks.matching) blocks.matching->EndCounting();
   if (!blocks.range) return;
   const platform::RowRange range = blocks.range->Range();
   blocks.range.reset();

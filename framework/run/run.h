@@ -9,9 +9,9 @@
 #include "framework/run/block_set.h"
 #include "framework/run/run_variation.h"
 #include "platform/algorithm/stage.h"
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
+#include "platform/validity/raster_aoi.h"
 
 class CFusion;
 

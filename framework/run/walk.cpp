@@ -14,8 +14,8 @@ LoadResult Run::Load(BlockSet& blocks, const CRect& dstBlock) {
   blocks.panRect = Shift(dstBlock, blocks.panLeft, blocks.panTop);
   if (!m_fusion.GetReadBufferRect(&blocks.dstBlock, &blocks.msRect)) return LoadResult::kSkipped;
   blocks.ms.Reserve(blocks.msRect);
-  blocks.rows.Reserve(platform::RowCache::BytesToShare(m_ms, blocks.msRect.Height()) +
-                      platform::RowCache::BytesToShare(m_pan, blocks.grid.blockHeight));
+  blocks.rows.Reserve(platform::CacheRoom::BytesToShare(m_ms, blocks.msRect.Height()) +
+                      platform::CacheRoom::BytesToShare(m_pan, blocks.grid.blockHeight));
   if (const GISError started = m_fusion.StartBolckProcess(); started != GIS_SUCCESS) {
     // A stopped run must not look like a finished one.
     if (m_fusion.m_nLastErrorType == ERR_NONE) m_fusion.m_nLastErrorType = started;

@@ -5,8 +5,8 @@
 #include "platform/algorithm/algorithm_param.h"
 #include "platform/algorithm/base_progress.h"
 #include "platform/algorithm/value_conversion.h"
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"
+#include "platform/validity/raster_aoi.h"
 
 /// Last error types that a run leaves in its algorithm.
 enum LastErrorType : int {

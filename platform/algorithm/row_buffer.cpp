@@ -14,7 +14,7 @@ RowBuffer::RowBuffer(const CRasterSource& input, std::vector<int> bands, int hal
       m_rows(m_bands.size()) {
   const auto rows = static_cast<std::size_t>(chunkRows) + 2 * static_cast<std::size_t>(halo);
   for (auto& band : m_rows) band.resize(rows * static_cast<std::size_t>(m_width));
-  m_cache.Reserve(RowCache::BytesToShare(input, chunkRows));
+  m_cache.Reserve(CacheRoom::BytesToShare(input, chunkRows));
 }
 
 double* RowBuffer::At(int index, int row) {

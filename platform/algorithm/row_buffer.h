@@ -2,8 +2,8 @@
 
 #include <vector>
 
+#include "platform/raster/cache_room.h"
 #include "platform/raster/raster_source.h"
-#include "platform/raster/row_cache.h"
 
 namespace platform {
 
@@ -35,7 +35,7 @@ class RowBuffer {
   int m_top = 0;  ///< rows m_top .. m_bottom - 1 are in the buffers
   int m_bottom = 0;
   std::vector<std::vector<double>> m_rows;
-  RowCache m_cache;  ///< for bands that lie in the same blocks of the file
+  CacheRoom m_cache;  ///< for bands that lie in the same blocks of the file
 };
 
 }  // namespace platform

@@ -7,7 +7,7 @@
 
 #include "platform/algorithm/messages.h"
 #include "platform/algorithm/row_buffer.h"
-#include "platform/algorithm/row_store.h"
+#include "platform/algorithm/row_conversion.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/system/task_queue.h"
 #include "platform/utility/common_fun.h"
@@ -299,7 +299,7 @@ void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
                          std::vector<std::vector<unsigned char>>& outRows) {
   const int width = run.part.Width();
   const std::size_t rowBytes = static_cast<std::size_t>(PixelSize(run.plan.outType)) * static_cast<std::size_t>(width);
-  RowStore store(run.plan.outType, m_conversion, run.plan.roundToNearest, m_param.m_bMaskNoData);
+  RowConversion store(run.plan.outType, m_conversion, run.plan.roundToNearest, m_param.m_bMaskNoData);
   AreaRows area(run.area.get(), rows.Width());
   area.Load(first, count);
   for (int row = first; row < first + count; ++row) {

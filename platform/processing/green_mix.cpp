@@ -1,7 +1,7 @@
 #include "platform/processing/green_mix.h"
 
-#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/no_data.h"
 
 namespace platform {
 namespace {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/algorithm/gap_marks.h"
 #include "platform/algorithm/row_buffer.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/gap_marks.h"
 
 namespace platform {
 namespace {

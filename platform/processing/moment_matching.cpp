@@ -4,8 +4,8 @@
 #include <limits>
 #include <utility>
 
-#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/no_data.h"
 
 namespace platform {
 namespace {
@@ -54,7 +54,7 @@ void MomentMatching::Count(const double* const* rows, const unsigned char* insid
   }
 }
 
-void MomentMatching::Settle() {
+void MomentMatching::EndCounting() {
   for (std::size_t b = 0; b < m_bands.size(); ++b) {
     m_bands[b].mean = m_statistics[b].Mean();
     m_bands[b].stdDev = m_statistics[b].StdDev();

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/processing/green_mix.h"
-#include "platform/raster/row_statistics.h"
+#include "platform/statistics/row_statistics.h"
 
 namespace platform {
 
@@ -30,7 +30,7 @@ class MomentMatching {
   /// Takes a row of each band into the moments; inside is null where the whole row counts, else 0 marks what does not.
   void Count(const double* const* rows, const unsigned char* inside, int width);
   /// Ends the counting.
-  void Settle();
+  void EndCounting();
   /// Matches a row of each band.
   void Apply(const double* const* rows, int width, double* const* out);
 

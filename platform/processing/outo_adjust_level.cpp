@@ -4,11 +4,11 @@
 #include <limits>
 
 #include "platform/algorithm/row_buffer.h"
-#include "platform/processing/order_statistics.h"
-#include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
+#include "platform/statistics/order_statistics.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/no_data.h"
 
 using platform::OrderStatistics;
 

@@ -2,7 +2,7 @@
 
 #include "platform/algorithm/row_buffer.h"
 #include "platform/processing/moment_matching.h"
-#include "platform/raster/no_data.h"
+#include "platform/validity/no_data.h"
 
 using platform::GreenMix;
 
@@ -47,7 +47,7 @@ bool CStretchOfMultiBand::Prepare() {
   const bool scanned = Scan(m_scanBands, [&](const double* const* rows, const unsigned char* inside, int width) {
     m_matching->Count(rows, inside, width);
   });
-  m_matching->Settle();
+  m_matching->EndCounting();
   return scanned;
 }
 

@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
-#include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/read_window.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/no_data.h"
+#include "platform/validity/raster_aoi.h"
 
 bool CRasterAlgorithm::GetMaxMinVal(PixelDataType type, double& maximum, double& minimum) {
   return platform::DispatchPixelType(type, [&](auto element) {

@@ -11,15 +11,15 @@
 
 #include "platform/algorithm/base_progress.h"
 #include "platform/raster/gdal_access.h"
-#include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
-#include "platform/raster/row_statistics.h"
-#include "platform/raster/sample_mask.h"
+#include "platform/statistics/row_statistics.h"
 #include "platform/system/task_queue.h"
 #include "platform/utility/common_fun.h"
+#include "platform/validity/no_data.h"
+#include "platform/validity/sample_mask.h"
 
 namespace {
 
@@ -221,7 +221,7 @@ int CRasterBand::GetHeight() const { return m_pSource->GetHeight(); }
 
 bool CRasterBand::IsHaveNoData() const { return m_noData.declared; }
 double CRasterBand::GetNoDataValue() const { return m_noData.value; }
-platform::NoDataTest CRasterBand::GetNoDataTest() const { return m_noData; }
+platform::NoDataRule CRasterBand::GetNoDataRule() const { return m_noData; }
 bool CRasterBand::IsNoData(double value) const { return m_noData(value); }
 
 void CRasterBand::DeclareNoData(double value) {

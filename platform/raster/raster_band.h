@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "platform/raster/no_data_test.h"
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
+#include "platform/validity/no_data_rule.h"
 
 class CBaseProgress;
 class CRasterSource;
@@ -43,7 +43,7 @@ class FUSION_API CRasterBand {
   /// True for the declared value: a NaN equals a NaN, a 32-bit float band compares in float.
   bool IsNoData(double value) const;
   /// The same question in a form that loops can keep.
-  platform::NoDataTest GetNoDataTest() const;
+  platform::NoDataRule GetNoDataRule() const;
 
   /// Whether the band is the dataset's opacity, no data of its own.
   bool IsAlpha() const;
@@ -84,7 +84,7 @@ class FUSION_API CRasterBand {
   int m_nBlockYSize = 0;
   bool m_bStrips = false;  ///< rows of this band lie in strips of their own that may be written past the block cache
   bool m_bPlainStrips = false;  ///< and they are not compressed
-  platform::NoDataTest m_noData;
+  platform::NoDataRule m_noData;
   bool m_bGaps = false;  ///< masked, and there may be something to mask,
   bool m_bMask = false;  ///< by more than its value
 };

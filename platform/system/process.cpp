@@ -15,7 +15,7 @@ std::atomic<bool> g_owns = false;
 void OwnProcess(bool owns) {
   g_owns = owns;
   // Rasters are read once from top to bottom; a large cache only costs memory and page faults. Who comes back to the
-  // same rows makes room for them with a RowCache.
+  // same rows makes room for them with a CacheRoom.
   if (owns && !CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(GIntBig{16} << 20);
 }
 

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/raster/raster_aoi.h"
 #include "platform/utility/common_fun.h"
+#include "platform/validity/raster_aoi.h"
 #include "tests/apps/scene_command.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "framework/factory/fusion_algorithm_factory.h"
+#include "factory/fusion_algorithm_factory.h"
 
 #include <gtest/gtest.h>
 

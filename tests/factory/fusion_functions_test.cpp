@@ -1,11 +1,11 @@
-#include "framework/factory/fusion_functions.h"
+#include "factory/fusion_functions.h"
 
 #include <gdal_priv.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 
-#include "framework/factory/fusion_algorithm_factory.h"
+#include "factory/fusion_algorithm_factory.h"
 #include "platform/utility/common_fun.h"
 #include "tests/support/method_sweep.h"
 

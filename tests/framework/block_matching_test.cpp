@@ -6,8 +6,8 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "framework/messages.h"
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_fault.h"
+#include "platform/validity/raster_aoi.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 

@@ -6,13 +6,13 @@
 #include <limits>
 #include <random>
 
-#include "platform/algorithm/gap_marks.h"
 #include "platform/processing/convolution.h"
 #include "platform/processing/make_green_alg.h"
 #include "platform/processing/outo_adjust_level.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
-#include "platform/raster/raster_aoi.h"
+#include "platform/validity/gap_marks.h"
+#include "platform/validity/raster_aoi.h"
 #include "tests/support/gap_scene.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <limits>
 #include <random>
 
-#include "platform/processing/order_statistics.h"
 #include "platform/processing/outo_adjust_level.h"
+#include "platform/statistics/order_statistics.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 

@@ -1,5 +1,5 @@
 // Areas of interest: which pixel centres lie inside the polygons of a vector file.
-#include "platform/raster/raster_aoi.h"
+#include "platform/validity/raster_aoi.h"
 
 #include <gdal_priv.h>
 #include <gtest/gtest.h>

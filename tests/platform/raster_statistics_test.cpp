@@ -7,10 +7,10 @@
 #include <random>
 
 #include "platform/raster/raster_algorithm.h"
-#include "platform/raster/raster_aoi.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
 #include "platform/utility/common_fun.h"
+#include "platform/validity/raster_aoi.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"

@@ -229,7 +229,7 @@ TEST(IhsRows, EveryLengthIsDoneToItsEnd) {
 TEST(IhsScale, BringsTheRangeToTheScaleAndLeavesNoData) {
   const float tenth = 0.1F;
   const std::vector<double> in = {-100.0, 0.0, 100.0, static_cast<double>(tenth), 50.0, 25.0, -50.0, 300.0, 7.0};
-  const auto scaled = [&](const platform::NoDataTest& test) {
+  const auto scaled = [&](const platform::NoDataRule& test) {
     std::vector<double> values = in;
     fusion::ScaleToBytes(-100.0, 100.0, test, values.data(), static_cast<std::int64_t>(values.size()));
     return values;

@@ -10,9 +10,9 @@
 #include "framework/resampling/row_resampler.h"
 #include "framework/row_math.h"
 #include "platform/algorithm/value_conversion.h"
-#include "platform/raster/no_data.h"
 #include "platform/raster/position_grid.h"
-#include "platform/raster/row_statistics.h"
+#include "platform/statistics/row_statistics.h"
+#include "platform/validity/no_data.h"
 #include "tests/versions/digest.h"
 #include "tests/versions/loop_watch.h"
 #include "tests/versions/processor.h"
@@ -142,7 +142,7 @@ void DigestStatistics(std::mt19937& random, int n, Digest& digest) {
     range.Add(a.data(), n);
     range.Add(b.data(), n);
     digest.Add({range.Minimum(), range.Maximum(), statistics.Mean(), statistics.StdDev()});
-    const platform::NoDataTest test{true, false, noData};
+    const platform::NoDataRule test{true, false, noData};
     Row valid(a.size(), 1.0);
     fusion::DropNoData(a.data(), n, test, valid.data());
     fusion::DropNoData(b.data(), n, test, valid.data());
@@ -176,7 +176,7 @@ void DigestIhs(std::mt19937& random, int n, Digest& digest) {
       row = MakeRow(random, n);
       for (double& v : row) v = usual ? byte(random) * 12.5 : v;
     }
-    platform::NoDataTest test{usual, true, 12.5};
+    platform::NoDataRule test{usual, true, 12.5};
     fusion::ScaleToBytes(-3.0, 800.0, test, rows[0].data(), n);
     digest.Add(rows[0]);
     Row out[] = {rows[0], rows[0], rows[0]};

@@ -11,7 +11,7 @@ namespace platform {
 
 /// A band's no-data value as its samples carry it when read as doubles (those of a float band hold a float exactly);
 /// NaN where the band declares none.
-inline double NoDataSample(const CRasterBand& band) { return band.GetNoDataTest().AsRead(); }
+inline double NoDataSample(const CRasterBand& band) { return band.GetNoDataRule().AsRead(); }
 
 /// A finite number other than the no-data value. Written without a branch, for loops that vectorise.
 inline bool IsValidSample(double value, double noData) {

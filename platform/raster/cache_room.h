@@ -8,12 +8,12 @@ namespace platform {
 
 /// Room in memory for decoded rows, for a reader that comes back to the same rows of a raster block after block (a file
 /// of strips that is read column by column would be decoded once per column otherwise). The room goes with the object.
-class RowCache {
+class CacheRoom {
  public:
-  RowCache() = default;
-  ~RowCache();
-  RowCache(const RowCache&) = delete;
-  RowCache& operator=(const RowCache&) = delete;
+  CacheRoom() = default;
+  ~CacheRoom();
+  CacheRoom(const CacheRoom&) = delete;
+  CacheRoom& operator=(const CacheRoom&) = delete;
 
   /// Bytes that so many consecutive rows of an open raster take, decoded, in all bands; none of a raster that is read
   /// past the cache.

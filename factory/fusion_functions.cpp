@@ -1,8 +1,8 @@
-#include "framework/factory/fusion_functions.h"
+#include "factory/fusion_functions.h"
 
 #include <memory>
 
-#include "framework/factory/fusion_algorithm_factory.h"
+#include "factory/fusion_algorithm_factory.h"
 #include "platform/raster/coordinate_algorithm.h"
 #include "platform/utility/common_fun.h"
 

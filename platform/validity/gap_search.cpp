@@ -1,11 +1,11 @@
-#include "platform/raster/gap_search.h"
+#include "platform/validity/gap_search.h"
 
 #include <cstdint>
 
 #include "platform/algorithm/base_progress.h"
+#include "platform/raster/cache_room.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
-#include "platform/raster/row_cache.h"
 
 namespace platform {
 
@@ -18,8 +18,8 @@ bool HasGaps(const CRasterSource& source, const std::vector<int>& bands, const C
   if (searched.empty()) return false;
   constexpr std::int64_t kMostValues = std::int64_t{1} << 18;
   const WindowGrid windows = ReadWindows(*searched[0], kMostValues);
-  RowCache rows;
-  rows.Reserve(RowCache::BytesToShare(source, windows.step.Height()));
+  CacheRoom rows;
+  rows.Reserve(CacheRoom::BytesToShare(source, windows.step.Height()));
   std::vector<double> values(static_cast<std::size_t>(windows.step.Area()));
   for (std::int64_t i = 0; i < windows.Count(); ++i) {
     if (progress.IsCancelRequested()) return false;

@@ -1,4 +1,4 @@
-#include "platform/raster/row_cache.h"
+#include "platform/raster/cache_room.h"
 
 #include <cpl_conv.h>
 #include <cpl_vsi.h>
@@ -31,11 +31,11 @@ std::int64_t MostBytes() {
 
 }  // namespace
 
-RowCache::~RowCache() {
+CacheRoom::~CacheRoom() {
   if (m_bytes > 0) Grow(-m_bytes);
 }
 
-std::int64_t RowCache::BytesOf(const CRasterSource& source, std::int64_t rows) {
+std::int64_t CacheRoom::BytesOf(const CRasterSource& source, std::int64_t rows) {
   if (!source.IsWritable() && HasLargePlainStrips(*DatasetOf(source))) return 0;
   // Rows that begin and end inside native blocks have those decoded as well.
   const std::int64_t block = std::max(source.GetBlockYSize(), 1);
@@ -44,13 +44,13 @@ std::int64_t RowCache::BytesOf(const CRasterSource& source, std::int64_t rows) {
   return decoded * source.GetWidth() * source.GetBandCount() * PixelSize(source.GetRasterDataType());
 }
 
-std::int64_t RowCache::BytesToShare(const CRasterSource& source, std::int64_t rows) {
+std::int64_t CacheRoom::BytesToShare(const CRasterSource& source, std::int64_t rows) {
   const char* interleave = DatasetOf(source)->GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
   const bool together = source.GetBandCount() > 1 && !(interleave && EQUAL(interleave, "BAND"));
   return BytesOf(source, together ? rows : 0);
 }
 
-bool RowCache::Reserve(std::int64_t bytes) {
+bool CacheRoom::Reserve(std::int64_t bytes) {
   if (bytes <= m_bytes) return true;
   if (!OwnsProcess()) return bytes <= GDALGetCacheMax64();
   if (bytes > MostBytes() || CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) return false;

@@ -1,11 +1,11 @@
-#include "platform/processing/order_statistics.h"
+#include "platform/statistics/order_statistics.h"
 
 #include <bit>
 #include <limits>
 #include <type_traits>
 
-#include "platform/raster/no_data.h"
 #include "platform/raster/pixel_type.h"
+#include "platform/validity/no_data.h"
 
 namespace platform {
 namespace {
@@ -80,12 +80,12 @@ void OrderStatistics::EndPass() {
     m_high.histogram = m_low.histogram;
     m_isFirstPass = false;
   }
-  Settle(m_low);
-  Settle(m_high);
+  Resolve(m_low);
+  Resolve(m_high);
   m_shift -= kPassBits;
 }
 
-void OrderStatistics::Settle(Target& target) const {
+void OrderStatistics::Resolve(Target& target) const {
   std::uint64_t bin = 0;
   while (bin + 1 < kBins && target.rank >= target.histogram[bin]) target.rank -= target.histogram[bin++];
   if (m_count > 0) target.key |= bin << m_shift;

@@ -1,4 +1,4 @@
-#include "platform/raster/no_data.h"
+#include "platform/validity/no_data.h"
 
 #include "platform/system/multiversion.h"
 

@@ -1,10 +1,10 @@
-#include "platform/algorithm/row_store.h"
+#include "platform/algorithm/row_conversion.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "platform/algorithm/gap_marks.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/gap_marks.h"
 
 namespace platform {
 namespace {
@@ -21,10 +21,10 @@ void ClearOutside(const unsigned char* inside, int width, unsigned char* out, st
 
 }  // namespace
 
-RowStore::RowStore(PixelDataType type, const ValueConversion& conversion, bool round, bool marksGaps)
+RowConversion::RowConversion(PixelDataType type, const ValueConversion& conversion, bool round, bool marksGaps)
     : m_type(type), m_conversion(conversion), m_rounds(round && !IsFloatType(type)), m_marksGaps(marksGaps) {}
 
-void RowStore::Store(double* values, const unsigned char* inside, int width, unsigned char* out) {
+void RowConversion::Store(double* values, const unsigned char* inside, int width, unsigned char* out) {
   const auto count = static_cast<std::size_t>(width);
   const bool gaps = m_marksGaps && HasGap(values, count);
   if (gaps) {

@@ -1,4 +1,4 @@
-#include "platform/raster/raster_aoi.h"
+#include "platform/validity/raster_aoi.h"
 
 #include <gdal_priv.h>
 #include <ogr_geometry.h>

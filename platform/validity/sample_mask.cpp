@@ -1,4 +1,4 @@
-#include "platform/raster/sample_mask.h"
+#include "platform/validity/sample_mask.h"
 
 #include <gdal_priv.h>
 
@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "platform/raster/gdal_access.h"
-#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/no_data.h"
 
 namespace platform {
 namespace {

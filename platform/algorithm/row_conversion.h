@@ -7,11 +7,11 @@
 namespace platform {
 
 /// Turns rows of computed doubles into output pixels.
-class RowStore {
+class RowConversion {
  public:
   /// @param round integer types round, half up, instead of truncating
   /// @param marksGaps pixels without data come as NaN and are marked by 0, see StoreGaps
-  RowStore(PixelDataType type, const ValueConversion& conversion, bool round, bool marksGaps);
+  RowConversion(PixelDataType type, const ValueConversion& conversion, bool round, bool marksGaps);
 
   /// @param values one row, worked on in place
   /// @param inside 0 marks the pixels outside the area of interest, which become 0; null where all are inside

@@ -1,4 +1,4 @@
-#include "platform/algorithm/gap_marks.h"
+#include "platform/validity/gap_marks.h"
 
 #include <limits>
 

@@ -1,4 +1,4 @@
-#include "platform/utility/running_covariance.h"
+#include "platform/statistics/running_covariance.h"
 
 #include <algorithm>
 #include <cstddef>

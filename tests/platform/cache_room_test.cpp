@@ -1,5 +1,5 @@
 // Room for decoded rows: how much is asked for, that it adds up and that it is given back.
-#include "platform/raster/row_cache.h"
+#include "platform/raster/cache_room.h"
 
 #include <gdal_priv.h>
 #include <gtest/gtest.h>
@@ -15,14 +15,14 @@
 
 namespace {
 
-using platform::RowCache;
+using platform::CacheRoom;
 
 constexpr std::int64_t kMegabyte = std::int64_t{1} << 20;
 
 /// An open image of 5 x 100 pixels, three bands of 16 bits, in strips of the file format's choice.
-class RowCacheTest : public testing::Test {
+class CacheRoomTest : public testing::Test {
  protected:
-  RowCacheTest() : scene(1, Options()) {
+  CacheRoomTest() : scene(1, Options()) {
     platform::OwnProcess();
     EXPECT_TRUE(source.OpenSimple(scene.msFile));
     before = GDALGetCacheMax64();
@@ -41,15 +41,15 @@ class RowCacheTest : public testing::Test {
   std::int64_t before = 0;
 };
 
-TEST_F(RowCacheTest, CountsWholeBlocksOfAllBands) {
+TEST_F(CacheRoomTest, CountsWholeBlocksOfAllBands) {
   const std::int64_t rowBytes = 5 * 3 * 2;
   const std::int64_t block = source.GetBlockYSize();
   ASSERT_GT(block, 1);
   // Two rows may lie in two blocks and bring in both wholly.
-  EXPECT_GE(RowCache::BytesOf(source, 2), std::min<std::int64_t>(2 * block, 100) * rowBytes);
-  EXPECT_GE(RowCache::BytesOf(source, 100), 100 * rowBytes);
+  EXPECT_GE(CacheRoom::BytesOf(source, 2), std::min<std::int64_t>(2 * block, 100) * rowBytes);
+  EXPECT_GE(CacheRoom::BytesOf(source, 100), 100 * rowBytes);
   // Never more than the image in whole blocks.
-  EXPECT_LE(RowCache::BytesOf(source, 1000000), (100 + block) * rowBytes);
+  EXPECT_LE(CacheRoom::BytesOf(source, 1000000), (100 + block) * rowBytes);
 }
 
 /// 900 x 700 samples of 16 bits in two bands, each in one strip of more than a megabyte; value 5 x + 3 y + band.
@@ -63,7 +63,7 @@ test_support::TestRaster OneStripABand(std::vector<std::string> options) {
   return raster;
 }
 
-TEST_F(RowCacheTest, LargeStripsThatNeedNoDecodingAreReadPastTheCache) {
+TEST_F(CacheRoomTest, LargeStripsThatNeedNoDecodingAreReadPastTheCache) {
   const std::int64_t used = GDALGetCacheUsed64();
   for (const char* order : {"ENDIANNESS=LITTLE", "ENDIANNESS=BIG"}) {
     const std::wstring path = test_support::MemoryPath();
@@ -71,8 +71,8 @@ TEST_F(RowCacheTest, LargeStripsThatNeedNoDecodingAreReadPastTheCache) {
     CRasterSource image;
     ASSERT_TRUE(image.OpenSimple(path));
     ASSERT_EQ(image.GetBlockYSize(), 700);
-    EXPECT_EQ(RowCache::BytesOf(image, 10), 0);
-    EXPECT_EQ(RowCache::BytesToShare(image, 10), 0);
+    EXPECT_EQ(CacheRoom::BytesOf(image, 10), 0);
+    EXPECT_EQ(CacheRoom::BytesToShare(image, 10), 0);
     double values[6];
     for (int b = 0; b < 2; ++b) {
       ASSERT_EQ(image.GetRasterBand(b)->ReadBlock(640, 317, 3, 2, values, 3, 2, PDT_FLOAT64), 0);
@@ -94,19 +94,19 @@ TEST_F(RowCacheTest, LargeStripsThatNeedNoDecodingAreReadPastTheCache) {
   }
 }
 
-TEST_F(RowCacheTest, AStripOfTheWholeImageCountsOnce) {
+TEST_F(CacheRoomTest, AStripOfTheWholeImageCountsOnce) {
   const std::wstring path = test_support::MemoryPath();
   ASSERT_TRUE(test_support::WriteRaster(OneStripABand({"COMPRESS=DEFLATE"}), path));
   CRasterSource image;
   ASSERT_TRUE(image.OpenSimple(path));
-  for (const std::int64_t rows : {0, 10, 700}) EXPECT_EQ(RowCache::BytesOf(image, rows), 900 * 700 * 2 * 2);
+  for (const std::int64_t rows : {0, 10, 700}) EXPECT_EQ(CacheRoom::BytesOf(image, rows), 900 * 700 * 2 * 2);
   image.Close();
   CRasterSource::DeleteFileW(path);
 }
 
-TEST_F(RowCacheTest, GivesTheRoomBack) {
+TEST_F(CacheRoomTest, GivesTheRoomBack) {
   {
-    RowCache cache;
+    CacheRoom cache;
     EXPECT_EQ(Limit(), before);
     cache.Reserve(3 * kMegabyte);
     EXPECT_EQ(Limit(), before + 3 * kMegabyte);
@@ -118,9 +118,9 @@ TEST_F(RowCacheTest, GivesTheRoomBack) {
   EXPECT_EQ(Limit(), before);
 }
 
-TEST_F(RowCacheTest, AddsUpWhatSeveralRunsAskFor) {
-  auto first = std::make_unique<RowCache>();
-  RowCache second;
+TEST_F(CacheRoomTest, AddsUpWhatSeveralRunsAskFor) {
+  auto first = std::make_unique<CacheRoom>();
+  CacheRoom second;
   first->Reserve(3 * kMegabyte);
   second.Reserve(4 * kMegabyte);
   EXPECT_EQ(Limit(), before + 7 * kMegabyte);
@@ -128,20 +128,20 @@ TEST_F(RowCacheTest, AddsUpWhatSeveralRunsAskFor) {
   EXPECT_EQ(Limit(), before + 4 * kMegabyte);
 }
 
-TEST_F(RowCacheTest, RefusesMoreThanAShareOfTheMemory) {
-  RowCache cache;
+TEST_F(CacheRoomTest, RefusesMoreThanAShareOfTheMemory) {
+  CacheRoom cache;
   EXPECT_FALSE(cache.Reserve((std::int64_t{1} << 30) + 1));
   EXPECT_TRUE(cache.Reserve(-1));
   EXPECT_EQ(Limit(), before);
 }
 
-TEST_F(RowCacheTest, LeavesTheCacheOfAnotherProgramAlone) {
+TEST_F(CacheRoomTest, LeavesTheCacheOfAnotherProgramAlone) {
   platform::OwnProcess(false);
   GDALSetCacheMax64(100 * kMegabyte);
   {
     CRasterSource opened;
     ASSERT_TRUE(opened.OpenSimple(scene.msFile));
-    RowCache cache;
+    CacheRoom cache;
     EXPECT_TRUE(cache.Reserve(100 * kMegabyte)) << "it has the room";
     EXPECT_FALSE(cache.Reserve(101 * kMegabyte));
     EXPECT_EQ(Limit(), 100 * kMegabyte);
@@ -150,9 +150,9 @@ TEST_F(RowCacheTest, LeavesTheCacheOfAnotherProgramAlone) {
   GDALSetCacheMax64(before);
 }
 
-TEST_F(RowCacheTest, LeavesTheUsersChoiceAlone) {
+TEST_F(CacheRoomTest, LeavesTheUsersChoiceAlone) {
   CPLSetConfigOption("GDAL_CACHEMAX", "64");
-  RowCache cache;
+  CacheRoom cache;
   EXPECT_FALSE(cache.Reserve(3 * kMegabyte));
   CPLSetConfigOption("GDAL_CACHEMAX", nullptr);
   EXPECT_EQ(Limit(), before);

@@ -1,11 +1,11 @@
-#include "platform/raster/row_statistics.h"
+#include "platform/statistics/row_statistics.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
 
-#include "platform/raster/no_data.h"
 #include "platform/system/multiversion.h"
+#include "platform/validity/no_data.h"
 
 namespace platform {
 namespace {

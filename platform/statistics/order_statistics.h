@@ -37,7 +37,7 @@ class OrderStatistics {
     std::vector<std::int64_t> histogram;
   };
   void Tally(std::uint64_t key, Target& target) const;
-  void Settle(Target& target) const;
+  void Resolve(Target& target) const;
   double ValueOf(std::uint64_t key) const;
 
   PixelDataType m_type;

@@ -6,7 +6,7 @@
 namespace platform {
 
 /// Whether a value is a band's declared no-data value, in a form that loops can keep.
-struct NoDataTest {
+struct NoDataRule {
   bool declared = false;
   bool asFloat = false;  ///< 32-bit float bands compare in float
   double value = 0.0;
