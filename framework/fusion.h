@@ -91,6 +91,10 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// @param stage what the reporter learns of it, beside its title
   bool VisitBlocks(const platform::Stage& stage, const std::wstring& title,
                    const std::function<void(const fusion::FusionBlock&)>& visit);
+  /// The same of a stage without a name.
+  bool VisitBlocks(const std::wstring& title, const std::function<void(const fusion::FusionBlock&)>& visit) {
+    return VisitBlocks({}, title, visit);
+  }
 
   /// The two halves of ConfigDstRaster, for configurations that open more than two inputs.
   bool OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path);
