@@ -78,6 +78,14 @@ TEST_F(OutputConfig, DisjointImagesFailAndLeaveTheErrorTypeAlone) {
   EXPECT_FALSE(FileExists(scene.outFile));
 }
 
+TEST_F(OutputConfig, TheExtentIsCheckedBeforeTheBands) {
+  SceneOptions options;
+  options.msShiftX = 1000.0;
+  options.msBands = 1;
+  const Scene scene(2, options);
+  ExpectFailure(scene.Param(), 0, kWrongExtent);
+}
+
 TEST_F(OutputConfig, ImagesThatOnlyTouchDoNotOverlap) {
   SceneOptions options;
   options.msShiftX = options.panWidth;

@@ -134,6 +134,25 @@ TEST(BoxCarrier, PartsAFullTurnApartAreAllFound) {
   EXPECT_EQ(parts[0].MaxX() + parts[1].MaxX(), 5.0 + 365.0);
 }
 
+TEST(BoxCarrier, PartsOfPlainBoxesAreFoundWithoutATurn) {
+  const auto parts = platform::CommonParts({0.0, 1.0, 2.0, -1.0}, {1.0, 1.0, 3.0, -1.0}, 0.0);
+  ASSERT_EQ(parts.size(), 1U);
+  EXPECT_EQ(parts[0].MinX(), 1.0);
+  EXPECT_EQ(parts[0].MaxX(), 2.0);
+}
+
+TEST(BoxCarrier, ABoxOfMoreThanATurnHasAllLongitudes) {
+  // A unit for a degree, counted from -180 to 180.
+  const auto wrap = [](std::vector<platform::PositionGrid::Point>& points) {
+    for (auto& p : points) p.x = std::remainder(p.x, 360.0);
+  };
+  const platform::Envelope envelope = platform::BoxCarrier(wrap, wrap, 360.0).EnvelopeOf({-10.0, 5.0, 370.0, -5.0}, 8);
+  EXPECT_EQ(envelope.minX, -180.0);
+  EXPECT_EQ(envelope.maxX, 180.0);
+  EXPECT_EQ(envelope.minY, -5.0);
+  EXPECT_EQ(envelope.maxY, 5.0);
+}
+
 TEST(BoxCarrier, ABoxAroundAPoleReachesToIt) {
   // Polar coordinates, a degree for a unit of distance.
   const double degree = std::acos(-1.0) / 180.0;

@@ -282,6 +282,20 @@ TEST_F(Reproject, TheSourceRectangleIsCutToTheSource) {
   EXPECT_EQ(rect, CRect(0, 0, kWidth, kHeight)) << "untouched where nothing of the source is left";
 }
 
+TEST_F(Reproject, TheSourceRectangleCoversEdgesThatBendOutBetweenTheirPoints) {
+  // North of 60 degrees: a circle whose outermost points lie nine degrees beside those of 21 an edge, 20 pixels inside.
+  const auto reproject = Make(Open(3413, {-4e6, 2000.0, 0.0, 4e6, 0.0, -2000.0}, 4000, 4000), kGeographic);
+  CRect rect;
+  ASSERT_TRUE(reproject->GetInImgEnveFromGeoOut(CBoundingBox(-180.0, 90.0, 180.0, 60.0), rect, 0.0, 0.0));
+  const double radius = -Exact(kGeographic, 3413)(-45.0, 60.0).second / 2000.0;
+  EXPECT_LE(rect.left, 2000.0 - radius);
+  EXPECT_LE(rect.top, 2000.0 - radius);
+  EXPECT_GE(rect.right, 2000.0 + radius);
+  EXPECT_GE(rect.bottom, 2000.0 + radius);
+  EXPECT_GT(rect.left, 0);
+  EXPECT_LT(rect.bottom, 4000);
+}
+
 TEST_F(Reproject, ABoxIsCarriedByItsOutline) {
   CRasterSource& source = Open(kUtm, kUtmTransform);
   const auto reproject = Make(source, kGeographic);

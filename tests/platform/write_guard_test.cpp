@@ -18,6 +18,7 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
 #include "platform/system/disk.h"
+#include "platform/utility/common_fun.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/test_raster.h"
 
@@ -169,6 +170,46 @@ TEST_F(WriteGuards, LackOfMemoryIsToldFromOtherFailures) {
   errno = ENOMEM;
   CPLError(CE_Failure, CPLE_AppDefined, "no space for a strip buffer");
   EXPECT_TRUE(errors.OutOfMemory());
+}
+
+/// A raster whose samples GDAL has no memory for.
+class GreedyBand : public GDALRasterBand {
+ public:
+  GreedyBand() {
+    nRasterXSize = nRasterYSize = nBlockXSize = nBlockYSize = 4;
+    eDataType = GDT_Byte;
+  }
+  CPLErr IReadBlock(int, int, void*) override {
+    CPLError(CE_Failure, CPLE_OutOfMemory, "too much");
+    return CE_Failure;
+  }
+};
+class GreedyRaster : public GDALDataset {
+ public:
+  GreedyRaster() {
+    nRasterXSize = nRasterYSize = 4;
+    SetBand(1, new GreedyBand);
+  }
+  static GDALDataset* Open(GDALOpenInfo* info) {
+    return EQUAL(CPLGetExtension(info->pszFilename), "greedy") ? new GreedyRaster : nullptr;
+  }
+};
+
+TEST_F(WriteGuards, LackOfMemoryInATransferIsThrown) {
+  auto* driver = new GDALDriver;
+  driver->SetDescription("GREEDY");
+  driver->SetMetadataItem(GDAL_DCAP_RASTER, "YES");
+  driver->pfnOpen = GreedyRaster::Open;
+  GetGDALDriverManager()->RegisterDriver(driver);
+  const std::wstring path = m_folder.Path(L"a.greedy");
+  VSIFCloseL(VSIFOpenL(CommonFun::U2Utf8(path).c_str(), "wb"));
+  CRasterSource source;
+  ASSERT_TRUE(source.OpenSimple(path));
+  double values[16];
+  EXPECT_THROW(source.GetRasterBand(0)->ReadBlock(0, 0, 4, 4, values, 4, 4, PDT_FLOAT64), std::bad_alloc);
+  source.Close();
+  GetGDALDriverManager()->DeregisterDriver(driver);
+  delete driver;
 }
 
 TEST_F(WriteGuards, TheFinalCopyIsReportedAndCanBeCancelled) {
