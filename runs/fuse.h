@@ -67,7 +67,7 @@ struct FuseReport {
 };
 
 /// Fuses. The output appears under its name when everything has succeeded; a failed or cancelled run leaves nothing
-/// behind. Runs share what a process has once (log, overviews' switch, first write error): one at a time.
+/// behind. Runs share what a process has once (log, first write error): one at a time.
 /// @param observer not owned; null for nobody
 /// Throws RunFailure.
 FUSION_API FuseReport Fuse(const FuseRequest& request, RunObserver* observer = nullptr);

@@ -3,6 +3,7 @@
 // Both add the deviation of pan from its mean to every resampled band. The first gives the library the arithmetic of a
 // row; the second does the whole block by itself.
 #include <algorithm>
+#include <cmath>
 #include <iostream>
 #include <vector>
 
@@ -59,7 +60,7 @@ class DetailByBlocks : public CFusion {
     if (outType != PDT_FLOAT32) return nullptr;
     const platform::Affine toGround = m_pPanSrc->PixelToGround();
     const platform::Affine toMs = m_pMSSrc->GroundToPixel();
-    const std::vector<const double*> bands(ms, ms + msBandCount);
+    std::vector<const double*> bands(ms, ms + msBandCount);
     std::vector<double> values(bands.size());
     void** out = new void*[static_cast<std::size_t>(outBandCount)];
     for (int b = 0; b < outBandCount; ++b) out[b] = new float[static_cast<std::size_t>(dstBlock->Area())]();
@@ -69,8 +70,7 @@ class DetailByBlocks : public CFusion {
         const double north = toGround.Y(x + 0.5, y + 0.5);
         const double column = std::clamp(toMs.X(east, north) - 0.5, 0.0, m_pMSSrc->GetWidth() - 1.0);
         const double row = std::clamp(toMs.Y(east, north) - 0.5, 0.0, m_pMSSrc->GetHeight() - 1.0);
-        auto* positions = const_cast<const double**>(bands.data());
-        Resample(column, row, positions, msBandCount, msRect, values.data());
+        Resample(column, row, bands.data(), msBandCount, msRect, values.data());
         for (int b = 0; b < std::min(outBandCount, msBandCount); ++b) {
           static_cast<float*>(out[b])[i] =
               static_cast<float>(values[static_cast<std::size_t>(b)] + (pan[i] - m_panMean));
