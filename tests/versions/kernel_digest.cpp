@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "estimation/low_pass.h"
 #include "evaluation/row_sums.h"
 #include "framework/resampling/kernels.h"
 #include "framework/resampling/row_resampler.h"
@@ -88,6 +89,18 @@ void DigestRowMath(std::mt19937& random, int n, Digest& digest) {
   fusion::AddScaledRow(line.data() + 2, 0.1, n, out.data());
   digest.Add(out);
   fusion::CombineRows(lines, weights, 4, n, out.data());
+  digest.Add(out);
+}
+
+void DigestLowPass(std::mt19937& random, int n, Digest& digest) {
+  const int size = n + 12;
+  std::vector<double> columns;
+  for (int i = 0; i < n; ++i) columns.push_back(6.0 + i * 1.01);
+  const auto shape = fusion::LowPassShape::Gaussian(0.9);
+  const fusion::SeparableFilter filter({shape, columns, size}, {shape, {4.2, 6.1, 8.0}, 14});
+  const Row image = MakePositions(random, 14 * size, -3000.0, 70000.0);
+  Row out(static_cast<std::size_t>(3 * n));
+  filter.Apply(image.data(), {0, 0, size, 14}, {0, 0, n, 3}, out.data());
   digest.Add(out);
 }
 
@@ -194,6 +207,8 @@ void DigestRows(Digest& digest) {
     digest.Print("resampling" + width);
     DigestRowMath(random, n, digest);
     digest.Print("row math" + width);
+    DigestLowPass(random, n, digest);
+    digest.Print("low-pass" + width);
     DigestPositions(random, n, digest);
     digest.Print("positions" + width);
     DigestConversion(random, n, digest);
