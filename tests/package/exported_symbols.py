@@ -7,7 +7,7 @@ import sys
 library, source, headers = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3:]
 
 MARKED = re.compile(r"(?:\b(?:class|struct)\s+FUSION_API\s+(\w+))|(?:\bFUSION_API\s+[^;{]*?(\w+)\()")
-NAMED = re.compile(r"^(?:vtable for |typeinfo (?:name )?for |(?:non-virtual|virtual) thunk to )?(?:(?:fusion|platform)::)?(\w+)")
+NAMED = re.compile(r"^(?:vtable for |typeinfo (?:name )?for |(?:non-virtual|virtual) thunk to )?(?:(?:fusion|platform|quality)::)?(\w+)")
 
 marked = set()
 for header in headers:

@@ -25,9 +25,10 @@ const std::map<std::string, std::set<std::string>> kAllowed = {
     {"transform", {"platform", "framework"}},
     {"factory", {"platform", "framework", "estimation", "band_arithmetic", "highpass", "transform"}},
     {"evaluation", {"platform", "framework"}},
+    {"quality", {"platform"}},
     {"runs",
      {"platform", "framework", "estimation", "band_arithmetic", "highpass", "transform", "factory", "evaluation",
-      "fusion_c.h"}},
+      "quality", "fusion_c.h"}},
     {"apps", {"platform", "runs", "fusion_api.h"}},
 };
 
