@@ -1,7 +1,6 @@
 #include "apps/fuse_options.h"
 
 #include <CLI/CLI.hpp>
-#include <functional>
 #include <stdexcept>
 
 #include "runs/options.h"
@@ -9,12 +8,6 @@
 namespace app {
 
 namespace {
-
-/// The parser's own lists would take the next argument where they find nothing in theirs.
-void AddText(CLI::App& command, const std::string& name, const std::string& description, const char* shape,
-             const std::function<void(const std::string& text)>& take) {
-  command.add_option_function<std::string>(name, take, description)->join()->type_name(shape);
-}
 
 /// The options that were given, as they may be given again.
 std::string Given(const CLI::App& command) {
@@ -30,6 +23,12 @@ std::string Given(const CLI::App& command) {
 }
 
 }  // namespace
+
+void AddText(CLI::App& command, const std::string& name, const std::string& description, const char* shape,
+             const std::function<void(const std::string& text)>& take) {
+  // The parser's own lists would take the next argument where they find nothing in theirs.
+  command.add_option_function<std::string>(name, take, description)->join()->type_name(shape);
+}
 
 void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description) {
   AddText(command, name, description, "N,N,...", [name, &values](const std::string& text) {

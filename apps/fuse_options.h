@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ struct FuseOptions : fusion::FuseRequest {
   bool json = false;
 };
 
+/// Declares an option that takes a text of a certain shape in one argument.
+void AddText(CLI::App& command, const std::string& name, const std::string& description, const char* shape,
+             const std::function<void(const std::string& text)>& take);
 /// Declares an option that takes a list, separated by commas, in one argument: of whole numbers, or of words.
 void AddList(CLI::App& command, const std::string& name, std::vector<int>& values, const std::string& description);
 void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,

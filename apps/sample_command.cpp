@@ -5,6 +5,7 @@
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
+#include "apps/fuse_options.h"
 #include "runs/options.h"
 
 namespace app {
@@ -15,6 +16,11 @@ void AddSampleOptions(CLI::App& command, SampleCommandOptions& o) {
   command.add_option("--type", o.type, "Pixel type of the files")->capture_default_str();
   command.add_option("--ratio", o.ratio, "Multispectral pixel over pan pixel, 1 to 16")->capture_default_str();
   command.add_option("--bands", o.bands, "Multispectral bands, 1 to 16")->capture_default_str();
+  AddText(command, "--shift", "How far the multispectral picture lies to the right and down, in pan pixels", "DX,DY",
+          [&o](const std::string& text) { fusion::SetOption(o, "shift", text); });
+  command.add_option("--noise", o.noise, "Standard deviation of both sensors' noise; 1 is the brightest white")
+      ->capture_default_str();
+  command.add_option("--clouds", o.clouds, "Share of the scene that clouds hide, 0 to 1")->capture_default_str();
   command.add_flag("--overwrite", o.overwrite, "Replace existing files");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
 }

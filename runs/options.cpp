@@ -32,6 +32,13 @@ void Read(const std::string& text, double& field) { field = NumberOf<double>(tex
 void Read(const std::string& text, std::vector<int>& field) {
   field = text.empty() ? std::vector<int>() : NumbersOf(text);
 }
+void Read(const std::string& text, std::vector<double>& field) {
+  field.clear();
+  if (text.empty()) return;
+  for (const std::string& part : WordsOf(text)) {
+    field.push_back(NumberOf<double>(part, "number; a list looks like 0.5,-0.25"));
+  }
+}
 void Read(const std::string& text, std::vector<std::string>& field) {
   field = text.empty() ? std::vector<std::string>() : WordsOf(text);
 }
@@ -114,6 +121,7 @@ using S = SampleRequest;
 constexpr Option<S> kSampleOptions[] = {
     {"folder", Take<&S::folder>},       {"size", TakeSize},         {"seed", Take<&S::seed>},
     {"type", Take<&S::type>},           {"ratio", Take<&S::ratio>}, {"bands", Take<&S::bands>},
+    {"shift", Take<&S::shift>},         {"noise", Take<&S::noise>}, {"clouds", Take<&S::clouds>},
     {"overwrite", Take<&S::overwrite>},
 };
 

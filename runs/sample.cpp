@@ -1,6 +1,8 @@
 #include "runs/sample.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <filesystem>
 
 #include "platform/algorithm/base_algorithm.h"
@@ -14,6 +16,7 @@
 #include "runs/run_failure.h"
 #include "runs/run_progress.h"
 #include "runs/sample_scene.h"
+#include "runs/sample_sensor.h"
 
 namespace fusion {
 namespace {
@@ -103,72 +106,90 @@ class SceneFile {
   CRasterSource m_source;
 };
 
-/// From reflectance to the numbers a sensor would deliver in a type.
+/// From reflectance to the numbers a sensor would deliver in a type. It counts, so there are none below 0.
 double Scale(PixelDataType type, double reflectance) {
-  return type == PDT_UINT8 ? 5.0 + 240.0 * reflectance : 200.0 + 9800.0 * reflectance;
+  return std::max(0.0, reflectance) * (type == PDT_UINT8 ? 250.0 : 10000.0);
 }
 
+/// The three files of a scene in one walk down the landscape.
 class SceneWriter {
  public:
-  SceneWriter(const SampleScene& scene, PixelDataType type, int ratio, SceneFile& pan, SceneFile& ms, SceneFile& truth)
+  SceneWriter(const SampleRequest& request, const SampleScene& scene, PixelDataType type, SceneFile& pan, SceneFile& ms,
+              SceneFile& truth)
       : m_scene(scene),
         m_type(type),
-        m_ratio(ratio),
+        m_noise(request.noise),
         m_pan(pan),
         m_ms(ms),
         m_truth(truth),
-        m_rows(Bands(scene.Width())),
-        m_sums(Bands(scene.Width() / ratio)) {}
+        m_panSensor({scene.Width(), scene.Height(), 1, 1, kPanSpread}),
+        m_msSensor({scene.Width() / request.ratio, scene.Height() / request.ratio, scene.BandCount(), request.ratio,
+                    kMsSpread * request.ratio, request.shift.empty() ? 0.0 : request.shift[0],
+                    request.shift.empty() ? 0.0 : request.shift[1]}),
+        m_reach(std::max(m_panSensor.Reach(), m_msSensor.Reach())),
+        m_rows(static_cast<std::size_t>(scene.BandCount()), Row(scene.Width() + 2 * m_reach)),
+        m_panRow(1, Row(scene.Width() + 2 * m_reach)) {}
 
-  void WriteMsRow(int msRow) {
-    for (auto& sum : m_sums) std::fill(sum.begin(), sum.end(), 0.0);
-    for (int r = 0; r < m_ratio; ++r) WritePanRow(msRow * m_ratio + r);
-    constexpr double kNoise = 0.002;
-    for (std::size_t b = 0; b < m_sums.size(); ++b) {
-      for (std::size_t i = 0; i < m_sums[b].size(); ++i) {
-        const double mean = m_sums[b][i] / (m_ratio * m_ratio);
-        m_sums[b][i] =
-            Scale(m_type, mean + kNoise * m_scene.Noise(200U + static_cast<unsigned>(b), static_cast<int>(i), msRow));
-      }
-      m_ms.WriteRow(static_cast<int>(b), msRow, m_sums[b]);
+  int FirstRow() const { return -m_reach; }
+  int EndRow() const { return m_scene.Height() + m_reach; }
+
+  /// Rows come in order.
+  void Write(int row) {
+    m_scene.Row(row, -m_reach, m_rows);
+    if (row >= 0 && row < m_scene.Height()) WriteTruth(row);
+    auto& pan = m_panRow.front();
+    std::fill(pan.begin(), pan.end(), 0.0);
+    for (std::size_t b = 0; b < m_rows.size(); ++b) {
+      const double share = m_scene.PanShare(static_cast<int>(b));
+      for (std::size_t i = 0; i < pan.size(); ++i) pan[i] += share * m_rows[b][i];
     }
+    WriteSeen(m_panSensor, row, m_panRow, 100, m_pan);
+    WriteSeen(m_msSensor, row, m_rows, 200, m_ms);
   }
 
  private:
-  std::vector<std::vector<double>> Bands(int width) const {
-    return {static_cast<std::size_t>(m_scene.BandCount()), std::vector<double>(static_cast<std::size_t>(width))};
+  // In pixels of the sensor. Pan's keeps 0.18 of a pattern of single pixels. The other keeps 0.3 of the finest pattern
+  // that its pixels can hold, as sensors in orbit do: the root of -2 ln 0.3, over pi.
+  static constexpr double kPanSpread = 0.7;
+  static constexpr double kMsSpread = 0.4939391655001425;
+
+  static std::vector<double> Row(int width) { return std::vector<double>(static_cast<std::size_t>(width)); }
+
+  void WriteTruth(int row) {
+    std::vector<double> values = Row(m_scene.Width());
+    for (std::size_t b = 0; b < m_rows.size(); ++b) {
+      const double* ground = m_rows[b].data() + m_reach;
+      for (std::size_t i = 0; i < values.size(); ++i) values[i] = Scale(m_type, ground[i]);
+      m_truth.WriteRow(static_cast<int>(b), row, values);
+    }
   }
 
-  void WritePanRow(int row) {
-    m_scene.Row(row, m_rows);
-    const auto width = static_cast<std::size_t>(m_scene.Width());
-    const auto ratio = static_cast<std::size_t>(m_ratio);
-    std::vector<double> pan(width, 0.0);
-    std::vector<double> scaled(width);
-    for (std::size_t b = 0; b < m_rows.size(); ++b) {
-      const double share = m_scene.PanShare(static_cast<int>(b));
-      for (std::size_t i = 0; i < width; ++i) {
-        pan[i] += share * m_rows[b][i];
-        m_sums[b][i / ratio] += m_rows[b][i];
-        scaled[i] = Scale(m_type, m_rows[b][i]);
+  /// @param channel of the first band's noise
+  void WriteSeen(SampleSensor& sensor, int row, const SampleRows& landscape, unsigned channel, SceneFile& file) {
+    const int complete = sensor.Take(row, -m_reach, landscape);
+    if (complete < 0) return;
+    std::vector<double> values;
+    for (std::size_t b = 0; b < sensor.Seen().size(); ++b) {
+      values = sensor.Seen()[b];
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        const double noise = m_scene.Noise(channel + static_cast<unsigned>(b), static_cast<int>(i), complete);
+        values[i] = Scale(m_type, values[i] + m_noise * noise);
       }
-      m_truth.WriteRow(static_cast<int>(b), row, scaled);
+      file.WriteRow(static_cast<int>(b), complete, values);
     }
-    constexpr double kNoise = 0.004;
-    for (std::size_t i = 0; i < width; ++i) {
-      pan[i] = Scale(m_type, pan[i] + kNoise * m_scene.Noise(100, static_cast<int>(i), row));
-    }
-    m_pan.WriteRow(0, row, pan);
   }
 
   const SampleScene& m_scene;
   PixelDataType m_type;
-  int m_ratio;
+  double m_noise;
   SceneFile& m_pan;
   SceneFile& m_ms;
   SceneFile& m_truth;
-  std::vector<std::vector<double>> m_rows;
-  std::vector<std::vector<double>> m_sums;
+  SampleSensor m_panSensor;
+  SampleSensor m_msSensor;
+  int m_reach;
+  SampleRows m_rows;
+  SampleRows m_panRow;
 };
 
 void CheckSample(const SampleRequest& o) {
@@ -178,6 +199,12 @@ void CheckSample(const SampleRequest& o) {
   }
   if (o.ratio < 1 || o.ratio > 16) throw UsageError("--ratio must lie between 1 and 16.");
   if (o.bands < 1 || o.bands > 16) throw UsageError("--bands must lie between 1 and 16.");
+  const auto isShift = [](double pixels) { return std::fabs(pixels) <= kLargestShift; };
+  if (!o.shift.empty() && (o.shift.size() != 2 || !isShift(o.shift[0]) || !isShift(o.shift[1]))) {
+    throw UsageError("--shift is DX,DY in pan pixels, each from -16 to 16.");
+  }
+  if (!(o.noise >= 0.0 && o.noise <= 1.0)) throw UsageError("--noise must lie between 0 and 1.");
+  if (!(o.clouds >= 0.0 && o.clouds <= 1.0)) throw UsageError("--clouds must lie between 0 and 1.");
 }
 
 SampleReport WriteScene(const SampleRequest& o, Notices& notices, RunProgress& progress) {
@@ -198,12 +225,12 @@ SampleReport WriteScene(const SampleRequest& o, Notices& notices, RunProgress& p
   SceneFile truth(file(L"truth.tif"), size, o.bands, type, kPixel, o.overwrite);
   const std::array<SceneFile*, 3> files{&pan, &ms, &truth};
   for (SceneFile* made : files) made->Create();
-  const SampleScene scene(o.seed, size.width, o.bands);
-  SceneWriter writer(scene, type, o.ratio, pan, ms, truth);
-  progress.Begin({"sample"}, L"sample", msSize.height);
-  for (int row = 0; row < msSize.height; ++row) {
-    writer.WriteMsRow(row);
-    if (!progress.Step(row + 1, L"")) throw RunError(ERR_CANCELLED, L"");
+  const SampleScene scene(o.seed, size.width, size.height, o.bands, o.clouds);
+  SceneWriter writer(o, scene, type, pan, ms, truth);
+  progress.Begin({"sample"}, L"sample", writer.EndRow() - writer.FirstRow());
+  for (int row = writer.FirstRow(); row < writer.EndRow(); ++row) {
+    writer.Write(row);
+    if (!progress.Step(row + 1 - writer.FirstRow(), L"")) throw RunError(ERR_CANCELLED, L"");
   }
   progress.Finish();
   for (SceneFile* done : files) done->Close();

@@ -10,9 +10,12 @@ namespace fusion {
 
 /// The most pan pixels of a made-up scene on either side.
 inline constexpr int kLargestSample = 200000;
+/// The most pan pixels by which a made-up multispectral picture may lie beside its place.
+inline constexpr double kLargestShift = 16.0;
 
-/// A made-up scene to try things with: pan.tif, ms.tif and truth.tif, the multispectral scene at pan resolution. Texts
-/// are UTF-8.
+/// A made-up scene to try things with: pan.tif and ms.tif as sensors see it, whose lenses blur and whose counts are
+/// noisy, and truth.tif: the bands as a sensor without any fault would see them with the pixels of pan. Texts are
+/// UTF-8.
 struct FUSION_API SampleRequest {
   SampleRequest();
   ~SampleRequest();
@@ -26,7 +29,11 @@ struct FUSION_API SampleRequest {
   std::string type = "uint16";  ///< of the samples, as in FuseRequest::type
   int ratio = 4;                ///< multispectral over pan pixel, 1 to 16
   int bands = 4;                ///< multispectral, 1 to 16; the first four are blue, green, red, near infrared
-  bool overwrite = false;       ///< replace existing files
+  std::vector<double> shift;  ///< how far the multispectral picture lies to the right and down of pan's, in pan pixels,
+                              ///< -kLargestShift to kLargestShift; empty: nowhere
+  double noise = 0.0015;      ///< standard deviation of both sensors' noise, 0 to 1; 1 is the brightest white
+  double clouds = 0.0;        ///< share of the scene that clouds hide, 0 to 1
+  bool overwrite = false;     ///< replace existing files
 };
 
 /// A file of a scene.

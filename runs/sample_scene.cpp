@@ -8,11 +8,12 @@ namespace {
 
 enum Kind { kCrop, kMeadow, kSoil, kWood, kWater, kRoad, kBrightRoof, kRedRoof, kShadow, kKindCount };
 
-// Reflectance in blue, green, red and near infrared; plausible figures, not measurements.
+// Reflectance in blue, green, red and near infrared; plausible figures, not measurements. Water is next to black, as it
+// is once the haze above it has been taken off.
 constexpr double kSpectra[kKindCount][4] = {
-    {0.05, 0.10, 0.06, 0.45}, {0.06, 0.12, 0.08, 0.38}, {0.12, 0.17, 0.24, 0.31},
-    {0.03, 0.06, 0.04, 0.33}, {0.06, 0.05, 0.03, 0.02}, {0.14, 0.15, 0.16, 0.18},
-    {0.40, 0.42, 0.44, 0.47}, {0.12, 0.16, 0.30, 0.36}, {0.02, 0.02, 0.02, 0.04},
+    {0.05, 0.10, 0.06, 0.45}, {0.06, 0.12, 0.08, 0.38},     {0.12, 0.17, 0.24, 0.31},
+    {0.03, 0.06, 0.04, 0.33}, {0.020, 0.014, 0.006, 0.001}, {0.14, 0.15, 0.16, 0.18},
+    {0.40, 0.42, 0.44, 0.47}, {0.12, 0.16, 0.30, 0.36},     {0.02, 0.02, 0.02, 0.04},
 };
 constexpr double kPanShares[4] = {0.22, 0.30, 0.32, 0.16};
 
@@ -22,15 +23,21 @@ constexpr int kPlotSize = 44;
 constexpr int kTreeSpacing = 16;
 constexpr int kBendLength = 600;
 constexpr double kTown = 0.52;
+constexpr double kRiverHalf = 28.0;
 
 double Ease(double t) { return t * t * (3.0 - 2.0 * t); }
 
 }  // namespace
 
-SampleScene::SampleScene(unsigned seed, int width, int bandCount)
-    : m_seed(seed), m_width(width), m_bandCount(bandCount) {}
+SampleScene::SampleScene(unsigned seed, int width, int height, int bandCount, double clouds)
+    : m_seed(seed),
+      m_width(width),
+      m_height(height),
+      m_bandCount(bandCount),
+      m_cloudy(clouds > 0.0),
+      m_cloudBase(m_cloudy ? CloudBase(clouds) : 0.0) {}
 
-std::uint32_t SampleScene::Hash(std::uint32_t channel, std::int64_t x, std::int64_t y) const {
+std::uint64_t SampleScene::Bits(std::uint32_t channel, std::int64_t x, std::int64_t y) const {
   std::uint64_t h = (static_cast<std::uint64_t>(m_seed) << 32) ^ channel;
   h ^= static_cast<std::uint64_t>(x) * 0x9E3779B97F4A7C15ULL;
   h ^= static_cast<std::uint64_t>(y) * 0xC2B2AE3D27D4EB4FULL;
@@ -38,39 +45,87 @@ std::uint32_t SampleScene::Hash(std::uint32_t channel, std::int64_t x, std::int6
   h *= 0xBF58476D1CE4E5B9ULL;
   h ^= h >> 32;
   h *= 0x94D049BB133111EBULL;
-  return static_cast<std::uint32_t>(h >> 32);
+  return h;
+}
+
+std::uint32_t SampleScene::Hash(std::uint32_t channel, std::int64_t x, std::int64_t y) const {
+  return static_cast<std::uint32_t>(Bits(channel, x, y) >> 32);
 }
 
 double SampleScene::Unit(std::uint32_t channel, std::int64_t x, std::int64_t y) const {
   return Hash(channel, x, y) / 4294967296.0;
 }
 
-double SampleScene::Noise(unsigned channel, int column, int row) const {
+/// Between -1 and 1, all alike.
+double SampleScene::Grain(std::uint32_t channel, int column, int row) const {
   return Unit(channel, column, row) * 2.0 - 1.0;
+}
+
+double SampleScene::Noise(unsigned channel, int column, int row) const {
+  // The sum of four numbers that are anything from 0 to 1 has the mean 2 and the variance 4 / 12.
+  constexpr double kRootOf3 = 1.7320508075688772;
+  const std::uint64_t bits = Bits(channel, column, row);
+  const std::uint64_t sum = (bits & 0xFFFF) + (bits >> 16 & 0xFFFF) + (bits >> 32 & 0xFFFF) + (bits >> 48);
+  return kRootOf3 * (static_cast<double>(sum) / 65535.0 - 2.0);
 }
 
 /// Column of the middle of the river.
 double SampleScene::RiverAt(int row) const {
   const int bend = row / kBendLength;
   const double along = Ease(static_cast<double>(row % kBendLength) / kBendLength);
-  return m_width * (0.3 + 0.4 * (Unit(21, 0, bend) * (1.0 - along) + Unit(21, 0, bend + 1) * along));
+  return kBeyond + m_width * (0.3 + 0.4 * (Unit(21, 0, bend) * (1.0 - along) + Unit(21, 0, bend + 1) * along));
 }
 
 /// Smooth noise between 0 and 1: random values on a lattice, blended.
-void SampleScene::SmoothRow(std::uint32_t channel, int period, int row, std::vector<double>& values) const {
+void SampleScene::SmoothRow(std::uint32_t channel, int period, int row, int firstColumn,
+                            std::vector<double>& values) const {
   const int top = row / period;
   const double down = Ease(static_cast<double>(row % period) / period);
   double left = 0.0;
   double right = 0.0;
-  for (int column = 0; column < m_width; ++column) {
-    const int cell = column / period;
-    if (column % period == 0) {
-      left = column == 0 ? Unit(channel, 0, top) * (1.0 - down) + Unit(channel, 0, top + 1) * down : right;
-      right = Unit(channel, cell + 1, top) * (1.0 - down) + Unit(channel, cell + 1, top + 1) * down;
+  const auto at = [&](int cell) {
+    return Unit(channel, cell, top) * (1.0 - down) + Unit(channel, cell, top + 1) * down;
+  };
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const int column = firstColumn + static_cast<int>(i);
+    if (i == 0 || column % period == 0) {
+      left = i == 0 ? at(column / period) : right;
+      right = at(column / period + 1);
     }
     const double across = Ease(static_cast<double>(column % period) / period);
-    values[static_cast<std::size_t>(column)] = left * (1.0 - across) + right * across;
+    values[i] = left * (1.0 - across) + right * across;
   }
+}
+
+/// Clouds are the peaks of a smooth height with ever smaller bulges, 0 to 1.
+void SampleScene::CloudRow(int row, int firstColumn, std::vector<double>& heights) const {
+  static constexpr struct {
+    int period;
+    double height;
+  } kBulges[] = {{260, 0.6}, {70, 0.25}, {19, 0.15}};
+  std::fill(heights.begin(), heights.end(), 0.0);
+  std::vector<double> bulge(heights.size());
+  std::uint32_t channel = 50;
+  for (const auto& [period, height] : kBulges) {
+    SmoothRow(channel++, period, row, firstColumn, bulge);
+    for (std::size_t i = 0; i < heights.size(); ++i) heights[i] += height * bulge[i];
+  }
+}
+
+/// The height that a share of the picture reaches, by a grid of its pixels.
+double SampleScene::CloudBase(double share) const {
+  constexpr int kMost = 256;
+  const int across = (m_width + kMost - 1) / kMost;
+  const int down = (m_height + kMost - 1) / kMost;
+  std::vector<double> row(static_cast<std::size_t>(m_width));
+  std::vector<double> heights;
+  for (int y = 0; y < m_height; y += down) {
+    CloudRow(y + kBeyond, kBeyond, row);
+    for (int x = 0; x < m_width; x += across) heights.push_back(row[static_cast<std::size_t>(x)]);
+  }
+  std::sort(heights.begin(), heights.end());
+  const auto below = static_cast<std::size_t>((1.0 - share) * static_cast<double>(heights.size()));
+  return heights[std::min(below, heights.size() - 1)];
 }
 
 /// Fields are the cells around randomly moved lattice points.
@@ -120,7 +175,8 @@ bool SampleScene::TreeAt(int column, int row, double density, Surface& tree) con
 
 SampleScene::Surface SampleScene::SurfaceAt(int column, int row, double town, double river) const {
   const double fromRiver = std::fabs(column - river);
-  if (fromRiver < 28.0) return {kWater, 1.0 - 0.008 * fromRiver};
+  // No more than a sixth of a narrow picture.
+  if (fromRiver < std::min(kRiverHalf, m_width / 12.0)) return {kWater, 1.0 - 0.008 * fromRiver};
 
   const int roadX = static_cast<int>(Unit(7, column / kRoadSpacing, 0) * 200.0) + 60;
   const int roadY = static_cast<int>(Unit(8, 0, row / kRoadSpacing) * 200.0) + 60;
@@ -171,25 +227,34 @@ double SampleScene::PanShare(int band) const {
   return kPanShares[band] / sum;
 }
 
-void SampleScene::Row(int row, std::vector<std::vector<double>>& bands) const {
-  const auto width = static_cast<std::size_t>(m_width);
+void SampleScene::Row(int row, int firstColumn, std::vector<std::vector<double>>& bands) const {
+  // Cells of all kinds are counted from the landscape's corner, so no position is negative.
+  row += kBeyond;
+  firstColumn += kBeyond;
+  const std::size_t width = bands.front().size();
   std::vector<double> town(width);
   std::vector<double> relief(width);
   std::vector<double> texture(width);
+  std::vector<double> cloud(width);
   const double river = RiverAt(row);
-  SmoothRow(20, 400, row, town);
-  SmoothRow(22, 210, row, relief);
-  SmoothRow(23, 7, row, texture);
+  SmoothRow(20, 400, row, firstColumn, town);
+  SmoothRow(22, 210, row, firstColumn, relief);
+  SmoothRow(23, 7, row, firstColumn, texture);
+  if (m_cloudy) CloudRow(row, firstColumn, cloud);
   for (std::size_t i = 0; i < width; ++i) {
-    const int column = static_cast<int>(i);
+    const int column = firstColumn + static_cast<int>(i);
     const Surface surface = SurfaceAt(column, row, town[i], river);
     const double rough = surface.kind == kWood ? 0.9 : surface.kind == kWater ? 0.05 : 0.25;
     const double light = surface.brightness * (0.9 + 0.2 * relief[i]) *
-                         (1.0 + rough * (texture[i] - 0.5) + 0.06 * Noise(24, column, row));
+                         (1.0 + rough * (texture[i] - 0.5) + 0.06 * Grain(24, column, row));
+    // Edges of clouds let the ground shine through.
+    const double hidden = m_cloudy ? std::clamp(0.5 + 8.0 * (cloud[i] - m_cloudBase), 0.0, 1.0) : 0.0;
+    const double white = 0.7 + 0.25 * cloud[i];
     for (int b = 0; b < m_bandCount; ++b) {
-      const double value =
-          Reflectance(surface.kind, b) * light * (1.0 + 0.02 * Noise(25U + static_cast<unsigned>(b), column, row));
-      bands[static_cast<std::size_t>(b)][i] = std::clamp(value, 0.0, 1.0);
+      const double ground =
+          Reflectance(surface.kind, b) * light * (1.0 + 0.02 * Grain(25U + static_cast<unsigned>(b), column, row));
+      const double seen = ground + hidden * (white - ground);
+      bands[static_cast<std::size_t>(b)][i] = std::clamp(seen, 0.0, 1.0);
     }
   }
 }

@@ -49,9 +49,9 @@ TEST_F(NoticesOfRuns, AnEmptyBandOfTheWeightedMethodIsNamedWithItsReason) {
     return std::count(out.bands[band].begin(), out.bands[band].end(), 0.0);
   };
   constexpr auto kAll = 64 * 64;
-  // Two bands like pan, one that falls where pan rises, one that says nothing.
+  // Two bands like pan and far from 0, one that falls where pan rises, one that says nothing.
   for (std::size_t i = 0; i < ms.bands[0].size(); ++i) {
-    const double like = pan.bands[0][i / 16 * 4 * 64 + i % 16 * 4];
+    const double like = 1000.0 + pan.bands[0][i / 16 * 4 * 64 + i % 16 * 4];
     ms.bands[0][i] = like;
     ms.bands[1][i] = 20000.0 - like;
     ms.bands[2][i] = 100.0 + like;

@@ -71,6 +71,16 @@ int main(int argc, char** argv) {
   EXPECT(strcmp(fusion_request_error(sample), "There is no option 'pan'.") == 0);
   EXPECT(fusion_set(sample, "size", "64x48") == FUSION_OK);
   EXPECT(strcmp(fusion_request_error(sample), "") == 0);
+  EXPECT(fusion_set(sample, "shift", "0.5;-0.25") == FUSION_WRONG_USAGE);
+  EXPECT(strstr(fusion_request_error(sample), "--shift") != NULL);
+  EXPECT(fusion_set(sample, "shift", "17,0") == FUSION_OK);
+  fusion_outcome* far_off = fusion_run(sample, NULL);
+  EXPECT(fusion_outcome_status(far_off) == FUSION_WRONG_USAGE);
+  EXPECT(strstr(fusion_outcome_sentence(far_off), "--shift") != NULL);
+  fusion_free_outcome(far_off);
+  EXPECT(fusion_set(sample, "shift", "0.5,-0.25") == FUSION_OK);
+  EXPECT(fusion_set_double(sample, "noise", 0.003) == FUSION_OK);
+  EXPECT(fusion_set_double(sample, "clouds", 0.125) == FUSION_OK);
   fusion_outcome* made = fusion_run(sample, NULL);
   EXPECT(fusion_outcome_status(made) == FUSION_OK);
   EXPECT(fusion_outcome_file_count(made) == 3);
