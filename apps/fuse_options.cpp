@@ -51,6 +51,10 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("OUT", o.out, "Fused image to write")->required();
   command.add_option("--method", o.method, "Fusion method, see 'fusion methods'")->capture_default_str();
   command.add_option("--resample", o.resample, "nearest, bilinear or bicubic (default: bicubic)");
+  command
+      .add_option("--edges", o.edges,
+                  "repeat or off: whether resampling sees the multispectral image's edge rows and columns repeated")
+      ->capture_default_str();
   command.add_option("--type", o.type,
                      "uint8, uint16, int16, uint32, int32, float32 or float64 (default: the multispectral image's)");
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");

@@ -183,7 +183,8 @@ fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBloc
           m_pMSSrc->GroundToPixel(),
           m_pMSSrc->GetWidth(),
           m_pMSSrc->GetHeight(),
-          m_pReproject};
+          m_pReproject,
+          m_param.m_bRepeatMsEdges ? fusion::kRepeatedEdge : 0};
 }
 
 bool CFusion::CanFuseRows(PixelDataType outType) const {

@@ -230,14 +230,14 @@ void MapPixels(const RowGeometry& g, int first, int count, int row, double* x, d
     y[i] = g.toGround.Y(startX, startY);
   }
   if (g.reproject) {
-    g.reproject->GetSrcPos(x, y, x, y, count);
+    g.reproject->GetSrcPos(x, y, x, y, count, g.edge);
     return;
   }
   for (int i = 0; i < count; ++i) {
     const double gx = x[i];
     const double gy = y[i];
-    x[i] = platform::SampleCoordinate(g.groundToMs.X(gx, gy), g.msWidth);
-    y[i] = platform::SampleCoordinate(g.groundToMs.Y(gx, gy), g.msHeight);
+    x[i] = platform::SampleCoordinate(g.groundToMs.X(gx, gy), g.msWidth, g.edge);
+    y[i] = platform::SampleCoordinate(g.groundToMs.Y(gx, gy), g.msHeight, g.edge);
   }
 }
 
@@ -252,7 +252,7 @@ void RowSource::Resample(int row, double* const* out) {
     const double x = static_cast<double>(g.rect.left) + g.offset;
     const double y = static_cast<double>(g.rect.top + row) + g.offset;
     const double corner = g.groundToMs.Y(g.toGround.X(x, y), g.toGround.Y(x, y));
-    const double msRow = platform::SampleCoordinate(corner, g.msHeight);
+    const double msRow = platform::SampleCoordinate(corner, g.msHeight, g.edge);
     m_resampler.ResampleRow(msRow, out);
     if (!m_gapBands.empty()) std::fill(m_y.begin(), m_y.end(), msRow);
   }

@@ -21,6 +21,7 @@ struct RowGeometry {
   int msWidth;
   int msHeight;
   const CReproject* reproject;  ///< null without reprojection
+  int edge = 0;                 ///< samples around the multispectral image that repeat its edges
 };
 
 /// Positions in the multispectral image (sample coordinates) of count pixels of a row, both counted from the block's

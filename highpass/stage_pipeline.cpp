@@ -86,6 +86,7 @@ HpfFusionParam StagePipeline::FusionRecord(const PipelineStage& stage, const std
   record.m_vecMSBands = m_param.m_vecMSBands;
   record.m_bNeedReproject = m_param.m_bNeedReproject;
   record.m_eResampleType = RT_BICUBIC;
+  record.m_bRepeatMsEdges = m_param.m_bRepeatMsEdges;
   record.m_dDetailWeight1 = m_param.m_dDetailWeight1;
   record.m_dDetailWeight2 = m_param.m_dDetailWeight2;
   record.m_bHpfFlag1 = m_param.m_bHpfFlag1;

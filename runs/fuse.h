@@ -23,6 +23,7 @@ struct FUSION_API FuseRequest {
   std::string method;  ///< of Methods(); DefaultMethod() by default
 
   std::optional<std::string> resample;  ///< nearest, bilinear or bicubic (default)
+  std::string edges = "repeat";         ///< repeat or off: let kernels see the multispectral image's edges repeated
   /// uint8, uint16, int16, uint32, int32, float32 or float64; by default the multispectral image's, float32 for a raw
   /// multiplicative run
   std::optional<std::string> type;

@@ -84,6 +84,8 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
   if (o.noDataMask != "auto" && o.noDataMask != "on" && o.noDataMask != "off") {
     throw UsageError("--nodata-mask is auto, on or off, not '" + o.noDataMask + "'.");
   }
+  if (o.edges != "repeat" && o.edges != "off") throw UsageError("--edges is repeat or off, not '" + o.edges + "'.");
+  checked.repeatsEdges = o.edges == "repeat";
   if (o.statistics != "scene" && o.statistics != "window") {
     throw UsageError("--statistics is scene or window, not '" + o.statistics + "'.");
   }

@@ -13,6 +13,7 @@ namespace fusion {
 struct CheckedRequest {
   const Method* method = nullptr;
   ResampleType resample = RT_BICUBIC;
+  bool repeatsEdges = true;
   PixelDataType type = PDT_UNKNOWN;  ///< PDT_UNKNOWN: the multispectral image's own
   RasterDataFormat format = kFormatUnknown;
   bool matched = false;

@@ -131,6 +131,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelData
   param.m_eOutFormat = format;
   if (!comesMatching) param.m_pDescription = m_description;
   param.m_eResampleType = m_checked.resample;
+  param.m_bRepeatMsEdges = m_checked.repeatsEdges;
   for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
   param.m_bSpectralMatch = matchesItself;
   param.m_bMakeGreen = m_options.makeGreen && (matchesItself || m_checked.method->isPipeline);

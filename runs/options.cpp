@@ -82,6 +82,7 @@ constexpr Option<F> kFuseOptions[] = {
     {"out", Take<&F::out>},
     {"method", Take<&F::method>},
     {"resample", Take<&F::resample>},
+    {"edges", Take<&F::edges>},
     {"type", Take<&F::type>},
     {"bands", Take<&F::bands>},
     {"pan-band", Take<&F::panBand>},

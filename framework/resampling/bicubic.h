@@ -20,13 +20,15 @@ struct Bicubic {
   using Simpler = Bilinear;
   static bool FitsColumn(double x, const CRect& rect) {
     const int ix = static_cast<int>(Sane(x));
-    return ix + 1 < rect.right - 1 && ix >= 1;
+    return ix + 1 < rect.right - 1 && (ix >= 1 || BeginsOnEdge(x, rect.left));
   }
   static bool FitsRow(double y, const CRect& rect) {
     const int iy = static_cast<int>(Sane(y));
     // Unlike for columns, equality is allowed: the fourth row may lie just behind the rectangle and then counts as 0.
-    return iy + 1 <= rect.bottom - 1 && iy >= 1;
+    return iy + 1 <= rect.bottom - 1 && (iy >= 1 || BeginsOnEdge(y, rect.top));
   }
+  /// Whether the first tap lies on the image's repeated edge.
+  static bool BeginsOnEdge(double position, int first) { return RepeatsEdge(first) && position >= first + 1; }
 
   /// Without a branch, for loops that vectorise.
   static double Weight(double t) {
@@ -40,7 +42,7 @@ struct Bicubic {
   static constexpr int kBefore = 1;
   static constexpr int kBehind = 2;
   static Taps<kTaps> MakeTaps(double position, int origin, int /*size*/) {
-    const int whole = static_cast<int>(position);
+    const int whole = WholeOf(position, origin);
     const double fraction = position - whole;
     Taps<kTaps> taps;
     for (int k = 0; k < 4; ++k) {

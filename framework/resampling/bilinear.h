@@ -18,20 +18,22 @@ struct Bilinear {
   using Simpler = Nearest;
   static bool FitsColumn(double x, const CRect& rect) {
     const int ix = static_cast<int>(Sane(x));
-    return ix < rect.right - 1 && ix >= 0;
+    return ix < rect.right - 1 && (ix >= 0 || BeginsOnEdge(x, rect.left));
   }
   static bool FitsRow(double y, const CRect& rect) {
     const int iy = static_cast<int>(Sane(y));
-    return iy < rect.bottom - 1 && iy >= 0;
+    return iy < rect.bottom - 1 && (iy >= 0 || BeginsOnEdge(y, rect.top));
   }
+  /// Whether the first tap lies on the image's repeated edge.
+  static bool BeginsOnEdge(double position, int first) { return RepeatsEdge(first) && position >= first; }
 
   static constexpr int kTaps = 2;
   static constexpr int kBefore = 0;
   static constexpr int kBehind = 2;  // one, were it not for sums that are rounded up
   static Taps<kTaps> MakeTaps(double position, int origin, int /*size*/) {
     const double local = position - origin;
-    const auto first = static_cast<std::int64_t>(static_cast<int>(position)) - origin;
-    const auto second = static_cast<std::int64_t>(static_cast<int>(position + 1.0)) - origin;
+    const auto first = std::int64_t{WholeOf(position, origin)} - origin;
+    const auto second = std::int64_t{WholeOf(position + 1.0, origin)} - origin;
     const double toFirst = local - static_cast<double>(first);
     const double toSecond = static_cast<double>(second) - local;
     return {{first, second}, {toSecond, toFirst}};

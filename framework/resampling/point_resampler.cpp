@@ -16,7 +16,7 @@ PositionBox InnerPositions(ResampleType type, const CRect& rect) {
   VisitKernel(type, [&]<typename Kernel>(Kernel) {
     constexpr double kBefore = Kernel::kBefore;
     constexpr double kBehind = Kernel::kBehind;
-    box = {std::max(rect.left, 0) + kBefore, std::max(rect.top, 0) + kBefore, rect.right - kBehind,
+    box = {std::max(rect.left + kBefore, 0.0), std::max(rect.top + kBefore, 0.0), rect.right - kBehind,
            rect.bottom - kBehind};
   });
   return box;

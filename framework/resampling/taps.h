@@ -7,6 +7,15 @@ namespace fusion {
 /// The taps that a kernel may have on an axis, and the samples in a row that they may lie within.
 constexpr int kMostTaps = 4;
 
+/// A rectangle that begins before the image's first sample repeats the image's edges, and positions lie there, too.
+inline bool RepeatsEdge(int first) { return first < 0; }
+
+/// The whole number in a position, cut to it, as kernels take it; before the image's first sample the one below.
+inline int WholeOf(double position, int first) {
+  const int whole = static_cast<int>(position);
+  return RepeatsEdge(first) && position < whole ? whole - 1 : whole;
+}
+
 /// The taps of one axis: samples in ascending order, counted from the rectangle's first, and a weight for each.
 template <int N>
 struct Taps {

@@ -7,6 +7,31 @@ namespace {
 
 std::int64_t SlackOf(const CRect& rect) { return rect.Area() > 0 ? std::int64_t{rect.Width()} + 2 : 0; }
 
+CRect OnRaster(const CRect& rect, const CRasterBand& band) {
+  return {std::max(rect.left, 0), std::max(rect.top, 0), std::min(rect.right, band.GetWidth()),
+          std::min(rect.bottom, band.GetHeight())};
+}
+
+/// Makes a larger rectangle of one that was read, its edges repeated.
+void Spread(double* values, const CRect& read, const CRect& rect) {
+  const std::ptrdiff_t from = read.Width();
+  const std::ptrdiff_t to = rect.Width();
+  const std::ptrdiff_t before = read.left - rect.left;
+  const std::ptrdiff_t above = read.top - rect.top;
+  const std::ptrdiff_t below = rect.bottom - read.bottom;
+  double* const first = values + above * to;
+  // From the last row on: none is moved over one that is still to be moved.
+  for (std::ptrdiff_t row = read.Height() - 1; row >= 0; --row) {
+    double* const line = first + row * to;
+    std::copy_backward(values + row * from, values + (row + 1) * from, line + before + from);
+    std::fill_n(line, before, line[before]);
+    std::fill_n(line + before + from, to - before - from, line[before + from - 1]);
+  }
+  double* const last = first + (read.Height() - 1) * to;
+  for (std::ptrdiff_t row = 0; row < above; ++row) std::copy_n(first, to, values + row * to);
+  for (std::ptrdiff_t row = 1; row <= below; ++row) std::copy_n(last, to, last + row * to);
+}
+
 }  // namespace
 
 CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
@@ -34,6 +59,14 @@ CRect Shift(const CRect& rect, int dx, int dy) {
     return static_cast<std::int32_t>(std::clamp<std::int64_t>(value + offset, INT32_MIN, INT32_MAX));
   };
   return {add(rect.left, dx), add(rect.top, dy), add(rect.right, dx), add(rect.bottom, dy)};
+}
+
+CRect BeyondEdges(const CRect& rect, int rasterWidth, int rasterHeight) {
+  if (rect.Area() == 0) return rect;
+  constexpr int kReach = kRepeatedEdge;
+  return {rect.left <= 0 ? -kReach : rect.left, rect.top <= 0 ? -kReach : rect.top,
+          rect.right >= rasterWidth ? rasterWidth + kReach : rect.right,
+          rect.bottom >= rasterHeight ? rasterHeight + kReach : rect.bottom};
 }
 
 BandBuffers::BandBuffers(std::size_t count, std::int64_t capacity)
@@ -77,9 +110,11 @@ void BandBuffers::Reserve(const CRect& rect) {
 bool BandBuffers::ReadInto(double* values, std::size_t i, CRasterBand& band, const CRect& rect,
                            unsigned char& gaps) const {
   bool any = false;
-  if (band.ReadSamples(rect, values, any) != 0) return false;
+  const CRect read = m_repeatsEdges ? OnRaster(rect, band) : rect;
+  if (band.ReadSamples(read, values, any) != 0) return false;
   gaps = any;
-  if (m_afterRead) m_afterRead(band, static_cast<int>(i), values, rect.Area());
+  if (m_afterRead) m_afterRead(band, static_cast<int>(i), values, read.Area());
+  if (!(read == rect)) Spread(values, read, rect);
   std::fill_n(values + rect.Area(), SlackOf(rect), 0.0);
   return true;
 }

@@ -46,6 +46,13 @@ struct BlockGrid {
 /// A rectangle shifted by whole pixels.
 CRect Shift(const CRect& rect, int dx, int dy);
 
+/// Rows and columns that kernels reach beyond an image: two from its own samples, one more from where a position may at
+/// most lie beside it.
+constexpr int kRepeatedEdge = 3;
+/// The rectangle of a raster with so many rows and columns more where it touches the raster's edges; an empty one stays
+/// empty.
+CRect BeyondEdges(const CRect& rect, int rasterWidth, int rasterHeight);
+
 /// A set of equally large band buffers that grow when a rectangle needs more and never shrink. They are not
 /// initialised, but the elements behind a rectangle that was read are 0 for at least its width + 2: a nearest-neighbour
 /// position at the far edge reads one row and one column past it.
@@ -68,6 +75,8 @@ class BandBuffers {
 
   /// Called from now on with all that Read reads into buffer i, on the thread that reads it.
   void SetAfterRead(AfterRead afterRead) { m_afterRead = std::move(afterRead); }
+  /// Lets Read and Expect take rectangles that reach beyond a band's raster: what lies there repeats the raster's edge.
+  void RepeatEdges(bool repeats) { m_repeatsEdges = repeats; }
   /// Makes every buffer hold at least the rectangle.
   void Reserve(const CRect& rect);
   /// Reads a band's rectangle as doubles into buffer i; false for a null band or a failed read.
@@ -98,6 +107,7 @@ class BandBuffers {
   void WaitForReader();
 
   AfterRead m_afterRead;
+  bool m_repeatsEdges = false;
   std::vector<Buffer> m_buffers;
   std::vector<Expected> m_expected;
   platform::TaskQueue* m_reader = nullptr;

@@ -42,7 +42,7 @@ struct BlockSet {
   BandBuffers ms;
   CRect dstBlock;  ///< the block at hand: in the output,
   CRect panRect;   ///< in the pan image,
-  CRect msRect;    ///< and what was read for it from the multispectral image
+  CRect msRect;    ///< and what was read for it from the multispectral image, with its edges repeated where asked for
   CRasterAOI* aoi = nullptr;
   std::unique_ptr<BlockMatching> matching;  ///< null where the blocks are written as they are
   std::unique_ptr<BlockRange> range;        ///< while the range of the result is taken

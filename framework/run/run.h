@@ -63,6 +63,8 @@ class Run {
   /// Turns from the statistics of the result to the result.
   void EndCounting();
 
+  /// What kernels are to see of the multispectral image where a block needs a rectangle of it.
+  CRect KernelRect(const CRect& msRect) const;
   /// Fuses every block of a grid. False where the run ended before.
   bool Walk(const BlockGrid& grid);
   /// Leaves out the pixels of a block just read that have no data, where the run masks them.

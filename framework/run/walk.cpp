@@ -9,10 +9,16 @@
 
 namespace fusion {
 
+CRect Run::KernelRect(const CRect& msRect) const {
+  return m_fusion.m_param.m_bRepeatMsEdges ? BeyondEdges(msRect, m_ms.GetWidth(), m_ms.GetHeight()) : msRect;
+}
+
 LoadResult Run::Load(BlockSet& blocks, const CRect& dstBlock) {
   blocks.dstBlock = dstBlock;
   blocks.panRect = Shift(dstBlock, blocks.panLeft, blocks.panTop);
   if (!m_fusion.GetReadBufferRect(&blocks.dstBlock, &blocks.msRect)) return LoadResult::kSkipped;
+  blocks.msRect = KernelRect(blocks.msRect);
+  blocks.ms.RepeatEdges(m_fusion.m_param.m_bRepeatMsEdges);
   blocks.ms.Reserve(blocks.msRect);
   blocks.rows.Reserve(platform::CacheRoom::BytesToShare(m_ms, blocks.msRect.Height()) +
                       platform::CacheRoom::BytesToShare(m_pan, blocks.grid.blockHeight));
@@ -56,7 +62,7 @@ void Run::ReadAhead(BlockSet& blocks) {
   // A guess by the common rule, since a derived class's own is to be asked only when the block's turn has come.
   if (next.Area() == 0 || !m_fusion.CFusion::GetReadBufferRect(&next, &msRect)) return;
   for (std::size_t i = 0; i < blocks.msBands.size(); ++i) {
-    blocks.ms.Expect(i, m_ms.GetRasterBand(blocks.msBands[i]), msRect, blocks.reader);
+    blocks.ms.Expect(i, m_ms.GetRasterBand(blocks.msBands[i]), KernelRect(msRect), blocks.reader);
   }
   const CRect panRect = Shift(next, blocks.panLeft, blocks.panTop);
   blocks.pan.Expect(0, m_pan.GetRasterBand(m_fusion.m_param.m_nPanBand), panRect, blocks.reader);
@@ -173,7 +179,10 @@ bool Run::Visit(const platform::Stage& stage, const std::wstring& title,
 LoadResult Run::MaskBlock(BlockSet& blocks) {
   if (!m_fusion.m_param.m_bMaskNoData || !m_area) return LoadResult::kReady;
   m_gaps = {true, blocks.ms.Gaps()};
-  const auto marks = MarkData(blocks, m_fusion.Geometry(blocks.panRect, blocks.dstBlock));
+  RowGeometry geometry = m_fusion.Geometry(blocks.panRect, blocks.dstBlock);
+  // What repeats the image is no data of it.
+  geometry.edge = 0;
+  const auto marks = MarkData(blocks, geometry);
   if (marks.empty()) return LoadResult::kReady;
   constexpr int kNone = 0;
   constexpr int kWhole = 3;

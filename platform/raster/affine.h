@@ -16,11 +16,13 @@ struct Affine {
 
 /// From a corner-based pixel coordinate to the sample coordinate that the resampling kernels expect: a whole number is
 /// a pixel centre; on the image, or at most one pixel outside it, clamped to its samples; NaN and far positions -1e9.
-inline double SampleCoordinate(double corner, int size) {
+/// @param edge samples around the image that are to belong to it
+inline double SampleCoordinate(double corner, int size, int edge = 0) {
   double sample = corner - 0.5;
-  if (corner >= -1.0 && corner <= size + 1.0) {
-    const double last = size - 1;
-    sample = sample < 0.0 ? 0.0 : sample;
+  if (corner >= -1.0 - edge && corner <= size + 1.0 + edge) {
+    const double first = -edge;
+    const double last = size - 1 + edge;
+    sample = sample < first ? first : sample;
     sample = sample > last ? last : sample;
   }
   constexpr double kFar = 1073741824.0;

@@ -71,8 +71,8 @@ void PositionGrid::Interpolate(const double* groundX, const double* groundY, int
 }
 
 FUSION_MULTIVERSION
-void ToSampleCoordinates(double* corners, int n, int size) {
-  for (int i = 0; i < n; ++i) corners[i] = SampleCoordinate(corners[i], size);
+void ToSampleCoordinates(double* corners, int n, int size, int edge) {
+  for (int i = 0; i < n; ++i) corners[i] = SampleCoordinate(corners[i], size, edge);
 }
 
 }  // namespace platform

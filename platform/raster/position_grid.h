@@ -32,6 +32,6 @@ struct PositionGrid {
 };
 
 /// SampleCoordinate of n corner-based coordinates, in place.
-void ToSampleCoordinates(double* corners, int n, int size);
+void ToSampleCoordinates(double* corners, int n, int size, int edge = 0);
 
 }  // namespace platform

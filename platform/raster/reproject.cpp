@@ -228,8 +228,8 @@ bool CReproject::CreateGrid(const CBoundingBox& box, double cellX, double cellY,
   return false;
 }
 
-bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY,
-                           int n) const {
+bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY, int n,
+                           int edge) const {
   std::vector<int> exact;
   if (m_impl->grid.IsEmpty()) {
     for (int i = 0; i < n; ++i) {
@@ -250,8 +250,8 @@ bool CReproject::GetSrcPos(const double* groundX, const double* groundY, double*
       sourceY[exact[k]] = points[k].y;
     }
   }
-  platform::ToSampleCoordinates(sourceX, n, m_impl->width);
-  platform::ToSampleCoordinates(sourceY, n, m_impl->height);
+  platform::ToSampleCoordinates(sourceX, n, m_impl->width, edge);
+  platform::ToSampleCoordinates(sourceY, n, m_impl->height, edge);
   return true;
 }
 

@@ -24,7 +24,9 @@ class FUSION_API CReproject {
   bool CreateGrid(const CBoundingBox& box, double cellX, double cellY, int maxRefinements);
 
   /// Sample coordinates (a whole number is a pixel centre, see platform::SampleCoordinate) of n ground points.
-  bool GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY, int n) const;
+  /// @param edge samples around the source that are to belong to it
+  bool GetSrcPos(const double* groundX, const double* groundY, double* sourceX, double* sourceY, int n,
+                 int edge = 0) const;
 
   /// The source rectangle that covers a ground box, enlarged by 10 pixels for the kernels, clamped to the source.
   /// False, and rect untouched, where nothing of the source is left: a caller has nothing to read then.
