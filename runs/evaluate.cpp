@@ -14,6 +14,7 @@
 #include "platform/algorithm/messages.h"
 #include "platform/system/sleep.h"
 #include "platform/utility/common_fun.h"
+#include "runs/failures.h"
 #include "runs/notices.h"
 #include "runs/open_input.h"
 #include "runs/run_progress.h"

@@ -7,6 +7,7 @@
 #include "platform/utility/common_fun.h"
 #include "platform/validity/gap_search.h"
 #include "platform/validity/no_data.h"
+#include "runs/failures.h"
 #include "runs/highpass_setup.h"
 #include "runs/open_input.h"
 #include "runs/same_extent.h"

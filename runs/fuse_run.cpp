@@ -11,6 +11,7 @@
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
+#include "runs/failures.h"
 #include "runs/fuse_inputs.h"
 #include "runs/notices.h"
 #include "runs/output_file.h"

@@ -7,8 +7,8 @@
 #include "highpass/hpf_fusion_process_alg.h"
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/reproject.h"
+#include "runs/failures.h"
 #include "runs/fuse.h"
-#include "runs/run_failure.h"
 
 namespace fusion {
 namespace {

@@ -3,6 +3,7 @@
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/messages.h"
 #include "platform/utility/common_fun.h"
+#include "runs/failures.h"
 
 namespace fusion {
 namespace {

@@ -5,8 +5,6 @@
 
 #include "platform/system/export.h"
 
-class CBaseAlgorithm;
-
 namespace fusion {
 
 /// How a run ends without success; the one exception that Fuse, Evaluate and MakeSample throw. what() is the sentence,
@@ -42,15 +40,7 @@ class FUSION_API RunFailure : public std::runtime_error {
 };
 
 inline RunFailure UsageError(const std::string& text) { return {RunFailure::Kind::kWrongUsage, text}; }
-/// A failed or cancelled run with the library's error type and message.
-/// @param sentence the type's own where empty
-RunFailure RunError(int type, const std::wstring& message, const std::string& sentence = "");
 /// A failure by an exception from below: a lack of memory, say.
 FUSION_API RunFailure ExceptionError(const std::exception& exception);
-/// Throws the failure of an algorithm that has not succeeded.
-void ThrowFailure(const CBaseAlgorithm& algorithm);
-
-/// The system's number of a failure in words, to be put behind a text without its full stop; empty for 0.
-std::string Reason(int error);
 
 }  // namespace fusion

@@ -2,6 +2,7 @@
 
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/utility/common_fun.h"
+#include "runs/failures.h"
 #include "runs/fuse.h"
 
 namespace fusion {

@@ -5,7 +5,7 @@
 
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/messages.h"
-#include "runs/run_failure.h"
+#include "runs/failures.h"
 
 namespace fusion {
 

@@ -89,7 +89,7 @@ bool Fuse(FusionParam param, const char* out) {
   param.m_strOutFile = CommonFun::M2U(out);
   Method fusion(&param);
   fusion.Process();
-  if (fusion.GetLastErrorType() == ERR_NONE && fusion.GetLastErrorMessage().empty()) return true;
+  if (fusion.Succeeded()) return true;
   std::cerr << "error " << fusion.GetLastErrorType() << ": " << CommonFun::U2Utf8(fusion.GetLastErrorMessage()) << '\n';
   return false;
 }

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "runs/run_failure.h"
+
+class CBaseAlgorithm;
+
+namespace fusion {
+
+/// A failed or cancelled run with the library's error type and message.
+/// @param sentence the type's own where empty
+RunFailure RunError(int type, const std::wstring& message, const std::string& sentence = "");
+/// Throws the failure of an algorithm that has not succeeded.
+void ThrowFailure(const CBaseAlgorithm& algorithm);
+
+/// The system's number of a failure in words, to be put behind a text without its full stop; empty for 0.
+std::string Reason(int error);
+
+}  // namespace fusion
