@@ -1,9 +1,12 @@
 #include "apps/exit_status.h"
 
 #include <cmath>
+#include <cstdio>
 #include <iostream>
+#include <new>
 #include <nlohmann/json.hpp>
 
+#include "platform/algorithm/base_algorithm.h"
 #include "platform/system/interrupts.h"
 
 namespace app {
@@ -35,6 +38,22 @@ int Report(const RunFailure& failure) {
     std::cerr << "fusion: error " << failure.Type() << ": " << failure.what() << '\n';
   }
   return status;
+}
+
+int ReportUncaught() noexcept {
+  const char* sentence = "The run met an unexpected failure.";
+  try {
+    throw;
+  } catch (const std::bad_alloc&) {
+    sentence = "The run ran out of memory.";
+  } catch (const std::exception& e) {
+    // The caller's handler keeps the exception, and so its words.
+    sentence = e.what();
+  } catch (...) {
+    // Has no words.
+  }
+  std::fprintf(stderr, "fusion: error %d: %s\n", ERR_EXCEPTION, sentence);
+  return kRunFailed;
 }
 
 void PrintJson(const nlohmann::ordered_json& object) {

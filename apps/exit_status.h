@@ -14,6 +14,10 @@ ExitStatus StatusOf(const fusion::RunFailure& failure);
 /// Says a failure on standard error and answers the exit status.
 int Report(const fusion::RunFailure& failure);
 
+/// Says the exception that is being handled, whatever it is, without need of memory, and answers the exit status. For
+/// what nothing else has caught.
+int ReportUncaught() noexcept;
+
 /// One object on standard output, always valid UTF-8.
 void PrintJson(const nlohmann::ordered_json& object);
 

@@ -106,10 +106,15 @@ class Command {
 }  // namespace
 
 int main(int argc, char** argv) {
-  platform::FillStandardStreams();
-  platform::LetWritesFail();
-  platform::UseUtf8Console();
-  platform::KeepFreedMemory();
-  platform::OwnProcess();
-  return app::EndOutput(Command().Run(argc, argv));
+  // Where memory is short, the parser may already find none.
+  try {
+    platform::FillStandardStreams();
+    platform::LetWritesFail();
+    platform::UseUtf8Console();
+    platform::KeepFreedMemory();
+    platform::OwnProcess();
+    return app::EndOutput(Command().Run(argc, argv));
+  } catch (...) {
+    return app::ReportUncaught();
+  }
 }

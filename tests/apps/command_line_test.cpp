@@ -2,8 +2,11 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <new>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
+#include "apps/exit_status.h"
 #include "apps/nearest_word.h"
 #include "platform/utility/common_fun.h"
 #include "tests/apps/scene_command.h"
@@ -39,6 +42,37 @@ TEST(NearestWord, TakesTheFewestChanges) {
   EXPECT_EQ(app::NearestWord("x", {"a", "b"}), "a") << "the first of several";
   EXPECT_EQ(app::NearestWord("x", {}), "");
 }
+
+TEST(ExitStatus, WhatNothingElseCatchesIsToldAndAFailure) {
+  const auto told = [](const auto& thrown) {
+    testing::internal::CaptureStderr();
+    try {
+      throw thrown;
+    } catch (...) {
+      EXPECT_EQ(app::ReportUncaught(), app::kRunFailed);
+    }
+    return testing::internal::GetCapturedStderr();
+  };
+  EXPECT_EQ(told(std::bad_alloc()), "fusion: error 6: The run ran out of memory.\n");
+  EXPECT_EQ(told(std::runtime_error("No luck.")), "fusion: error 6: No luck.\n");
+  EXPECT_EQ(told(3), "fusion: error 6: The run met an unexpected failure.\n");
+}
+
+#ifdef FUSION_SHORT_OF_MEMORY
+TEST_F(CommandLine, ALackOfMemoryIsSaidWhereverItIsMet) {
+  const std::string arguments[] = {"methods --names", "fuse " + Quoted(Path("pan.tif")) + " b c"};
+  for (const std::string& given : arguments) {
+    for (const int allocations : {0, 1, 10, 100, 400}) {
+      SCOPED_TRACE(given + " with " + std::to_string(allocations));
+      const std::string shortOf = "FUSION_ALLOCATIONS=" + std::to_string(allocations) + " LD_PRELOAD=";
+      const int status = test_support::RunShell(shortOf + Quoted(FUSION_SHORT_OF_MEMORY) + ' ' +
+                                                Quoted(FUSION_COMMAND) + ' ' + given + " 2> " + Quoted(Path("err")));
+      EXPECT_EQ(status, app::kRunFailed);
+      EXPECT_EQ(FileBytes(Path("err")), "fusion: error 6: The run ran out of memory.\n");
+    }
+  }
+}
+#endif
 
 TEST_F(CommandLine, AnUnknownCommandIsNamedWithTheNearest) {
   const auto run = Run({"evalute", "a", "b", "c"});
