@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/raster/position_grid.h"
+
 namespace fusion {
 
 std::int64_t BufferCell(double position, int origin, int size) {
@@ -70,12 +72,7 @@ void MsCells::MapPoints(int y, const CRect& block, const CRect& read, std::vecto
   if (m_reproject) {
     m_reproject->GetSrcPos(m_x.data(), m_y.data(), m_x.data(), m_y.data(), static_cast<int>(n));
   } else {
-    for (std::size_t i = 0; i < n; ++i) {
-      const double gx = m_x[i];
-      const double gy = m_y[i];
-      m_x[i] = platform::SampleCoordinate(m_toPixel.X(gx, gy), m_msWidth);
-      m_y[i] = platform::SampleCoordinate(m_toPixel.Y(gx, gy), m_msHeight);
-    }
+    platform::GroundToSamples(m_toPixel, m_msWidth, m_msHeight, static_cast<int>(n), m_x.data(), m_y.data());
   }
   for (std::size_t i = 0; i < n; ++i) {
     cells[i] = BufferCell(m_y[i], read.top, read.Height()) * read.Width() + BufferCell(m_x[i], read.left, read.Width());

@@ -13,6 +13,7 @@
 #include "framework/fusion_block.h"
 #include "framework/resampling/gap_resampling.h"
 #include "platform/raster/pixel_type.h"
+#include "platform/raster/position_grid.h"
 #include "platform/system/process.h"
 #include "platform/validity/gap_marks.h"
 
@@ -231,13 +232,8 @@ void MapPixels(const RowGeometry& g, int first, int count, int row, double* x, d
   }
   if (g.reproject) {
     g.reproject->GetSrcPos(x, y, x, y, count, g.edge);
-    return;
-  }
-  for (int i = 0; i < count; ++i) {
-    const double gx = x[i];
-    const double gy = y[i];
-    x[i] = platform::SampleCoordinate(g.groundToMs.X(gx, gy), g.msWidth, g.edge);
-    y[i] = platform::SampleCoordinate(g.groundToMs.Y(gx, gy), g.msHeight, g.edge);
+  } else {
+    platform::GroundToSamples(g.groundToMs, g.msWidth, g.msHeight, count, x, y, g.edge);
   }
 }
 

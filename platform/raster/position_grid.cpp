@@ -71,6 +71,15 @@ void PositionGrid::Interpolate(const double* groundX, const double* groundY, int
 }
 
 FUSION_MULTIVERSION
+void GroundToSamples(const Affine& groundToPixel, int width, int height, int n, double* x, double* y, int edge) {
+  for (int i = 0; i < n; ++i) {
+    const double groundX = x[i];
+    const double groundY = y[i];
+    x[i] = SampleCoordinate(groundToPixel.X(groundX, groundY), width, edge);
+    y[i] = SampleCoordinate(groundToPixel.Y(groundX, groundY), height, edge);
+  }
+}
+
 void ToSampleCoordinates(double* corners, int n, int size, int edge) {
   for (int i = 0; i < n; ++i) corners[i] = SampleCoordinate(corners[i], size, edge);
 }

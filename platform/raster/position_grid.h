@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "platform/raster/affine.h"
+
 namespace platform {
 
 /// A ground box cut into equal cells.
@@ -31,6 +33,8 @@ struct PositionGrid {
                    std::vector<int>& outside) const;
 };
 
+/// The sample coordinates of n ground points on an image, in place.
+void GroundToSamples(const Affine& groundToPixel, int width, int height, int n, double* x, double* y, int edge = 0);
 /// SampleCoordinate of n corner-based coordinates, in place.
 void ToSampleCoordinates(double* corners, int n, int size, int edge = 0);
 

@@ -21,6 +21,7 @@
 #include "platform/raster/north_up_view.h"
 #include "platform/raster/pending_output.h"
 #include "platform/raster/pixel_type.h"
+#include "platform/raster/position_grid.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
@@ -358,9 +359,9 @@ CBoundingBox CRasterSource::ImageToGround(const CRect& rect) const {
 }
 
 void CRasterSource::GroundToImage(double groundX, double groundY, double& x, double& y) const {
-  const platform::Affine& map = m_impl->toPixel;
-  x = platform::SampleCoordinate(map.X(groundX, groundY), GetWidth());
-  y = platform::SampleCoordinate(map.Y(groundX, groundY), GetHeight());
+  x = groundX;
+  y = groundY;
+  platform::GroundToSamples(m_impl->toPixel, GetWidth(), GetHeight(), 1, &x, &y);
 }
 
 CRect CRasterSource::GroundToImage(const CBoundingBox& box) const {
