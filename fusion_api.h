@@ -40,6 +40,7 @@
 #include "quality/sharpness.h"
 #include "quality/spatial_correlation.h"
 #include "quality/uiqi.h"
+#include "runs/assess.h"
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "runs/methods.h"

@@ -1,5 +1,5 @@
-/* Runs of the library for C (C99) and whatever calls C: what runs/fuse.h, runs/evaluate.h and runs/sample.h are for
- * C++.
+/* Runs of the library for C (C99) and whatever calls C: what runs/fuse.h, runs/evaluate.h, runs/assess.h and
+ * runs/sample.h are for C++.
  *
  * Text is UTF-8 and ends with a 0. Handles are opaque; whoever makes one frees it. What a function answers as text or
  * array belongs to the handle it was asked of and lives as long. No function lets an exception out; all of them take
@@ -34,14 +34,16 @@ FUSION_API const char* fusion_method_summary(size_t index);
 /* What is to be done. */
 typedef struct fusion_request fusion_request;
 
-/* A fusion, a comparison of a fused image with its inputs, a made-up scene; with all defaults. Null without memory. */
+/* A fusion, a comparison of a fused image with its inputs, a comparison of the methods on a scene, a made-up scene; with
+ * all defaults. Null without memory. */
 FUSION_API fusion_request* fusion_fuse_request(void);
 FUSION_API fusion_request* fusion_evaluate_request(void);
+FUSION_API fusion_request* fusion_assess_request(void);
 FUSION_API fusion_request* fusion_sample_request(void);
 FUSION_API void fusion_free_request(fusion_request* request);
 
 /* Sets an option by the command's name for it, without dashes: "spectral-match", "bands". Files are "pan", "ms", "out",
- * "fused" and "folder". Switches take "on" and "off", lists have commas: "3,2,1". Two that the command has not:
+ * "fused", "picture"; "folder" and "keep" are folders. Switches take "on" and "off", lists have commas: "3,2,1". Two that the command has not:
  * "measure-valid" (a switch: measure fusion_fused.valid_share) and "given" (words for the log).
  * FUSION_WRONG_USAGE for an unknown option and for a value of another kind; whether the value can work is told by the
  * run. */
@@ -120,6 +122,12 @@ FUSION_API int fusion_outcome_figures(const fusion_outcome* outcome, size_t inde
 /* The labels of its pairs of bands. Null beyond the last. */
 FUSION_API size_t fusion_outcome_label_count(const fusion_outcome* outcome);
 FUSION_API const char* fusion_outcome_label(const fusion_outcome* outcome, size_t index);
+
+/* A comparison of methods has figures, too: metric is the protocol ("wald", "full"), name the measure ("ERGAS"), and there
+ * is a value for each method, or NaN. The labels are the methods' names, the best first. */
+/* The best method of a comparison that succeeded, and a sentence or two of advice; else empty. */
+FUSION_API const char* fusion_outcome_best(const fusion_outcome* outcome);
+FUSION_API const char* fusion_outcome_advice(const fusion_outcome* outcome);
 
 /* A file of a made-up scene. */
 typedef struct fusion_file {

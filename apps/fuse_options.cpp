@@ -49,7 +49,7 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image")->required();
   command.add_option("OUT", o.out, "Fused image to write")->required();
-  command.add_option("--method", o.method, "Fusion method, see 'fusion methods'")->capture_default_str();
+  command.add_option("--method", o.method, "Fusion method, see 'fusion methods', or best")->capture_default_str();
   command.add_option("--resample", o.resample, "nearest, bilinear or bicubic (default: bicubic)");
   command
       .add_option("--edges", o.edges,

@@ -5,6 +5,7 @@
 #include <exception>
 #include <nlohmann/json.hpp>
 
+#include "apps/assess_command.h"
 #include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_command.h"
@@ -26,6 +27,7 @@ class Command {
     m_parser.require_subcommand(1);
     app::AddFuseOptions(*m_fuse, m_fuseOptions);
     app::AddEvaluateOptions(*m_evaluate, m_evaluateOptions);
+    app::AddAssessOptions(*m_assess, m_assessOptions);
     app::AddSampleOptions(*m_sample, m_sampleOptions);
     m_methods->add_flag("--json", m_json, "As JSON");
     m_methods->add_flag("--names", m_namesOnly, "Names only, one a line");
@@ -43,6 +45,7 @@ class Command {
     try {
       if (*m_fuse) return app::RunFuse(m_fuseOptions);
       if (*m_evaluate) return app::RunEvaluate(m_evaluateOptions);
+      if (*m_assess) return app::RunAssess(m_assessOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
       return app::RunMethods(m_json, m_namesOnly);
     } catch (const fusion::RunFailure& e) {
@@ -94,10 +97,12 @@ class Command {
   CLI::App m_parser{"Pan-sharpening of satellite and aerial images.", "fusion"};
   CLI::App* m_fuse = m_parser.add_subcommand("fuse", "Fuse a pan and a multispectral image");
   CLI::App* m_evaluate = m_parser.add_subcommand("evaluate", "Measure the quality of a fused image");
+  CLI::App* m_assess = m_parser.add_subcommand("assess", "Compare the methods on a pair of images");
   CLI::App* m_sample = m_parser.add_subcommand("sample", "Write a made-up scene to try things with");
   CLI::App* m_methods = m_parser.add_subcommand("methods", "List the fusion methods");
   app::FuseOptions m_fuseOptions;
   app::EvaluateOptions m_evaluateOptions;
+  app::AssessOptions m_assessOptions;
   app::SampleCommandOptions m_sampleOptions;
   bool m_json = false;
   bool m_namesOnly = false;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -12,7 +13,7 @@
 using fusion::RunFailure;
 
 struct fusion_request {
-  std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest> what;
+  std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest, fusion::AssessRequest> what;
   std::string error;
 };
 
@@ -31,6 +32,8 @@ struct fusion_outcome {
   std::vector<Figure> figures;
   std::vector<std::string> labels;
   std::vector<fusion::SampleFile> files;
+  std::string best;
+  std::string advice;
 };
 
 namespace {
@@ -104,6 +107,24 @@ struct Runner {
       for (const auto& array : figures) outcome.figures.push_back({metric, array});
     }
   }
+  void operator()(const fusion::AssessRequest& request) const {
+    const fusion::AssessReport report = fusion::Assess(request, &observer);
+    outcome.best = report.best;
+    outcome.advice = report.advice;
+    for (const fusion::AssessRow& row : report.tables.front().rows) outcome.labels.push_back(row.method);
+    for (const fusion::AssessTable& table : report.tables) {
+      for (std::size_t m = 0; m < table.measures.size(); ++m) {
+        // All arrays have the methods in the order of the first table.
+        std::vector<double> values;
+        for (const std::string& method : outcome.labels) {
+          const auto row = std::find_if(table.rows.begin(), table.rows.end(),
+                                        [&](const fusion::AssessRow& r) { return r.method == method; });
+          values.push_back(row->values[m]);
+        }
+        outcome.figures.push_back({table.protocol, {table.measures[m].name, std::move(values)}});
+      }
+    }
+  }
   void operator()(const fusion::SampleRequest& request) const {
     outcome.files = fusion::MakeSample(request, &observer).files;
   }
@@ -158,6 +179,7 @@ const char* fusion_method_summary(size_t index) {
 
 fusion_request* fusion_fuse_request(void) { return NewRequest<fusion::FuseRequest>(); }
 fusion_request* fusion_evaluate_request(void) { return NewRequest<fusion::EvaluateRequest>(); }
+fusion_request* fusion_assess_request(void) { return NewRequest<fusion::AssessRequest>(); }
 fusion_request* fusion_sample_request(void) { return NewRequest<fusion::SampleRequest>(); }
 void fusion_free_request(fusion_request* request) { delete request; }
 
@@ -242,6 +264,9 @@ size_t fusion_outcome_label_count(const fusion_outcome* outcome) { return outcom
 const char* fusion_outcome_label(const fusion_outcome* outcome, size_t index) {
   return outcome ? TextAt(outcome->labels, index) : nullptr;
 }
+
+const char* fusion_outcome_best(const fusion_outcome* outcome) { return outcome ? outcome->best.c_str() : ""; }
+const char* fusion_outcome_advice(const fusion_outcome* outcome) { return outcome ? outcome->advice.c_str() : ""; }
 
 size_t fusion_outcome_file_count(const fusion_outcome* outcome) { return outcome ? outcome->files.size() : 0; }
 int fusion_outcome_file(const fusion_outcome* outcome, size_t index, fusion_file* file) {

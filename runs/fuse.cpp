@@ -1,8 +1,10 @@
 #include "runs/fuse.h"
 
 #include <chrono>
+#include <optional>
 
 #include "platform/raster/write_guard.h"
+#include "runs/assess_methods.h"
 #include "runs/fuse_run.h"
 #include "runs/methods.h"
 #include "runs/notices.h"
@@ -27,7 +29,9 @@ FuseReport Fuse(const FuseRequest& request, RunObserver* observer) {
   try {
     Notices notices(observer);
     RunProgress progress(observer);
-    FuseReport report = FuseRun(request, log, notices, progress).Run();
+    std::optional<FuseRequest> best;
+    if (request.method == kBestMethod) best = WithBestMethod(request, observer, notices, progress);
+    FuseReport report = FuseRun(best ? *best : request, log, notices, progress).Run();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report.notices = notices.All();
     LogInformation("written: " + report.output + ", " + std::to_string(report.width) + "x" +

@@ -9,6 +9,9 @@
 
 namespace fusion {
 
+/// In the place of a method: the one that Assess finds best on parts of the scene.
+inline constexpr char kBestMethod[] = "best";
+
 /// A fusion as the `fuse` command does it, from two files to one. Texts are UTF-8, as they come from users and other
 /// languages; the words are those of the command's options. What is left alone takes its default.
 struct FUSION_API FuseRequest {
@@ -20,7 +23,7 @@ struct FUSION_API FuseRequest {
   std::string pan;     ///< panchromatic image
   std::string ms;      ///< multispectral image
   std::string out;     ///< fused image to write
-  std::string method;  ///< of Methods(); DefaultMethod() by default
+  std::string method;  ///< of Methods(), or kBestMethod; DefaultMethod() by default
 
   std::optional<std::string> resample;  ///< nearest, bilinear or bicubic (default)
   std::string edges = "repeat";         ///< repeat or off: let kernels see the multispectral image's edges repeated

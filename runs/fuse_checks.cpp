@@ -73,9 +73,7 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
   CheckedRequest checked;
   checked.method = FindMethod(o.method);
   if (!checked.method) {
-    std::vector<std::string> names;
-    for (const Method& method : Methods()) names.emplace_back(method.name);
-    throw UsageError("Unknown method '" + o.method + "'; known are " + Join(names) + ".");
+    throw UsageError("Unknown method '" + o.method + "'; known are " + MethodNames() + ", and best.");
   }
   const Method& method = *checked.method;
   if (o.spectralMatch != "auto" && o.spectralMatch != "on" && o.spectralMatch != "off") {

@@ -124,4 +124,10 @@ std::string MethodsThatTake(MethodOption option) {
   return names.empty() ? "no method" : Join(names);
 }
 
+std::string MethodNames() {
+  std::vector<std::string> names;
+  for (const Method& method : Methods()) names.emplace_back(method.name);
+  return Join(names);
+}
+
 }  // namespace fusion

@@ -70,5 +70,7 @@ FUSION_API const Method* FindMethod(const std::string& name);
 FUSION_API const Method& DefaultMethod();
 /// "a, b and c" of the methods that take an option.
 std::string MethodsThatTake(MethodOption option);
+/// "a, b and c": all of them.
+std::string MethodNames();
 
 }  // namespace fusion

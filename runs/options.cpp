@@ -118,6 +118,17 @@ constexpr Option<E> kEvaluateOptions[] = {
     {"pan-band", Take<&E::panBand>}, {"same-extent", Take<&E::sameExtent>},
 };
 
+using A = AssessRequest;
+constexpr Option<A> kAssessOptions[] = {
+    {"pan", Take<&A::pan>},         {"ms", Take<&A::ms>},
+    {"methods", Take<&A::methods>}, {"protocol", Take<&A::protocol>},
+    {"bands", Take<&A::bands>},     {"pan-band", Take<&A::panBand>},
+    {"nodata", Take<&A::noData>},   {"same-extent", Take<&A::sameExtent>},
+    {"mtf", Take<&A::mtf>},         {"tiles", Take<&A::tiles>},
+    {"picture", Take<&A::picture>}, {"keep", Take<&A::keep>},
+    {"extra", Take<&A::extra>},     {"overwrite", Take<&A::overwrite>},
+};
+
 using S = SampleRequest;
 constexpr Option<S> kSampleOptions[] = {
     {"folder", Take<&S::folder>},       {"size", TakeSize},         {"seed", Take<&S::seed>},
@@ -145,6 +156,10 @@ void Set(Request& request, std::span<const Option<Request>> options, const std::
 
 void SetOption(FuseRequest& request, const std::string& option, const std::string& value) {
   Set<FuseRequest>(request, kFuseOptions, option, value);
+}
+
+void SetOption(AssessRequest& request, const std::string& option, const std::string& value) {
+  Set<AssessRequest>(request, kAssessOptions, option, value);
 }
 
 void SetOption(EvaluateRequest& request, const std::string& option, const std::string& value) {

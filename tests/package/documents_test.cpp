@@ -122,7 +122,7 @@ std::set<std::string> OptionsOfHelp(const std::vector<std::string>& arguments) {
 TEST(Documents, ListTheOptionsThatTheHelpLists) {
   const std::string usage = TextOf("docs/usage.md");
   std::set<std::string> all = {"--help", "--version"};
-  for (const std::string command : {"fuse", "evaluate", "sample"}) {
+  for (const std::string command : {"fuse", "evaluate", "assess", "sample"}) {
     std::set<std::string> listed;
     for (const std::string& cell : All(Section(usage, command), R"(\n\| (`--(?:[^|\n\\]|\\\|)*))", 1))
       listed.merge(OptionsOf(cell));

@@ -174,7 +174,48 @@ int main(int argc, char** argv) {
   fusion_free_outcome(figures);
   fusion_free_request(evaluate);
 
+  /* A scene that is large enough to be degraded. */
+  char large[512];
+  join(large, sizeof(large), argv[1], "large");
+  sample = fusion_sample_request();
+  EXPECT(fusion_set(sample, "folder", large) == FUSION_OK);
+  EXPECT(fusion_set_int(sample, "size", 96) == FUSION_OK);
+  fusion_free_outcome(fusion_run(sample, NULL));
+  fusion_free_request(sample);
+  join(pan, sizeof(pan), argv[1], "large/pan.tif");
+  join(ms, sizeof(ms), argv[1], "large/ms.tif");
+  fusion_request* assess = fusion_assess_request();
+  EXPECT(fusion_set(assess, "pan", pan) == FUSION_OK);
+  EXPECT(fusion_set(assess, "ms", ms) == FUSION_OK);
+  EXPECT(fusion_set(assess, "methods", "brovey,hpf") == FUSION_OK);
+  EXPECT(fusion_set_double(assess, "mtf", 0.25) == FUSION_OK);
+  EXPECT(fusion_set_int(assess, "tiles", 4) == FUSION_OK);
+  fusion_outcome* assessed = fusion_run(assess, NULL);
+  EXPECT(fusion_outcome_status(assessed) == FUSION_OK);
+  /* The methods and the upsampled bands, the best first. */
+  EXPECT(fusion_outcome_label_count(assessed) == 3);
+  EXPECT(strstr(fusion_outcome_advice(assessed), fusion_outcome_best(assessed)) != NULL);
+  EXPECT(fusion_outcome_figures_count(assessed) == 12);
+  for (size_t i = 0; fusion_outcome_figures(assessed, i, &array); ++i) {
+    printf("%s %s", array.metric, array.name);
+    EXPECT(array.count == 3);
+    for (size_t k = 0; k < array.count; ++k) printf(" %.17g", array.values[k]);
+    printf("\n");
+  }
+  for (size_t i = 0; i < 3; ++i) printf("%s ", fusion_outcome_label(assessed, i));
+  printf("%s\n", fusion_outcome_best(assessed));
+  fusion_free_outcome(assessed);
+  EXPECT(fusion_set(assess, "protocol", "half") == FUSION_OK);
+  assessed = fusion_run(assess, NULL);
+  EXPECT(fusion_outcome_status(assessed) == FUSION_WRONG_USAGE);
+  EXPECT(strcmp(fusion_outcome_best(assessed), "") == 0);
+  EXPECT(strcmp(fusion_outcome_advice(assessed), "") == 0);
+  fusion_free_outcome(assessed);
+  fusion_free_request(assess);
+
   /* Nothing where there is nothing. */
+  EXPECT(strcmp(fusion_outcome_best(NULL), "") == 0);
+  EXPECT(strcmp(fusion_outcome_advice(NULL), "") == 0);
   fusion_free_request(NULL);
   fusion_free_outcome(NULL);
   EXPECT(fusion_run(NULL, NULL) == NULL);

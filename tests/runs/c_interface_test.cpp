@@ -1,8 +1,10 @@
 // The C interface against the C++ one: the program in C has compared what it can by itself.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
+#include "runs/assess.h"
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "tests/support/command.h"
@@ -48,6 +50,39 @@ TEST(CInterface, AnswersWhatCppAnswers) {
       }
     }
   }
+
+  fusion::AssessRequest assess;
+  assess.pan = folder.Path("large/pan.tif");
+  assess.ms = folder.Path("large/ms.tif");
+  assess.methods = {"brovey", "hpf"};
+  assess.mtf = 0.25;
+  assess.tiles = 4;
+  const fusion::AssessReport report = fusion::Assess(assess);
+  const auto& order = report.tables[0].rows;
+  for (const auto& table : report.tables) {
+    for (std::size_t m = 0; m < table.measures.size(); ++m) {
+      std::string protocol;
+      std::string name;
+      lines >> protocol >> name;
+      EXPECT_EQ(protocol, table.protocol);
+      EXPECT_EQ(name, table.measures[m].name);
+      for (const auto& row : order) {
+        const auto same = std::find_if(table.rows.begin(), table.rows.end(),
+                                       [&](const auto& other) { return other.method == row.method; });
+        double value = 0.0;
+        lines >> value;
+        EXPECT_EQ(value, same->values[m]) << protocol << name << row.method;
+      }
+    }
+  }
+  for (const auto& row : order) {
+    std::string label;
+    lines >> label;
+    EXPECT_EQ(label, row.method);
+  }
+  std::string best;
+  lines >> best;
+  EXPECT_EQ(best, report.best);
 }
 
 }  // namespace

@@ -1,0 +1,135 @@
+#include "apps/assess_command.h"
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "apps/assess_table.h"
+#include "apps/console_progress.h"
+#include "apps/exit_status.h"
+#include "apps/fuse_options.h"
+#include "platform/utility/common_fun.h"
+
+namespace app {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json Numbers(const std::vector<double>& values) {
+  Json list = Json::array();
+  for (const double v : values) list.push_back(JsonNumber(v));
+  return list;
+}
+
+Json ToJson(const fusion::AssessTable& table) {
+  Json rows = Json::array();
+  for (const fusion::AssessRow& row : table.rows) {
+    Json object{{"method", row.method}};
+    for (std::size_t m = 0; m < table.measures.size(); ++m) object[table.measures[m].name] = JsonNumber(row.values[m]);
+    if (!row.rmse.empty()) object["band_rmse"] = Numbers(row.rmse);
+    if (!row.bias.empty()) object["band_bias"] = Numbers(row.bias);
+    rows.push_back(object);
+  }
+  Json best;
+  for (const fusion::AssessMeasure& measure : table.measures) {
+    best[measure.name] = measure.best < 0 ? Json() : Json(table.rows[static_cast<std::size_t>(measure.best)].method);
+  }
+  return {{"rows", rows}, {"best", best}};
+}
+
+Json ToJson(const fusion::AssessReport& report) {
+  Json object{{"best", report.best.empty() ? Json() : Json(report.best)}, {"advice", report.advice}};
+  for (const fusion::AssessTable& table : report.tables) object[table.protocol] = ToJson(table);
+  object["bands"] = report.bands;
+  object["ratio"] = {report.ratioX, report.ratioY};
+  object["mtf"] = report.mtf;
+  object["pan_mtf"] = report.panMtf;
+  object["tiles"] = report.tiles;
+  object["share"] = report.share;
+  object["failures"] = Json::array();
+  for (const auto& [method, sentence] : report.failures) {
+    object["failures"].push_back({{"method", method}, {"message", sentence}});
+  }
+  object["seconds"] = report.seconds;
+  object["error_type"] = 0;
+  object["message"] = "";
+  object["notices"] = report.notices;
+  return object;
+}
+
+void CheckReport(const AssessOptions& o) {
+  if (o.report.empty()) return;
+  const std::wstring file = CommonFun::Utf82U(o.report);
+  for (const std::string& input : {o.pan, o.ms}) {
+    if (CommonFun::IsSameFile(file, CommonFun::Utf82U(input))) {
+      throw fusion::UsageError(o.report + " is an image that is read.");
+    }
+  }
+  if (CommonFun::IsFolder(file)) throw fusion::UsageError(o.report + " is a folder.");
+  if (!o.overwrite && CommonFun::IsExistingFile(file)) {
+    throw fusion::UsageError(o.report + " exists; add --overwrite to replace it.");
+  }
+}
+
+void WriteReport(const std::string& name, const Json& object) {
+  std::ofstream file(CommonFun::ToPath(CommonFun::Utf82U(name)));
+  file << object.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  file.close();
+  if (!file) throw fusion::RunFailure(fusion::RunFailure::Kind::kFailed, name + " cannot be written.");
+}
+
+void Print(const fusion::AssessReport& report) {
+  for (const fusion::AssessTable& table : report.tables) {
+    PrintTable(table);
+    std::cout << '\n';
+  }
+  for (const auto& [method, sentence] : report.failures) std::cout << method << " is left out: " << sentence << '\n';
+  std::cout << report.advice << '\n';
+}
+
+}  // namespace
+
+void AddAssessOptions(CLI::App& command, AssessOptions& o) {
+  command.add_option("PAN", o.pan, "Panchromatic image")->required();
+  command.add_option("MS", o.ms, "Multispectral image")->required();
+  AddList(command, "--methods", o.methods, "Fusion methods, see 'fusion methods', or all (default: all)");
+  command
+      .add_option("--protocol", o.protocol,
+                  "wald: both images degraded, the multispectral one is the truth; full: as they are; or both")
+      ->capture_default_str();
+  AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
+  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
+  command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
+  command.add_option("--nodata", o.noData, "No-data value of inputs that declare none");
+  command.add_option("--mtf", o.mtf, "Gain of the bands' sensor at its Nyquist frequency (default: 0.3)");
+  command.add_option("--tiles", o.tiles, "The most parts of a large scene to look at")->capture_default_str();
+  command.add_option("-o,--report", o.report, "File for the JSON object");
+  command.add_option("--picture", o.picture, "PNG for crops of pan, multispectral image and every result");
+  command.add_option("--keep", o.keep, "Folder to leave the fused pairs and the results in");
+  AddList(command, "--extra", o.extra, "Results NAME.tif that another program has added to those kept");
+  command.add_flag("--overwrite", o.overwrite, "Replace existing files");
+  command.add_flag("--json", o.json, "As one JSON object");
+  command.add_flag("--quiet", o.quiet, "No progress and no notices");
+}
+
+int RunAssess(const AssessOptions& options) {
+  ConsoleProgress console(options.quiet);
+  try {
+    CheckReport(options);
+    const fusion::AssessReport report = fusion::Assess(options, &console);
+    const Json object = ToJson(report);
+    if (!options.report.empty()) WriteReport(options.report, object);
+    if (options.json) {
+      PrintJson(object);
+    } else {
+      Print(report);
+    }
+    return kSuccess;
+  } catch (const fusion::RunFailure& failure) {
+    if (options.json) PrintJson({{"error_type", failure.Type()}, {"message", failure.what()}});
+    throw;
+  }
+}
+
+}  // namespace app

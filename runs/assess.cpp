@@ -1,0 +1,34 @@
+#include "runs/assess.h"
+
+#include <chrono>
+
+#include "platform/raster/write_guard.h"
+#include "runs/assess_methods.h"
+#include "runs/notices.h"
+#include "runs/run_progress.h"
+
+namespace fusion {
+
+AssessRequest::AssessRequest() = default;
+AssessRequest::~AssessRequest() = default;
+AssessRequest::AssessRequest(const AssessRequest&) = default;
+AssessRequest& AssessRequest::operator=(const AssessRequest&) = default;
+
+AssessReport Assess(const AssessRequest& request, RunObserver* observer) {
+  const auto start = std::chrono::steady_clock::now();
+  platform::ClearWriteError();
+  try {
+    Notices notices(observer);
+    RunProgress progress(observer);
+    AssessReport report = AssessMethods(request, FuseRequest(), observer, notices, progress);
+    report.notices = notices.All();
+    report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return report;
+  } catch (const RunFailure&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw ExceptionError(e);
+  }
+}
+
+}  // namespace fusion

@@ -1,0 +1,204 @@
+// What an assessment does besides measuring: what it leaves behind, methods that fail, cancellation, the best method.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "runs/assess.h"
+#include "runs/fuse.h"
+#include "tests/support/run_scene.h"
+
+namespace {
+
+using fusion::AssessReport;
+using fusion::AssessRequest;
+using fusion::FuseReport;
+using fusion::FuseRequest;
+using fusion::RunFailure;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// Wants to end the run when it is asked for the given time.
+class Impatient : public fusion::RunObserver {
+ public:
+  explicit Impatient(int patience) : m_patience(patience) {}
+  bool WantsCancel() override { return m_patience-- <= 0; }
+
+ private:
+  int m_patience;
+};
+
+/// Counts the stages that are shown, and what is said.
+class Watching : public fusion::RunObserver {
+ public:
+  void StageBegins(const fusion::RunStage& stage) override { stages.push_back(stage.identity.name); }
+  void Progress(int percent) override { last = percent; }
+  void Notice(const std::string& text) override { notices.push_back(text); }
+
+  std::vector<std::string> stages;
+  std::vector<std::string> notices;
+  int last = 0;
+};
+
+class BestMethod : public test_support::RunScene {
+ protected:
+  AssessRequest Assessing() const {
+    AssessRequest request;
+    request.pan = m_folder.Path("pan.tif");
+    request.ms = m_folder.Path("ms.tif");
+    request.protocol = "wald";
+    return request;
+  }
+  /// What stands in the system's folder for temporary files.
+  static std::vector<std::string> Scratch() {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path())) {
+      const std::string name = entry.path().filename().string();
+      if (name.starts_with("fusion-assess-")) names.push_back(name);
+    }
+    return names;
+  }
+};
+
+TEST_F(BestMethod, IsWhatAFusionByTheBestMethodTakes) {
+  const std::string best = fusion::Assess(Assessing()).best;
+  ASSERT_FALSE(best.empty());
+  const FuseReport plain = fusion::Fuse(Request(best, "plain.tif"));
+  Watching watching;
+  const FuseReport report = fusion::Fuse(Request("best", "best.tif"), &watching);
+  EXPECT_EQ(report.method, best);
+  EXPECT_EQ(report.type, plain.type);
+  EXPECT_TRUE(Read("best.tif").bands == Read("plain.tif").bands);
+  EXPECT_THAT(watching.notices, Contains(HasSubstr("The best method is " + best)));
+  EXPECT_EQ(watching.stages.front(), "assess");
+  EXPECT_GT(watching.stages.size(), 1U);
+}
+
+TEST_F(BestMethod, IsOneOfThoseThatTakeTheOptions) {
+  FuseRequest request = Request("best");
+  request.kernelSize = 5;
+  EXPECT_EQ(fusion::Fuse(request).method, "hpf");
+  request = Request("best", "ihs.tif");
+  request.rgb = {3, 2, 1};
+  request.window = {4, 4, 20, 20};
+  const FuseReport report = fusion::Fuse(request);
+  EXPECT_EQ(report.method, "ihs");
+  EXPECT_EQ(report.width, 20);
+  request.kernelSize = 5;
+  EXPECT_THROW(fusion::Fuse(request), RunFailure) << "no method takes both";
+}
+
+TEST_F(BestMethod, GoesByTheBandsChosen) {
+  AssessRequest assess = Assessing();
+  assess.bands = {4, 2};
+  const AssessReport report = fusion::Assess(assess);
+  EXPECT_THAT(report.bands, ElementsAre("band 4", "band 2"));
+  EXPECT_EQ(report.tables[0].measures[2].name, "Q2");
+  // Three bands are needed for hues.
+  ASSERT_EQ(report.failures.size(), 1U);
+  EXPECT_EQ(report.failures[0].method, "ihs");
+  EXPECT_EQ(report.failures[0].sentence, "Method ihs needs at least 3 multispectral bands, 2 are chosen.");
+  FuseRequest request = Request("best");
+  request.bands = {4, 2};
+  const FuseReport fused = fusion::Fuse(request);
+  EXPECT_EQ(fused.method, report.best);
+  EXPECT_EQ(fused.bands, 2);
+}
+
+TEST_F(BestMethod, MethodsMayBeChosenByName) {
+  AssessRequest request = Assessing();
+  request.methods = {"hpf", "brovey", "hpf"};
+  const AssessReport report = fusion::Assess(request);
+  std::vector<std::string> names;
+  for (const auto& row : report.tables[0].rows) names.push_back(row.method);
+  EXPECT_THAT(names, testing::UnorderedElementsAre("hpf", "brovey", "upsampled"));
+  request.methods = {"all"};
+  EXPECT_EQ(fusion::Assess(request).tables[0].rows.size(), 9U);
+}
+
+TEST_F(BestMethod, AnAssessmentLeavesNothingBehind) {
+  const std::vector<std::string> before = Scratch();
+  Watching watching;
+  fusion::Assess(Assessing(), &watching);
+  EXPECT_THAT(m_folder.Names(), ElementsAre("ms.tif", "pan.tif"));
+  EXPECT_EQ(Scratch(), before);
+  // One stage, whatever it takes.
+  EXPECT_THAT(watching.stages, ElementsAre("assess"));
+  EXPECT_EQ(watching.last, 100);
+}
+
+TEST_F(BestMethod, AnAssessmentCanBeCancelledAtAnyTime) {
+  const std::vector<std::string> before = Scratch();
+  for (const int patience : {0, 3, 20, 60, 90}) {
+    Impatient impatient(patience);
+    AssessRequest request = Assessing();
+    request.picture = m_folder.Path("picture.png");
+    try {
+      fusion::Assess(request, &impatient);
+      ADD_FAILURE() << patience;
+    } catch (const RunFailure& failure) {
+      EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kCancelled) << patience << ' ' << failure.what();
+      EXPECT_EQ(failure.Type(), 1);
+    }
+    EXPECT_THAT(m_folder.Names(), ElementsAre("ms.tif", "pan.tif")) << patience;
+    Impatient again(patience);
+    EXPECT_THROW(fusion::Fuse(Request("best"), &again), RunFailure);
+    EXPECT_FALSE(m_folder.Has("out.tif"));
+  }
+  EXPECT_EQ(Scratch(), before);
+}
+
+TEST_F(BestMethod, WhatIsKeptReplacesNothingUnasked) {
+  AssessRequest request = Assessing();
+  request.methods = {"brovey"};
+  request.keep = m_folder.Path("kept");
+  fusion::Assess(request);
+  for (const std::string name : {"pan.tif", "ms.tif", "truth.tif", "brovey.tif"}) {
+    EXPECT_TRUE(m_folder.Has("kept/wald_1/" + name)) << name;
+  }
+  try {
+    fusion::Assess(request);
+    ADD_FAILURE();
+  } catch (const RunFailure& failure) {
+    EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kWrongUsage);
+    EXPECT_THAT(failure.Sentence(), HasSubstr("add --overwrite"));
+  }
+  request.overwrite = true;
+  EXPECT_NO_THROW(fusion::Assess(request));
+  // A result that is not there, or of other pixels, is told.
+  request.extra = {"missing", "small"};
+  std::filesystem::copy_file(m_folder.Path("pan.tif"), m_folder.Path("kept/wald_1/small.tif"));
+  const AssessReport report = fusion::Assess(request);
+  ASSERT_EQ(report.failures.size(), 2U);
+  EXPECT_THAT(report.failures[0].sentence, HasSubstr("missing.tif does not exist."));
+  EXPECT_THAT(report.failures[1].sentence, HasSubstr("small.tif has fewer bands than the multispectral image."));
+  EXPECT_EQ(report.tables[0].rows.size(), 2U);
+}
+
+TEST_F(BestMethod, AFolderThatCannotBeMadeIsAFailure) {
+  AssessRequest request = Assessing();
+  request.keep = m_folder.Path("ms.tif") + "/kept";
+  try {
+    fusion::Assess(request);
+    ADD_FAILURE();
+  } catch (const RunFailure& failure) {
+    EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kFailed);
+    EXPECT_THAT(failure.Sentence(), HasSubstr("Cannot create the folder"));
+  }
+}
+
+TEST_F(BestMethod, PairsThatCannotBeWrittenAreAFailure) {
+  platform::SetRasterFault([](platform::RasterOperation operation, const std::wstring&, int, const CRect&) {
+    return operation == platform::RasterOperation::kWrite;
+  });
+  try {
+    fusion::Assess(Assessing());
+    ADD_FAILURE();
+  } catch (const RunFailure& failure) {
+    EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kFailed);
+    EXPECT_THAT(failure.Sentence(), HasSubstr("cannot be written"));
+  }
+}
+
+}  // namespace
