@@ -58,7 +58,8 @@ TEST_F(FuseCommand, WrongArgumentsAreStatusTwo) {
 
 TEST_F(FuseCommand, EveryMethodWritesThePanGridMatchedOrRaw) {
   std::stringstream names(Run({"methods", "--names"}).out);
-  for (std::string method; std::getline(names, method);) {
+  std::size_t methods = 0;
+  for (std::string method; std::getline(names, method); ++methods) {
     for (const std::string match : {"auto", "off"}) {
       const auto run = Fuse(method + ".tif", {"--method", method, "--spectral-match", match, "--quiet", "--overwrite"});
       EXPECT_EQ(run.status, 0) << method << run.err;
@@ -71,7 +72,8 @@ TEST_F(FuseCommand, EveryMethodWritesThePanGridMatchedOrRaw) {
       EXPECT_TRUE(std::equal(pan.geoTransform, pan.geoTransform + 6, fused.geoTransform)) << method;
     }
   }
-  EXPECT_EQ(NewNames().size(), 8U) << "only the outputs may stay: " << testing::PrintToString(NewNames());
+  EXPECT_GE(methods, 8U);
+  EXPECT_EQ(NewNames().size(), methods) << "only the outputs may stay: " << testing::PrintToString(NewNames());
 }
 
 TEST_F(FuseCommand, JsonDescribesTheOutcome) {

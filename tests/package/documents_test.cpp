@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "runs/options.h"
 #include "tests/support/all_methods.h"
 #include "tests/support/command.h"
 
@@ -140,6 +141,28 @@ TEST(Documents, ListTheOptionsThatTheHelpLists) {
   EXPECT_EQ(general, std::set<std::string>{"--version"});
 
   for (const std::string& named : OptionsOf(usage)) EXPECT_TRUE(all.contains(named)) << "usage.md names " << named;
+}
+
+template <typename Request>
+void ExpectSetByName(const std::string& command) {
+  // How the outcome is told is the command's own.
+  const std::set<std::string> telling = {"--quiet", "--json"};
+  for (const std::string& option : OptionsOfHelp({command, "--help"})) {
+    if (telling.contains(option)) continue;
+    Request request;
+    try {
+      fusion::SetOption(request, option.substr(2), "");
+    } catch (const fusion::RunFailure& refusal) {
+      // Nothing is no value of many, but whoever says so knows the option.
+      EXPECT_THAT(refusal.what(), testing::Not(HasSubstr("There is no option"))) << command;
+    }
+  }
+}
+
+TEST(Options, CanBeSetByNameFromAProgram) {
+  ExpectSetByName<fusion::FuseRequest>("fuse");
+  ExpectSetByName<fusion::EvaluateRequest>("evaluate");
+  ExpectSetByName<fusion::SampleRequest>("sample");
 }
 
 TEST(Documents, ListTheCommandsThatTheHelpLists) {

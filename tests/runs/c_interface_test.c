@@ -54,11 +54,12 @@ int main(int argc, char** argv) {
   join(missing, sizeof(missing), argv[1], "missing.tif");
 
   EXPECT(strchr(fusion_version(), '.') != NULL);
-  EXPECT(fusion_method_count() == 8);
+  const size_t methods = fusion_method_count();
+  EXPECT(methods >= 8);
   EXPECT(strcmp(fusion_method_name(0), "bayesian") == 0);
-  EXPECT(strlen(fusion_method_summary(7)) > 0);
-  EXPECT(fusion_method_name(8) == NULL);
-  EXPECT(fusion_method_summary(8) == NULL);
+  EXPECT(strlen(fusion_method_summary(methods - 1)) > 0);
+  EXPECT(fusion_method_name(methods) == NULL);
+  EXPECT(fusion_method_summary(methods) == NULL);
 
   fusion_request* sample = fusion_sample_request();
   EXPECT(fusion_set(sample, "folder", argv[1]) == FUSION_OK);
