@@ -34,8 +34,8 @@ FUSION_API const char* fusion_method_summary(size_t index);
 /* What is to be done. */
 typedef struct fusion_request fusion_request;
 
-/* A fusion, a comparison of a fused image with its inputs, a comparison of the methods on a scene, a made-up scene; with
- * all defaults. Null without memory. */
+/* A fusion, a comparison of a fused image with its inputs, a comparison of the methods on a scene, a made-up scene;
+ * with all defaults. Null without memory. */
 FUSION_API fusion_request* fusion_fuse_request(void);
 FUSION_API fusion_request* fusion_evaluate_request(void);
 FUSION_API fusion_request* fusion_assess_request(void);
@@ -43,10 +43,10 @@ FUSION_API fusion_request* fusion_sample_request(void);
 FUSION_API void fusion_free_request(fusion_request* request);
 
 /* Sets an option by the command's name for it, without dashes: "spectral-match", "bands". Files are "pan", "ms", "out",
- * "fused", "picture"; "folder" and "keep" are folders. Switches take "on" and "off", lists have commas: "3,2,1". Two that the command has not:
- * "measure-valid" (a switch: measure fusion_fused.valid_share) and "given" (words for the log).
- * FUSION_WRONG_USAGE for an unknown option and for a value of another kind; whether the value can work is told by the
- * run. */
+ * "fused", "picture"; "folder" and "keep" are folders. Switches take "on" and "off", lists have commas: "3,2,1". Two
+ * that the command has not: "measure-valid" (a switch: measure fusion_fused.valid_share) and "given" (words for the
+ * log). FUSION_WRONG_USAGE for an unknown option and for a value of another kind; whether the value can work is told by
+ * the run. */
 FUSION_API fusion_status fusion_set(fusion_request* request, const char* option, const char* value);
 /* The same with numbers as they are: no locale, no rounding. */
 FUSION_API fusion_status fusion_set_int(fusion_request* request, const char* option, int value);
@@ -123,8 +123,8 @@ FUSION_API int fusion_outcome_figures(const fusion_outcome* outcome, size_t inde
 FUSION_API size_t fusion_outcome_label_count(const fusion_outcome* outcome);
 FUSION_API const char* fusion_outcome_label(const fusion_outcome* outcome, size_t index);
 
-/* A comparison of methods has figures, too: metric is the protocol ("wald", "full"), name the measure ("ERGAS"), and there
- * is a value for each method, or NaN. The labels are the methods' names, the best first. */
+/* A comparison of methods has figures, too: metric is the protocol ("wald", "full"), name the measure ("ERGAS"), and
+ * there is a value for each method, or NaN. The labels are the methods' names, the best first. */
 /* The best method of a comparison that succeeded, and a sentence or two of advice; else empty. */
 FUSION_API const char* fusion_outcome_best(const fusion_outcome* outcome);
 FUSION_API const char* fusion_outcome_advice(const fusion_outcome* outcome);

@@ -60,14 +60,14 @@ TEST(ExitStatus, WhatNothingElseCatchesIsToldAndAFailure) {
 
 #ifdef FUSION_SHORT_OF_MEMORY
 TEST_F(CommandLine, ALackOfMemoryIsSaidWhereverItIsMet) {
-  const std::string arguments[] = {"methods --names", "fuse " + Quoted(Path("pan.tif")) + " b c"};
-  for (const std::string& given : arguments) {
+  const std::string before = " LD_PRELOAD=" + Quoted(FUSION_SHORT_OF_MEMORY) + ' ' + Quoted(FUSION_COMMAND) + ' ';
+  const std::string behind = " 2> " + Quoted(Path("err"));
+  for (const std::string& arguments : {std::string("methods --names"), "fuse " + Quoted(Path("pan.tif")) + " b c"}) {
     for (const int allocations : {0, 1, 10, 100, 400}) {
-      SCOPED_TRACE(given + " with " + std::to_string(allocations));
-      const std::string shortOf = "FUSION_ALLOCATIONS=" + std::to_string(allocations) + " LD_PRELOAD=";
-      const int status = test_support::RunShell(shortOf + Quoted(FUSION_SHORT_OF_MEMORY) + ' ' +
-                                                Quoted(FUSION_COMMAND) + ' ' + given + " 2> " + Quoted(Path("err")));
-      EXPECT_EQ(status, app::kRunFailed);
+      std::string line = "FUSION_ALLOCATIONS=" + std::to_string(allocations);
+      line.append(before).append(arguments).append(behind);
+      SCOPED_TRACE(line);
+      EXPECT_EQ(test_support::RunShell(line), app::kRunFailed);
       EXPECT_EQ(FileBytes(Path("err")), "fusion: error 6: The run ran out of memory.\n");
     }
   }
@@ -156,9 +156,10 @@ TEST_F(CommandLine, NamesThatAreNoUnicodeTextAreRefused) {
   // é as it was in the days of Latin 1.
   const std::string out = Quoted(Path("")) + "\"$(printf '/r\\351sultat.tif')\" ";
   const auto before = m_folder.Names();
-  for (const std::string& line :
-       {pan + ms + out + "--overwrite", pan + out + Quoted(Path("out.tif")), out + ms + Quoted(Path("out.tif")),
-        pan + ms + Quoted(Path("out.tif")) + " --log " + out, pan + ms + Quoted(Path("out.tif")) + " --aoi " + out}) {
+  const std::string fused = Quoted(Path("out.tif"));
+  const std::string lines[] = {pan + ms + out + "--overwrite", pan + out + fused, out + ms + fused,
+                               pan + ms + fused + " --log " + out, pan + ms + fused + " --aoi " + out};
+  for (const std::string& line : lines) {
     const auto run = Shell("fuse " + line, "> " + Quoted(Path("std")));
     EXPECT_EQ(run.status, 2) << line;
     EXPECT_THAT(run.err, HasSubstr("is no Unicode text")) << line;

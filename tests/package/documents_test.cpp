@@ -146,7 +146,7 @@ TEST(Documents, ListTheOptionsThatTheHelpLists) {
 template <typename Request>
 void ExpectSetByName(const std::string& command) {
   // How the outcome is told is the command's own.
-  const std::set<std::string> telling = {"--quiet", "--json"};
+  const std::set<std::string> telling = {"--quiet", "--json", "--report"};
   for (const std::string& option : OptionsOfHelp({command, "--help"})) {
     if (telling.contains(option)) continue;
     Request request;
@@ -161,6 +161,7 @@ void ExpectSetByName(const std::string& command) {
 
 TEST(Options, CanBeSetByNameFromAProgram) {
   ExpectSetByName<fusion::FuseRequest>("fuse");
+  ExpectSetByName<fusion::AssessRequest>("assess");
   ExpectSetByName<fusion::EvaluateRequest>("evaluate");
   ExpectSetByName<fusion::SampleRequest>("sample");
 }

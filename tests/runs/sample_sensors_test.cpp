@@ -15,7 +15,6 @@
 namespace {
 
 using Band = std::vector<double>;
-using testing::HasSubstr;
 
 // The brightest white of a type that is not 8 bits wide.
 constexpr double kWhite = 10000.0;
@@ -79,12 +78,15 @@ class Landscape {
       m_scene.Row(row, -kMargin, m_rows.back());
     }
   }
-  double At(std::size_t band, int column, int row) const {
-    return m_rows[static_cast<std::size_t>(row + kMargin)][band][static_cast<std::size_t>(column + kMargin)];
-  }
+  double At(std::size_t band, int column, int row) const { return m_rows[Index(row)][band][Index(column)]; }
 
  private:
   static constexpr int kMargin = fusion::SampleScene::kBeyond;
+  static std::size_t Index(int position) {
+    const int fromMargin = position + kMargin;
+    return static_cast<std::size_t>(fromMargin);
+  }
+
   fusion::SampleScene m_scene;
   int m_width;
   std::vector<std::vector<Band>> m_rows;
@@ -242,7 +244,7 @@ TEST(SampleSensors, NoiseHasTheDeviationThatIsAskedFor) {
   for (std::size_t i = 0; i < clean.ms.bands[0].size(); ++i) {
     between += (noisy.ms.bands[2][i] - clean.ms.bands[2][i]) * (noisy.ms.bands[3][i] - clean.ms.bands[3][i]);
   }
-  const double pixels = static_cast<double>(clean.ms.bands[0].size());
+  const auto pixels = static_cast<double>(clean.ms.bands[0].size());
   EXPECT_NEAR(between / pixels / (deviation * deviation), 0.0, 4.0 / std::sqrt(pixels)) << "each band has its own";
 }
 
