@@ -107,6 +107,18 @@ typedef struct fusion_fused {
 /* Fills it in after a fusion that succeeded and answers 1; else 0. */
 FUSION_API int fusion_outcome_fused(const fusion_outcome* outcome, fusion_fused* fused);
 
+/* How the multispectral image lies to the pan image, by their detail. */
+typedef struct fusion_registration {
+  double dx;        /* pan pixels by which it has to be moved to the right */
+  double dy;        /* and down; both 0 where no move is certain to make it better */
+  int applied;      /* whether it was moved for the run */
+  double agreement; /* share of the places looked at that the best move suits better than none */
+  double score;     /* share of the blurred pan's detail that the detail of the bands explains */
+} fusion_registration;
+
+/* Fills it in after a fusion that succeeded and looked for it, and answers 1; else 0. */
+FUSION_API int fusion_outcome_registration(const fusion_outcome* outcome, fusion_registration* registration);
+
 /* A result array of an evaluation. */
 typedef struct fusion_figures {
   const char* metric;   /* "statistics" */

@@ -9,6 +9,24 @@
 namespace app {
 namespace {
 
+nlohmann::ordered_json Json(const std::optional<fusion::FuseRegistration>& found) {
+  if (!found) return nullptr;
+  return {{"dx", found->dx},
+          {"dy", found->dy},
+          {"applied", found->applied},
+          {"agreement", found->agreement},
+          {"score", found->score}};
+}
+
+nlohmann::ordered_json Json(const std::optional<fusion::FuseModel>& model) {
+  if (!model) return nullptr;
+  return {{"shape", model->shape},
+          {"blur", model->blur},
+          {"restoring", model->restoring},
+          {"gains", model->gains},
+          {"samples", model->samples}};
+}
+
 void Describe(const fusion::FuseReport& report, int errorType, const std::string& message) {
   PrintJson({{"method", report.method},
              {"output", report.output},
@@ -18,6 +36,8 @@ void Describe(const fusion::FuseReport& report, int errorType, const std::string
              {"type", report.type},
              {"seconds", report.seconds},
              {"valid_share", report.validShare ? nlohmann::ordered_json(*report.validShare) : nullptr},
+             {"registration", Json(report.registration)},
+             {"model", Json(report.model)},
              {"error_type", errorType},
              {"message", message},
              {"notices", report.notices}});

@@ -84,7 +84,12 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("--second-kernel-size", o.secondKernelSize, "hpf: size of a second kernel");
   command.add_option("--detail-weight", o.detailWeight, "hpf: weight of the detail (default: 0.5)");
   command.add_option("--second-detail-weight", o.secondDetailWeight, "hpf: weight of the second detail");
-  command.add_option("--bayes-weight", o.bayesWeight, "bayesian: weight of pan, between 0 and 1 (default: 0.5)");
+  command.add_option("--bayes-weight", o.bayesWeight,
+                     "bayesian: how much of the model is applied, 0 (plain upsampling) to 1 (default: 0.5)");
+  command
+      .add_option("--registration", o.registration,
+                  "bayesian: auto, off or report: move the multispectral image onto the detail of pan")
+      ->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
   command.add_flag("--no-overviews", o.noOverviews, "Build no overviews");
   command.add_option("--format", o.format, "Output format (default: by the extension of OUT)");

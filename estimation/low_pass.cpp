@@ -41,10 +41,32 @@ struct Reach {
       last = static_cast<int>(std::floor(position + reach));
     }
   }
-  double Weight(int i) const {
-    if (m_shape.isBox) return std::min(m_end, i + 1.0) - std::max(m_begin, static_cast<double>(i));
-    const double distance = (i - m_position) / m_shape.size;
-    return std::exp(-0.5 * distance * distance);
+  /// Calls take with each sample and its weight, up to a common factor.
+  template <typename Take>
+  void ForEach(const Take& take) const {
+    if (m_shape.isBox) {
+      for (int i = first; i <= last; ++i) take(i, std::min(m_end, i + 1.0) - std::max(m_begin, static_cast<double>(i)));
+      return;
+    }
+    constexpr double kNarrow = 0.5;
+    if (m_shape.size < kNarrow) {
+      for (int i = first; i <= last; ++i) {
+        const double distance = (i - m_position) / m_shape.size;
+        take(i, std::exp(-0.5 * distance * distance));
+      }
+      return;
+    }
+    // Neighbouring weights of a Gaussian have a ratio, neighbouring ratios a constant one.
+    const double scale = 1.0 / (m_shape.size * m_shape.size);
+    const double distance = first - m_position;
+    const double bend = std::exp(-scale);
+    double ratio = std::exp(-(distance + 0.5) * scale);
+    double weight = std::exp(-0.5 * distance * distance * scale);
+    for (int i = first; i <= last; ++i) {
+      take(i, weight);
+      weight *= ratio;
+      ratio *= bend;
+    }
   }
 
   int first;
@@ -93,26 +115,32 @@ void CombineLanes(const double* lanes, const double* weights, int count, double*
   for (int lane = 0; lane < kLanes; ++lane) sums[lane] = sum[lane];
 }
 
+/// WeightsAt in place of what was there before.
+void Weigh(const LowPassShape& shape, double position, int size, LowPassWeights& result) {
+  result.weights.clear();
+  result.share = 0.0;
+  if (!(std::fabs(position) < kFar)) return;
+  const Reach reach(shape, position);
+  result.first = std::max(reach.first, 0);
+  double all = 0.0;
+  double inside = 0.0;
+  reach.ForEach([&](int i, double weight) {
+    all += weight;
+    if (i < 0 || i >= size) return;
+    result.weights.push_back(weight);
+    inside += weight;
+  });
+  for (double& w : result.weights) w /= inside;
+  result.share = inside / all;
+}
+
 }  // namespace
 
 double DeviationOfGain(double ratio, double gain) { return ratio * std::sqrt(-2.0 * std::log(gain)) / kPi; }
 
 LowPassWeights WeightsAt(const LowPassShape& shape, double position, int size) {
   LowPassWeights result;
-  if (!(std::fabs(position) < kFar)) return result;
-  const Reach reach(shape, position);
-  double all = 0.0;
-  double inside = 0.0;
-  for (int i = reach.first; i <= reach.last; ++i) {
-    const double w = reach.Weight(i);
-    all += w;
-    if (i < 0 || i >= size) continue;
-    if (result.weights.empty()) result.first = i;
-    result.weights.push_back(w);
-    inside += w;
-  }
-  for (double& w : result.weights) w /= inside;
-  result.share = inside / all;
+  Weigh(shape, position, size, result);
   return result;
 }
 
@@ -171,6 +199,10 @@ CRect SeparableFilter::Reads(const CRect& rect) const {
 
 void SeparableFilter::Apply(const double* input, const CRect& inputRect, const CRect& rect, double* out) const {
   const CRect reads = Reads(rect);
+  if (reads.Area() == 0) {
+    std::fill_n(out, rect.Area(), kNaN);
+    return;
+  }
   const int width = reads.Width();
   std::vector<double> sums(static_cast<std::size_t>(width) * kLanes, 0.0);
   std::vector<double> interleaved(sums.size());
@@ -235,10 +267,12 @@ void PointFilter::Apply(const double* input, const CRect& inputRect, const doubl
                         double* out) const {
   std::vector<const double*> taken;
   std::vector<double> row;
+  LowPassWeights alongX;
+  LowPassWeights alongY;
   for (int i = 0; i < count; ++i) {
     out[i] = kNaN;
-    const LowPassWeights alongX = WeightsAt(m_alongX, x[i], m_width);
-    const LowPassWeights alongY = WeightsAt(m_alongY, y[i], m_height);
+    Weigh(m_alongX, x[i], m_width, alongX);
+    Weigh(m_alongY, y[i], m_height, alongY);
     if (alongX.share * alongY.share < kLeastShare) continue;
     const int n = static_cast<int>(alongX.weights.size());
     taken.clear();

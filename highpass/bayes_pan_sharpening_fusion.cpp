@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "framework/row_math.h"
+#include "highpass/bayesian_source.h"
 #include "platform/system/multiversion.h"
 
 namespace {
@@ -28,6 +29,13 @@ BayesPanSharpeningFusion::BayesPanSharpeningFusion(const BayesPanSharpeningFusio
 BayesPanSharpeningFusion& BayesPanSharpeningFusion::operator=(const BayesPanSharpeningFusion&) = default;
 
 void BayesPanSharpeningFusion::SetModel(const BayesianModel& model) {
+  m_source = model.source;
+  if (m_source) {
+    m_param.m_strMSFile = m_source->Path();
+    m_param.m_vecMSBands.clear();
+    m_param.m_nOutBandCount = m_source->BandCount() - 1;
+    if (m_param.m_rcProcess.IsRectEmpty()) m_param.m_rcProcess = model.area;
+  }
   const std::size_t n = model.panCovariance.size();
   m_nModelBands = model.transform.size() == n * n ? static_cast<int>(n) : 0;
   m_bayesParam.m_dBayesParam = model.weight;

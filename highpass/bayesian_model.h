@@ -1,64 +1,119 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "framework/fusion_param.h"
 #include "platform/algorithm/base_algorithm.h"
 
-/// The model that BayesPanSharpeningFusion applies.
-///
-/// Source: Fasbender, Radoux and Bogaert, Bayesian data fusion for adaptable image pansharpening, IEEE Transactions on
-/// Geoscience and Remote Sensing 46(6), 2008. There the posterior density of the unknown vector Z of high-resolution
-/// bands is proportional to f(Z | multispectral)^(2(1-w)) x f(Z | pan)^(2w), both Gaussian. The terms here:
-///
-/// - f(Z | multispectral) has its mean at the resampled multispectral vector x and the covariance Sigma of what
-///   resampling cannot know, taken as the covariance of the bands less their 3 x 3 mean.
-/// - pan is a linear image of the bands, p = a + beta' Z + e with Var e = s: intercept a (the "pan mean" m of the
-///   kernel, the mean of pan given no light in the bands), coefficients beta, residual variance s.
-/// - The product is Gaussian with covariance V = (2(1-w) Sigma^-1 + 2w beta beta' / s)^-1 and mean
-///   V (2(1-w) Sigma^-1 x + 2w beta (p - a) / s) = 2w c (p - a) / s + 2w (x' M)'
-///   with c = V beta and M = ((1-w)/w) (V Sigma^-1)'.
-///
-/// With w near 0 the result is x; with w near 1 the pan value predicted from the result is the pan value.
+namespace fusion {
+class BayesianScene;
+class BayesianSource;
+class LowPassFill;
+struct InjectionModel;
+struct RegistrationResult;
+}  // namespace fusion
+
+/// The model that BayesPanSharpeningFusion applies: a linear estimate of the fused bands from what it reads, see there.
 struct BayesianModel {
   double weight = 0.0;                ///< w
-  double panMean = 0.0;               ///< m = a
-  double panVariance = 0.0;           ///< s; a residual variance below 1e-8 counts as 1
+  double panMean = 0.0;               ///< m
+  double panVariance = 0.0;           ///< s; a variance below 1e-8 counts as 1
   std::vector<double> panCovariance;  ///< c, one per band
-  std::vector<double> transform;      ///< M, n x n, row-major
-  std::vector<double> coefficients;   ///< beta, one per band; what c and M were made from
+  std::vector<double> transform;      ///< M, row-major, bands x bands
+  /// What an estimated model is for: the chosen bands and the low-passed pan behind them, in place of the record's
+  /// multispectral image. Null for a model from elsewhere, of the record's bands alone.
+  std::shared_ptr<const fusion::BayesianSource> source;
+  /// Pan pixels that a run without an area of its own covers; empty: what both images have in common.
+  CRect area;
 };
 
-/// Fits the model to a pan and a multispectral image: least squares of the pan image, averaged over multispectral
-/// pixels, on the chosen bands, over all pixels of both whole images that have all data (see fusion::BayesianSamples).
-/// Streams twice over both images with bounded memory.
+/// What BayesianModelEstimator makes of a shift between the images.
+enum class BayesianRegistration {
+  kOff,     ///< none is looked for
+  kReport,  ///< it is found and told
+  kMove     ///< the multispectral image is moved before anything else is estimated
+};
+
+/// Why an estimated model does less than could be.
+enum class BayesianDoubt {
+  kNone,
+  kNoDetail,    ///< pan shows nothing on the common ground that could be added: the bands stay as they are
+  kFewSamples,  ///< too few pixels with data for more than one gain a band
+  kUnsolvable,  ///< a system without a solution; likewise
+  kUnlike       ///< the detail of pan is not that of the bands; likewise
+};
+
+/// What an estimation has found.
+struct BayesianEstimate {
+  bool isBox = false;      ///< the bands are best explained by pan's mean over their pixels,
+  double blur = 1.0;       ///< else by a Gaussian; 1 leaves a gain of 0.3 at their Nyquist frequency, more blurs more
+  double restoring = 1.0;  ///< how much wider the low-pass is that the gains are fitted with
+  double score = 0.0;      ///< share of the low-passed pan's detail that the detail of the bands explains, 0 to 1
+  double shiftX = 0.0;     ///< pan pixels by which the multispectral image has to be moved; 0 where none is certain
+  double shiftY = 0.0;
+  bool moved = false;         ///< whether the model's source is
+  double agreement = 0.0;     ///< share of the places looked at that the best shift suits better than none
+  std::vector<double> gains;  ///< of pan's detail in each band, at a weight of 0.5
+  std::int64_t samples = 0;   ///< multispectral pixels that the gains are fitted to
+  BayesianDoubt doubt = BayesianDoubt::kNone;
+};
+
+/// Fits the model to a pan and a multispectral image.
 ///
-/// Errors: 2 (also a band that does not exist), 4 and 20 as in a fusion run; 6 for a weight that is not between 0 and
-/// 1; 7 for too few common pixels or bands that are linearly dependent; 10 for a pan image, a band or a band's detail
-/// without spread; 1 when cancelled.
+/// 1. How the multispectral sensor blurs what pan shows, and how the images lie to each other, is found from their
+///    detail: of all blurs and shifts the right one makes the low-passed pan's detail most like the bands'.
+/// 2. Pan is low-passed with that onto the multispectral grid. What pan has beyond it is what the bands lack.
+/// 3. The gains are those that would have worked one level down, where the answer is known: each band's detail against
+///    its own low-pass is predicted from pan's by least squares, and what is left from all else that is known there by
+///    a ridge regression that keeps the bands' means.
+///
+/// In the terms of a Gaussian model this is the posterior mean of the fine bands given the resampled ones, pan and the
+/// low-passed pan, whose moments are taken one level down and are assumed to hold across scales.
+///
+/// Sources. Posterior mean: Fasbender, Radoux and Bogaert, Bayesian data fusion for adaptable image pansharpening, IEEE
+/// Transactions on Geoscience and Remote Sensing 46(6), 2008. Low-pass by the sensor's transfer function and gains
+/// fitted a level down: Aiazzi, Alparone, Baronti, Garzelli and Selva, MTF-tailored multiscale fusion of
+/// high-resolution MS and Pan imagery, Photogrammetric Engineering and Remote Sensing 72(5), 2006. Blind estimate of
+/// the low-pass: Vivone, Simoes, Dalla Mura, Restaino, Bioucas-Dias, Licciardi and Chanussot, Pansharpening based on
+/// semiblind deconvolution, IEEE Transactions on Geoscience and Remote Sensing 53(4), 2015. Gains from all bands at
+/// once: Garzelli, Nencini and Capobianco, Optimal MMSE pan sharpening of very high resolution multispectral images,
+/// IEEE Transactions on Geoscience and Remote Sensing 46(1), 2008. What these do on real images: Vivone et al., A new
+/// benchmark based on recent advances in multispectral pansharpening, IEEE Geoscience and Remote Sensing Magazine 9(1),
+/// 2021.
+///
+/// Looks at the ground that both images have in common, whatever area the record names; streams once over it, with
+/// memory that depends on the width of the images alone. The result does not depend on the number of threads.
+///
+/// Errors: 2 (also a band that does not exist), 4 and 20 as in a fusion run; 3 where the low-passed pan cannot be kept;
+/// 6 for a weight that is not between 0 and 1; 11 for fewer than two bands; 1 when cancelled.
 class FUSION_API BayesianModelEstimator : public CBaseAlgorithm {
  public:
-  /// Reads the record's files, bands, reprojection flag, open option and weight.
+  /// Reads the record's files, bands, reprojection flag, open option, mask option and weight: how much of the model is
+  /// applied, twice the weight; 0 leaves the resampled bands, 0.5 is the estimate. A low-passed pan that is large lies
+  /// beside the record's output.
   explicit BayesianModelEstimator(const BayesianFusionParam& param);
   ~BayesianModelEstimator() override;
+
+  /// Off by default.
+  void SetRegistration(BayesianRegistration registration) { m_registration = registration; }
+  /// Has the next runs look at a part of the pan image only.
+  void SetArea(const CRect& panRect) { m_area = panRect; }
 
   void Process() override;
   /// Of the last successful run.
   const BayesianModel& GetModel() const { return m_model; }
+  const BayesianEstimate& GetEstimate() const { return m_estimate; }
 
  private:
   void Estimate();
-  bool Open(CRasterSource& pan, CRasterSource& ms, std::vector<CRasterBand*>& bands);
+  bool Stream(fusion::BayesianScene& scene, const fusion::RegistrationResult& found, const fusion::LowPassFill& fill);
+  void Adopt(const fusion::InjectionModel& injection);
+  bool GoesOn(int step);
 
   BayesianFusionParam m_param;
+  BayesianRegistration m_registration = BayesianRegistration::kOff;
+  CRect m_area;
   BayesianModel m_model;
+  BayesianEstimate m_estimate;
 };
-
-namespace fusion {
-
-/// The model from its parts.
-/// @param coefficients beta, n values; sigma n x n; residualVariance s
-BayesianModel MakeBayesianModel(double weight, double intercept, const std::vector<double>& coefficients,
-                                double residualVariance, const std::vector<double>& sigma);
-
-}  // namespace fusion

@@ -252,6 +252,13 @@ int fusion_outcome_fused(const fusion_outcome* outcome, fusion_fused* fused) {
   return 1;
 }
 
+int fusion_outcome_registration(const fusion_outcome* outcome, fusion_registration* registration) {
+  if (!outcome || !registration || !outcome->fused || !outcome->fused->registration) return 0;
+  const fusion::FuseRegistration& found = *outcome->fused->registration;
+  *registration = {found.dx, found.dy, found.applied ? 1 : 0, found.agreement, found.score};
+  return 1;
+}
+
 size_t fusion_outcome_figures_count(const fusion_outcome* outcome) { return outcome ? outcome->figures.size() : 0; }
 int fusion_outcome_figures(const fusion_outcome* outcome, size_t index, fusion_figures* figures) {
   if (!outcome || !figures || index >= outcome->figures.size()) return 0;

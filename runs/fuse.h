@@ -46,15 +46,35 @@ struct FUSION_API FuseRequest {
   std::optional<int> secondKernelSize;  ///< hpf: adds the detail of a second kernel
   std::optional<double> detailWeight;   ///< hpf: default 0.5
   std::optional<double> secondDetailWeight;  ///< hpf: likewise adds it; default 0.35
-  std::optional<double> bayesWeight;         ///< bayesian: weight of pan, between 0 and 1, default 0.5
-  bool sameExtent = false;                   ///< take both images as covering the same ground
-  bool noOverviews = false;                  ///< hpf, ihs, sharpen: no overviews of the output
-  std::string format;                        ///< by name; empty: by the extension of out
-  bool overwrite = false;                    ///< replace an existing out, and what belongs to it
+  /// bayesian: how much of the estimated model is applied, 0 (the resampled bands) to 1, default 0.5 (the estimate)
+  std::optional<double> bayesWeight;
+  std::string registration = "auto";  ///< bayesian: auto, off or report: what to make of a shift of the images
+  bool sameExtent = false;            ///< take both images as covering the same ground
+  bool noOverviews = false;           ///< hpf, ihs, sharpen: no overviews of the output
+  std::string format;                 ///< by name; empty: by the extension of out
+  bool overwrite = false;             ///< replace an existing out, and what belongs to it
 
   std::string log;            ///< file that the library's log is appended to while the run lasts; empty: none
   std::string given;          ///< what is to be done, in the caller's words, for the log
   bool measureValid = false;  ///< let the report tell the share of pixels with data, which takes a pass over the output
+};
+
+/// How a multispectral image lies to its pan image, by their detail.
+struct FuseRegistration {
+  double dx = 0.0;         ///< pan pixels by which the multispectral image has to be moved to the right
+  double dy = 0.0;         ///< and down; both 0 where no move is certain to make it better
+  bool applied = false;    ///< whether it was moved for the run
+  double agreement = 0.0;  ///< share of the places looked at that the best move suits better than none
+  double score = 0.0;      ///< share of the blurred pan's detail that the detail of the bands explains
+};
+
+/// What an estimated model of a fusion consists of.
+struct FuseModel {
+  std::string shape;          ///< of the blur between pan and the bands: gaussian, or box for the mean over a pixel
+  double blur = 0.0;          ///< a Gaussian's width; 1 leaves a gain of 0.3 at the bands' Nyquist frequency
+  double restoring = 0.0;     ///< how much more than that pan is blurred for the gains: 1 makes bands as sharp as pan
+  std::vector<double> gains;  ///< of pan's detail in each band, at a weight of 0.5
+  long long samples = 0;      ///< multispectral pixels that they are fitted to
 };
 
 /// What a fusion has written.
@@ -67,7 +87,9 @@ struct FuseReport {
   std::string type;                  ///< of the samples, as in FuseRequest::type
   double seconds = 0.0;              ///< that the run took
   std::optional<double> validShare;  ///< of the pixels, 0 to 1, where asked for and the run masked those without data
-  std::vector<std::string> notices;  ///< what the observer was told, too
+  std::optional<FuseRegistration> registration;  ///< where the run looked for one
+  std::optional<FuseModel> model;                ///< where the method estimates one
+  std::vector<std::string> notices;              ///< what the observer was told, too
 };
 
 /// Fuses. The output appears under its name when everything has succeeded; a failed or cancelled run leaves nothing

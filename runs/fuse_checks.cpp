@@ -46,7 +46,8 @@ void RefuseForeignOptions(const FuseRequest& o, const Method& m) {
   check(o.secondKernelSize.has_value(), "--second-kernel-size", kTakesKernels);
   check(o.detailWeight.has_value(), "--detail-weight", kTakesKernels);
   check(o.secondDetailWeight.has_value(), "--second-detail-weight", kTakesKernels);
-  check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesWeight);
+  check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesModel);
+  check(o.registration != "auto", "--registration", kTakesBayesModel);
 }
 
 ResampleType ParseResample(const std::string& name) {
@@ -84,6 +85,9 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
   }
   if (o.edges != "repeat" && o.edges != "off") throw UsageError("--edges is repeat or off, not '" + o.edges + "'.");
   checked.repeatsEdges = o.edges == "repeat";
+  if (o.registration != "auto" && o.registration != "off" && o.registration != "report") {
+    throw UsageError("--registration is auto, off or report, not '" + o.registration + "'.");
+  }
   if (o.statistics != "scene" && o.statistics != "window") {
     throw UsageError("--statistics is scene or window, not '" + o.statistics + "'.");
   }
@@ -111,8 +115,8 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
   CheckKernel(o.secondKernelSize, "--second-kernel-size");
   CheckWeight(o.detailWeight, "--detail-weight");
   CheckWeight(o.secondDetailWeight, "--second-detail-weight");
-  if (o.bayesWeight && !(*o.bayesWeight > 0.0 && *o.bayesWeight < 1.0)) {
-    throw UsageError("--bayes-weight must lie between 0 and 1, both excluded.");
+  if (o.bayesWeight && !(*o.bayesWeight >= 0.0 && *o.bayesWeight <= 1.0)) {
+    throw UsageError("--bayes-weight must lie between 0 and 1.");
   }
   if (!o.window.empty() && (o.window.size() != 4 || o.window[2] <= 0 || o.window[3] <= 0)) {
     throw UsageError("--window is XOFF,YOFF,XSIZE,YSIZE with a size of at least one pixel.");

@@ -139,7 +139,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelData
   param.m_bDataStretch = m_options.autoLevel;
 
   const std::unique_ptr<CBaseAlgorithm> algorithm =
-      m_checked.method->make(param, {m_options, inputs.PixelRatio(), m_progress});
+      m_checked.method->make(param, {m_options, inputs.PixelRatio(), m_progress, m_notices, m_found});
   if (targets) {
     // The matching brings the result to its scale.
     dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
@@ -190,7 +190,7 @@ void FuseRun::Carry(CBaseAlgorithm& algorithm) {
 FuseReport FuseRun::Look(const std::wstring& file, PixelDataType msType) const {
   CRasterSource source;
   if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
-  FuseReport report;
+  FuseReport report = m_found;
   report.method = m_options.method;
   report.output = m_options.out;
   report.width = source.GetWidth();

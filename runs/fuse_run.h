@@ -57,6 +57,7 @@ class FuseRun {
   platform::PendingOutput m_pending;
   PixelDataType m_type = PDT_UNKNOWN;
   bool m_masks = false;
+  FuseReport m_found;  ///< what is known of the report before there is an output
   std::shared_ptr<const platform::RasterDescription> m_description;
 };
 

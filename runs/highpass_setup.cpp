@@ -3,7 +3,6 @@
 #include <cmath>
 
 #include "framework/messages.h"
-#include "highpass/bayes_pan_sharpening_fusion.h"
 #include "highpass/hpf_fusion_process_alg.h"
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/reproject.h"
@@ -56,21 +55,6 @@ std::unique_ptr<CBaseAlgorithm> MakeHpf(HpfFusionParam& param, const MethodSetup
   if (param.m_bSecondFilter) param.m_filter2 = HighPass(options.secondKernelSize.value_or(kSecondSize));
   if (options.secondDetailWeight) param.m_dDetailWeight2 = *options.secondDetailWeight;
   return std::make_unique<CHpfFusionProcessAlg>(&param);
-}
-
-std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const MethodSetup& setup) {
-  constexpr double kWeight = 0.5;
-  BayesianFusionParam record;
-  static_cast<FusionParam&>(record) = param;
-  record.m_dBayesParam = setup.request.bayesWeight.value_or(kWeight);
-  BayesianModelEstimator estimator(record);
-  estimator.SetProgress(&setup.progress);
-  estimator.SetOverlappedIo(true);
-  estimator.Process();
-  ThrowFailure(estimator);
-  auto fusion = std::make_unique<BayesPanSharpeningFusion>(&record);
-  fusion->SetModel(estimator.GetModel());
-  return fusion;
 }
 
 }  // namespace fusion

@@ -11,7 +11,5 @@ double PixelRatio(const CRasterSource& pan, CRasterSource& ms, bool needsReproje
 
 /// Fills in the kernels and weights and makes the HPF pipeline.
 std::unique_ptr<CBaseAlgorithm> MakeHpf(HpfFusionParam& param, const MethodSetup& setup);
-/// Estimates the model over both whole images and hands it to the fusion. Throws RunFailure.
-std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const MethodSetup& setup);
 
 }  // namespace fusion

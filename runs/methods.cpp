@@ -6,6 +6,7 @@
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
 #include "highpass/simple_pan_sharpening_fusion_process_alg.h"
+#include "runs/bayesian_setup.h"
 #include "runs/highpass_setup.h"
 #include "runs/notices.h"
 #include "runs/text.h"
@@ -50,8 +51,8 @@ constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
 const std::vector<Method>& Methods() {
   static const std::vector<Method> methods = {
       {.name = "bayesian",
-       .summary = "the likeliest image, given the bands and their regression on pan",
-       .takes = kRaster | kTakesBayesWeight,
+       .summary = "the likeliest image: the bands plus pan's detail, weighed as it was one level down",
+       .takes = kRaster | kTakesBayesModel,
        .make = MakeBayesian,
        .onBandScale = true},
       {.name = "brovey",

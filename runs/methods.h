@@ -10,6 +10,7 @@
 
 namespace fusion {
 
+struct FuseReport;
 struct FuseRequest;
 class Notices;
 
@@ -18,6 +19,8 @@ struct MethodSetup {
   const FuseRequest& request;
   double pixelRatio;  ///< multispectral over pan pixel width, where the method asks for it
   CBaseProgress& progress;
+  Notices& notices;
+  FuseReport& found;  ///< takes what preparing the run finds out
 };
 
 /// Options that only some methods take.
@@ -29,7 +32,7 @@ enum MethodOption : unsigned {
   kTakesMatch = 1U << 4U,
   kTakesAutoLevel = 1U << 5U,
   kTakesKernels = 1U << 6U,
-  kTakesBayesWeight = 1U << 7U,
+  kTakesBayesModel = 1U << 7U,
 };
 
 /// What runs know of a fusion method; adding one is adding a line to the table in methods.cpp.

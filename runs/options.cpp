@@ -101,6 +101,7 @@ constexpr Option<F> kFuseOptions[] = {
     {"detail-weight", Take<&F::detailWeight>},
     {"second-detail-weight", Take<&F::secondDetailWeight>},
     {"bayes-weight", Take<&F::bayesWeight>},
+    {"registration", Take<&F::registration>},
     {"same-extent", Take<&F::sameExtent>},
     {"no-overviews", Take<&F::noOverviews>},
     {"format", Take<&F::format>},

@@ -7,6 +7,7 @@
 
 #include "framework/resampling/band_group.h"
 #include "framework/resampling/bilinear.h"
+#include "framework/resampling/keys.h"
 #include "framework/resampling/taps.h"
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/raster_types.h"
@@ -14,7 +15,7 @@
 
 namespace fusion {
 
-/// Cubic convolution with parameter -1 (Keys, Cubic convolution interpolation for digital image processing, 1981).
+/// Cubic convolution, see KeysWeight.
 struct Bicubic {
   static constexpr ResampleType kType = RT_BICUBIC;
   using Simpler = Bilinear;
@@ -30,14 +31,7 @@ struct Bicubic {
   /// Whether the first tap lies on the image's repeated edge.
   static bool BeginsOnEdge(double position, int first) { return RepeatsEdge(first) && position >= first + 1; }
 
-  /// Without a branch, for loops that vectorise.
-  static double Weight(double t) {
-    const double s = std::fabs(t);
-    const double near = 1.0 - 2.0 * s * s + s * s * s;
-    const double far = 4.0 - 8.0 * s + 5.0 * s * s - s * s * s;
-    const double beyond = s < 2.0 ? far : 0.0;
-    return s < 1.0 ? near : beyond;
-  }
+  static double Weight(double t) { return KeysWeight(t); }
   static constexpr int kTaps = 4;
   static constexpr int kBefore = 1;
   static constexpr int kBehind = 2;

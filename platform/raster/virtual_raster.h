@@ -14,18 +14,22 @@ class VirtualRaster {
   /// @param geoTransform six terms or null for the file's own
   /// @param wkt coordinate system, empty for none, or null for the file's own
   /// @param noData declared for all bands where given
+  /// @param northUp look at a rotated raster as CRasterSource presents it
   /// The file's mask, and its alpha where that is not among the bands, is the view's mask.
   /// Throws std::runtime_error when the file does not open or has no such band.
   VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
-                const std::wstring* wkt, std::optional<double> noData = std::nullopt);
+                const std::wstring* wkt, std::optional<double> noData = std::nullopt, bool northUp = false);
   ~VirtualRaster();
   VirtualRaster(const VirtualRaster&) = delete;
   VirtualRaster& operator=(const VirtualRaster&) = delete;
 
+  /// Adds a band of another file of the same size, counted from 0, behind the others. Throws as the constructor does.
+  void AddBand(const std::wstring& file, int band);
   /// The name under which CRasterSource opens the view.
   const std::wstring& Path() const { return m_strPath; }
 
  private:
+  std::wstring m_strNorthUpPath;  ///< of what the view looks at, where that is no file
   std::wstring m_strPath;
 };
 

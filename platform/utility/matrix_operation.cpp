@@ -32,6 +32,18 @@ bool CMatrixOperation::InverseMatrix(double* matrix, int n) {
   return true;
 }
 
+bool CMatrixOperation::SolveLeastSquares(const double* matrix, int n, double leastPart, const double* right,
+                                         double* x) {
+  if (!matrix || n < 1) return false;
+  const Eigen::Map<const Matrix> values(matrix, n, n);
+  const Eigen::Map<const Eigen::VectorXd> wanted(right, n);
+  if (!values.allFinite() || !wanted.allFinite()) return false;
+  Eigen::JacobiSVD<Eigen::MatrixXd> decomposition(values, Eigen::ComputeThinU | Eigen::ComputeThinV);
+  decomposition.setThreshold(leastPart);
+  Eigen::Map<Eigen::VectorXd>(x, n) = decomposition.solve(wanted);
+  return true;
+}
+
 double CMatrixOperation::ConditionNumber(const double* matrix, int n) {
   constexpr double kInfinite = std::numeric_limits<double>::infinity();
   if (!matrix || n < 1) return kInfinite;

@@ -76,6 +76,25 @@ TEST_F(FuseCommand, EveryMethodWritesThePanGridMatchedOrRaw) {
   EXPECT_EQ(NewNames().size(), methods) << "only the outputs may stay: " << testing::PrintToString(NewNames());
 }
 
+TEST_F(FuseCommand, JsonTellsWhatWasEstimated) {
+  const auto run = Fuse("out.tif", {"--json", "--quiet"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const auto json = nlohmann::ordered_json::parse(run.out);
+  const auto keys = [](const nlohmann::ordered_json& object) {
+    std::vector<std::string> names;
+    for (const auto& [key, value] : object.items()) names.push_back(key);
+    return names;
+  };
+  EXPECT_THAT(keys(json["registration"]), ElementsAre("dx", "dy", "applied", "agreement", "score"));
+  EXPECT_TRUE(json["registration"]["applied"].is_boolean());
+  EXPECT_GT(json["registration"]["score"], 0.0);
+  EXPECT_THAT(keys(json["model"]), ElementsAre("shape", "blur", "restoring", "gains", "samples"));
+  EXPECT_EQ(json["model"]["gains"].size(), 4U);
+  const auto off = Fuse("off.tif", {"--json", "--quiet", "--registration", "off", "--bayes-weight", "0"});
+  ASSERT_EQ(off.status, 0) << off.err;
+  EXPECT_TRUE(nlohmann::ordered_json::parse(off.out)["registration"].is_null());
+}
+
 TEST_F(FuseCommand, JsonDescribesTheOutcome) {
   const auto run = Fuse("out.tif", {"--method", "brovey", "--bands", "3,1", "--type", "float64", "--window",
                                     "8,4,40,20", "--json", "--quiet"});
@@ -85,9 +104,11 @@ TEST_F(FuseCommand, JsonDescribesTheOutcome) {
   std::vector<std::string> keys;
   for (const auto& [key, value] : json.items()) keys.push_back(key);
   EXPECT_THAT(keys, ElementsAre("method", "output", "width", "height", "bands", "type", "seconds", "valid_share",
-                                "error_type", "message", "notices"));
+                                "registration", "model", "error_type", "message", "notices"));
   EXPECT_THAT(json["notices"], IsEmpty());
   EXPECT_TRUE(json["valid_share"].is_null());
+  EXPECT_TRUE(json["registration"].is_null());
+  EXPECT_TRUE(json["model"].is_null());
   EXPECT_EQ(json["method"], "brovey");
   EXPECT_EQ(json["output"], Path("out.tif"));
   EXPECT_EQ(json["width"], 40);

@@ -80,7 +80,7 @@ TEST(LowPass, WeightsOfAGaussianAreThoseOfItsDensity) {
   EXPECT_EQ(w.first, 6);
   ASSERT_EQ(w.weights.size(), 10U);  // 5.25 to 15.25
   EXPECT_EQ(w.share, 1.0);
-  EXPECT_NEAR(w.weights[4] / w.weights[5], std::exp(-0.5 * 0.0625) / std::exp(-0.5 * 0.5625), 1e-14);
+  EXPECT_NEAR(w.weights[4] / w.weights[5], std::exp(-0.5 * 0.0625) / std::exp(-0.5 * 0.5625), 1e-13);
   double sum = 0.0;
   for (const double v : w.weights) sum += v;
   EXPECT_NEAR(sum, 1.0, 1e-15);
@@ -201,6 +201,38 @@ TEST(LowPass, WhereNothingIsValidNothingIsRead) {
   double out[] = {1.0, 2.0};
   filter.Apply(nullptr, {}, {0, 0, 2, 1}, out);
   EXPECT_TRUE(std::isnan(out[0]) && std::isnan(out[1]));
+}
+
+TEST(LowPass, InACornerTheShareIsThatOfBothAxes) {
+  // Along each axis 98.6 % lie on the image: enough, but not together.
+  const auto shape = LowPassShape::Box(4.0);
+  const double at = 1.5 - 0.056;
+  const SeparableFilter filter({shape, {at, 5.0}, 10}, {shape, {at, 5.0}, 10});
+  const std::vector<double> image(100, 7.0);
+  double out[4];
+  filter.Apply(image.data(), {0, 0, 10, 10}, {0, 0, 2, 2}, out);
+  EXPECT_TRUE(std::isnan(out[0]));
+  for (int i = 1; i < 4; ++i) EXPECT_NEAR(out[i], 7.0, 1e-12);
+}
+
+TEST(LowPass, OneAxisWithoutAValueLeavesNothing) {
+  const auto shape = LowPassShape::Box(2.0);
+  const SeparableFilter filter({shape, {3.0, 4.0}, 10}, {shape, {-8.0}, 10});
+  double out[] = {1.0, 2.0};
+  filter.Apply(nullptr, {}, {0, 0, 2, 1}, out);
+  EXPECT_TRUE(std::isnan(out[0]) && std::isnan(out[1]));
+}
+
+TEST(LowPass, NarrowGaussiansAreGaussians) {
+  for (const double deviation : {0.01, 0.2, 0.49, 0.5, 0.51}) {
+    const LowPassWeights w = WeightsAt(LowPassShape::Gaussian(deviation), 5.3, 20);
+    double all = 0.0;
+    for (int i = 0; i < 20; ++i) all += Weight(LowPassShape::Gaussian(deviation), i - 5.3);
+    for (std::size_t k = 0; k < w.weights.size(); ++k) {
+      const double distance = w.first + static_cast<double>(k) - 5.3;
+      EXPECT_NEAR(w.weights[k], Weight(LowPassShape::Gaussian(deviation), distance) / all, 1e-12) << deviation;
+    }
+  }
 }
 
 TEST(LowPass, FiltersInARowAreOneFilter) {

@@ -6,7 +6,6 @@
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
-#include "highpass/bayesian_model.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
 #include "tests/support/all_methods.h"
@@ -161,7 +160,6 @@ TEST(GapRuns, ARunWithoutCommonDataIsEmptyAndSaysSo) {
   }
   gaps.Write(0.0);
   for (const auto& method : test_support::AllMethods()) {
-    if (method.name == "bayesian") continue;  // has nothing to estimate its model from
     SCOPED_TRACE(method.name);
     const FusionParam param = Masked(gaps.scene, PDT_UINT8);
     method.run(param);
@@ -169,12 +167,6 @@ TEST(GapRuns, ARunWithoutCommonDataIsEmptyAndSaysSo) {
     EXPECT_TRUE(output.declaresZero);
     for (const auto& band : output.image.bands) EXPECT_EQ(band, std::vector<double>(band.size(), 0.0));
   }
-  BayesianFusionParam param;
-  static_cast<FusionParam&>(param) = Masked(gaps.scene);
-  param.m_dBayesParam = 0.5;
-  BayesianModelEstimator estimator(param);
-  estimator.Process();
-  EXPECT_EQ(estimator.GetLastErrorType(), 7);
 }
 
 TEST(GapRuns, BlocksWithoutDataAreZeroInEveryFormat) {

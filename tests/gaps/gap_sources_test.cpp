@@ -6,7 +6,6 @@
 #include <limits>
 
 #include "band_arithmetic/brovey_fusion.h"
-#include "highpass/bayesian_model.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "tests/support/all_methods.h"

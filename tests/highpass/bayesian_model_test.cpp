@@ -1,273 +1,424 @@
-// What the estimator finds, held against the dense definition.
+// What an estimation makes of its images, held against the definition: pan low-passed pixel by pixel, and the model
+// that its moments give.
 #include "highpass/bayesian_model.h"
 
 #include <gtest/gtest.h>
-#include <ogr_spatialref.h>
 
-#include <memory>
+#include <cmath>
 #include <random>
 
+#include "estimation/detail_moments.h"
+#include "estimation/injection_model.h"
+#include "highpass/bayes_pan_sharpening_fusion.h"
+#include "highpass/bayesian_source.h"
 #include "platform/raster/raster_fault.h"
 #include "tests/highpass/bayesian_fixture.h"
-#include "tests/highpass/dense_model.h"
+#include "tests/highpass/seen_scene.h"
 #include "tests/support/method_sweep.h"
+#include "tests/support/recording_progress.h"
 
 namespace {
 
-using highpass_test::BayesianRecord;
-using highpass_test::Box;
-using highpass_test::CollectSamples;
-using highpass_test::DenseModel;
-using highpass_test::DenseSamples;
-using highpass_test::Estimate;
-using highpass_test::Figures;
-using highpass_test::Fit;
-using highpass_test::GridCells;
-using test_support::Scene;
-using test_support::SceneOptions;
+using highpass_test::LowPassOf;
+using highpass_test::SeenOptions;
+using highpass_test::SeenScene;
+using test_support::ReadImage;
 using test_support::WriteImage;
 
-void ExpectClose(double actual, double expected, double scale, const char* what) {
-  EXPECT_NEAR(actual, expected, 1e-9 * std::max(scale, 1e-300)) << what;
+/// An estimation that must succeed.
+class Estimated {
+ public:
+  explicit Estimated(const BayesianFusionParam& param, BayesianRegistration registration = BayesianRegistration::kOff,
+                     bool threaded = false, const CRect& area = {}) {
+    BayesianModelEstimator estimator(param);
+    estimator.SetRegistration(registration);
+    estimator.SetOverlappedIo(threaded);
+    estimator.SetArea(area);
+    estimator.Process();
+    EXPECT_EQ(estimator.GetLastErrorType(), 0);
+    EXPECT_TRUE(estimator.GetLastErrorMessage().empty());
+    model = estimator.GetModel();
+    estimate = estimator.GetEstimate();
+    if (model.source) source = ReadImage(model.source->Path());
+  }
+
+  BayesianModel model;
+  BayesianEstimate estimate;
+  reference::Image source;  ///< what the model is for
+};
+
+std::vector<std::vector<double>> FuseWith(const BayesianFusionParam& param, const BayesianModel& model) {
+  FusionParam record = param;
+  BayesPanSharpeningFusion fusion(&record);
+  fusion.SetModel(model);
+  fusion.Process();
+  test_support::ExpectSuccess(fusion);
+  return ReadImage(param.m_strOutFile).bands;
 }
 
-/// The estimated model is the dense one; the matrices are those of the definition for its parts.
-void ExpectModel(const BayesianModel& model, double weight, const DenseModel& dense) {
-  const auto n = dense.beta.size();
-  ASSERT_EQ(model.coefficients.size(), static_cast<std::size_t>(n));
-  EXPECT_EQ(model.weight, weight);
-  ExpectClose(model.panMean, dense.intercept, std::fabs(dense.intercept) + 1000.0, "intercept");
-  ExpectClose(model.panVariance, dense.variance, dense.variance, "residual variance");
-  for (Eigen::Index b = 0; b < n; ++b) {
-    ExpectClose(model.coefficients[static_cast<std::size_t>(b)], dense.beta(b), dense.beta.norm(), "coefficient");
+/// The model is the one that the moments of the source's images give; pan for the moments is low-passed by definition.
+void ExpectModel(const Estimated& found, const SeenScene& scene, double weight = 0.5) {
+  const BayesianEstimate& e = found.estimate;
+  const int n = static_cast<int>(found.source.bands.size()) - 1;
+  std::vector<std::vector<double>> images(found.source.bands.begin(), found.source.bands.end() - 1);
+  images.push_back(LowPassOf(scene, e.isBox, e.blur * e.restoring, e.moved ? e.shiftX : 0.0, e.moved ? e.shiftY : 0.0));
+  std::vector<const double*> rows;
+  for (const auto& image : images) rows.push_back(image.data());
+  fusion::DetailMoments moments(n, found.source.width, found.source.height, {e.isBox, e.blur});
+  moments.AddRows(rows.data(), found.source.height);
+  fusion::InjectionDoubt doubt = fusion::InjectionDoubt::kNone;
+  const auto whole = fusion::FitInjection(moments.Statistics(), n, true, doubt);
+  EXPECT_EQ(e.samples, moments.Statistics().Count());
+  ASSERT_EQ(e.gains.size(), static_cast<std::size_t>(n));
+  const auto part = whole.Scaled(2.0 * weight);
+  const BayesianModel& model = found.model;
+  EXPECT_EQ(model.weight, 0.5);
+  EXPECT_EQ(model.panMean, 0.0);
+  EXPECT_EQ(model.panVariance, 1.0);
+  const auto size = static_cast<std::size_t>(n) + 1;
+  ASSERT_EQ(model.panCovariance.size(), size);
+  ASSERT_EQ(model.transform.size(), size * size);
+  EXPECT_EQ(model.panCovariance.back(), 0.0);
+  for (std::size_t b = 0; b + 1 < size; ++b) {
+    EXPECT_NEAR(e.gains[b], whole.panGains[b], 1e-8);
+    EXPECT_NEAR(model.panCovariance[b], part.panGains[b], 1e-8);
+    for (std::size_t j = 0; j + 1 < size; ++j) {
+      EXPECT_NEAR(model.transform[j * size + b], part.bandGains[b * (size - 1) + j], 1e-8);
+    }
+    EXPECT_NEAR(model.transform[(size - 1) * size + b], part.lowPassGains[b], 1e-8);
   }
-  const auto figures = Figures(weight, dense.beta, dense.variance, dense.sigma);
-  for (Eigen::Index i = 0; i < n; ++i) {
-    ExpectClose(model.panCovariance[static_cast<std::size_t>(i)], figures.covariance(i), figures.covariance.norm(),
-                "pan covariance");
-    for (Eigen::Index j = 0; j < n; ++j) {
-      ExpectClose(model.transform[static_cast<std::size_t>(i * n + j)], figures.transform(i, j),
-                  figures.transform.norm(), "transform");
+  for (std::size_t j = 0; j < size; ++j) EXPECT_EQ(model.transform[j * size + size - 1], 0.0);
+}
+
+/// The low-passed pan behind the bands, by definition where there is enough of pan.
+void ExpectLowPass(const Estimated& found, const SeenScene& scene) {
+  const BayesianEstimate& e = found.estimate;
+  const auto expected = LowPassOf(scene, e.isBox, e.blur, e.moved ? e.shiftX : 0.0, e.moved ? e.shiftY : 0.0);
+  int compared = 0;
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    if (std::isnan(expected[i])) continue;
+    ++compared;
+    ASSERT_NEAR(found.source.bands.back()[i], expected[i], 1e-3) << i;
+  }
+  EXPECT_GT(compared, 100);
+}
+
+TEST(BayesianEstimator, FollowsTheDefinitionForRatiosBandsAndBlurs) {
+  const SeenOptions cases[] = {{.ratioX = 4.0, .ratioY = 4.0},
+                               {.ratioX = 2.0, .ratioY = 2.0, .bands = 2, .blur = 0.8},
+                               {.ratioX = 1.5, .ratioY = 1.5, .bands = 3, .blur = 1.2},
+                               {.ratioX = 8.0, .ratioY = 8.0, .msWidth = 60, .msHeight = 48, .blur = 0.9},
+                               {.ratioX = 3.0, .ratioY = 2.0, .blur = 0.9},
+                               {.ratioX = 2.0, .ratioY = 2.0, .bands = 12, .msWidth = 70},
+                               {.ratioX = 2.37, .ratioY = 2.37, .southUp = true}};
+  unsigned seed = 40;
+  for (const SeenOptions& options : cases) {
+    const SeenScene scene(++seed, options);
+    SCOPED_TRACE("ratio " + std::to_string(options.ratioX) + ", bands " + std::to_string(options.bands));
+    for (const double weight : {0.5, 0.2}) {
+      const Estimated found(scene.Record(weight));
+      EXPECT_NEAR(found.estimate.blur, options.blur, 0.06);
+      EXPECT_EQ(found.estimate.doubt, BayesianDoubt::kNone);
+      EXPECT_GT(found.estimate.score, 0.9);
+      EXPECT_GT(found.estimate.gains[0], 0.1);
+      ASSERT_EQ(found.source.bands.size(), scene.ms.bands.size() + 1);
+      for (std::size_t b = 0; b < scene.ms.bands.size(); ++b) EXPECT_EQ(found.source.bands[b], scene.ms.bands[b]);
+      ExpectLowPass(found, scene);
+      ExpectModel(found, scene, weight);
     }
   }
 }
 
-TEST(BayesianModel, MatricesAreThoseOfTheDefinition) {
-  std::mt19937 random(3);
-  std::uniform_real_distribution<double> value(-1.0, 1.0);
-  for (const int n : {1, 2, 4, 8}) {
-    for (const double weight : {0.01, 0.3, 0.5, 0.99}) {
-      Eigen::MatrixXd root = Eigen::MatrixXd::NullaryExpr(n, n, [&] { return value(random); });
-      DenseModel dense{7.0, Eigen::VectorXd::NullaryExpr(n, [&] { return value(random); }), 2.5,
-                       40.0 * (root * root.transpose() + Eigen::MatrixXd::Identity(n, n))};
-      const std::vector<double> beta(dense.beta.data(), dense.beta.data() + n);
-      const std::vector<double> sigma(dense.sigma.data(), dense.sigma.data() + n * n);
-      ExpectModel(fusion::MakeBayesianModel(weight, dense.intercept, beta, dense.variance, sigma), weight, dense);
+TEST(BayesianEstimator, TheFusedImageIsNearerToTheTruthThanTheResampledOne) {
+  for (const double ratio : {2.0, 4.0}) {
+    const SeenScene scene(50, {.ratioX = ratio, .ratioY = ratio});
+    const auto error = [&](double weight) {
+      const BayesianFusionParam param = scene.Record(weight);
+      const auto out = FuseWith(param, Estimated(param).model);
+      EXPECT_EQ(out.size(), scene.truth.size());
+      double sum = 0.0;
+      for (std::size_t b = 0; b < out.size(); ++b) {
+        for (int y = 8; y < scene.pan.height - 8; ++y) {
+          for (int x = 8; x < scene.pan.width - 8; ++x) {
+            const auto i = static_cast<std::size_t>(y * scene.pan.width + x);
+            sum += std::pow(out[b][i] - scene.truth[b][i], 2);
+          }
+        }
+      }
+      return std::sqrt(sum);
+    };
+    EXPECT_LT(error(0.5), 0.5 * error(0.0));
+    EXPECT_LT(error(0.25), error(0.0));
+  }
+}
+
+TEST(BayesianEstimator, AWeightOfNothingIsPlainUpsampling) {
+  const SeenScene scene(51, {});
+  const BayesianFusionParam param = scene.Record(0.0);
+  const auto out = FuseWith(param, Estimated(param).model);
+  reference::Run run;
+  run.pan = &scene.pan;
+  run.ms = &scene.ms;
+  run.process = {0, 0, scene.pan.width, scene.pan.height};
+  for (std::size_t b = 0; b < scene.ms.bands.size(); ++b) run.msBands.push_back(static_cast<int>(b));
+  run.outBandCount = static_cast<int>(scene.ms.bands.size());
+  run.arithmetic = [](const reference::Pixel& pixel) { return pixel.ms; };
+  EXPECT_EQ(out, reference::Fuse(run));
+}
+
+TEST(BayesianEstimator, AMovedImageIsFusedInItsPlace) {
+  const SeenOptions straight{.ratioX = 4.0, .ratioY = 4.0};
+  SeenOptions moved = straight;
+  moved.moveX = 1.5;
+  moved.moveY = -2.25;
+  const SeenScene there(52, straight);
+  const auto expected = FuseWith(there.Record(), Estimated(there.Record()).model);
+  const SeenScene scene(52, moved);
+  const BayesianFusionParam param = scene.Record();
+  const Estimated found(param, BayesianRegistration::kMove);
+  EXPECT_TRUE(found.estimate.moved);
+  EXPECT_NEAR(found.estimate.shiftX, 1.5, 0.13);
+  EXPECT_NEAR(found.estimate.shiftY, -2.25, 0.13);
+  EXPECT_GE(found.estimate.agreement, 0.75);
+  // To the right on the ground, and up where rows go down.
+  EXPECT_DOUBLE_EQ(found.source.geoTransform[0], scene.ms.geoTransform[0] + found.estimate.shiftX * 10.0);
+  EXPECT_DOUBLE_EQ(found.source.geoTransform[3], scene.ms.geoTransform[3] - found.estimate.shiftY * 10.0);
+  ExpectLowPass(found, scene);
+  ExpectModel(found, scene);
+  // The output covers what it would have covered.
+  const auto out = FuseWith(param, found.model);
+  EXPECT_EQ(ReadImage(param.m_strOutFile).width, scene.pan.width);
+  double apart = 0.0;
+  double left = 0.0;
+  const auto unmoved = FuseWith(param, Estimated(param, BayesianRegistration::kOff).model);
+  for (int y = 20; y < scene.pan.height - 20; ++y) {
+    for (int x = 20; x < scene.pan.width - 20; ++x) {
+      const auto i = static_cast<std::size_t>(y * scene.pan.width + x);
+      apart += std::fabs(out[0][i] - expected[0][i]);
+      left += std::fabs(unmoved[0][i] - expected[0][i]);
     }
   }
+  EXPECT_LT(apart, 0.3 * left);
 }
 
-TEST(BayesianModel, VarianceBelowTheLimitCountsAsOneInTheMatricesToo) {
-  const std::vector<double> beta = {0.5, 0.25};
-  const std::vector<double> sigma = {4.0, 1.0, 1.0, 9.0};
-  const BayesianModel one = fusion::MakeBayesianModel(0.3, 1.0, beta, 1.0, sigma);
-  for (const double variance : {0.0, 9.9e-9}) {
-    const BayesianModel model = fusion::MakeBayesianModel(0.3, 1.0, beta, variance, sigma);
-    EXPECT_EQ(model.panVariance, 1.0);
-    EXPECT_EQ(model.panCovariance, one.panCovariance);
-    EXPECT_EQ(model.transform, one.transform);
+TEST(BayesianEstimator, AShiftIsReportedOrNotLookedFor) {
+  const SeenScene scene(53, {.ratioX = 2.0, .ratioY = 2.0, .blur = 0.8, .moveX = 1.0, .moveY = 0.5});
+  const Estimated off(scene.Record());
+  EXPECT_FALSE(off.estimate.moved);
+  EXPECT_EQ(off.estimate.shiftX, 0.0);
+  EXPECT_EQ(off.estimate.agreement, 0.0);
+  const Estimated told(scene.Record(), BayesianRegistration::kReport);
+  EXPECT_FALSE(told.estimate.moved);
+  EXPECT_NEAR(told.estimate.shiftX, 1.0, 0.13);
+  EXPECT_NEAR(told.estimate.shiftY, 0.5, 0.13);
+  EXPECT_EQ(told.estimate.score, off.estimate.score);
+  EXPECT_EQ(told.model.transform, off.model.transform);
+  EXPECT_EQ(told.model.panCovariance, off.model.panCovariance);
+  EXPECT_EQ(told.source.bands, off.source.bands);
+  EXPECT_EQ(told.source.geoTransform[0], scene.ms.geoTransform[0]);
+  EXPECT_GT(Estimated(scene.Record(), BayesianRegistration::kMove).estimate.score, told.estimate.score);
+}
+
+TEST(BayesianEstimator, PixelsWithoutDataCountNowhereAndArePredictedFromTheBands) {
+  SeenScene scene(54, {.ratioX = 2.0, .ratioY = 2.0, .blur = 0.8});
+  const auto clean = Estimated(scene.Record());
+  for (int y = 30; y < 60; ++y) {
+    for (int x = 40; x < 70; ++x) scene.pan.bands[0][static_cast<std::size_t>(y * scene.pan.width + x)] = -7.0;
   }
-  EXPECT_EQ(fusion::MakeBayesianModel(0.3, 1.0, beta, 1e-8, sigma).panVariance, 1e-8);
-}
-
-TEST(BayesianEstimator, AgreesWithTheDenseSolutionForRatiosShiftsAndPartialOverlap) {
-  struct Case {
-    double ratio, shiftX, shiftY;
-    int msWidth, msHeight;
-    bool southUp;
-  };
-  const Case cases[] = {{2.0, 0.0, 0.0, 0, 0, false},     {1.0, 0.0, 0.0, 0, 0, false},
-                        {4.0, 0.0, 0.0, 0, 0, true},      {2.37, 0.0, 0.0, 0, 0, false},
-                        {2.0, -1.5, -0.5, 0, 0, false},   {3.0, 0.7, 1.9, 40, 90, false},
-                        {2.0, 31.0, 77.0, 40, 60, false}, {0.5, 3.0, 4.0, 90, 80, true}};
-  unsigned seed = 100;
-  for (const Case& c : cases) {
-    SceneOptions options;
-    options.panWidth = 67;
-    options.panHeight = 190;
-    options.ratio = c.ratio;
-    options.msShiftX = c.shiftX;
-    options.msShiftY = c.shiftY;
-    options.msWidth = c.msWidth;
-    options.msHeight = c.msHeight;
-    options.southUp = c.southUp;
-    const Scene scene(++seed, options);
-    SCOPED_TRACE("ratio " + std::to_string(c.ratio) + " shift " + std::to_string(c.shiftX));
-    const DenseSamples samples = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, GridCells(scene.pan, scene.ms));
-    ASSERT_GT(samples.pan.size(), 100);
-    ExpectModel(Estimate(BayesianRecord(scene, 0.4)), 0.4, Fit(samples));
+  for (int y = 40; y < 50; ++y) {
+    for (int x = 44; x < 60; ++x) {
+      for (auto& band : scene.ms.bands) band[static_cast<std::size_t>(y * scene.ms.width + x)] = -7.0;
+    }
   }
-}
-
-TEST(BayesianEstimator, TilesSeeTheirNeighboursAndEdgesAreRepeated) {
-  // Several tiles across and down, each at the image's edge or next to another.
-  SceneOptions options;
-  options.panWidth = 2200;
-  options.panHeight = 150;
-  options.ratio = 1.0;
-  const Scene scene(120, options);
-  const DenseSamples samples = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, GridCells(scene.pan, scene.ms));
-  ASSERT_EQ(samples.pan.size(), 2200 * 150);
-  ExpectModel(Estimate(BayesianRecord(scene)), 0.5, Fit(samples));
-}
-
-TEST(BayesianEstimator, OnlyPixelsWithAllDataCount) {
-  SceneOptions options;
-  options.panWidth = 120;
-  options.panHeight = 90;
-  options.ratio = 2.37;
-  options.low = 0.0;
-  options.high = 60.0;  // a zero now and then
-  options.panNoData = 0.0;
-  options.msNoData = 0.0;
-  const Scene scene(130, options);
-  const auto cells = GridCells(scene.pan, scene.ms);
-  const DenseSamples all = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, cells);
-  const DenseSamples valid = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, cells, 0.0, 0.0);
-  ASSERT_LT(valid.pan.size(), all.pan.size() * 3 / 4);
-  ASSERT_GT(valid.pan.size(), 50);
-  ExpectModel(Estimate(BayesianRecord(scene)), 0.5, Fit(valid));
-}
-
-TEST(BayesianEstimator, NaNAndInfiniteSamplesDoNotCount) {
-  SceneOptions options;
-  options.panType = PDT_FLOAT32;
-  options.msType = PDT_FLOAT64;
-  Scene scene(131, options);
-  scene.pan.bands[0][200] = NAN;
-  scene.ms.bands[1][40] = INFINITY;
-  scene.ms.bands[2][150] = NAN;
-  WriteImage(scene.pan, scene.panFile, PDT_FLOAT32);
-  WriteImage(scene.ms, scene.msFile, PDT_FLOAT64);
-  const DenseSamples samples = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, GridCells(scene.pan, scene.ms));
-  ExpectModel(Estimate(BayesianRecord(scene)), 0.5, Fit(samples));
+  scene.ms.bands[1][400] = NAN;
+  scene.Write(-7.0);
+  BayesianFusionParam param = scene.Record();
+  param.m_bMaskNoData = true;
+  const Estimated found(param);
+  EXPECT_LT(found.estimate.samples, clean.estimate.samples);
+  EXPECT_NEAR(found.estimate.gains[0], clean.estimate.gains[0], 0.05 * clean.estimate.gains[0]);
+  for (double& v : scene.pan.bands[0]) v = v == -7.0 ? NAN : v;
+  const auto known = LowPassOf(scene, found.estimate.isBox, found.estimate.blur, 0.0, 0.0);
+  // Where no band has data neither has the low-passed pan; in a gap of pan it is about what it would have been.
+  const auto& lowPass = found.source.bands.back();
+  const auto& before = clean.source.bands.back();
+  int without = 0;
+  for (std::size_t i = 0; i < lowPass.size(); ++i) {
+    if (scene.ms.bands[0][i] == -7.0) {
+      EXPECT_TRUE(std::isnan(lowPass[i])) << i;
+      ++without;
+      continue;
+    }
+    if (std::isfinite(known[i])) {
+      ASSERT_NEAR(lowPass[i], known[i], 1e-3) << i;
+    }
+    ASSERT_TRUE(std::isfinite(lowPass[i])) << i;
+    ASSERT_NEAR(lowPass[i], before[i], 90.0) << i;
+  }
+  EXPECT_EQ(without, 160);
 }
 
 TEST(BayesianEstimator, TakesTheChosenBandsInTheirOrderAndTheChosenPanBand) {
-  SceneOptions options;
-  options.msBands = 5;
-  Scene scene(132, options);
-  BayesianFusionParam param = BayesianRecord(scene);
-  param.m_vecMSBands = {4, 0};
-  const DenseSamples samples = CollectSamples(scene.pan, scene.ms, {4, 0}, GridCells(scene.pan, scene.ms));
-  ExpectModel(Estimate(param), 0.5, Fit(samples));
+  SeenScene scene(55, {.ratioX = 2.0, .ratioY = 2.0, .bands = 4, .blur = 0.8});
+  BayesianFusionParam param = scene.Record();
+  param.m_vecMSBands = {3, 0};
+  const Estimated found(param);
+  ASSERT_EQ(found.source.bands.size(), 3U);
+  EXPECT_EQ(found.source.bands[0], scene.ms.bands[3]);
+  EXPECT_EQ(found.source.bands[1], scene.ms.bands[0]);
+  EXPECT_EQ(FuseWith(param, found.model).size(), 2U);
 
   reference::Image twoBands = scene.pan;
   twoBands.bands.insert(twoBands.bands.begin(), std::vector<double>(twoBands.bands[0].size(), 3.0));
-  WriteImage(twoBands, scene.panFile, PDT_UINT16);
+  WriteImage(twoBands, scene.panFile, PDT_FLOAT64);
   param.m_nPanBand = 1;
-  ExpectModel(Estimate(param), 0.5, Fit(samples));
+  const Estimated second(param);
+  EXPECT_EQ(second.model.transform, found.model.transform);
+  EXPECT_EQ(second.source.bands, found.source.bands);
 }
 
-TEST(BayesianEstimator, DoesNotLookAtTheWindowOfTheRun) {
-  const Scene scene(133);
-  BayesianFusionParam param = BayesianRecord(scene);
-  const BayesianModel whole = Estimate(param);
-  param.m_rcProcess = {3, 3, 12, 12};
-  EXPECT_EQ(Estimate(param).coefficients, whole.coefficients);
+TEST(BayesianEstimator, LooksAtTheCommonGroundWhateverTheWindow) {
+  const SeenScene scene(56, {.ratioX = 2.0, .ratioY = 2.0, .msWidth = 120, .msHeight = 110, .blur = 0.8});
+  const Estimated whole(scene.Record());
+  BayesianFusionParam param = scene.Record();
+  param.m_rcProcess = {30, 30, 90, 90};
+  const Estimated window(param);
+  EXPECT_EQ(window.model.transform, whole.model.transform);
+  EXPECT_EQ(window.source.bands, whole.source.bands);
+  const Estimated part(scene.Record(), BayesianRegistration::kOff, false, {60, 40, 160, 180});
+  EXPECT_LT(part.estimate.samples, whole.estimate.samples);
+  EXPECT_NE(part.model.transform, whole.model.transform);
+  EXPECT_NEAR(part.estimate.gains[0], whole.estimate.gains[0], 0.1 * whole.estimate.gains[0]);
 }
 
-TEST(BayesianEstimator, TurnedImagesUseTheUprightRectangleAroundEachCentre) {
-  Scene scene(134);
-  // The multispectral image turned by some degrees, both seen as they lie.
-  const double angle = 0.15;
-  double* m = scene.ms.geoTransform;
-  m[0] = 440060.0;
-  m[3] = 4469990.0;
-  m[1] = 14.0 * std::cos(angle);
-  m[4] = -14.0 * std::sin(angle);
-  m[2] = -16.0 * std::sin(angle);
-  m[5] = -16.0 * std::cos(angle);
-  WriteImage(scene.ms, scene.msFile, PDT_UINT16);
-  BayesianFusionParam param = BayesianRecord(scene);
-  param.m_bOpenOption = false;
-  const auto cell = [&](int column, int row) {
-    const double gx = m[0] + (column + 0.5) * m[1] + (row + 0.5) * m[2];
-    const double gy = m[3] + (column + 0.5) * m[4] + (row + 0.5) * m[5];
-    const double x = (gx - 440000.0) / 10.0;
-    const double y = (4470000.0 - gy) / 10.0;
-    const double width = (std::fabs(m[1]) + std::fabs(m[2])) / 10.0;
-    const double height = (std::fabs(m[4]) + std::fabs(m[5])) / 10.0;
-    return Box{x - width / 2, y - height / 2, x + width / 2, y + height / 2};
-  };
-  const DenseSamples samples = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, cell);
-  ASSERT_GT(samples.pan.size(), 50);
-  ExpectModel(Estimate(param), 0.5, Fit(samples));
-}
-
-TEST(BayesianEstimator, OtherCoordinateSystemsUseTheUprightRectangleAroundEachTransformedCentre) {
-  test_support::ReprojectedScene reprojected(135);
-  const Scene& scene = reprojected.Base();
-  BayesianFusionParam param = BayesianRecord(scene);
-  param.m_bNeedReproject = true;
-
-  OGRSpatialReference degrees;
-  OGRSpatialReference utm;
-  degrees.importFromEPSG(4326);
-  utm.importFromEPSG(32630);
-  degrees.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-  const std::unique_ptr<OGRCoordinateTransformation> toUtm(OGRCreateCoordinateTransformation(&degrees, &utm));
-  const double* m = scene.ms.geoTransform;
-  const auto carry = [&](double column, double row) {
-    double x = m[0] + column * m[1];
-    double y = m[3] + row * m[5];
-    EXPECT_TRUE(toUtm->Transform(1, &x, &y));
-    return reference::Position{(x - 440000.0) / 10.0, (4470000.0 - y) / 10.0};
-  };
-  // The pixel's size: the transformed image over its columns and rows.
-  double minX = 1e9, maxX = -1e9, minY = 1e9, maxY = -1e9;
-  for (int i = 0; i <= 20; ++i) {
-    for (const auto& p : {carry(24.0 * i / 20, 0.0), carry(24.0 * i / 20, 20.0), carry(0.0, i), carry(24.0, i)}) {
-      minX = std::min(minX, p.x);
-      maxX = std::max(maxX, p.x);
-      minY = std::min(minY, p.y);
-      maxY = std::max(maxY, p.y);
+TEST(BayesianEstimator, FarPartsOfAPartlyCommonImageDoNotMatter) {
+  SeenScene scene(57, {.ratioX = 2.0, .ratioY = 2.0, .msWidth = 120, .msHeight = 110, .blur = 0.8});
+  reference::Image corner = scene.pan;
+  corner.width = 120;
+  corner.height = 100;
+  corner.bands[0] = {};
+  for (int y = 40; y < 140; ++y) {
+    for (int x = 50; x < 170; ++x) {
+      corner.bands[0].push_back(scene.pan.bands[0][static_cast<std::size_t>(y * scene.pan.width + x)]);
     }
   }
-  const double width = (maxX - minX) / 24.0;
-  const double height = (maxY - minY) / 20.0;
-  const auto cell = [&](int column, int row) {
-    const auto p = carry(column + 0.5, row + 0.5);
-    return Box{p.x - width / 2, p.y - height / 2, p.x + width / 2, p.y + height / 2};
-  };
-  const DenseModel dense = Fit(CollectSamples(scene.pan, scene.ms, {0, 1, 2}, cell));
-  const BayesianModel model = Estimate(param);
-  // Positions come from a grid that is as good as exact here, but not to the last digit.
-  for (std::size_t b = 0; b < 3; ++b) {
-    EXPECT_NEAR(model.coefficients[b], dense.beta(static_cast<Eigen::Index>(b)), 1e-4 * dense.beta.norm());
-  }
-  EXPECT_NEAR(model.panVariance, dense.variance, 1e-4 * dense.variance);
-  EXPECT_NEAR(model.panMean, dense.intercept, 1e-4 * std::fabs(dense.intercept));
+  corner.geoTransform[0] += 50 * 10.0;
+  corner.geoTransform[3] -= 40 * 10.0;
+  WriteImage(corner, scene.panFile, PDT_FLOAT64);
+  const Estimated found(scene.Record());
+  // The bands from which the low-pass beyond pan is predicted are those beneath it alone.
+  for (std::size_t i = 0; i < 120; ++i) scene.ms.bands[0][i] = 9999.0;
+  WriteImage(scene.ms, scene.msFile, PDT_FLOAT64);
+  const Estimated again(scene.Record());
+  EXPECT_EQ(again.model.transform, found.model.transform);
+  EXPECT_EQ(again.source.bands.back(), found.source.bands.back());
+  const auto out = FuseWith(scene.Record(), found.model);
+  EXPECT_EQ(out[0].size(), corner.bands[0].size());
 }
 
-TEST(BayesianEstimator, ReadsBoundedPiecesWhateverTheRatio) {
-  SceneOptions options;
-  options.panWidth = 2560;
-  options.panHeight = 2000;
-  options.ratio = 160.0;
-  options.panType = PDT_UINT8;
-  options.high = 250.0;
-  const Scene scene(211, options);
+TEST(BayesianEstimator, AllPixelTypesGiveAModel) {
+  for (int type = PDT_UINT8; type <= PDT_FLOAT64; ++type) {
+    SeenScene scene(58, {.ratioX = 2.0, .ratioY = 2.0, .blur = 0.8});
+    const double scale = type == PDT_UINT8 ? 0.15 : type == PDT_UINT16 || type == PDT_INT16 ? 20.0 : 1000.0;
+    const auto convert = [&](reference::Image& image) {
+      for (auto& band : image.bands) {
+        for (double& v : band) v = std::clamp(std::round(v * scale), 0.0, type == PDT_UINT8 ? 255.0 : 4e6);
+      }
+    };
+    convert(scene.pan);
+    convert(scene.ms);
+    WriteImage(scene.pan, scene.panFile, static_cast<PixelDataType>(type));
+    WriteImage(scene.ms, scene.msFile, static_cast<PixelDataType>(type));
+    SCOPED_TRACE(type);
+    const Estimated found(scene.Record());
+    EXPECT_NEAR(found.estimate.blur, 0.8, 0.06);
+    const auto expected = LowPassOf(scene, found.estimate.isBox, found.estimate.blur, 0.0, 0.0);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+      if (std::isnan(expected[i])) continue;
+      // Wide pan types keep all of the low-pass, as their detail may be a small part of them.
+      const bool wide = type == PDT_UINT32 || type == PDT_INT32 || type == PDT_FLOAT64;
+      ASSERT_NEAR(found.source.bands.back()[i], expected[i], expected[i] * (wide ? 1e-13 : 1e-7));
+    }
+  }
+}
+
+TEST(BayesianEstimator, ThreadsFindTheSame) {
+  const SeenScene scene(59, {.ratioX = 4.0, .ratioY = 4.0, .msWidth = 80, .msHeight = 300, .moveX = 1.0});
+  const Estimated one(scene.Record(), BayesianRegistration::kMove, false);
+  const Estimated many(scene.Record(), BayesianRegistration::kMove, true);
+  EXPECT_EQ(one.model.transform, many.model.transform);
+  EXPECT_EQ(one.model.panCovariance, many.model.panCovariance);
+  EXPECT_EQ(one.source.bands, many.source.bands);
+  EXPECT_EQ(one.estimate.score, many.estimate.score);
+}
+
+TEST(BayesianEstimator, TurnedImagesAreLowPassedAtTheirPixels) {
+  // Turned by some degrees, and seen as it lies.
+  const SeenScene scene(60, {.ratioX = 3.0, .ratioY = 3.0, .msWidth = 60, .msHeight = 60, .turn = 0.1});
+  BayesianFusionParam param = scene.Record();
+  param.m_bOpenOption = false;
+  const Estimated found(param, BayesianRegistration::kMove);
+  EXPECT_FALSE(found.estimate.moved);
+  EXPECT_GT(found.estimate.score, 0.9);
+  const auto expected = LowPassOf(scene, found.estimate.isBox, found.estimate.blur, 0.0, 0.0);
+  int compared = 0;
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    if (std::isnan(expected[i])) continue;
+    ++compared;
+    ASSERT_NEAR(found.source.bands.back()[i], expected[i], 1e-3) << i;
+  }
+  EXPECT_GT(compared, 500);
+}
+
+TEST(BayesianEstimator, ImagesSeenNorthUpAreFusedAsTheyAreSeen) {
+  const SeenScene scene(61, {.ratioX = 3.0, .ratioY = 3.0, .msWidth = 60, .msHeight = 60, .turn = 0.1});
+  const BayesianFusionParam param = scene.Record();
+  const Estimated found(param);
+  CRasterSource seen;
+  ASSERT_TRUE(seen.Open(scene.msFile, GDA_READ, true));
+  EXPECT_EQ(found.source.width, seen.GetWidth());
+  EXPECT_EQ(found.source.geoTransform[2], 0.0);
+  EXPECT_EQ(FuseWith(param, found.model).size(), 3U);
+}
+
+TEST(BayesianEstimator, ALargeLowPassLiesBesideTheOutputAndGoesWithTheModel) {
+  SeenScene scene(62, {.ratioX = 1.0, .ratioY = 1.0, .msWidth = 20, .msHeight = 20});
+  for (reference::Image* image : {&scene.pan, &scene.ms}) {
+    image->width = 4200;
+    image->height = 1000;
+    for (auto& band : image->bands) band.assign(4200 * 1000, 5.0);
+    image->bands[0][77777] = 6.0;
+  }
+  scene.Write();
+  BayesianFusionParam param = scene.Record();
+  param.m_strOutFile = L"/vsimem/beside_out.tif";
+  const auto files = [] { return test_support::FilesNamedLike(L"beside_out").size(); };
+  {
+    BayesianModelEstimator estimator(param);
+    estimator.Process();
+    EXPECT_EQ(estimator.GetLastErrorType(), 0);
+    EXPECT_EQ(files(), 1U);  // 4.2 million doubles
+    const BayesianModel kept = estimator.GetModel();
+    estimator.Process();
+    EXPECT_EQ(files(), 2U);
+  }
+  EXPECT_EQ(files(), 0U);
+  EXPECT_TRUE(test_support::FilesNamedLike(L"fusion_low_pass").empty());
+  EXPECT_TRUE(test_support::FilesNamedLike(L"fusion_view").empty());
+}
+
+TEST(BayesianEstimator, ReadsInBoundedPieces) {
+  const SeenScene scene(63, {.ratioX = 8.0, .ratioY = 8.0, .msWidth = 64, .msHeight = 600});
   std::int64_t largest = 0;
   platform::SetRasterFault([&](platform::RasterOperation op, const std::wstring&, int, const CRect& rect) {
     if (op == platform::RasterOperation::kRead) largest = std::max(largest, rect.Area());
     return false;
   });
-  const BayesianModel model = Estimate(BayesianRecord(scene));
+  const Estimated found(scene.Record());
   platform::SetRasterFault({});
-  EXPECT_LE(largest, 1 << 22);
-  const DenseSamples samples = CollectSamples(scene.pan, scene.ms, {0, 1, 2}, GridCells(scene.pan, scene.ms));
-  ExpectModel(model, 0.5, Fit(samples));
+  EXPECT_LT(largest, scene.pan.width * scene.pan.height / 3);
+  ExpectLowPass(found, scene);
+  ExpectModel(found, scene);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "platform/raster/raster_fault.h"
 #include "tests/highpass/bayesian_fixture.h"
+#include "tests/highpass/seen_scene.h"
 #include "tests/support/recording_progress.h"
 
 namespace {
@@ -25,6 +26,7 @@ class BayesianRefusal : public testing::Test {
     test_support::RecordingProgress progress;
     BayesianModelEstimator estimator(m_param);
     estimator.SetProgress(&progress);
+    estimator.SetOverlappedIo(m_overlapped);
     estimator.Process();
     EXPECT_EQ(estimator.GetLastErrorType(), type);
     EXPECT_FALSE(estimator.GetLastErrorMessage().empty());
@@ -33,7 +35,17 @@ class BayesianRefusal : public testing::Test {
     }
     EXPECT_EQ(progress.Errors(), 1);
     EXPECT_FALSE(progress.Finished());
-    EXPECT_TRUE(estimator.GetModel().coefficients.empty());
+    EXPECT_TRUE(estimator.GetModel().transform.empty());
+    EXPECT_FALSE(estimator.GetModel().source);
+    EXPECT_TRUE(estimator.GetEstimate().gains.empty());
+  }
+  /// What is in the way of a whole model, where there is no error.
+  BayesianDoubt Doubt() {
+    BayesianModelEstimator estimator(m_param);
+    estimator.Process();
+    EXPECT_EQ(estimator.GetLastErrorType(), 0);
+    m_model = estimator.GetModel();
+    return estimator.GetEstimate().doubt;
   }
   void Rewrite() {
     WriteImage(m_scene.pan, m_scene.panFile, PDT_FLOAT64, "", m_noData);
@@ -43,67 +55,84 @@ class BayesianRefusal : public testing::Test {
   Scene m_scene;
   BayesianFusionParam m_param;
   std::optional<double> m_noData;
+  bool m_overlapped = false;
+  BayesianModel m_model;
 };
 
-TEST_F(BayesianRefusal, TooFewCommonPixels) {
+/// Bands that are resampled and nothing else.
+void ExpectNothingAdded(const BayesianModel& model) {
+  const std::size_t n = model.panCovariance.size();
+  EXPECT_EQ(model.panCovariance, std::vector<double>(n, 0.0));
+  for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t j = 0; j < n; ++j) EXPECT_EQ(model.transform[i * n + j], i == j && i + 1 < n ? 1.0 : 0.0);
+  }
+}
+
+TEST_F(BayesianRefusal, TooFewCommonPixelsAreADoubtAndNoError) {
   m_scene.ms.geoTransform[0] += 34.0 * 10.0;  // one whole column under the pan image, a corner of it
   m_scene.ms.geoTransform[3] -= 24.0 * 10.0;
   Rewrite();
-  ExpectError(7, L"有效的公共像元太少，无法估计贝叶斯模型！");
+  EXPECT_EQ(Doubt(), BayesianDoubt::kNoDetail);
   m_scene.ms.geoTransform[0] += 1e6;
   Rewrite();
-  ExpectError(7, L"有效的公共像元太少，无法估计贝叶斯模型！");
+  EXPECT_EQ(Doubt(), BayesianDoubt::kNoDetail);
+  ExpectNothingAdded(m_model);
 }
 
-TEST_F(BayesianRefusal, PanWithoutSpread) {
+TEST_F(BayesianRefusal, FewPixelsGetOneGainABand) {
+  // The outermost three do not count: 48 are left, where 50 are wanted.
+  const highpass_test::SeenScene scene(72, {.ratioX = 2.0, .ratioY = 2.0, .msWidth = 14, .msHeight = 12});
+  m_param = scene.Record();
+  EXPECT_EQ(Doubt(), BayesianDoubt::kFewSamples);
+  for (std::size_t b = 0; b < 3; ++b) EXPECT_EQ(m_model.transform[12 + b], -m_model.panCovariance[b]);
+}
+
+TEST_F(BayesianRefusal, PanWithoutDetailAddsNothing) {
   for (double& v : m_scene.pan.bands[0]) v = 1234.1;
   Rewrite();
-  ExpectError(10, L"影像数据标准差为零，无法估计贝叶斯模型！");
+  EXPECT_EQ(Doubt(), BayesianDoubt::kNoDetail);
+  ExpectNothingAdded(m_model);
 }
 
-TEST_F(BayesianRefusal, BandWithoutSpread) {
+TEST_F(BayesianRefusal, PanOfAnotherGroundGetsOneGainABand) {
+  const highpass_test::SeenScene scene(70, {.ratioX = 2.0, .ratioY = 2.0});
+  const highpass_test::SeenScene other(71, {.ratioX = 2.0, .ratioY = 2.0});
+  m_param = scene.Record();
+  EXPECT_EQ(Doubt(), BayesianDoubt::kNone);
+  m_param.m_strPanFile = other.panFile;
+  EXPECT_EQ(Doubt(), BayesianDoubt::kUnlike);
+  for (std::size_t b = 0; b < 3; ++b) {
+    EXPECT_NE(m_model.panCovariance[b], 0.0);
+    EXPECT_EQ(m_model.transform[12 + b], -m_model.panCovariance[b]);
+    for (std::size_t j = 0; j < 3; ++j) EXPECT_EQ(m_model.transform[j * 4 + b], j == b ? 1.0 : 0.0);
+  }
+}
+
+TEST_F(BayesianRefusal, ConstantAndDependentBandsAreNoError) {
   for (double& v : m_scene.ms.bands[1]) v = 0.7;
   Rewrite();
-  ExpectError(10);
+  Doubt();
+  EXPECT_NEAR(m_model.panCovariance[1], 0.0, 1e-12);
+  m_scene.ms.bands[1] = m_scene.ms.bands[0];
+  Rewrite();
+  Doubt();
+  EXPECT_NEAR(m_model.panCovariance[0], m_model.panCovariance[1], 1e-9);
+  for (const double v : m_model.transform) EXPECT_TRUE(std::isfinite(v));
 }
 
-TEST_F(BayesianRefusal, BandWithoutDetail) {
-  m_noData = -1.0;
-  const int width = m_scene.ms.width;
-  for (int y = 0; y < m_scene.ms.height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const bool edge = x == 0 || y == 0 || x == width - 1 || y == m_scene.ms.height - 1;
-      m_scene.ms.bands[1][static_cast<std::size_t>(y * width + x)] = edge ? -1.0 : 5.0 * x + 9.0 * y;
-    }
-  }
-  Rewrite();
-  ExpectError(10);
-}
-
-TEST_F(BayesianRefusal, LinearlyDependentBands) {
-  m_scene.ms.bands[2] = m_scene.ms.bands[0];
-  Rewrite();
-  ExpectError(7, L"多光谱波段线性相关，无法估计贝叶斯模型！");
-  for (std::size_t i = 0; i < m_scene.ms.bands[2].size(); ++i) {
-    m_scene.ms.bands[2][i] = 0.3 * m_scene.ms.bands[0][i] + 0.7 * m_scene.ms.bands[1][i] + 11.0;
-  }
-  Rewrite();
-  ExpectError(7, L"多光谱波段线性相关，无法估计贝叶斯模型！");
-  // The same bands chosen twice.
-  m_param.m_vecMSBands = {0, 1, 0};
-  ExpectError(7);
-}
-
-TEST_F(BayesianRefusal, ValuesTooLargeForTheirSquares) {
-  for (double& v : m_scene.ms.bands[0]) v *= 1e200;
-  Rewrite();
-  ExpectError(7);
+TEST_F(BayesianRefusal, ASingleBand) {
+  m_param.m_vecMSBands = {1};
+  ExpectError(11, L"多光谱数据处理波段错误！");
 }
 
 TEST_F(BayesianRefusal, WeightThatIsNotBetweenZeroAndOne) {
-  for (const double weight : {0.0, 1.0, -0.5, 1.5, std::nan("")}) {
+  for (const double weight : {-1e-9, -0.5, 1.5, std::nan("")}) {
     m_param.m_dBayesParam = weight;
-    ExpectError(6);
+    ExpectError(6, L"贝叶斯权重必须在0到1之间！");
+  }
+  for (const double weight : {0.0, 1.0}) {
+    m_param.m_dBayesParam = weight;
+    Doubt();
   }
 }
 
@@ -122,17 +151,35 @@ TEST_F(BayesianRefusal, ReprojectionWithoutCoordinateSystems) {
   ExpectError(20, L"重投影失败！");
 }
 
-TEST_F(BayesianRefusal, FailedReadsOfEitherPass) {
+TEST_F(BayesianRefusal, FailedReadsOfTheSearchAndOfThePass) {
   for (const auto& file : {m_scene.panFile, m_scene.msFile}) {
-    for (const int succeeding : {0, 1, 4}) {
-      int reads = 0;
-      platform::SetRasterFault([&](platform::RasterOperation op, const std::wstring& path, int, const CRect&) {
-        return op == platform::RasterOperation::kRead && path == file && reads++ >= succeeding;
-      });
-      if (file == m_scene.panFile && succeeding > 0) continue;  // one tile, which is kept for the second pass
-      ExpectError(2, L"读取数据失败！");
+    // The one tile takes one read of pan and one of each band.
+    for (const int succeeding : {0, file == m_scene.panFile ? 1 : 4}) {
+      for (const bool overlapped : {false, true}) {
+        int reads = 0;
+        platform::SetRasterFault([&](platform::RasterOperation op, const std::wstring& path, int, const CRect&) {
+          return op == platform::RasterOperation::kRead && path == file && reads++ >= succeeding;
+        });
+        m_overlapped = overlapped;
+        ExpectError(2, L"读取数据失败！");
+      }
     }
   }
+}
+
+TEST_F(BayesianRefusal, ALowPassThatCannotBeKept) {
+  for (const auto operation : {platform::RasterOperation::kWrite, platform::RasterOperation::kClose}) {
+    platform::SetRasterFault([=](platform::RasterOperation op, const std::wstring& path, int, const CRect&) {
+      return op == operation && path.find(L"fusion_low_pass") != std::wstring::npos;
+    });
+    ExpectError(3, L"写数据失败！");
+  }
+  platform::SetRasterFault([](platform::RasterOperation op, const std::wstring&, int, const CRect&) {
+    return op == platform::RasterOperation::kCreate;
+  });
+  ExpectError(6);
+  platform::SetRasterFault({});
+  EXPECT_TRUE(test_support::FilesNamedLike(L"fusion_low_pass").empty());
 }
 
 TEST_F(BayesianRefusal, ExceptionsFromBelow) {
@@ -143,20 +190,20 @@ TEST_F(BayesianRefusal, ExceptionsFromBelow) {
   ExpectError(6, L"内存不足！");
 }
 
-TEST(BayesianEstimator, StepsThroughBothPassesAndCanBeCancelledInEach) {
+TEST(BayesianEstimator, StepsThroughTheSearchAndThePassAndCanBeCancelledInEach) {
   SceneOptions options;
   options.panWidth = 40;
-  options.panHeight = 400;
-  const Scene scene(210, options);  // 200 multispectral rows, four tiles
+  options.panHeight = 800;
+  const Scene scene(210, options);  // 400 multispectral rows, four strips
   test_support::RecordingProgress progress;
   BayesianModelEstimator estimator(BayesianRecord(scene));
   estimator.SetProgress(&progress);
   estimator.Process();
   EXPECT_EQ(estimator.GetLastErrorType(), 0);
-  EXPECT_EQ(progress.Calls().front(), L"Start 正在进行贝叶斯模型估计... 8");
-  EXPECT_EQ(progress.Steps(), 8);
+  EXPECT_EQ(progress.Calls().front(), L"Start 正在进行贝叶斯模型估计... 5");
+  EXPECT_EQ(progress.Steps(), 5);
   EXPECT_EQ(progress.Calls().back(), L"Finish");
-  for (const int step : {1, 4, 5, 8}) {
+  for (const int step : {1, 2, 4, 5}) {
     test_support::RecordingProgress cancelling;
     cancelling.CancelAtStep(step);
     estimator.SetProgress(&cancelling);
@@ -165,7 +212,7 @@ TEST(BayesianEstimator, StepsThroughBothPassesAndCanBeCancelledInEach) {
     EXPECT_EQ(cancelling.Steps(), step);
     EXPECT_EQ(cancelling.Errors(), 0);
     EXPECT_FALSE(cancelling.Finished());
-    EXPECT_TRUE(estimator.GetModel().coefficients.empty());
+    EXPECT_TRUE(estimator.GetModel().transform.empty());
   }
 }
 

@@ -140,4 +140,40 @@ TEST(Matrix, ConditionOfSingularOnesIsBeyondAllLimits) {
   EXPECT_EQ(CMatrixOperation::ConditionNumber(zero, 0), infinite);
 }
 
+TEST(Matrix, LeastSquaresOfARegularSystemSolvesIt) {
+  // 4 x + 1 y = 9, 1 x + 3 y = 5 has x = 2, y = 1.
+  const double m[] = {4, 1, 1, 3};
+  const double right[] = {9, 5};
+  double x[2];
+  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(m, 2, 1e-9, right, x));
+  EXPECT_NEAR(x[0], 2.0, 1e-14);
+  EXPECT_NEAR(x[1], 1.0, 1e-14);
+}
+
+TEST(Matrix, LeastSquaresOfASingularSystemTakesTheShortestSolution) {
+  // Both rows say x + y = 2; the second band of the other one says nothing at all.
+  const double twice[] = {1, 1, 1, 1};
+  const double right[] = {2, 2};
+  double x[2];
+  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(twice, 2, 1e-9, right, x));
+  EXPECT_NEAR(x[0], 1.0, 1e-14);
+  EXPECT_NEAR(x[1], 1.0, 1e-14);
+  const double nearly[] = {2, 0, 0, 1e-11};
+  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(nearly, 2, 1e-9, right, x));
+  EXPECT_NEAR(x[0], 1.0, 1e-14);
+  EXPECT_EQ(x[1], 0.0);
+  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(nearly, 2, 1e-12, right, x));
+  EXPECT_NEAR(x[1], 2e11, 1.0);
+}
+
+TEST(Matrix, LeastSquaresOfWhatIsNoNumberHasNoSolution) {
+  const double right[] = {1, std::numeric_limits<double>::infinity()};
+  const double m[] = {1, 0, 0, 1};
+  double x[2] = {5, 6};
+  EXPECT_FALSE(CMatrixOperation::SolveLeastSquares(m, 2, 1e-9, right, x));
+  EXPECT_FALSE(CMatrixOperation::SolveLeastSquares(right, 1, 1e-9, right + 1, x));
+  EXPECT_FALSE(CMatrixOperation::SolveLeastSquares(nullptr, 2, 1e-9, right, x));
+  EXPECT_EQ(x[0], 5.0);
+}
+
 }  // namespace

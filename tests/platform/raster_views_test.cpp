@@ -270,4 +270,59 @@ TEST_F(RasterViews, ChosenBandsOfARotatedRasterAreStillTurned) {
   EXPECT_EQ(source.GetBandCount(), 1);
 }
 
+TEST_F(RasterViews, AVirtualRasterTakesABandOfAnotherFileBehindItsOwn) {
+  const TestRaster raster = ThreeBands();
+  TestRaster other = ThreeBands();
+  other.type = PDT_FLOAT32;
+  other.noData.reset();
+  for (double& v : other.bands[1]) v += 0.5;
+  VirtualRaster view(Write(raster), {2, 0}, nullptr, nullptr);
+  view.AddBand(Write(other), 1);
+  CRasterSource source;
+  ASSERT_TRUE(source.Open(view.Path(), GDA_READ, true));
+  ASSERT_EQ(source.GetBandCount(), 3);
+  EXPECT_EQ(source.GetRasterDataType(), PDT_INT16);
+  EXPECT_EQ(source.GetRasterBand(2)->GetRasterDataType(), PDT_FLOAT32);
+  EXPECT_EQ(ReadAll(source, 0), raster.bands[2]);
+  EXPECT_EQ(ReadAll(source, 1), raster.bands[0]);
+  EXPECT_EQ(ReadAll(source, 2), other.bands[1]);
+  EXPECT_TRUE(source.GetRasterBand(0)->IsNoData(-5.0));
+  EXPECT_FALSE(source.GetRasterBand(2)->IsHaveNoData());
+}
+
+TEST_F(RasterViews, ABandThatDoesNotFitIsRefused) {
+  VirtualRaster view(Write(ThreeBands()), {}, nullptr, nullptr);
+  const std::wstring file = Write(Rotated());
+  EXPECT_THROW(view.AddBand(file, 0), std::runtime_error);  // another size
+  EXPECT_THROW(view.AddBand(view.Path(), 3), std::runtime_error);
+  EXPECT_THROW(view.AddBand(view.Path(), -1), std::runtime_error);
+  EXPECT_THROW(view.AddBand(L"/vsimem/missing.tif", 0), std::runtime_error);
+}
+
+TEST_F(RasterViews, AVirtualRasterOfWhatIsSeenNorthUp) {
+  const TestRaster raster = Rotated();
+  const std::wstring file = Write(raster);
+  CRasterSource seen;
+  ASSERT_TRUE(seen.Open(file, GDA_READ, true));
+  std::wstring path;
+  {
+    VirtualRaster view(file, {0, 1}, nullptr, nullptr, std::nullopt, true);
+    path = view.Path();
+    // A warp itself takes no band of another file.
+    VirtualRaster again(view.Path(), {1}, nullptr, nullptr, std::nullopt, true);
+    again.AddBand(view.Path(), 0);
+    CRasterSource source;
+    ASSERT_TRUE(source.Open(again.Path(), GDA_READ, false));
+    EXPECT_TRUE(source.PixelToGround().IsAxisAligned());
+    ASSERT_EQ(source.GetBandCount(), 2);
+    EXPECT_EQ(source.GetWidth(), seen.GetWidth());
+    EXPECT_EQ(ReadAll(source, 0), ReadAll(seen, 1));
+    EXPECT_EQ(ReadAll(source, 1), ReadAll(seen, 0));
+    EXPECT_TRUE(source.GetRasterBand(0)->IsNoData(0.0));
+  }
+  EXPECT_FALSE(CommonFun::IsExistingFile(path));
+  EXPECT_TRUE(test_support::FilesNamedLike(L"fusion_view").empty());
+  EXPECT_FALSE(VirtualRaster(Write(ThreeBands()), {0}, nullptr, nullptr, std::nullopt, true).Path().empty());
+}
+
 }  // namespace

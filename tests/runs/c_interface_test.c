@@ -112,6 +112,7 @@ int main(int argc, char** argv) {
   EXPECT(fusion_set_double(fuse, "kernel-size", 5.5) == FUSION_WRONG_USAGE);
   fusion_outcome* fused = fusion_run(fuse, &watcher);
   fusion_fused report;
+  fusion_registration registration;
   EXPECT(fusion_outcome_status(fused) == FUSION_OK);
   EXPECT(fusion_outcome_error_type(fused) == 0);
   EXPECT(strcmp(fusion_outcome_sentence(fused), "") == 0);
@@ -123,6 +124,9 @@ int main(int argc, char** argv) {
   EXPECT(strcmp(report.type, "float64") == 0);
   EXPECT(report.seconds > 0.0);
   EXPECT(report.has_valid_share == 1 && report.valid_share == 1.0);
+  EXPECT(fusion_outcome_registration(fused, &registration) == 1);
+  EXPECT(registration.score > 0.0 && registration.score <= 1.0 && !registration.applied);
+  EXPECT(fusion_outcome_registration(fused, NULL) == 0 && fusion_outcome_registration(NULL, &registration) == 0);
   EXPECT(seen.stages == 2 && seen.percent == 100 && seen.notices == 1 && seen.asked > 0);
   EXPECT(strcmp(seen.title, "bayesian") == 0);
   EXPECT(strstr(seen.published, "bayesian...") != NULL && strcmp(seen.published, seen.title) != 0);

@@ -7,6 +7,7 @@
 
 #include "runs/fuse_checks.h"
 #include "runs/highpass_setup.h"
+#include "runs/notices.h"
 #include "runs/run_progress.h"
 
 namespace {
@@ -79,6 +80,8 @@ TEST(Methods, RefuseOptionsWithoutEffectAndNameTheMethodsThatTakeThem) {
       {[](FuseRequest& o) { o.detailWeight = 0.5; }, {"hpf"}},
       {[](FuseRequest& o) { o.secondDetailWeight = 0.5; }, {"hpf"}},
       {[](FuseRequest& o) { o.bayesWeight = 0.5; }, {"bayesian"}},
+      {[](FuseRequest& o) { o.registration = "off"; }, {"bayesian"}},
+      {[](FuseRequest& o) { o.registration = "report"; }, {"bayesian"}},
   };
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     for (const auto& method : all) {
@@ -112,7 +115,11 @@ TEST(Methods, RefuseWrongValues) {
     EXPECT_TRUE(refused("hpf", [&](FuseRequest& o) { o.kernelSize = size; })) << size;
     EXPECT_TRUE(refused("hpf", [&](FuseRequest& o) { o.secondKernelSize = size; })) << size;
   }
-  for (const double weight : {-0.1, 0.0, 1.0, 2.0}) {
+  EXPECT_TRUE(refused("bayesian", [](FuseRequest& o) { o.registration = "perhaps"; }));
+  for (const double weight : {0.0, 1.0}) {
+    EXPECT_FALSE(refused("bayesian", [&](FuseRequest& o) { o.bayesWeight = weight; })) << weight;
+  }
+  for (const double weight : {-0.1, 1.1, std::nan("")}) {
     EXPECT_TRUE(refused("bayesian", [&](FuseRequest& o) { o.bayesWeight = weight; })) << weight;
   }
   for (const double weight : {double{INFINITY}, double{-INFINITY}, std::nan("")}) {
@@ -146,7 +153,9 @@ TEST(HighPassKernels, AreThePixelLessTheMeanAroundIt) {
   options.secondKernelSize = 3;
   HpfFusionParam param;
   fusion::RunProgress progress(nullptr);
-  fusion::MakeHpf(param, {options, 0.0, progress});
+  fusion::Notices notices(nullptr);
+  fusion::FuseReport found;
+  fusion::MakeHpf(param, {options, 0.0, progress, notices, found});
   ASSERT_TRUE(param.m_bSecondFilter);
   const std::pair<const FilterDescription*, int> filters[] = {{&param.m_filter1, 7}, {&param.m_filter2, 3}};
   for (const auto& [filter, size] : filters) {

@@ -62,8 +62,13 @@ void RunBayesian(const FusionParam& given, bool overlapped) {
 void RunBayesianWithFixedModel(const FusionParam& given, bool overlapped) {
   BayesianFusionParam param = BayesianRecord(given);
   BayesPanSharpeningFusion method(&param);
-  const std::vector<double> sigma = {90.0, 20.0, 10.0, 20.0, 80.0, 5.0, 10.0, 5.0, 70.0};
-  method.SetModel(fusion::MakeBayesianModel(0.5, 4.0, {0.5, 0.25, 0.2}, 60.0, sigma));
+  BayesianModel model;
+  model.weight = 0.5;
+  model.panMean = 4.0;
+  model.panVariance = 60.0;
+  model.panCovariance = {31.0, 17.5, 11.25};
+  model.transform = {0.75, -0.125, -0.1, -0.25, 0.875, -0.05, -0.2, -0.0625, 0.9};
+  method.SetModel(model);
   Finish(method, overlapped);
 }
 

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "estimation/pan_grid.h"
+#include "estimation/registration.h"
+#include "framework/fusion_param.h"
+#include "framework/run/block_buffers.h"
+#include "platform/raster/raster_source.h"
+
+namespace fusion {
+
+/// Some rows of multispectral pixels across the area of an estimation.
+struct BayesianStrip {
+  CRect rect;                               ///< in the multispectral image
+  std::vector<std::vector<double>> images;  ///< the bands and pan low-passed for the moments; NaN without data
+  std::vector<double> lowPass;              ///< pan low-passed, likewise
+};
+
+/// The two images of an estimation and the ground that they share.
+class BayesianScene {
+ public:
+  struct Failure {
+    int type;
+    std::wstring message;
+  };
+
+  /// @param overlapped read ahead, on threads
+  BayesianScene(const BayesianFusionParam& param, bool overlapped);
+
+  /// Opens the images. @param panArea look at a part of the pan image only; empty: at all
+  std::optional<Failure> Open(const CRect& panArea);
+
+  int BandCount() const { return static_cast<int>(m_bands.size()); }
+  const std::vector<int>& Bands() const { return m_chosen; }
+  const PanGrid& Grid() const { return *m_grid; }
+  /// What both images have in common, in multispectral pixels; empty where that is nothing.
+  const CRect& Common() const { return m_common; }
+  /// The same in pan pixels.
+  const CRect& CommonInPan() const { return m_commonInPan; }
+  /// The common ground and what the kernels of a run may read around it.
+  const CRect& Area() const { return m_area; }
+  CRasterSource& Ms() { return m_ms; }
+  PixelDataType PanType() const { return m_pan.GetRasterBand(m_param.m_nPanBand)->GetRasterDataType(); }
+  /// The terms of the multispectral image's georeference when it is moved by pan pixels.
+  platform::Affine Moved(double shiftX, double shiftY) const;
+
+  /// What the search for blur and shift looks at. False after a failed read.
+  bool ReadTiles(std::vector<RegistrationTile>& tiles);
+  int StripCount() const { return m_strips.Count(); }
+  /// Calls use with one strip after another, downwards, until it answers false. False after a failed read.
+  /// @param restoring how much wider than the blur pan is low-passed for the moments
+  bool ForEachStrip(const RegistrationResult& found, double restoring, const std::function<bool(BayesianStrip&)>& use);
+
+ private:
+  void SettleArea(const CRect& panArea);
+  bool ReadBands(const CRect& rect, std::vector<std::vector<double>>& bands);
+  bool ReadPan(const CRect& rect);
+  bool LoadStrip(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip);
+  bool LowPass(const CRect& rect, const RegistrationResult& found, double restoring, BayesianStrip& strip);
+
+  const BayesianFusionParam& m_param;
+  bool m_overlapped;
+  CRasterSource m_pan;
+  CRasterSource m_ms;
+  std::vector<int> m_chosen;
+  std::vector<CRasterBand*> m_bands;
+  std::optional<PanGrid> m_grid;
+  CRect m_common;
+  CRect m_commonInPan;
+  CRect m_area;
+  BlockGrid m_strips{0, 0, 0, 0};
+  BandBuffers m_buffer;  ///< what is read, one rectangle at a time
+};
+
+}  // namespace fusion

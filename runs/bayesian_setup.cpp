@@ -1,0 +1,95 @@
+#include "runs/bayesian_setup.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "highpass/bayes_pan_sharpening_fusion.h"
+#include "runs/failures.h"
+#include "runs/fuse.h"
+#include "runs/notices.h"
+#include "runs/run_failure.h"
+
+namespace fusion {
+namespace {
+
+BayesianRegistration RegistrationOf(const std::string& word) {
+  if (word == "off") return BayesianRegistration::kOff;
+  return word == "report" ? BayesianRegistration::kReport : BayesianRegistration::kMove;
+}
+
+/// "0.5 pixels of pan to the left"
+std::string Way(double shift, const char* backward, const char* forward) {
+  char number[32];
+  std::snprintf(number, sizeof(number), "%.3g", std::fabs(shift));
+  return std::string(number) + (std::fabs(shift) == 1.0 ? " pan pixel " : " pan pixels ") +
+         (shift < 0.0 ? backward : forward);
+}
+
+std::string Way(const BayesianEstimate& estimate) {
+  std::string way;
+  if (estimate.shiftX != 0.0) way = Way(estimate.shiftX, "to the left", "to the right");
+  if (estimate.shiftX != 0.0 && estimate.shiftY != 0.0) way += " and ";
+  if (estimate.shiftY != 0.0) way += Way(estimate.shiftY, "up", "down");
+  return way;
+}
+
+void TellShift(const BayesianEstimate& estimate, Notices& notices) {
+  if (estimate.shiftX == 0.0 && estimate.shiftY == 0.0) return;
+  if (estimate.moved) {
+    notices.Add("The multispectral image is moved " + Way(estimate) +
+                ", where its detail lies on that of pan; --registration off leaves it in its place.");
+  } else {
+    notices.Add("The detail of the multispectral image lies on that of pan when it is moved " + Way(estimate) +
+                "; --registration auto does so.");
+  }
+}
+
+void TellDoubt(BayesianDoubt doubt, Notices& notices) {
+  switch (doubt) {
+    case BayesianDoubt::kNone:
+      return;
+    case BayesianDoubt::kNoDetail:
+      notices.Add("Pan shows no detail where both images have data; the bands are resampled and nothing is added.");
+      return;
+    case BayesianDoubt::kFewSamples:
+      notices.Add("Too few pixels have data in both images to fit more than one gain a band.");
+      return;
+    case BayesianDoubt::kUnsolvable:
+      notices.Add("The bands' moments have no more than one gain a band to tell.");
+      return;
+    case BayesianDoubt::kUnlike:
+      notices.Add(
+          "Pan's detail is hardly that of the bands: do the images show the same ground? One gain a band is fitted.");
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const MethodSetup& setup) {
+  constexpr double kWeight = 0.5;
+  BayesianFusionParam record;
+  static_cast<FusionParam&>(record) = param;
+  record.m_dBayesParam = setup.request.bayesWeight.value_or(kWeight);
+  BayesianModelEstimator estimator(record);
+  estimator.SetRegistration(RegistrationOf(setup.request.registration));
+  // A window that stands for itself.
+  if (param.m_rcScene.IsRectEmpty()) estimator.SetArea(param.m_rcProcess);
+  estimator.SetProgress(&setup.progress);
+  estimator.SetOverlappedIo(true);
+  estimator.Process();
+  ThrowFailure(estimator);
+
+  const BayesianEstimate& estimate = estimator.GetEstimate();
+  if (setup.request.registration != "off") {
+    setup.found.registration = {estimate.shiftX, estimate.shiftY, estimate.moved, estimate.agreement, estimate.score};
+  }
+  setup.found.model = {estimate.isBox ? "box" : "gaussian", estimate.blur, estimate.restoring, estimate.gains,
+                       estimate.samples};
+  TellShift(estimate, setup.notices);
+  TellDoubt(estimate.doubt, setup.notices);
+  auto fusion = std::make_unique<BayesPanSharpeningFusion>(&record);
+  fusion->SetModel(estimator.GetModel());
+  return fusion;
+}
+
+}  // namespace fusion
