@@ -29,6 +29,7 @@ Json ToJson(const fusion::AssessTable& table) {
     for (std::size_t m = 0; m < table.measures.size(); ++m) object[table.measures[m].name] = JsonNumber(row.values[m]);
     if (!row.rmse.empty()) object["band_rmse"] = Numbers(row.rmse);
     if (!row.bias.empty()) object["band_bias"] = Numbers(row.bias);
+    object["moved"] = {row.movedX, row.movedY};
     rows.push_back(object);
   }
   Json best;

@@ -47,6 +47,8 @@ struct AssessRow {
   std::vector<double> values;  ///< one for each measure; NaN where undefined
   std::vector<double> rmse;    ///< wald: root mean square error of each band
   std::vector<double> bias;    ///< wald: shift of each band's mean, as a share of it
+  double movedX = 0.0;         ///< pan pixels of its pairs by which the method moved the multispectral image to the
+  double movedY = 0.0;         ///< right and down before it fused: the mean over all parts
 };
 
 /// What was measured by a protocol: by wald the truth is known, by full it is not.

@@ -120,7 +120,9 @@ class Assessment {
 
   void Measure(const std::string& protocol) {
     const int block = std::max(m_scene->RatioX(), m_scene->RatioY());
-    const auto add = [&](const std::string& name) { m_rows.push_back({protocol, {name, MethodSums(block)}}); };
+    const auto add = [&](const std::string& name) {
+      m_rows.push_back({protocol, {.name = name, .sums = MethodSums(block)}});
+    };
     add(kUpsampled);
     for (const std::string& method : m_methods) add(method);
     for (const std::string& name : m_request.extra) add(name);
@@ -157,6 +159,9 @@ class Assessment {
   void MeasureRow(AssessEntry& entry, const AssessTile& tile, const TileFiles& files, bool drawn) {
     const auto take = [&](const quality::Image& image, const Move& move) {
       tile.Measure(image, move, entry.sums);
+      entry.moves.x += move.x;
+      entry.moves.y += move.y;
+      ++entry.parts;
       if (drawn) m_sheet->AddColour(entry.name, image, Colours());
     };
     if (entry.name == kUpsampled) {
@@ -165,12 +170,16 @@ class Assessment {
     }
     if (HasFailed(entry.name)) return;
     try {
+      Move move;
       if (FindMethod(entry.name)) {
         FuseRequest request = m_prototype;
         request.method = entry.name;
-        Fuse(files.Complete(request), &m_silent);
+        const FuseReport report = Fuse(files.Complete(request), &m_silent);
+        if (report.registration && report.registration->applied) {
+          move = {report.registration->dx, report.registration->dy};
+        }
       }
-      take(files.Read(entry.name), {});
+      take(files.Read(entry.name), move);
     } catch (const RunFailure& failure) {
       if (failure.GetKind() == RunFailure::Kind::kCancelled) throw;
       m_failures.push_back({entry.name, failure.Sentence()});

@@ -35,6 +35,10 @@ AssessRow RowOf(const std::string& protocol, const AssessEntry& entry, double ra
   const MethodSums& sums = entry.sums;
   AssessRow row;
   row.method = entry.name;
+  if (entry.parts > 0) {
+    row.movedX = entry.moves.x / entry.parts;
+    row.movedY = entry.moves.y / entry.parts;
+  }
   if (protocol == "wald") {
     row.rmse = sums.errors.Rmse();
     row.bias = sums.errors.Bias();

@@ -12,6 +12,8 @@ namespace fusion {
 struct AssessEntry {
   std::string name;
   MethodSums sums;
+  Move moves = {};  ///< summed over the parts
+  int parts = 0;
 };
 
 /// The table of a protocol, sorted, its best marked.

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <numbers>
 #include <optional>
 #include <utility>
+
+#include "platform/system/parallel.h"
 
 namespace fusion {
 namespace {
@@ -79,6 +82,11 @@ PanPositions Within(PanPositions positions, const CRect& part) {
   for (double& x : positions.x) x -= part.left;
   for (double& y : positions.y) y -= part.top;
   return positions;
+}
+
+/// Each measure keeps its own sums, so that threads do not change them.
+void InParallel(const std::vector<std::function<void()>>& measures) {
+  platform::ForEach(static_cast<int>(measures.size()), true, [&](int i) { measures[static_cast<std::size_t>(i)](); });
 }
 
 PanPositions MovedBy(PanPositions positions, const Move& move) {
@@ -248,11 +256,9 @@ void ReducedTile::Measure(const quality::Image& fused, const Move& move, MethodS
   const quality::Image result = Marked(fused);
   // A method that has moved the multispectral image is right where pan is: the truth moves along.
   const quality::Image truth = Marked(Moved(m_truth.image, move));
-  sums.errors.Add(truth, result);
-  sums.angles.Add(truth, result);
-  sums.q2n.Add(truth, result);
-  sums.uiqi.Add(truth, result);
-  sums.detail.Add(truth, result);
+  InParallel({[&] { sums.errors.Add(truth, result); }, [&] { sums.angles.Add(truth, result); },
+              [&] { sums.q2n.Add(truth, result); }, [&] { sums.uiqi.Add(truth, result); },
+              [&] { sums.detail.Add(truth, result); }});
 }
 
 FullTile::FullTile(AssessScene& scene, const CRect& tile, const SensorGains& gains) : m_scene(scene), m_gains(gains) {
@@ -296,9 +302,9 @@ void FullTile::Measure(const quality::Image& fused, const Move& move, MethodSums
   CountTogether(ms, low);
   quality::Image counted = result;
   counted.valid = pan.valid;
-  sums.noReference.Add(pan, counted, low, ms);
-  sums.consistency.Add(ms, Lowered(fused, move, m_gains.bands));
-  sums.gradients.Add(pan, counted);
+  InParallel({[&] { sums.noReference.Add(pan, counted, low, ms); },
+              [&] { sums.consistency.Add(ms, Lowered(fused, move, m_gains.bands)); },
+              [&] { sums.gradients.Add(pan, counted); }});
 }
 
 }  // namespace fusion

@@ -5,6 +5,7 @@
 
 #include "runs/assess.h"
 #include "runs/fuse.h"
+#include "runs/sample.h"
 #include "tests/support/run_scene.h"
 
 namespace {
@@ -104,6 +105,33 @@ TEST_F(BestMethod, GoesByTheBandsChosen) {
   const FuseReport fused = fusion::Fuse(request);
   EXPECT_EQ(fused.method, report.best);
   EXPECT_EQ(fused.bands, 2);
+}
+
+TEST_F(BestMethod, TheTruthFollowsAMethodThatMovesTheMultispectralImage) {
+  // The multispectral picture lies two pan pixels right of pan's and one above; degraded, that is half as far.
+  fusion::SampleRequest sample;
+  sample.folder = m_folder.Path("shifted");
+  sample.width = sample.height = 384;
+  sample.ratio = 2;
+  sample.shift = {2.0, -1.0};
+  fusion::MakeSample(sample);
+  AssessRequest assess = Assessing();
+  assess.pan = sample.folder + "/pan.tif";
+  assess.ms = sample.folder + "/ms.tif";
+  assess.methods = {"bayesian"};
+  assess.protocol = "both";
+  const AssessReport report = fusion::Assess(assess);
+  for (const auto& table : report.tables) {
+    const double scale = table.protocol == "wald" ? 1.0 : 2.0;
+    for (const auto& row : table.rows) {
+      const double expected = row.method == "bayesian" ? scale : 0.0;
+      EXPECT_NEAR(row.movedX, -expected, 0.25) << table.protocol << row.method;
+      EXPECT_NEAR(row.movedY, 0.5 * expected, 0.25) << table.protocol << row.method;
+    }
+  }
+  // Against a truth that stays, the sharper picture would be worse than none.
+  ASSERT_EQ(report.tables[0].rows[0].method, "bayesian");
+  EXPECT_LT(report.tables[0].rows[0].values[0], 0.75 * report.tables[0].rows[1].values[0]);
 }
 
 TEST_F(BestMethod, MethodsMayBeChosenByName) {

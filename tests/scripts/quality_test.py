@@ -1,0 +1,52 @@
+#!/usr/bin/python3
+"""The tables that scripts/quality writes, from reports made up here."""
+import importlib.machinery
+import importlib.util
+import os
+import sys
+import unittest
+
+sys.dont_write_bytecode = True
+SCRIPT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "quality")
+loader = importlib.machinery.SourceFileLoader("quality_tables", SCRIPT)
+quality = importlib.util.module_from_spec(importlib.util.spec_from_loader("quality_tables", loader))
+loader.exec_module(quality)
+
+
+def report(values, best, failures=()):
+    rows = [{"method": name, "ERGAS": value, "band_rmse": [1.0]} for name, value in values.items()]
+    protocol = {"rows": rows, "best": {"ERGAS": best}}
+    return {"wald": protocol, "full": protocol, "advice": "Take it.", "failures": list(failures)}
+
+
+class Quality(unittest.TestCase):
+    def test_a_table_has_a_row_for_each_method_and_the_best_in_bold(self):
+        table = quality.table(report({"brovey": 1.23456, "hpf": 2.0, "ihs": None}, "brovey"), "wald")
+        self.assertEqual(
+            table.splitlines(),
+            ["| wald | ERGAS |", "|---|---|", "| brovey | **1.235** |", "| hpf | 2 |", "| ihs | - |"],
+        )
+
+    def test_the_overview_has_a_row_for_each_scene(self):
+        reports = {
+            "a": report({"hpf": 1.0, "brovey": 2.0, "upsampled": 3.0}, "hpf"),
+            "b": report({"upsampled": 1.0, "brovey": 2.0, "gdal_pansharpen": 4.0}, "upsampled"),
+        }
+        self.assertEqual(
+            quality.overview(reports, ["brovey", "hpf"]).splitlines(),
+            [
+                "| ERGAS | brovey | hpf | upsampled | gdal_pansharpen |",
+                "|---|---|---|---|---|",
+                "| a | 2 | **1** | 3 | - |",
+                "| b | 2 | - | **1** | 4 |",
+            ],
+        )
+
+    def test_a_section_tells_what_is_left_out_and_the_advice(self):
+        section = quality.section("scene", report({"hpf": 1.0}, "hpf", [{"method": "ihs", "message": "No hues."}]))
+        self.assertTrue(section.startswith("### scene\n\n| wald | ERGAS |"))
+        self.assertTrue(section.endswith("`ihs` is left out: No hues.\n\nTake it."))
+
+
+if __name__ == "__main__":
+    unittest.main()
