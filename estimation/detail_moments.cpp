@@ -41,11 +41,20 @@ DetailMoments::DetailMoments(int bands, int width, int height, const PanBlur& bl
     : m_images(bands + 1),
       m_width(width),
       m_height(height),
+      m_blur(blur),
       m_lowPass(HalvedAndBack(blur, width), HalvedAndBack(blur, height), 0.0),
       m_statistics(2 * m_images),
       m_rows(static_cast<std::size_t>(m_images) + 1),
       m_low(m_rows.size()),
       m_columns(2 * static_cast<std::size_t>(m_images)) {}
+
+void DetailMoments::Begin(int height) {
+  m_height = height;
+  m_lowPass = SeparableFilter(HalvedAndBack(m_blur, m_width), HalvedAndBack(m_blur, height), 0.0);
+  for (auto& rows : m_rows) rows.clear();
+  m_hasGaps.clear();
+  m_top = m_end = m_counted = 0;
+}
 
 void DetailMoments::AddRows(const double* const* images, int rows) {
   const auto width = static_cast<std::size_t>(m_width);

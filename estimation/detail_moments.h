@@ -21,6 +21,8 @@ class DetailMoments {
   /// @param blur between two levels
   DetailMoments(int bands, int width, int height, const PanBlur& blur);
 
+  /// Begins another image of the same width behind the last one, whose moments are added to those there are.
+  void Begin(int height);
   /// Takes the next rows.
   /// @param images one array of rows for each band and one for pan, row by row; NaN where there is no data
   void AddRows(const double* const* images, int rows);
@@ -38,6 +40,7 @@ class DetailMoments {
   int m_images;
   int m_width;
   int m_height;
+  PanBlur m_blur;
   SeparableFilter m_lowPass;
   platform::RunningCovariance m_statistics;
   std::vector<std::vector<double>> m_rows;  ///< of each image, 0 in gaps, and behind them 1 for a pixel with all data

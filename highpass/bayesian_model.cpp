@@ -105,8 +105,11 @@ bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const Registra
   const bool read = scene.ForEachStrip(found, m_estimate.restoring, [&](fusion::BayesianStrip& strip) {
     std::vector<const double*> images;
     for (const auto& image : strip.images) images.push_back(image.data());
-    moments.AddRows(images.data(), strip.rect.Height());
-    fill.Fill(images.data(), m_param.m_bMaskNoData, strip.lowPass);
+    if (strip.counts) {
+      if (scene.Samples()) moments.Begin(strip.rect.Height());
+      moments.AddRows(images.data(), strip.rect.Height());
+    }
+    if (strip.hasBands) fill.Fill(images.data(), m_param.m_bMaskNoData, strip.lowPass);
     written = source->Write(strip.rect, strip.lowPass.data());
     return written && GoesOn(++step);
   });

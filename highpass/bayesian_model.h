@@ -82,8 +82,9 @@ struct BayesianEstimate {
 /// benchmark based on recent advances in multispectral pansharpening, IEEE Geoscience and Remote Sensing Magazine 9(1),
 /// 2021.
 ///
-/// Looks at the ground that both images have in common, whatever area the record names; streams once over it, with
-/// memory that depends on the width of the images alone. The result does not depend on the number of threads.
+/// Looks at the ground that both images have in common, whatever area the record names (gains: at a million of its
+/// multispectral pixels, in strips spread over it, where it has far more); streams once over it, with memory that
+/// depends on the width of the images alone. The result does not depend on the number of threads.
 ///
 /// Errors: 2 (also a band that does not exist), 4 and 20 as in a fusion run; 3 where the low-passed pan cannot be kept;
 /// 6 for a weight that is not between 0 and 1; 11 for fewer than two bands; 1 when cancelled.

@@ -88,8 +88,13 @@ void BayesianScene::SettleArea(const CRect& panArea) {
                           whole);
   constexpr double kPanPixels = 1 << 22;
   const double rows = kPanPixels / std::max(m_area.Width() * m_grid->RatioX() * m_grid->RatioY(), 1.0);
-  m_strips = {m_area.Width(), m_area.Height(), m_area.Width(), static_cast<int>(std::clamp(rows, 8.0, 128.0)),
+  m_strips = {m_area.Width(), m_area.Height(), m_area.Width(), static_cast<int>(std::clamp(rows, 32.0, 128.0)),
               m_area.left,    m_area.top};
+  constexpr std::int64_t kEnough = std::int64_t{1} << 20;
+  const std::int64_t perStrip = std::int64_t{m_strips.blockWidth} * m_strips.blockHeight;
+  m_countedStrips = static_cast<int>(std::min<std::int64_t>(kEnough / perStrip + 1, m_strips.Count()));
+  // A few strips less are not worth their borders.
+  if (m_countedStrips > m_strips.Count() / 2) m_countedStrips = m_strips.Count();
 }
 
 platform::Affine BayesianScene::Moved(double shiftX, double shiftY) const {
@@ -157,7 +162,14 @@ bool BayesianScene::ForEachStrip(const RegistrationResult& found, double restori
 bool BayesianScene::LoadStrip(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip) {
   strip.rect = m_strips.Block(0, i);
   strip.images.resize(m_bands.size() + 1);
-  return ReadBands(strip.rect, strip.images) && LowPass(strip.rect, found, restoring, strip);
+  const std::int64_t counted = m_countedStrips;
+  strip.counts = (i + 1) * counted / m_strips.Count() != i * counted / m_strips.Count();
+  if (!LowPass(strip.rect, found, restoring, strip)) return false;
+  const auto hasGaps = [&strip] {
+    return std::any_of(strip.lowPass.begin(), strip.lowPass.end(), [](double v) { return v != v; });
+  };
+  strip.hasBands = strip.counts || m_param.m_bMaskNoData || hasGaps();
+  return !strip.hasBands || ReadBands(strip.rect, strip.images);
 }
 
 bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, double restoring,
@@ -167,7 +179,7 @@ bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, 
     return PanLowPass(positions, found.shiftX, found.shiftY, blur.Shape(m_grid->RatioX()), blur.Shape(m_grid->RatioY()),
                       m_grid->PanWidth(), m_grid->PanHeight());
   };
-  const bool restores = restoring != 1.0;
+  const bool restores = restoring != 1.0 && strip.counts;
   std::vector<double>& wide = strip.images.back();
   strip.lowPass.resize(static_cast<std::size_t>(rect.Area()));
   wide.resize(strip.lowPass.size());
@@ -177,7 +189,7 @@ bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, 
     const CRect part(left, rect.top, std::min(left + columns, rect.right), rect.bottom);
     const PanPositions positions = m_grid->Positions(part);
     const PanLowPass plain = filter(positions, 1.0);
-    const PanLowPass restored = filter(positions, restoring);
+    const PanLowPass restored = filter(positions, restores ? restoring : 1.0);
     const CRect reads = Around(plain.Reads(), restored.Reads());
     if (!ReadPan(reads)) return false;
     values.resize(static_cast<std::size_t>(part.Area()));
@@ -193,7 +205,7 @@ bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, 
     put(plain, strip.lowPass);
     if (restores) put(restored, wide);
   }
-  if (!restores) wide = strip.lowPass;
+  if (!restores && strip.counts) wide = strip.lowPass;
   return true;
 }
 

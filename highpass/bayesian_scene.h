@@ -16,6 +16,8 @@ namespace fusion {
 /// Some rows of multispectral pixels across the area of an estimation.
 struct BayesianStrip {
   CRect rect;                               ///< in the multispectral image
+  bool counts = true;                       ///< whether the moments are taken of it
+  bool hasBands = true;                     ///< whether the bands were read: where they are needed
   std::vector<std::vector<double>> images;  ///< the bands and pan low-passed for the moments; NaN without data
   std::vector<double> lowPass;              ///< pan low-passed, likewise
 };
@@ -51,6 +53,8 @@ class BayesianScene {
   /// What the search for blur and shift looks at. False after a failed read.
   bool ReadTiles(std::vector<RegistrationTile>& tiles);
   int StripCount() const { return m_strips.Count(); }
+  /// Whether the moments are taken of some strips only, spread evenly: more than a million pixels tell no more.
+  bool Samples() const { return m_countedStrips < StripCount(); }
   /// Calls use with one strip after another, downwards, until it answers false. False after a failed read.
   /// @param restoring how much wider than the blur pan is low-passed for the moments
   bool ForEachStrip(const RegistrationResult& found, double restoring, const std::function<bool(BayesianStrip&)>& use);
@@ -73,6 +77,7 @@ class BayesianScene {
   CRect m_commonInPan;
   CRect m_area;
   BlockGrid m_strips{0, 0, 0, 0};
+  int m_countedStrips = 0;
   BandBuffers m_buffer;  ///< what is read, one rectangle at a time
 };
 

@@ -210,6 +210,37 @@ TEST(DetailMoments, BesideGapsTheLowPassIsOfWhatHasData) {
   ExpectMoments(moments.Statistics(), stack, low, counts, 1e-7);
 }
 
+TEST(DetailMoments, OfSeveralImagesAreThoseOfAllTheirPixels) {
+  const Stack first = MakeStack(30, 26, 3, 11);
+  Stack second = MakeStack(30, 33, 3, 12);
+  second.images[0][100] = NAN;
+  DetailMoments both(2, 30, 26, {});
+  Feed(both, first, {10});
+  both.Begin(33);
+  Feed(both, second, {10});
+  DetailMoments one(2, 30, 26, {});
+  Feed(one, first, {26});
+  DetailMoments other(2, 30, 33, {});
+  Feed(other, second, {33});
+  const auto& a = one.Statistics();
+  const auto& b = other.Statistics();
+  ASSERT_EQ(both.Statistics().Count(), a.Count() + b.Count());
+  const auto n = static_cast<double>(a.Count() + b.Count());
+  for (int i = 0; i < 6; ++i) {
+    const auto mean = [&](int k) {
+      return (static_cast<double>(a.Count()) * a.Mean(k) + static_cast<double>(b.Count()) * b.Mean(k)) / n;
+    };
+    EXPECT_NEAR(both.Statistics().Mean(i), mean(i), 1e-9);
+    for (int j = 0; j < 6; ++j) {
+      const double second1 = a.Covariance(i, j) + a.Mean(i) * a.Mean(j);
+      const double second2 = b.Covariance(i, j) + b.Mean(i) * b.Mean(j);
+      const double moment =
+          (static_cast<double>(a.Count()) * second1 + static_cast<double>(b.Count()) * second2) / n - mean(i) * mean(j);
+      EXPECT_NEAR(both.Statistics().Covariance(i, j), moment, 1e-4);
+    }
+  }
+}
+
 TEST(DetailMoments, TooSmallAnImageHasNone) {
   for (const auto& [width, height] : {std::pair(6, 6), std::pair(1, 1), std::pair(3, 40)}) {
     const Stack stack = MakeStack(width, height, 3, 7);

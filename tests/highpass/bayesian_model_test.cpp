@@ -421,4 +421,35 @@ TEST(BayesianEstimator, ReadsInBoundedPieces) {
   ExpectModel(found, scene);
 }
 
+TEST(BayesianEstimator, OfAHugeSceneAMillionPixelsTellTheGains) {
+  // A texture that repeats itself, so that parts of it tell what all of it does.
+  SeenScene scene(64, {.ratioX = 1.5, .ratioY = 1.5, .bands = 2, .msWidth = 40, .msHeight = 40, .blur = 0.9});
+  const auto small = Estimated(scene.Record());
+  const auto repeat = [](reference::Image& image, int times) {
+    reference::Image large = image;
+    large.width *= times;
+    large.height *= times;
+    for (auto& band : large.bands) band.clear();
+    for (std::size_t b = 0; b < image.bands.size(); ++b) {
+      for (int y = 0; y < large.height; ++y) {
+        const auto* row = image.bands[b].data() + static_cast<std::ptrdiff_t>(y % image.height) * image.width;
+        for (int t = 0; t < times; ++t) large.bands[b].insert(large.bands[b].end(), row, row + image.width);
+      }
+    }
+    image = large;
+  };
+  repeat(scene.pan, 45);
+  repeat(scene.ms, 45);
+  scene.Write();
+  const BayesianFusionParam param = scene.Record();
+  const Estimated found(param);
+  EXPECT_GT(found.estimate.samples, 800'000);
+  EXPECT_LT(found.estimate.samples, 1'400'000);
+  EXPECT_NEAR(found.estimate.gains[0], small.estimate.gains[0], 0.1 * small.estimate.gains[0]);
+  // The low-passed pan is everywhere.
+  int missing = 0;
+  for (const double v : found.source.bands.back()) missing += v == 0.0 ? 1 : 0;
+  EXPECT_EQ(missing, 0);
+}
+
 }  // namespace
