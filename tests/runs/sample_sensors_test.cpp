@@ -5,6 +5,7 @@
 #include <cmath>
 #include <functional>
 
+#include "runs/fuse.h"
 #include "runs/options.h"
 #include "runs/sample.h"
 #include "runs/sample_scene.h"
@@ -255,6 +256,30 @@ TEST(SampleSensors, CountsDoNotGoBelowZero) {
   for (const reference::Image* image : {&files.pan, &files.ms}) {
     for (const Band& band : image->bands) EXPECT_EQ(*std::min_element(band.begin(), band.end()), 0.0);
   }
+}
+
+TEST(SampleSensors, GiveAFusionTheirShiftAndTheirBlurToFind) {
+  const test_support::TemporaryFolder folder;
+  fusion::SampleRequest scene;
+  scene.folder = folder.Path("");
+  scene.width = scene.height = 640;
+  scene.shift = {0.75, -1.25};
+  scene.clouds = 0.05;
+  fusion::MakeSample(scene);
+  fusion::FuseRequest request;
+  request.pan = folder.Path("pan.tif");
+  request.ms = folder.Path("ms.tif");
+  request.out = folder.Path("fused.tif");
+  const fusion::FuseReport report = fusion::Fuse(request);
+  ASSERT_TRUE(report.registration && report.model);
+  // Back to where it belongs, in steps of an eighth.
+  EXPECT_TRUE(report.registration->applied);
+  EXPECT_NEAR(report.registration->dx, -0.75, 0.13);
+  EXPECT_NEAR(report.registration->dy, 1.25, 0.13);
+  // Pan is blurred already, and the variances of blurs add up: what is missing to that of the bands.
+  const double bands = 4.0 * SpreadOf(0.3);
+  EXPECT_EQ(report.model->shape, "gaussian");
+  EXPECT_NEAR(report.model->blur, std::sqrt(bands * bands - 0.7 * 0.7) / bands, 0.03);
 }
 
 TEST(SampleLandscape, CloudsHideTheShareThatIsAskedFor) {
