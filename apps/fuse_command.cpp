@@ -40,6 +40,7 @@ void Describe(const fusion::FuseReport& report, int errorType, const std::string
              {"model", Json(report.model)},
              {"error_type", errorType},
              {"message", message},
+             {"guards", report.guards},
              {"notices", report.notices}});
 }
 

@@ -50,11 +50,26 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("MS", o.ms, "Multispectral image")->required();
   command.add_option("OUT", o.out, "Fused image to write")->required();
   command.add_option("--method", o.method, "Fusion method, see 'fusion methods', or best")->capture_default_str();
-  command.add_option("--resample", o.resample, "nearest, bilinear or bicubic (default: bicubic)");
-  command
-      .add_option("--edges", o.edges,
-                  "repeat or off: whether resampling sees the multispectral image's edge rows and columns repeated")
-      ->capture_default_str();
+  command.add_option(
+      "--resample", o.resample,
+      "nearest, bilinear, bicubic or auto: bicubic, for ratios within its samples' range (default: auto)");
+  command.add_option(
+      "--edges", o.edges,
+      "repeat or off: whether resampling sees the multispectral image's edges repeated (default: repeat)");
+  command.add_option("--match-moments", o.matchMoments,
+                     "robust or plain: whether single values far beyond all others decide the matching (default: "
+                     "robust)");
+  command.add_option("--product-root", o.productRoot,
+                     "multiplicative: auto or off: match the root of the product (default: auto)");
+  command.add_option(
+      "--detail-cap", o.detailCap,
+      "hpf: auto or off: give detail no larger weight than its share of pan's deviation (default: auto)");
+  command.add_option("--pca-match", o.pcaMatch,
+                     "pca: auto or off: bring pan to the first component's mean and deviation (default: auto)");
+  command.add_option("--keep-bands", o.keepBands,
+                     "weighted: auto or off: keep bands without a weight as resampled (default: auto)");
+  command.add_flag("--as-published", o.asPublished,
+                   "Everything as the library's classes do it: no guard, no matching or mask unless asked for");
   command.add_option("--type", o.type,
                      "uint8, uint16, int16, uint32, int32, float32 or float64 (default: the multispectral image's)");
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
@@ -62,11 +77,9 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   AddList(command, "--rgb", o.rgb,
           "ihs: which of the chosen bands are red, green and blue (default: 1,2,3; of four bands 3,2,1)");
   AddList(command, "--window", o.window, "XOFF,YOFF,XSIZE,YSIZE in pan pixels");
-  command
-      .add_option(
-          "--statistics", o.statistics,
-          "scene or window: what a window's statistics are taken from; with scene it is a crop of the whole result")
-      ->capture_default_str();
+  command.add_option("--statistics", o.statistics,
+                     "scene or window: what a window's statistics are taken from; with scene it is a crop of the whole "
+                     "result (default: scene)");
   command.add_option("--aoi", o.aoi, "Vector file: fuse only inside its polygons");
   command
       .add_option("--spectral-match", o.spectralMatch,

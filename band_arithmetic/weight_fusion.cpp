@@ -166,13 +166,19 @@ void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean
 }
 
 fusion::RowMethod CWeightFusion::MakeRows(CRowFusion& self, const fusion::FusionBlock& block) {
-  const SharedArray weights = static_cast<CWeightFusion&>(self).m_pWeight;
-  return {{}, [weights, n = block.msBandCount](const fusion::FusionRow& row) {
-            for (int b = 0; b < row.outBandCount; ++b) {
-              const double weight = b < n ? std::fabs(weights[b]) : 0.0;
-              WeighRow(row.ms[b], row.pan, weight, row.width, row.out[b]);
-            }
-          }};
+  const auto& fusion = static_cast<CWeightFusion&>(self);
+  return {
+      {},
+      [weights = fusion.m_pWeight, keeps = fusion.m_keepsBands, n = block.msBandCount](const fusion::FusionRow& row) {
+        for (int b = 0; b < row.outBandCount; ++b) {
+          const double weight = b < n ? std::fabs(weights[b]) : 0.0;
+          if (keeps && std::isnan(weight)) {
+            std::copy_n(row.ms[b], row.width, row.out[b]);
+            continue;
+          }
+          WeighRow(row.ms[b], row.pan, weight, row.width, row.out[b]);
+        }
+      }};
 }
 
 void CWeightFusion::EndProccess() {

@@ -17,6 +17,10 @@ class FUSION_API CWeightFusion : public CRowFusion {
   CWeightFusion(const CWeightFusion&);
   CWeightFusion& operator=(const CWeightFusion&);
 
+  /// Lets the next runs hand bands without a weight on as resampled, instead of leaving them empty.
+  void KeepBandsWithoutWeight(bool keeps) { m_keepsBands = keeps; }
+  bool KeepsBandsWithoutWeight() const { return m_keepsBands; }
+
   /// The statistics and the correlation pass.
   GISError Preproccess() override;
   /// Frees the statistics; no spectral matching.
@@ -48,4 +52,5 @@ class FUSION_API CWeightFusion : public CRowFusion {
   bool SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count);
 
   std::vector<WeightDoubt> m_doubts;
+  bool m_keepsBands = false;
 };

@@ -196,10 +196,15 @@ void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPoli
   if (!CanFuseRows(block.outType)) return nullptr;
   return fusion::RunRowKernel(block, m_run ? m_run->Gaps() : fusion::BlockGaps(),
                               Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, policy, arithmetic,
-                              m_conversion);
+                              m_conversion, RangeOf(block));
+}
+
+std::shared_ptr<const fusion::SampleRange> CFusion::RangeOf(const fusion::FusionBlock& block) const {
+  if (!m_param.m_bKeepSampleRange || !fusion::SampleRange::IsNeededBy(m_param.m_eResampleType)) return nullptr;
+  return std::make_shared<const fusion::SampleRange>(block.ms, block.msBandCount, *block.msRect);
 }
 
 fusion::RowSource CFusion::MakeRowSource(const fusion::FusionBlock& block) {
   return {Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, block,
-          m_run ? m_run->Gaps() : fusion::BlockGaps()};
+          m_run ? m_run->Gaps() : fusion::BlockGaps(), RangeOf(block)};
 }

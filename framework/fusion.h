@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@
 namespace fusion {
 class Run;
 class RowSource;
+class SampleRange;
 struct RowGeometry;
 struct RunVariation;
 }  // namespace fusion
@@ -78,6 +80,8 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// Stretches the result of the next runs to the output type's range from its own range, of all bands together, in
   /// place of the source range: the blocks are fused twice, too. Without effect on runs that match.
   void StretchOwnRange() { m_stretchesOwnRange = true; }
+  /// What a run that matched robustly has found.
+  const fusion::MatchOutliers& GetMatchOutliers() const { return m_matchOutliers; }
 
   /// The overlap of both images in pan pixels. False when there is none.
   bool GetOutRect(CRasterSource* pan, CRasterSource* ms, CRect& rect, bool& needReproject, bool strict);
@@ -136,8 +140,10 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// Lets computed values fill the type.
   void SetOutRange(PixelDataType type);
   fusion::RowGeometry Geometry(const CRect& panRect, const CRect& dstBlock) const;
+  std::shared_ptr<const fusion::SampleRange> RangeOf(const fusion::FusionBlock& block) const;
 
   fusion::Run* m_run = nullptr;  ///< not owned; null without one
   std::optional<fusion::MatchTargets> m_matchTargets;
+  fusion::MatchOutliers m_matchOutliers;
   bool m_stretchesOwnRange = false;
 };

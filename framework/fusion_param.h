@@ -23,6 +23,8 @@ struct FUSION_API FusionParam : AlgorithmParam {
   /// Let kernels see two more rows and columns around the multispectral image, which repeat its edges, where they would
   /// see nothing or give way to simpler kernels.
   bool m_bRepeatMsEdges = false;
+  /// Keep what bicubic resampling makes between the least and the largest of the samples that it is made from.
+  bool m_bKeepSampleRange = false;
   std::int32_t m_nPanBand = 0;              ///< zero-based
   std::vector<std::int32_t> m_vecMSBands;   ///< zero-based, in output order; empty means all
   bool m_bSpectralMatch = false;            ///< stretch the result to the multispectral means and deviations

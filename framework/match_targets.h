@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "platform/raster/raster_types.h"
@@ -12,6 +13,17 @@ struct MatchTargets {
   std::vector<double> means;  ///< one per output band
   std::vector<double> stdDevs;
   bool makeGreen = false;  ///< mix near infrared into green first
+  /// The result's own moments are taken robustly: single values far beyond all others count as lying nearer.
+  bool robust = false;
+  /// The root of the result is matched (of a negative value that of its size, negative), for results that are products
+  /// of two images and would be spread as such.
+  bool root = false;
+};
+
+/// What robust moments were spared, of all bands.
+struct MatchOutliers {
+  std::int64_t count = 0;  ///< values that counted as lying nearer
+  double widening = 1.0;   ///< by how much they would have widened a band's deviation at most, as a factor
 };
 
 /// The float type that a result is to be computed in before it is matched: nothing is cut or rounded then that an

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <exception>
 #include <mutex>
+#include <utility>
 
 #ifdef _OPENMP
 #include <omp.h>
@@ -70,14 +71,14 @@ class RowWorker {
  public:
   RowWorker(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry, ResampleType resampleType,
             const RowPolicy& policy, const RowArithmetic& arithmetic, const platform::ValueConversion& conversion,
-            const OutputBlock& output)
+            const std::shared_ptr<const SampleRange>& range, const OutputBlock& output)
       : m_block(block),
         m_gaps(gaps),
         m_policy(policy),
         m_arithmetic(arithmetic),
         m_conversion(conversion),
         m_output(output),
-        m_source(geometry, resampleType, block, gaps),
+        m_source(geometry, resampleType, block, gaps, range),
         m_tileWidth(std::min(kTileWidth, m_source.Width())),
         m_ms(std::max(block.msBandCount, block.outBandCount), m_tileWidth),
         m_out(block.outBandCount, m_tileWidth),
@@ -202,12 +203,14 @@ void ForRows(int rows, bool parallel, const Work& work) {
 
 }  // namespace
 
-RowSource::RowSource(const RowGeometry& geometry, ResampleType type, const FusionBlock& block, const BlockGaps& gaps)
+RowSource::RowSource(const RowGeometry& geometry, ResampleType type, const FusionBlock& block, const BlockGaps& gaps,
+                     std::shared_ptr<const SampleRange> range)
     : m_geometry(geometry),
       m_type(type),
       m_block(block),
       m_resampler(type, block.ms, block.msBandCount, *block.msRect),
-      m_separable(!geometry.reproject && geometry.toGround.IsAxisAligned() && geometry.groundToMs.IsAxisAligned()) {
+      m_separable(!geometry.reproject && geometry.toGround.IsAxisAligned() && geometry.groundToMs.IsAxisAligned()),
+      m_range(std::move(range)) {
   for (int b = 0; gaps.ms && b < block.msBandCount; ++b) {
     if (gaps.ms[b]) m_gapBands.push_back(b);
   }
@@ -250,9 +253,10 @@ void RowSource::Resample(int row, double* const* out) {
     const double corner = g.groundToMs.Y(g.toGround.X(x, y), g.toGround.Y(x, y));
     const double msRow = platform::SampleCoordinate(corner, g.msHeight, g.edge);
     m_resampler.ResampleRow(msRow, out);
-    if (!m_gapBands.empty()) std::fill(m_y.begin(), m_y.end(), msRow);
+    if (!m_gapBands.empty() || m_range) std::fill(m_y.begin(), m_y.end(), msRow);
   }
   if (!m_gapBands.empty()) FillGaps(row, out);
+  if (m_range) m_range->Keep(m_x.data(), m_y.data(), m_count, out);
 }
 
 /// A sample without data makes a NaN of every pixel that it is a tap of, and of no other.
@@ -272,10 +276,10 @@ void RowSource::FillGaps(int row, double* const* out) {
 
 void** RunRowKernel(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry,
                     ResampleType resampleType, const RowPolicy& policy, const RowArithmetic& arithmetic,
-                    const platform::ValueConversion& conversion) {
+                    const platform::ValueConversion& conversion, std::shared_ptr<const SampleRange> range) {
   OutputBlock output(block.outType, block.outBandCount, static_cast<std::size_t>(geometry.rect.Area()));
   ForRows(geometry.rect.Height(), policy.parallelRows, [&](int begin, int end) {
-    RowWorker(block, gaps, geometry, resampleType, policy, arithmetic, conversion, output).Run(begin, end);
+    RowWorker(block, gaps, geometry, resampleType, policy, arithmetic, conversion, range, output).Run(begin, end);
   });
   return output.Release();
 }

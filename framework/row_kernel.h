@@ -1,9 +1,11 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "framework/fusion_block.h"
 #include "framework/resampling/row_resampler.h"
+#include "framework/resampling/sample_range.h"
 #include "framework/row_method.h"
 #include "platform/algorithm/value_conversion.h"
 #include "platform/raster/raster_source.h"
@@ -42,7 +44,9 @@ constexpr int kTileWidth = 2048;
 /// The rows of one block with the multispectral bands resampled at every pixel. One per thread.
 class RowSource {
  public:
-  RowSource(const RowGeometry& geometry, ResampleType type, const FusionBlock& block, const BlockGaps& gaps);
+  /// @param range what the values are to be kept in; null for none
+  RowSource(const RowGeometry& geometry, ResampleType type, const FusionBlock& block, const BlockGaps& gaps,
+            std::shared_ptr<const SampleRange> range = nullptr);
 
   int Width() const { return m_geometry.rect.Width(); }
   int Height() const { return m_geometry.rect.Height(); }
@@ -65,13 +69,14 @@ class RowSource {
   std::vector<double> m_x;
   std::vector<double> m_y;
   std::vector<int> m_gapBands;
+  std::shared_ptr<const SampleRange> m_range;
 };
 
 /// Runs the arithmetic over a block row by row and converts to the output type, which must be one of the seven; see
 /// CFusion::AlgorithmProcess for the result.
 void** RunRowKernel(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry,
                     ResampleType resampleType, const RowPolicy& policy, const RowArithmetic& arithmetic,
-                    const platform::ValueConversion& conversion);
+                    const platform::ValueConversion& conversion, std::shared_ptr<const SampleRange> range = nullptr);
 
 /// Frees what RunRowKernel made.
 void FreeBlock(PixelDataType type, int bandCount, void** bands);

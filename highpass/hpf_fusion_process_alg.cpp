@@ -1,5 +1,7 @@
 #include "highpass/hpf_fusion_process_alg.h"
 
+#include <algorithm>
+
 #include "framework/band_choice.h"
 #include "framework/messages.h"
 #include "highpass/hpf_fusion.h"
@@ -94,10 +96,39 @@ bool CHpfFusionProcessAlg::Fuse(fusion::StagePipeline& pipeline, const std::wstr
   record.m_bSecondFilter = m_hpfParam.m_bSecondFilter;
   record.m_bDataStretch = m_hpfParam.m_bDataStretch;
   record.m_bHpfFlag4 = m_hpfParam.m_bHpfFlag4;
+  if (!CapWeight(highPass, record.m_dDetailWeight1)) return false;
+  if (record.m_bSecondFilter && !CapWeight(secondHighPass, record.m_dDetailWeight2)) return false;
+  m_detailWeight = record.m_dDetailWeight1;
   CHpfFusion stage(&record);
   stage.SetMulMeanValue(m_pMulMeans);
   stage.SetMulStdvValue(m_pMulStdvs);
   return pipeline.Run(stage);
+}
+
+bool CHpfFusionProcessAlg::CapWeight(const std::wstring& highPass, double& weight) {
+  if (!m_capsDetail) return true;
+  const auto deviation = [&](const std::wstring& file, int index, double& stdDev) {
+    CRasterSource source;
+    if (!source.Open(file, GDA_READ, m_hpfParam.m_bOpenOption)) {
+      Fail(ERR_OPEN, messages::OpenFailed(file));
+      return false;
+    }
+    source.SetMaskNoData(m_hpfParam.m_bMaskNoData);
+    source.SetReadAhead(m_overlappedIo);
+    CRasterBand* band = source.GetRasterBand(index);
+    double minimum = 0.0;
+    double maximum = 0.0;
+    double mean = 0.0;
+    if (band && band->ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, m_pProgress)) return true;
+    FailStatistics();
+    return false;
+  };
+  double detail = 0.0;
+  double pan = 0.0;
+  if (!deviation(highPass, 0, detail)) return false;
+  if (!deviation(m_hpfParam.m_strPanFile, m_hpfParam.m_nPanBand, pan)) return false;
+  if (pan > 0.0) weight = std::min(weight, detail / pan);
+  return true;
 }
 
 bool CHpfFusionProcessAlg::CorrectSpectrally(fusion::StagePipeline& pipeline, const std::wstring& fused,

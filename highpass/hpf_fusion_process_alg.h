@@ -22,6 +22,13 @@ class FUSION_API CHpfFusionProcessAlg : public CBaseAlgorithm {
   CHpfFusionProcessAlg(const CHpfFusionProcessAlg&);
   CHpfFusionProcessAlg& operator=(const CHpfFusionProcessAlg&);
 
+  /// Lets the next runs give detail no larger weight than the share that it has of pan's deviation: in a scene that
+  /// lives of its large forms (clouds, water and land) it would else be blown up to a part of theirs.
+  void CapDetail(bool caps) { m_capsDetail = caps; }
+  /// The weight that the last run gave the detail of the first filter, and whether that is less than the record's.
+  double GetDetailWeight() const { return m_detailWeight; }
+  bool HasCappedDetail() const { return m_detailWeight < m_hpfParam.m_dDetailWeight1; }
+
   /// A stage's error type and message become the run's; files left are those that were there before, and the output of
   /// a successful run.
   void Process() override;
@@ -35,9 +42,13 @@ class FUSION_API CHpfFusionProcessAlg : public CBaseAlgorithm {
             std::wstring& fused);
   bool CorrectSpectrally(fusion::StagePipeline& pipeline, const std::wstring& fused, std::wstring& corrected);
   GISError FailStatistics();
+  /// A weight, or the detail's share of pan's deviation where that is less and runs cap it. False after a failure.
+  bool CapWeight(const std::wstring& highPass, double& weight);
 
   HpfFusionParam m_hpfParam;
   SharedArray m_pMulMeans;  ///< one per processed band, null until Preproccess
   SharedArray m_pMulStdvs;
   PixelDataType m_eMSDataType = PDT_UNKNOWN;
+  bool m_capsDetail = false;
+  double m_detailWeight = 0.0;
 };

@@ -87,6 +87,7 @@ HpfFusionParam StagePipeline::FusionRecord(const PipelineStage& stage, const std
   record.m_bNeedReproject = m_param.m_bNeedReproject;
   record.m_eResampleType = RT_BICUBIC;
   record.m_bRepeatMsEdges = m_param.m_bRepeatMsEdges;
+  record.m_bKeepSampleRange = m_param.m_bKeepSampleRange;
   record.m_dDetailWeight1 = m_param.m_dDetailWeight1;
   record.m_dDetailWeight2 = m_param.m_dDetailWeight2;
   record.m_bHpfFlag1 = m_param.m_bHpfFlag1;

@@ -12,7 +12,10 @@
 namespace fusion {
 namespace {
 
-BayesianRegistration RegistrationOf(const std::string& word) {
+/// What is asked for; as published an image stays where it is.
+BayesianRegistration RegistrationOf(const FuseRequest& request) {
+  const std::string& word = request.registration;
+  if (request.asPublished && word == "auto") return BayesianRegistration::kOff;
   if (word == "off") return BayesianRegistration::kOff;
   return word == "report" ? BayesianRegistration::kReport : BayesianRegistration::kMove;
 }
@@ -71,7 +74,7 @@ std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const Method
   static_cast<FusionParam&>(record) = param;
   record.m_dBayesParam = setup.request.bayesWeight.value_or(kWeight);
   BayesianModelEstimator estimator(record);
-  estimator.SetRegistration(RegistrationOf(setup.request.registration));
+  estimator.SetRegistration(RegistrationOf(setup.request));
   // A window that stands for itself.
   if (param.m_rcScene.IsRectEmpty()) estimator.SetArea(param.m_rcProcess);
   estimator.SetProgress(&setup.progress);
@@ -80,7 +83,7 @@ std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const Method
   ThrowFailure(estimator);
 
   const BayesianEstimate& estimate = estimator.GetEstimate();
-  if (setup.request.registration != "off") {
+  if (RegistrationOf(setup.request) != BayesianRegistration::kOff) {
     setup.found.registration = {estimate.shiftX, estimate.shiftY, estimate.moved, estimate.agreement, estimate.score};
   }
   setup.found.model = {estimate.isBox ? "box" : "gaussian", estimate.blur, estimate.restoring, estimate.gains,

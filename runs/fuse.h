@@ -25,8 +25,15 @@ struct FUSION_API FuseRequest {
   std::string out;     ///< fused image to write
   std::string method;  ///< of Methods(), or kBestMethod; DefaultMethod() by default
 
-  std::optional<std::string> resample;  ///< nearest, bilinear or bicubic (default)
-  std::string edges = "repeat";         ///< repeat or off: let kernels see the multispectral image's edges repeated
+  std::optional<std::string> resample;  ///< nearest, bilinear, bicubic or auto (default), which is bicubic with care
+  // Guards, docs/guards.md; where nothing is said, the first word, with asPublished the second one.
+  std::string edges;         ///< repeat or off: let kernels see the multispectral image's edges repeated
+  std::string matchMoments;  ///< robust or plain: the moments of a result that is matched
+  std::string productRoot;   ///< multiplicative: auto or off, match the root of the product
+  std::string detailCap;     ///< hpf: auto or off, no larger weight of detail than its share of pan
+  std::string pcaMatch;      ///< pca: auto or off, bring pan to the first component's mean and deviation
+  std::string keepBands;     ///< weighted: auto or off, keep bands that have no weight as resampled
+  bool asPublished = false;  ///< everything that is not said otherwise is as the classes do it
   /// uint8, uint16, int16, uint32, int32, float32 or float64; by default the multispectral image's, float32 for a raw
   /// multiplicative run
   std::optional<std::string> type;
@@ -34,7 +41,7 @@ struct FUSION_API FuseRequest {
   int panBand = 1;                      ///< counted from 1
   std::vector<int> rgb;                 ///< ihs: red, green and blue, counted from 1 among the chosen bands; or empty
   std::vector<int> window;              ///< column, row, width and height in pan pixels; empty: where both images are
-  std::string statistics = "scene";     ///< scene or window: what a window's statistics are taken from
+  std::string statistics;               ///< what a window's are taken from: scene, or window (with asPublished)
   std::string aoi;                      ///< vector file; fused inside its polygons only. Empty: none
   std::string spectralMatch = "auto";   ///< auto, on or off
   std::string noDataMask = "auto";      ///< auto, on or off: take pixels without data for missing
@@ -89,6 +96,7 @@ struct FuseReport {
   std::optional<double> validShare;  ///< of the pixels, 0 to 1, where asked for and the run masked those without data
   std::optional<FuseRegistration> registration;  ///< where the run looked for one
   std::optional<FuseModel> model;                ///< where the method estimates one
+  std::vector<std::string> guards;               ///< the options of those in effect: edges, resample, ...
   std::vector<std::string> notices;              ///< what the observer was told, too
 };
 

@@ -36,7 +36,9 @@ void RefuseForeignOptions(const FuseRequest& o, const Method& m) {
   const auto check = [&](bool given, const char* option, MethodOption kind) {
     RefuseUnless(m.Takes(kind), given, option, m, kind);
   };
-  check(o.resample.has_value(), "--resample", kTakesResample);
+  // What auto spares a ratio is asked of bicubic, too.
+  const bool choosesKernel = o.resample && *o.resample != "auto" && !(m.isRatio && *o.resample == "bicubic");
+  check(choosesKernel, "--resample", kTakesResample);
   check(o.type.has_value(), "--type", kTakesType);
   check(!o.rgb.empty(), "--rgb", kTakesRgb);
   check(o.stretch, "--stretch", kTakesStretch);
@@ -51,9 +53,10 @@ void RefuseForeignOptions(const FuseRequest& o, const Method& m) {
 }
 
 ResampleType ParseResample(const std::string& name) {
+  if (name == "auto") return RT_BICUBIC;
   const ResampleType type = CStringParamParser::GetResampleType(CommonFun::Utf82U(name));
   if (type == RT_NEAREST && Lower(name) != "nearest") {
-    throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear and bicubic.");
+    throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear, bicubic and auto.");
   }
   return type;
 }
@@ -83,20 +86,21 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
   if (o.noDataMask != "auto" && o.noDataMask != "on" && o.noDataMask != "off") {
     throw UsageError("--nodata-mask is auto, on or off, not '" + o.noDataMask + "'.");
   }
-  if (o.edges != "repeat" && o.edges != "off") throw UsageError("--edges is repeat or off, not '" + o.edges + "'.");
-  checked.repeatsEdges = o.edges == "repeat";
   if (o.registration != "auto" && o.registration != "off" && o.registration != "report") {
     throw UsageError("--registration is auto, off or report, not '" + o.registration + "'.");
   }
-  if (o.statistics != "scene" && o.statistics != "window") {
+  if (!o.statistics.empty() && o.statistics != "scene" && o.statistics != "window") {
     throw UsageError("--statistics is scene or window, not '" + o.statistics + "'.");
   }
+  checked.sceneStatistics = o.statistics.empty() ? !o.asPublished : o.statistics == "scene";
   if (o.noData && o.noDataMask == "off") throw UsageError("--nodata has no effect with --nodata-mask off.");
   RefuseForeignOptions(o, method);
   if (o.autoLevel && o.spectralMatch == "on") {
     throw UsageError("--auto-level sets the range by itself; it does not go with --spectral-match on.");
   }
-  checked.matched = o.spectralMatch == "on" || (o.spectralMatch == "auto" && method.matchedByDefault && !o.autoLevel);
+  const bool matchesUnasked = method.matchedByDefault && !o.autoLevel && !o.asPublished;
+  checked.matched = o.spectralMatch == "on" || (o.spectralMatch == "auto" && matchesUnasked);
+  checked.guards = ChooseGuards(o, method, checked.matched);
   if (o.makeGreen && !method.isPipeline && !checked.matched) {
     throw UsageError("--make-green has no effect on a raw " + std::string(method.name) +
                      " run; it is taken by hpf, sharpen and by every spectrally matched run.");

@@ -5,6 +5,7 @@
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/raster_types.h"
 #include "runs/fuse.h"
+#include "runs/guards.h"
 #include "runs/methods.h"
 
 namespace fusion {
@@ -13,7 +14,8 @@ namespace fusion {
 struct CheckedRequest {
   const Method* method = nullptr;
   ResampleType resample = RT_BICUBIC;
-  bool repeatsEdges = true;
+  Guards guards;
+  bool sceneStatistics = true;       ///< a window's statistics are those of the whole scene
   PixelDataType type = PDT_UNKNOWN;  ///< PDT_UNKNOWN: the multispectral image's own
   RasterDataFormat format = kFormatUnknown;
   bool matched = false;

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "framework/match_targets.h"
 #include "framework/messages.h"
 #include "framework/overlap.h"
+#include "platform/statistics/clipped_moments.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/gap_search.h"
 #include "platform/validity/no_data.h"
@@ -17,6 +19,25 @@ namespace {
 
 std::unique_ptr<platform::VirtualRaster> View(const std::wstring& file, const std::vector<int>& bands) {
   return std::make_unique<platform::VirtualRaster>(file, bands, nullptr, nullptr);
+}
+
+/// Corrects a band's moments where single values decide them. False after a failed read or a cancellation.
+bool MeasureRobustly(CRasterBand& band, double& mean, double& stdDev, const CBaseProgress& progress) {
+  constexpr int kRows = 128;
+  platform::ClippedMoments moments(platform::NoDataSample(band));
+  std::vector<double> values;
+  for (int top = 0; top < band.GetHeight(); top += kRows) {
+    const CRect rows(0, top, band.GetWidth(), std::min(top + kRows, band.GetHeight()));
+    values.resize(static_cast<std::size_t>(rows.Area()));
+    bool gaps = false;
+    if (progress.IsCancelRequested() || band.ReadSamples(rows, values.data(), gaps) != 0) return false;
+    moments.Add(values.data(), rows.Area());
+  }
+  moments.Settle();
+  if (moments.Outliers() == 0) return true;
+  mean = moments.Mean();
+  stdDev = moments.StdDev();
+  return true;
 }
 
 }  // namespace
@@ -48,7 +69,7 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
   if (!overlap) throw RunError(ERR_NONE, messages::kWrongExtent);
   if (!options.window.empty()) {
     CutWindow(*overlap);
-    if (options.statistics == "scene") m_scene = *overlap;
+    if (checked.sceneStatistics) m_scene = *overlap;
   }
   if (checked.method->Takes(kTakesKernels) && !options.kernelSize) {
     m_pixelRatio = fusion::PixelRatio(m_pan, m_ms, m_needReproject);
@@ -110,7 +131,8 @@ void FuseInputs::CheckArea() const {
 }
 
 void FuseInputs::SettleNoData(const CBaseProgress& progress) {
-  if (m_options.noDataMask == "off") return;
+  const bool isAsked = m_options.noDataMask == "on" || m_options.noData;
+  if (m_options.noDataMask == "off" || (m_options.asPublished && !isAsked)) return;
   if (m_options.noData) {
     Declare(m_pan, m_panFile);
     Declare(m_ms, m_msFile);
@@ -242,19 +264,21 @@ CRect FuseInputs::PartOf(const std::wstring& file) const {
   return raster.GroundToImage(m_windowOnGround);
 }
 
-void FuseInputs::ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs,
-                                CBaseProgress& progress) const {
+void FuseInputs::ComputeTargets(MatchTargets& targets, CBaseProgress& progress) const {
   for (const int b : ChosenBands()) {
+    CRasterBand& band = *m_ms.GetRasterBand(b);
     double minimum = 0.0;
     double maximum = 0.0;
     double mean = 0.0;
     double stdDev = 0.0;
-    if (!m_ms.GetRasterBand(b)->ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, &progress)) {
+    bool done = band.ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, &progress);
+    if (done && targets.robust) done = MeasureRobustly(band, mean, stdDev, progress);
+    if (!done) {
       if (progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
       throw RunError(ERR_STATISTICS, messages::kMsStatisticsFailed);
     }
-    means.push_back(mean);
-    stdDevs.push_back(stdDev);
+    targets.means.push_back(mean);
+    targets.stdDevs.push_back(stdDev);
   }
 }
 

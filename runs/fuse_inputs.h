@@ -13,6 +13,8 @@
 
 namespace fusion {
 
+struct MatchTargets;
+
 /// The two input images as the run gets them: opened once for all that is planned, seen through views where a choice of
 /// bands or another georeference must look like a file.
 class FuseInputs {
@@ -25,8 +27,9 @@ class FuseInputs {
   void Close();
   /// Files, bands, window and reprojection into the record.
   void FillParam(FusionParam& param) const;
-  /// Means and deviations of the chosen multispectral bands, until Close. Throws RunFailure.
-  void ComputeTargets(std::vector<double>& means, std::vector<double>& stdDevs, CBaseProgress& progress) const;
+  /// Adds means and deviations of the chosen multispectral bands, as robust as the targets are to be. Until Close.
+  /// Throws RunFailure.
+  void ComputeTargets(MatchTargets& targets, CBaseProgress& progress) const;
   /// The window in the pixels of a raster on the pan grid; empty where the run is no part of a scene.
   CRect PartOf(const std::wstring& file) const;
   /// Multispectral over pan pixel width, both on pan's ground; 0 where the run does not ask for it.

@@ -79,10 +79,13 @@ FuseReport FuseRun::FuseAndPublish() {
   Describe(inputs.Description());
   if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
   const std::wstring result = m_pending.WorkPath();
-  const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart();
+  const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart() &&
+                             !m_checked.guards.matchMoments && !m_checked.guards.productRoot;
   const bool matchedHere = m_checked.matched && !matchesItself;
   MatchTargets targets;
-  if (matchedHere) inputs.ComputeTargets(targets.means, targets.stdDevs, m_progress);
+  targets.robust = m_checked.guards.matchMoments;
+  targets.root = m_checked.guards.productRoot;
+  if (matchedHere) inputs.ComputeTargets(targets, m_progress);
   inputs.Close();
   if (!matchedHere) {
     Fuse(inputs, result, m_type, m_checked.format, m_checked.matched, nullptr);
@@ -132,14 +135,15 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelData
   param.m_eOutFormat = format;
   if (!comesMatching) param.m_pDescription = m_description;
   param.m_eResampleType = m_checked.resample;
-  param.m_bRepeatMsEdges = m_checked.repeatsEdges;
+  param.m_bRepeatMsEdges = m_checked.guards.edges;
+  param.m_bKeepSampleRange = m_checked.guards.resample;
   for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
   param.m_bSpectralMatch = matchesItself;
   param.m_bMakeGreen = m_options.makeGreen && (matchesItself || m_checked.method->isPipeline);
   param.m_bDataStretch = m_options.autoLevel;
 
   const std::unique_ptr<CBaseAlgorithm> algorithm =
-      m_checked.method->make(param, {m_options, inputs.PixelRatio(), m_progress, m_notices, m_found});
+      m_checked.method->make(param, {m_options, m_checked.guards, inputs.PixelRatio(), m_progress, m_notices, m_found});
   if (targets) {
     // The matching brings the result to its scale.
     dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
@@ -152,11 +156,21 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelData
   // Overviews are built once, on the finished file.
   algorithm->SetBuildsOverviews(false);
   Carry(*algorithm);
+  if (targets) TellOutliers(dynamic_cast<CFusion&>(*algorithm).GetMatchOutliers());
   if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_notices);
 }
 
+void FuseRun::TellOutliers(const MatchOutliers& outliers) const {
+  // What changes hardly anything needs no word.
+  constexpr double kWorthAWord = 1.01;
+  if (outliers.widening < kWorthAWord) return;
+  m_notices.Add(std::to_string(outliers.count) +
+                " values of the unmatched result, far beyond all others, count in the matching as lying nearer "
+                "(--match-moments plain takes them as they are).");
+}
+
 bool FuseRun::IsOnByteScale(PixelDataType type) const {
-  return m_checked.method->onByteScale && !platform::IsFloatType(type) && type != PDT_UINT8;
+  return !m_options.asPublished && m_checked.method->onByteScale && !platform::IsFloatType(type) && type != PDT_UINT8;
 }
 
 void FuseRun::Match(const FuseInputs& inputs, const std::wstring& raw, const std::wstring& result,
@@ -174,8 +188,10 @@ void FuseRun::Match(const FuseInputs& inputs, const std::wstring& raw, const std
   param.m_rcProcess = inputs.PartOf(raw);
   param.m_pMeans = targets.means.data();
   param.m_pStdDevs = targets.stdDevs.data();
+  param.m_bRobust = targets.robust;
   CStretchOfMultiBand matching(&param);
   Carry(matching);
+  TellOutliers({matching.GetOutliers(), matching.GetWidening()});
 }
 
 void FuseRun::Carry(CBaseAlgorithm& algorithm) {
@@ -197,6 +213,7 @@ FuseReport FuseRun::Look(const std::wstring& file, PixelDataType msType) const {
   report.height = source.GetHeight();
   report.bands = source.GetBandCount();
   report.type = TypeName(source.GetRasterDataType());
+  report.guards = m_checked.guards.Names();
   // A run that masks writes 0 where there is no data, and nowhere else.
   if (m_masks && m_options.measureValid) report.validShare = SampleShare(source, 1, [](double v) { return v != 0.0; });
   if (MayExceedType(msType)) TellWhatWasCut(source);

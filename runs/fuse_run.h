@@ -16,6 +16,7 @@ class FuseInputs;
 class Notices;
 class RunLog;
 class RunProgress;
+struct MatchOutliers;
 struct MatchTargets;
 
 /// One run of Fuse: what it plans, carries out and publishes.
@@ -34,6 +35,7 @@ class FuseRun {
   PixelDataType DefaultType(PixelDataType msType) const;
   void Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
             bool matchesItself, const MatchTargets* targets);
+  void TellOutliers(const MatchOutliers& outliers) const;
   /// Whether the raw result would look black in the type.
   bool IsOnByteScale(PixelDataType type) const;
   /// The matching as a stage of its own, behind a pipeline of stages.

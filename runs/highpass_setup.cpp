@@ -8,6 +8,7 @@
 #include "platform/raster/reproject.h"
 #include "runs/failures.h"
 #include "runs/fuse.h"
+#include "runs/guards.h"
 
 namespace fusion {
 namespace {
@@ -54,7 +55,9 @@ std::unique_ptr<CBaseAlgorithm> MakeHpf(HpfFusionParam& param, const MethodSetup
   param.m_bSecondFilter = options.secondKernelSize || options.secondDetailWeight;
   if (param.m_bSecondFilter) param.m_filter2 = HighPass(options.secondKernelSize.value_or(kSecondSize));
   if (options.secondDetailWeight) param.m_dDetailWeight2 = *options.secondDetailWeight;
-  return std::make_unique<CHpfFusionProcessAlg>(&param);
+  auto fusion = std::make_unique<CHpfFusionProcessAlg>(&param);
+  fusion->CapDetail(setup.guards.detailCap);
+  return fusion;
 }
 
 }  // namespace fusion

@@ -1,12 +1,15 @@
 #include "runs/methods.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
+#include "highpass/hpf_fusion_process_alg.h"
 #include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 #include "runs/bayesian_setup.h"
+#include "runs/guards.h"
 #include "runs/highpass_setup.h"
 #include "runs/notices.h"
 #include "runs/text.h"
@@ -21,10 +24,40 @@ std::unique_ptr<CBaseAlgorithm> Make(HpfFusionParam& param, const MethodSetup& /
   return std::make_unique<Algorithm>(&param);
 }
 
-/// A weight that is no number leaves a band empty, which must not go without a word.
-void TellEmptyBands(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) {
+std::unique_ptr<CBaseAlgorithm> MakePca(HpfFusionParam& param, const MethodSetup& setup) {
+  auto fusion = std::make_unique<CPrinComponentFusion>(&param);
+  fusion->MatchPan(setup.guards.pcaMatch);
+  return fusion;
+}
+
+std::unique_ptr<CBaseAlgorithm> MakeWeighted(HpfFusionParam& param, const MethodSetup& setup) {
+  auto fusion = std::make_unique<CWeightFusion>(&param);
+  fusion->KeepBandsWithoutWeight(setup.guards.keepBands);
+  return fusion;
+}
+
+void TellDetailCap(const CBaseAlgorithm& algorithm, const std::vector<int>& /*bands*/, Notices& notices) {
+  const auto& fusion = dynamic_cast<const CHpfFusionProcessAlg&>(algorithm);
+  if (!fusion.HasCappedDetail()) return;
+  char text[80];
+  std::snprintf(text, sizeof text, "Detail has a weight of %.2g, its share of pan", fusion.GetDetailWeight());
+  notices.Add(std::string(text) + "; --detail-cap off, or --detail-weight, for more.");
+}
+
+void TellPanMatch(const CBaseAlgorithm& algorithm, const std::vector<int>& /*bands*/, Notices& notices) {
+  const auto& fusion = dynamic_cast<const CPrinComponentFusion&>(algorithm);
+  if (fusion.GetPanFactor() == 1.0 && fusion.GetPanOffset() == 0.0) return;
+  char text[160];
+  std::snprintf(text, sizeof text, "Pan, times %.4g and plus %.4g, has the first component's mean and deviation",
+                fusion.GetPanFactor(), fusion.GetPanOffset());
+  notices.Add(std::string(text) + " (--pca-match off for pan as it is).");
+}
+
+/// A weight that is no number leaves a band empty, or kept, which must not go without a word.
+void TellBandsWithoutWeight(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) {
   using Doubt = CWeightFusion::WeightDoubt;
-  const auto& doubts = dynamic_cast<const CWeightFusion&>(algorithm).GetWeightDoubts();
+  const auto& weighted = dynamic_cast<const CWeightFusion&>(algorithm);
+  const auto& doubts = weighted.GetWeightDoubts();
   const auto reason = [](Doubt doubt) {
     switch (doubt) {
       case Doubt::kNegative:
@@ -39,8 +72,14 @@ void TellEmptyBands(const CBaseAlgorithm& algorithm, const std::vector<int>& ban
   };
   for (std::size_t i = 0; i < std::min(doubts.size(), bands.size()); ++i) {
     if (doubts[i] == Doubt::kNone) continue;
-    notices.Add("Multispectral band " + std::to_string(bands[i] + 1) + " comes out empty: " + reason(doubts[i]) +
-                ", so that it has no weight. Leave it out (--bands) or take another method.");
+    const std::string band = "Multispectral band " + std::to_string(bands[i] + 1);
+    if (weighted.KeepsBandsWithoutWeight()) {
+      notices.Add(band + " is kept as resampled, without detail of pan: " + reason(doubts[i]) +
+                  ", so that it has no weight (--keep-bands off leaves it empty).");
+    } else {
+      notices.Add(band + " comes out empty: " + reason(doubts[i]) +
+                  ", so that it has no weight. Leave it out (--bands) or take another method.");
+    }
   }
 }
 
@@ -60,10 +99,11 @@ const std::vector<Method>& Methods() {
        .takes = kRaster | kTakesMatch,
        .make = Make<CBroveyFusion>,
        .matchedByDefault = true,
-       .matchesItself = true},
+       .matchesItself = true,
+       .isRatio = true},
       {.name = "multiplicative",
        .summary = "each band times pan",
-       .takes = kRaster | kTakesMatch,
+       .takes = kRaster | kTakesMatch | kTakesProductRoot,
        .make = Make<CMultipleFusion>,
        .matchedByDefault = true,
        .matchesItself = true,
@@ -71,9 +111,9 @@ const std::vector<Method>& Methods() {
        .rawType = PDT_FLOAT32},
       {.name = "weighted",
        .summary = "mean of band and pan, weighted by their correlation",
-       .takes = kRaster | kTakesMatch,
-       .make = Make<CWeightFusion>,
-       .remark = TellEmptyBands,
+       .takes = kRaster | kTakesMatch | kTakesKeepBands,
+       .make = MakeWeighted,
+       .remark = TellBandsWithoutWeight,
        .matchedByDefault = true},
       {.name = "ihs",
        .summary = "pan in place of the intensity of three bands",
@@ -81,18 +121,21 @@ const std::vector<Method>& Methods() {
        .make = Make<CIhsTranFusion>,
        .matchedByDefault = true,
        .buildsOverviews = true,
+       .isRatio = true,
        .onByteScale = true,
        .minimumBands = 3},
       {.name = "pca",
        .summary = "pan in place of the first principal component",
-       .takes = kRaster,
-       .make = Make<CPrinComponentFusion>,
+       .takes = kRaster | kTakesPcaMatch,
+       .make = MakePca,
+       .remark = TellPanMatch,
        .wholeFileBands = true,
        .onBandScale = true},
       {.name = "hpf",
        .summary = "bands plus the high-pass filtered pan, scaled to each band's spread",
        .takes = kTakesAutoLevel | kTakesKernels,
        .make = MakeHpf,
+       .remark = TellDetailCap,
        .isPipeline = true,
        .wholeFileBands = true,
        .buildsOverviews = true,
@@ -103,7 +146,8 @@ const std::vector<Method>& Methods() {
        .make = Make<CSimplePanSharpeningFusionProcessAlg>,
        .matchedByDefault = true,
        .isPipeline = true,
-       .buildsOverviews = true},
+       .buildsOverviews = true,
+       .isRatio = true},
   };
   return methods;
 }

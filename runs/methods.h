@@ -12,11 +12,13 @@ namespace fusion {
 
 struct FuseReport;
 struct FuseRequest;
+struct Guards;
 class Notices;
 
 /// What a method's algorithm is made from, beside its record.
 struct MethodSetup {
   const FuseRequest& request;
+  const Guards& guards;
   double pixelRatio;  ///< multispectral over pan pixel width, where the method asks for it
   CBaseProgress& progress;
   Notices& notices;
@@ -33,6 +35,9 @@ enum MethodOption : unsigned {
   kTakesAutoLevel = 1U << 5U,
   kTakesKernels = 1U << 6U,
   kTakesBayesModel = 1U << 7U,
+  kTakesProductRoot = 1U << 8U,
+  kTakesPcaMatch = 1U << 9U,
+  kTakesKeepBands = 1U << 10U,
 };
 
 /// What runs know of a fusion method; adding one is adding a line to the table in methods.cpp.
@@ -55,6 +60,8 @@ struct Method {
   bool wholeFileBands = false;
   /// Its published run ends with overviews of the output.
   bool buildsOverviews = false;
+  /// Scales bands by a ratio, which blows up what resampling swings beyond its samples.
+  bool isRatio = false;
   /// Computes on the scale of a byte, so that wider integer types need the stretch of the value conversion.
   bool onByteScale = false;
   int minimumBands = 2;

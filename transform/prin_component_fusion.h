@@ -15,6 +15,14 @@ class FUSION_API CPrinComponentFusion : public CRowFusion {
   CPrinComponentFusion(const CPrinComponentFusion&);
   CPrinComponentFusion& operator=(const CPrinComponentFusion&);
 
+  /// Lets the next runs bring pan to the mean and the standard deviation of the first component before it takes that
+  /// one's place, turned over where it goes against that one. Pan's own are taken over the run's pixels, in one more
+  /// pass.
+  void MatchPan(bool matches) { m_matchesPan = matches; }
+  /// What pan was multiplied by, and what was added then.
+  double GetPanFactor() const { return m_panFactor; }
+  double GetPanOffset() const { return m_panOffset; }
+
   /// The component matrix and its inverse. Refuses a number of output bands that is not the image's.
   GISError Preproccess() override;
   void EndProccess() override;
@@ -29,4 +37,10 @@ class FUSION_API CPrinComponentFusion : public CRowFusion {
 
  private:
   static fusion::RowMethod MakeRows(CRowFusion& fusion, const fusion::FusionBlock& block);
+  /// @param mean, stdDev of the first component
+  bool FitPan(double mean, double stdDev);
+
+  bool m_matchesPan = false;
+  double m_panFactor = 1.0;
+  double m_panOffset = 0.0;
 };

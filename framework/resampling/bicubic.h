@@ -19,6 +19,7 @@ namespace fusion {
 struct Bicubic {
   static constexpr ResampleType kType = RT_BICUBIC;
   using Simpler = Bilinear;
+  static constexpr bool kSwings = true;
   static bool FitsColumn(double x, const CRect& rect) {
     const int ix = static_cast<int>(Sane(x));
     return ix + 1 < rect.right - 1 && (ix >= 1 || BeginsOnEdge(x, rect.left));

@@ -16,6 +16,7 @@ namespace fusion {
 struct Bilinear {
   static constexpr ResampleType kType = RT_BILINEAR;
   using Simpler = Nearest;
+  static constexpr bool kSwings = false;
   static bool FitsColumn(double x, const CRect& rect) {
     const int ix = static_cast<int>(Sane(x));
     return ix < rect.right - 1 && (ix >= 0 || BeginsOnEdge(x, rect.left));

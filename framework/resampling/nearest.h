@@ -14,6 +14,8 @@ struct Nearest {
   static constexpr ResampleType kType = RT_NEAREST;
   /// The kernel that takes over where the neighbourhood does not fit; void where it always does.
   using Simpler = void;
+  /// Whether values may lie beyond the samples that they are made from.
+  static constexpr bool kSwings = false;
   static bool FitsColumn(double /*x*/, const CRect& /*rect*/) { return true; }
   static bool FitsRow(double /*y*/, const CRect& /*rect*/) { return true; }
 

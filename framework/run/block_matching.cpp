@@ -1,6 +1,7 @@
 #include "framework/run/block_matching.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -19,6 +20,10 @@ FUSION_MULTIVERSION void Widen(const float* values, int n, double* out) {
   for (int i = 0; i < n; ++i) out[i] = values[i];
 }
 
+void TakeRoots(double* values, int n) {
+  for (int i = 0; i < n; ++i) values[i] = std::copysign(std::sqrt(std::fabs(values[i])), values[i]);
+}
+
 platform::ValueConversion FullRange(PixelDataType type) {
   platform::ValueConversion conversion;
   CRasterAlgorithm::GetMaxMinVal(type, conversion.m_dOutMax, conversion.m_dOutMin);
@@ -31,7 +36,7 @@ platform::MomentMatching Matching(const MatchTargets& targets) {
   for (std::size_t b = 0; b < targets.means.size(); ++b) bands.push_back({kNone, targets.means[b], targets.stdDevs[b]});
   std::optional<GreenMix> mix;
   if (targets.makeGreen && bands.size() > GreenMix::kNearInfrared) mix = GreenMix(kNone, kNone);
-  return platform::MomentMatching(std::move(bands), mix);
+  return platform::MomentMatching(std::move(bands), mix, targets.robust);
 }
 
 }  // namespace
@@ -44,6 +49,7 @@ BlockMatching::BlockMatching(const MatchTargets& targets, PixelDataType outType,
     : m_outType(outType),
       m_fusedType(TypeToMatch(outType)),
       m_masked(masked),
+      m_root(targets.root),
       m_matching(Matching(targets)),
       m_store(outType, FullRange(outType), true, masked),
       m_rows(targets.means.size()),
@@ -77,6 +83,7 @@ void BlockMatching::LoadRow(void* const* bands, std::ptrdiff_t at, int width) {
       Widen(static_cast<const float*>(bands[b]) + at, width, m_pointers[b]);
     }
     if (m_masked) platform::ClearNoData(0.0, m_pointers[b], width);
+    if (m_root) TakeRoots(m_pointers[b], width);
   }
 }
 

@@ -21,6 +21,7 @@ class BlockMatching {
   PixelDataType FusedType() const { return m_fusedType; }
   bool IsCounting() const { return !m_counted; }
   void EndCounting();
+  MatchOutliers Outliers() const { return {m_matching.Outliers(), m_matching.Widening()}; }
 
   /// Counts or writes a block.
   /// @param bands one buffer of FusedType per band
@@ -37,6 +38,7 @@ class BlockMatching {
   PixelDataType m_outType;
   PixelDataType m_fusedType;
   bool m_masked;
+  bool m_root;
   bool m_counted = false;
   platform::MomentMatching m_matching;
   platform::RowConversion m_store;

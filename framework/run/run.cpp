@@ -142,7 +142,10 @@ void Run::PrepareRange() {
 
 void Run::EndCounting() {
   BlockSet& blocks = *m_blocks;
-  if (blocks.matching) blocks.matching->EndCounting();
+  if (blocks.matching) {
+    blocks.matching->EndCounting();
+    m_fusion.m_matchOutliers = blocks.matching->Outliers();
+  }
   if (!blocks.range) return;
   const platform::RowRange range = blocks.range->Range();
   blocks.range.reset();

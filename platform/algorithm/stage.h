@@ -26,6 +26,7 @@ inline constexpr char kSpectralMatching[] = "spectral matching";
 inline constexpr char kLevelAdjustment[] = "level adjustment";
 inline constexpr char kModelEstimation[] = "model estimation";
 inline constexpr char kCorrelation[] = "correlation";
+inline constexpr char kPanStatistics[] = "pan statistics";
 inline constexpr char kFormatConversion[] = "format conversion";
 
 }  // namespace stages

@@ -24,9 +24,15 @@ void FlattenRow(const double* values, double* out, int width, const MomentMatchi
 
 }  // namespace
 
-MomentMatching::MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix)
+MomentMatching::MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix, bool robust)
     : m_bands(std::move(bands)), m_mix(mix) {
-  for (const Band& band : m_bands) m_statistics.emplace_back(band.noData);
+  for (const Band& band : m_bands) {
+    if (robust) {
+      m_robust.emplace_back(band.noData);
+    } else {
+      m_statistics.emplace_back(band.noData);
+    }
+  }
 }
 
 const double* const* MomentMatching::Mix(const double* const* rows, int width) {
@@ -50,15 +56,27 @@ void MomentMatching::Count(const double* const* rows, const unsigned char* insid
       }
       values = m_counted.data();
     }
-    m_statistics[b].Add(values, width);
+    if (m_statistics.empty()) {
+      m_robust[b].Add(values, width);
+    } else {
+      m_statistics[b].Add(values, width);
+    }
   }
 }
 
 void MomentMatching::EndCounting() {
-  for (std::size_t b = 0; b < m_bands.size(); ++b) {
+  for (std::size_t b = 0; b < m_statistics.size(); ++b) {
     m_bands[b].mean = m_statistics[b].Mean();
     m_bands[b].stdDev = m_statistics[b].StdDev();
   }
+  for (std::size_t b = 0; b < m_robust.size(); ++b) {
+    m_robust[b].Settle();
+    m_bands[b].mean = m_robust[b].Mean();
+    m_bands[b].stdDev = m_robust[b].StdDev();
+    m_outliers += m_robust[b].Outliers();
+    m_widening = std::max(m_widening, m_robust[b].Widening());
+  }
+  m_robust.clear();
 }
 
 void MomentMatching::Apply(const double* const* rows, int width, double* const* out) {

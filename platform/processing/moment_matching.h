@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/processing/green_mix.h"
+#include "platform/statistics/clipped_moments.h"
 #include "platform/statistics/row_statistics.h"
 
 namespace platform {
@@ -25,12 +26,16 @@ class MomentMatching {
   MomentMatching() = default;
   /// @param mix near infrared is mixed into green first, where given. Near infrared then comes as one more row, behind
   ///   those of the bands, where it is not among them.
-  explicit MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix);
+  /// @param robust whether the bands' own moments are ClippedMoments
+  explicit MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix, bool robust = false);
 
   /// Takes a row of each band into the moments; inside is null where the whole row counts, else 0 marks what does not.
   void Count(const double* const* rows, const unsigned char* inside, int width);
   /// Ends the counting.
   void EndCounting();
+  /// What robust moments were spared: how many values, and the factor by which they would have widened a deviation.
+  std::int64_t Outliers() const { return m_outliers; }
+  double Widening() const { return m_widening; }
   /// Matches a row of each band.
   void Apply(const double* const* rows, int width, double* const* out);
 
@@ -39,7 +44,10 @@ class MomentMatching {
   const double* const* Mix(const double* const* rows, int width);
 
   std::vector<Band> m_bands;
-  std::vector<RowStatistics> m_statistics;
+  std::vector<RowStatistics> m_statistics;  ///< one of the two is used
+  std::vector<ClippedMoments> m_robust;
+  std::int64_t m_outliers = 0;
+  double m_widening = 1.0;
   std::optional<GreenMix> m_mix;
   std::vector<const double*> m_rows;
   std::vector<double> m_mixedGreen;

@@ -12,9 +12,13 @@ CStretchOfMultiBand::CStretchOfMultiBand(AlgorithmParam* param) : CMultiBandIOPr
   m_pMeans = stretch->m_pMeans;
   m_pStdDevs = stretch->m_pStdDevs;
   m_bMakeGreen = stretch->m_bMakeGreen;
+  m_bRobust = stretch->m_bRobust;
 }
 
 CStretchOfMultiBand::~CStretchOfMultiBand() = default;
+
+std::int64_t CStretchOfMultiBand::GetOutliers() const { return m_matching ? m_matching->Outliers() : 0; }
+double CStretchOfMultiBand::GetWidening() const { return m_matching ? m_matching->Widening() : 1.0; }
 
 bool CStretchOfMultiBand::Configure(const CRasterSource& input, platform::StagePlan& plan) {
   if (!m_pMeans || !m_pStdDevs) {
@@ -39,7 +43,7 @@ bool CStretchOfMultiBand::Configure(const CRasterSource& input, platform::StageP
   for (int b = 0; b < plan.outBandCount; ++b) {
     bands.push_back({platform::NoDataSample(*input.GetRasterBand(b)), m_pMeans[b], m_pStdDevs[b]});
   }
-  m_matching = std::make_shared<platform::MomentMatching>(std::move(bands), mix);
+  m_matching = std::make_shared<platform::MomentMatching>(std::move(bands), mix, m_bRobust);
   return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -14,6 +15,7 @@ struct FUSION_API CStretchAlgorithmParam : AlgorithmParam {
   const double* m_pMeans = nullptr;    ///< target mean of each band, not owned
   const double* m_pStdDevs = nullptr;  ///< target standard deviation of each band, not owned
   bool m_bMakeGreen = false;           ///< mix near infrared into green first, see CMakeGreenAlg
+  bool m_bRobust = false;              ///< single values far beyond all others do not decide a band's own statistics
 };
 
 /// Brings each band to a target mean and standard deviation: (v - mean) / deviation * target deviation + target mean,
@@ -26,6 +28,11 @@ class FUSION_API CStretchOfMultiBand : public CMultiBandIOProcess {
   explicit CStretchOfMultiBand(AlgorithmParam* param);
   ~CStretchOfMultiBand() override;
 
+  /// Of a run that was robust: how many values counted as lying nearer, and the factor by which they would have widened
+  /// a band's deviation at most.
+  std::int64_t GetOutliers() const;
+  double GetWidening() const;
+
  protected:
   bool Configure(const CRasterSource& input, platform::StagePlan& plan) override;
   bool Prepare() override;
@@ -35,6 +42,7 @@ class FUSION_API CStretchOfMultiBand : public CMultiBandIOProcess {
   const double* m_pMeans = nullptr;
   const double* m_pStdDevs = nullptr;
   bool m_bMakeGreen = false;
+  bool m_bRobust = false;
 
   std::shared_ptr<platform::MomentMatching> m_matching;
   std::vector<int> m_scanBands;

@@ -104,7 +104,8 @@ TEST_F(FuseCommand, JsonDescribesTheOutcome) {
   std::vector<std::string> keys;
   for (const auto& [key, value] : json.items()) keys.push_back(key);
   EXPECT_THAT(keys, ElementsAre("method", "output", "width", "height", "bands", "type", "seconds", "valid_share",
-                                "registration", "model", "error_type", "message", "notices"));
+                                "registration", "model", "error_type", "message", "guards", "notices"));
+  EXPECT_THAT(json["guards"], ElementsAre("edges", "resample", "match-moments"));
   EXPECT_THAT(json["notices"], IsEmpty());
   EXPECT_TRUE(json["valid_share"].is_null());
   EXPECT_TRUE(json["registration"].is_null());

@@ -51,6 +51,22 @@ TEST(WeightFusion, BandEqualToPanComesOutAsPan) {
   }
 }
 
+TEST(WeightFusion, BandsWithoutAWeightCanBeKept) {
+  // The first band goes with pan (correlation 1, a third of it: a = sqrt(1/3)), the second against it, the third is
+  // constant.
+  const test_support::OneRow row({2.0, 4.0, 6.0, 8.0},
+                                 {{5.0, 9.0, 13.0, 17.0}, {9.0, 7.0, 6.0, 3.0}, {4.0, 4.0, 4.0, 4.0}});
+  const auto out = row.Fuse<CWeightFusion>(PDT_FLOAT64, [](CWeightFusion& f) { f.KeepBandsWithoutWeight(true); });
+  const double a = std::sqrt(1.0 / 3.0);
+  for (std::size_t i = 0; i < 4; ++i) {
+    const double band = 5.0 + 4.0 * static_cast<double>(i);
+    const double pan = 2.0 + 2.0 * static_cast<double>(i);
+    EXPECT_NEAR(out[0][i], ((1.0 - a) * band + (1.0 + a) * pan) / 2.0, 1e-12);
+  }
+  EXPECT_EQ(out[1], (std::vector<double>{9.0, 7.0, 6.0, 3.0}));
+  EXPECT_EQ(out[2], (std::vector<double>{4.0, 4.0, 4.0, 4.0}));
+}
+
 TEST(WeightFusion, NegativeCorrelationGivesAnUndefinedBandAndZeroInIntegers) {
   Correlated correlated(2);
   Scene& scene = correlated.scene;

@@ -257,6 +257,49 @@ TEST_F(MatchedBlocks, WideTypesAreFusedInDoubleTheOthersInFloat) {
   for (const auto& [output, fused] : types) EXPECT_EQ(fusion::TypeToMatch(output), fused) << output;
 }
 
+TEST_F(MatchedBlocks, TheRootOfAProductCanBeMatched) {
+  const Scene scene(84, TallScene());
+  fusion::MatchTargets targets = Targets();
+  targets.root = true;
+  Bands raw = Fuse<CMultipleFusion>(scene.Param(PDT_FLOAT64));
+  const std::vector<bool> all(raw[0].size(), true);
+  const Bands matched = Fuse<CMultipleFusion>(scene.Param(PDT_FLOAT64), &targets);
+  ASSERT_LT(*std::min_element(raw[0].begin(), raw[0].end()), 0.0) << "bicubic swings below nothing";
+  for (std::size_t b = 0; b < raw.size(); ++b) {
+    for (double& v : raw[b]) v = v < 0.0 ? -std::sqrt(-v) : std::sqrt(v);
+    const auto expected = Matched(raw[b], all, targets.means[b], targets.stdDevs[b], false);
+    for (std::size_t i = 0; i < expected.size(); ++i) ASSERT_NEAR(matched[b][i], expected[i], 1e-9);
+  }
+}
+
+TEST_F(MatchedBlocks, RobustMomentsAreNotDecidedBySingleValues) {
+  SceneOptions options = TallScene();
+  options.panType = PDT_INT32;
+  Scene scene(83, options);
+  fusion::MatchTargets targets = Targets();
+  const Bands plain = Fuse<CMultipleFusion>(scene.Param(PDT_FLOAT64), &targets);
+  targets.robust = true;
+  EXPECT_EQ(Fuse<CMultipleFusion>(scene.Param(PDT_FLOAT64), &targets), plain) << "nothing lies far off";
+  // Two pixels of pan in 14300.
+  scene.pan.bands[0][5] = 4e6;
+  scene.pan.bands[0][9000] = 3e6;
+  test_support::WriteImage(scene.pan, scene.panFile, PDT_INT32);
+  FusionParam param = scene.Param(PDT_FLOAT64);
+  CMultipleFusion fusion(&param);
+  fusion.MatchBlocks(targets);
+  fusion.Process();
+  const Bands robust = ReadImage(param.m_strOutFile).bands;
+  EXPECT_EQ(fusion.GetMatchOutliers().count, 8) << "in four bands";
+  EXPECT_GT(fusion.GetMatchOutliers().widening, 10.0);
+  // They lie at most a range beyond the others now.
+  for (std::size_t b = 0; b < 4; ++b) {
+    for (std::size_t i = 0; i < plain[b].size(); ++i) {
+      if (i == 5 || i == 9000) continue;
+      ASSERT_NEAR(robust[b][i], plain[b][i], 0.05 * targets.stdDevs[b]) << b << " at " << i;
+    }
+  }
+}
+
 TEST_F(MatchedBlocks, BandWithoutABufferStaysEmpty) {
   class WithoutSecond : public CBroveyFusion {
    public:

@@ -1,5 +1,6 @@
 #include "highpass/hpf_fusion_process_alg.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "platform/algorithm/build_raster_overviews.h"
@@ -74,6 +75,29 @@ class HpfPipeline : public highpass_test::PipelineFiles {
     EXPECT_TRUE(pipeline.GetLastErrorMessage().empty());
   }
 };
+
+TEST_F(HpfPipeline, DetailCanBeCappedAtItsShareOfPan) {
+  HpfFusionParam param = Param();
+  param.m_dDetailWeight1 = 5.0;
+  param.m_bSecondFilter = true;
+  param.m_dDetailWeight2 = 0.01;
+  CHpfFusionProcessAlg pipeline(&param);
+  pipeline.CapDetail(true);
+  pipeline.Process();
+  ASSERT_EQ(pipeline.GetLastErrorType(), 0);
+  const auto capped = ReadImage(param.m_strOutFile);
+  const double share = Deviation(highpass_test::Convolve(m_pan, 0, param.m_filter1)) / Deviation(m_pan.bands[0]);
+  ASSERT_LT(share, 5.0);
+  EXPECT_NEAR(pipeline.GetDetailWeight(), share, 1e-6);
+  EXPECT_TRUE(pipeline.HasCappedDetail());
+  // The second weight is small enough.
+  param.m_dDetailWeight1 = share;
+  auto expected = Expected(param);
+  for (auto& band : expected) {
+    for (double& v : band) v = std::clamp(v, 0.0, 65535.0);
+  }
+  ExpectClose(capped.bands, expected, 1.0);
+}
 
 TEST_F(HpfPipeline, EveryCombinationOfStagesIsTheWrittenOutOne) {
   WriteInputs(PDT_FLOAT64);

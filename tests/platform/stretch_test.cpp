@@ -70,6 +70,31 @@ TEST_F(Stretch, BringsEachBandToItsTarget) {
   }
 }
 
+TEST_F(Stretch, CanTakeItsMomentsRobustly) {
+  // 0 to 1999 in two bands, in one of which two values lie far off.
+  std::vector<double> ramp;
+  for (int i = 0; i < 2000; ++i) ramp.push_back(i);
+  std::vector<double> spoilt = ramp;
+  spoilt[3] = 60000.0;
+  spoilt[1700] = 65535.0;
+  WriteImage(Row({ramp, spoilt}), kIn, PDT_UINT16);
+  const std::vector<double> means = {500.0, 500.0};
+  const std::vector<double> deviations = {100.0, 100.0};
+  CStretchAlgorithmParam param = Param(means, deviations);
+  param.m_bRobust = true;
+  CStretchOfMultiBand stretch(&param);
+  stretch.Process();
+  ASSERT_EQ(stretch.GetLastErrorType(), 0);
+  EXPECT_EQ(stretch.GetOutliers(), 2);
+  EXPECT_GT(stretch.GetWidening(), 3.0);
+  const Image robust = ReadImage(kOut);
+  param.m_bRobust = false;
+  const Image plain = Run(param);
+  EXPECT_EQ(robust.bands[0], plain.bands[0]);
+  for (std::size_t i = 10; i < 1700; ++i) ASSERT_NEAR(robust.bands[1][i], robust.bands[0][i], 3.0);
+  EXPECT_GT(std::fabs(plain.bands[1][1600] - plain.bands[0][1600]), 50.0);
+}
+
 TEST_F(Stretch, IntegersRoundHalfUpAndClamp) {
   WriteImage(Row({kEight}), kIn, PDT_UINT8);
   const std::vector<double> means = {1.0};

@@ -155,7 +155,7 @@ TEST(HighPassKernels, AreThePixelLessTheMeanAroundIt) {
   fusion::RunProgress progress(nullptr);
   fusion::Notices notices(nullptr);
   fusion::FuseReport found;
-  fusion::MakeHpf(param, {options, 0.0, progress, notices, found});
+  fusion::MakeHpf(param, {options, fusion::Guards(), 0.0, progress, notices, found});
   ASSERT_TRUE(param.m_bSecondFilter);
   const std::pair<const FilterDescription*, int> filters[] = {{&param.m_filter1, 7}, {&param.m_filter2, 3}};
   for (const auto& [filter, size] : filters) {

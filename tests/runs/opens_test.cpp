@@ -34,7 +34,7 @@ TEST_F(InputOpens, AreOneForPlanningAndThoseOfTheAlgorithms) {
   const std::map<std::string, Opens> most = {
       {"brovey", {2, 2}},  {"multiplicative", {2, 2}}, {"weighted", {2, 2}}, {"ihs", {2, 2}},
       {"pca", {2, 2}},     {"bayesian", {3, 3}},  // the estimator is a run of its own
-      {"hpf", {2, 3}},      // a filter over pan; statistics of the multispectral image, and the fusion
+      {"hpf", {3, 3}},  // a filter over pan, and its deviation; statistics of the multispectral image, and the fusion
       {"sharpen", {3, 2}},  // a filter over pan, and the fusion
   };
   for (const auto& method : fusion::Methods()) {

@@ -100,7 +100,7 @@ TEST_F(RunObserver, EveryStageHasItsNameItsPlaceAndItsPublishedTitle) {
       {"weighted",
        {"weighted", "correlation", "weighted"},
        {"正在进行weighted...", "正在计算相关系数 ...", "正在进行weighted..."}},
-      {"pca", {"pca"}, {"正在进行pca..."}},
+      {"pca", {"pca", "pan statistics", "pca"}, {"正在进行pca...", "正在计算全色影像统计值 ...", "正在进行pca..."}},
       {"hpf",
        {"hpf", "filtering (1/4)", "green mix (2/4)", "high-pass fusion (3/4)", "spectral correction (4/4)",
         "level adjustment (4/4)"},

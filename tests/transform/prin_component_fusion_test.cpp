@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <functional>
+#include <utility>
+
 #include "tests/support/method_sweep.h"
 
 namespace {
@@ -99,6 +103,82 @@ TEST(PrinComponentFusion, TwoBandsOfEqualSpreadByHand) {
   for (std::size_t i = 0; i < 4; ++i) {
     EXPECT_NEAR(out[0][i], first[i], 1e-12);
     EXPECT_NEAR(out[1][i], second[i], 1e-12);
+  }
+}
+
+/// Mean and deviation of the values that count.
+std::pair<double, double> MomentsOf(const std::vector<double>& values, const std::function<bool(std::size_t)>& counts) {
+  long double n = 0;
+  long double sum = 0;
+  long double squares = 0;
+  for (std::size_t i = 0; i < values.size(); ++i) n += counts(i) ? 1 : 0, sum += counts(i) ? values[i] : 0.0;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    squares += counts(i) ? (values[i] - sum / n) * (values[i] - sum / n) : 0.0L;
+  }
+  return {static_cast<double>(sum / n), static_cast<double>(std::sqrt(squares / n))};
+}
+
+TEST(PrinComponentFusion, PanCanBeBroughtToTheMomentsOfTheFirstComponent) {
+  for (const bool inArea : {false, true}) {
+    SceneOptions options;
+    options.panHeight = 700;  // two blocks
+    const Scene scene(72, options);
+    FusionParam param = scene.Param();
+    const auto counts = [&](std::size_t i) {
+      return !inArea || static_cast<double>(i % 37) + 0.5 + static_cast<double>(i / 37) + 0.5 < 20.0;
+    };
+    if (inArea) {
+      param.m_strAoiFile = L"/vsimem/pca_area.csv";
+      const double x = scene.pan.geoTransform[0];
+      const double y = scene.pan.geoTransform[3];
+      test_support::WriteTriangle(param.m_strAoiFile, {x, y}, {x + 200.0, y}, {x, y - 200.0});
+    }
+    Recorded fusion(&param);
+    fusion.MatchPan(true);
+    fusion.Process();
+    test_support::ExpectSuccess(fusion);
+    std::vector<double> component;
+    for (std::size_t i = 0; i < scene.ms.bands[0].size(); ++i) {
+      const std::vector<double> pixel = {scene.ms.bands[0][i], scene.ms.bands[1][i], scene.ms.bands[2][i]};
+      component.push_back(Multiply(Recorded::s_transform, pixel)[0]);
+    }
+    const auto [mean, deviation] = MomentsOf(component, [](std::size_t) { return true; });
+    const auto [panMean, panDeviation] = MomentsOf(scene.pan.bands[0], counts);
+    // Of random images either may be.
+    const double sign = fusion.GetPanFactor() < 0.0 ? -1.0 : 1.0;
+    EXPECT_NEAR(fusion.GetPanFactor(), sign * deviation / panDeviation, 1e-9);
+    EXPECT_NEAR(fusion.GetPanOffset(), mean - sign * panMean * deviation / panDeviation, 1e-6);
+    reference::Run run = scene.Reference(param);
+    if (inArea) {
+      run.process = CRect(0, 0, 20, 20);
+      run.inside = [&](int column, int row) { return column + 0.5 + row + 0.5 < 20.0; };
+    }
+    run.arithmetic = [&, f = fusion.GetPanFactor(), o = fusion.GetPanOffset()](const reference::Pixel& pixel) {
+      std::vector<double> y = Multiply(Recorded::s_transform, pixel.ms);
+      y[0] = pixel.pan * f + o;
+      return Multiply(Recorded::s_inverse, y);
+    };
+    test_support::ExpectEqual(ReadImage(scene.outFile), reference::Fuse(run), 1e-12);
+  }
+}
+
+TEST(PrinComponentFusion, PanThatGoesAgainstTheFirstComponentIsTurnedOver) {
+  // Multiples of a common grey, and pan its negative on another scale: what is brought is the component itself.
+  std::vector<double> grey;
+  std::vector<double> pan;
+  for (int i = 0; i < 40; ++i) {
+    grey.push_back(10.0 + (i * 17) % 40);
+    pan.push_back(1000.0 - 3.0 * grey.back());
+  }
+  std::vector<std::vector<double>> bands(3);
+  for (const double g : grey) {
+    for (std::size_t b = 0; b < 3; ++b) bands[b].push_back(g * static_cast<double>(b + 1));
+  }
+  const test_support::OneRow row(pan, bands);
+  const auto out =
+      row.Fuse<CPrinComponentFusion>(PDT_FLOAT64, [](CPrinComponentFusion& fusion) { fusion.MatchPan(true); });
+  for (std::size_t b = 0; b < 3; ++b) {
+    for (std::size_t i = 0; i < pan.size(); ++i) EXPECT_NEAR(out[b][i], bands[b][i], 1e-9);
   }
 }
 

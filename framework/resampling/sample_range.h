@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/raster_types.h"
+
+namespace fusion {
+
+/// Keeps values that the bicubic kernel has made between the least and the largest of the samples it has made them
+/// from, beyond which it swings beside sharp edges. Made once for a block, for all its rows.
+class SampleRange {
+ public:
+  /// @param bands samples of rect; those that are NaN are none
+  SampleRange(const double* const* bands, int bandCount, const CRect& rect);
+
+  /// Whether a kernel makes values beyond its samples at all.
+  static bool IsNeededBy(ResampleType type);
+
+  /// Cuts one row of values per band at count positions. Values at positions off the rectangle are left alone.
+  void Keep(const double* x, const double* y, int count, double* const* values) const;
+
+ private:
+  struct Limits {
+    std::vector<double> least;  ///< of the sixteen samples around each sample and the three after it
+    std::vector<double> most;
+  };
+
+  CRect m_rect;
+  std::vector<Limits> m_bands;
+};
+
+}  // namespace fusion
