@@ -9,10 +9,8 @@ namespace {
 /// Nine marks around a pixel that is not at the edge.
 bool AllCount(const std::vector<unsigned char>& counts, std::size_t i, std::size_t width) {
   if (counts.empty()) return true;
-  for (const std::size_t row : {i - width, i, i + width}) {
-    if (counts[row - 1] == 0 || counts[row] == 0 || counts[row + 1] == 0) return false;
-  }
-  return true;
+  const auto inRow = [&](std::size_t k) { return counts[k - 1] != 0 && counts[k] != 0 && counts[k + 1] != 0; };
+  return inRow(i - width) && inRow(i) && inRow(i + width);
 }
 
 double Detail(const std::vector<double>& band, std::size_t i, std::size_t width) {

@@ -177,6 +177,7 @@ quality::Image TileFiles::Upsampled() const {
   const CRect around(-kEdge, -kEdge, bands.width + kEdge, bands.height + kEdge);
   std::vector<std::vector<double>> repeated;
   std::vector<const double*> samples;
+  samples.reserve(bands.bands.size());
   for (const auto& band : bands.bands) repeated.push_back(WithEdges(band, bands.width, bands.height, kEdge));
   for (const auto& band : repeated) samples.push_back(band.data());
   RowResampler resampler(RT_BICUBIC, samples.data(), static_cast<int>(samples.size()), around);

@@ -33,7 +33,7 @@ class TileFiles {
   TileFiles(const std::filesystem::path& folder, const AssessTile& tile, PixelDataType type, bool replace);
 
   /// Another image of the same kind, for whoever wants to look at it.
-  void Write(const std::string& name, const PlacedImage& image) const;
+  void Write(const std::string& name, const PlacedImage& placed) const;
   /// Both files, the result NAME.tif and its type, in a request that says all else.
   FuseRequest Complete(FuseRequest request) const;
   /// A result on all of pan's pixels, NaN where it has no data. Throws RunFailure where it is none.

@@ -77,7 +77,6 @@ class Assessment {
         m_prototype(prototype),
         m_methods(ChooseMethods(request.methods)),
         m_silent(observer),
-        m_notices(notices),
         m_progress(progress) {
     Check(request);
     m_scene = std::make_unique<AssessScene>(request, notices);
@@ -222,7 +221,6 @@ class Assessment {
   const FuseRequest& m_prototype;
   std::vector<std::string> m_methods;
   Silent m_silent;
-  Notices& m_notices;
   RunProgress& m_progress;
   std::unique_ptr<AssessScene> m_scene;
   SensorGains m_gains = kTypical;

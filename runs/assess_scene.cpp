@@ -39,6 +39,7 @@ std::vector<int> CellEdges(int from, int to, int count, int step) {
 /// some of count cells, spread evenly.
 std::vector<int> Spread(int count, int some) {
   std::vector<int> chosen;
+  chosen.reserve(static_cast<std::size_t>(some));
   for (int i = 0; i < some; ++i) chosen.push_back((2 * i + 1) * count / (2 * some));
   return chosen;
 }

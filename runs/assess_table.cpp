@@ -19,6 +19,7 @@ double Mean(const std::vector<double>& values) {
 
 double MeanSize(const std::vector<double>& values) {
   std::vector<double> sizes;
+  sizes.reserve(values.size());
   for (const double v : values) sizes.push_back(std::fabs(v));
   return Mean(sizes);
 }

@@ -43,6 +43,7 @@ void CountTogether(quality::Image& image, const quality::Image& other) {
 /// Positions on an axis of output pixels that are ratio input pixels wide.
 std::vector<double> CentresOf(int first, int count, int ratio) {
   std::vector<double> centres;
+  centres.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) centres.push_back(first + i * ratio + (ratio - 1) / 2.0);
   return centres;
 }

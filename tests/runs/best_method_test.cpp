@@ -1,6 +1,7 @@
 // What an assessment does besides measuring: what it leaves behind, methods that fail, cancellation, the best method.
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "runs/assess.h"
@@ -20,11 +21,11 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// Wants to end the run when it is asked for the given time.
+/// Wants to end the run when it is asked for the given time, and says so once.
 class Impatient : public fusion::RunObserver {
  public:
   explicit Impatient(int patience) : m_patience(patience) {}
-  bool WantsCancel() override { return m_patience-- <= 0; }
+  bool WantsCancel() override { return m_patience-- == 0; }
 
  private:
   int m_patience;
@@ -51,15 +52,24 @@ class BestMethod : public test_support::RunScene {
     request.protocol = "wald";
     return request;
   }
-  /// What stands in the system's folder for temporary files.
-  static std::vector<std::string> Scratch() {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path())) {
-      const std::string name = entry.path().filename().string();
-      if (name.starts_with("fusion-assess-")) names.push_back(name);
-    }
-    return names;
+#ifndef _WIN32
+  void SetUp() override {
+    RunScene::SetUp();
+    const char* before = std::getenv("TMPDIR");
+    m_before = before ? before : "";
+    setenv("TMPDIR", m_temporary.Path("").c_str(), 1);
   }
+  void TearDown() override {
+    setenv("TMPDIR", m_before.c_str(), 1);
+    if (m_before.empty()) unsetenv("TMPDIR");
+    RunScene::TearDown();
+  }
+#endif
+  /// What stands in the folder for temporary files, which is the test's own.
+  std::vector<std::string> Scratch() const { return m_temporary.Names(); }
+
+  test_support::TemporaryFolder m_temporary;
+  std::string m_before;
 };
 
 TEST_F(BestMethod, IsWhatAFusionByTheBestMethodTakes) {
@@ -82,12 +92,22 @@ TEST_F(BestMethod, IsOneOfThoseThatTakeTheOptions) {
   EXPECT_EQ(fusion::Fuse(request).method, "hpf");
   request = Request("best", "ihs.tif");
   request.rgb = {3, 2, 1};
+  const FuseReport whole = fusion::Fuse(request);
   request.window = {4, 4, 20, 20};
+  request.out = m_folder.Path("part.tif");
   const FuseReport report = fusion::Fuse(request);
   EXPECT_EQ(report.method, "ihs");
   EXPECT_EQ(report.width, 20);
+  // Assessed on the scene, whatever the window.
+  EXPECT_EQ(report.notices, whole.notices);
   request.kernelSize = 5;
-  EXPECT_THROW(fusion::Fuse(request), RunFailure) << "no method takes both";
+  try {
+    fusion::Fuse(request);
+    ADD_FAILURE() << "no method takes both";
+  } catch (const RunFailure& failure) {
+    EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kWrongUsage);
+    EXPECT_THAT(failure.Sentence(), HasSubstr("has no effect on method bayesian"));
+  }
 }
 
 TEST_F(BestMethod, GoesByTheBandsChosen) {
