@@ -255,6 +255,11 @@ TEST(Registration, FindsTheBlurAndTheShiftOfAPair) {
   }
 }
 
+TEST(Registration, TheBlurIsFoundBetweenTheWidthsLookedAt) {
+  const Pair pair(29, 60, 56, 4.0, 4.0, 0.85, 0.0, 0.0);
+  EXPECT_NEAR(pair.Search().Find(false).blur.width, 0.85, 0.03);
+}
+
 TEST(Registration, WithoutASearchTheImageStaysWhereItIs) {
   const Pair pair(30, 60, 56, 2.0, 2.0, 0.8, 0.75, -0.5);
   const RegistrationResult found = pair.Search().Find(false);

@@ -450,6 +450,17 @@ TEST(BayesianEstimator, OfAHugeSceneAMillionPixelsTellTheGains) {
   int missing = 0;
   for (const double v : found.source.bands.back()) missing += v == 0.0 ? 1 : 0;
   EXPECT_EQ(missing, 0);
+  // And missing with the bands in every row, wherever the gains come from.
+  for (auto& band : scene.ms.bands) {
+    for (int y = 0; y < scene.ms.height; ++y) band[static_cast<std::size_t>(y * scene.ms.width + 5)] = NAN;
+  }
+  scene.Write();
+  BayesianFusionParam masked = scene.Record();
+  masked.m_bMaskNoData = true;
+  const Estimated gaps(masked);
+  for (int y = 0; y < scene.ms.height; ++y) {
+    ASSERT_TRUE(std::isnan(gaps.source.bands.back()[static_cast<std::size_t>(y * scene.ms.width + 5)])) << y;
+  }
 }
 
 }  // namespace
