@@ -3,7 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <stdexcept>
 
+#include "runs/fuse_checks.h"
 #include "runs/options.h"
+#include "runs/text.h"
 
 namespace app {
 
@@ -50,9 +52,9 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("MS", o.ms, "Multispectral image")->required();
   command.add_option("OUT", o.out, "Fused image to write")->required();
   command.add_option("--method", o.method, "Fusion method, see 'fusion methods', or best")->capture_default_str();
-  command.add_option(
-      "--resample", o.resample,
-      "nearest, bilinear, bicubic or auto: bicubic, for ratios within its samples' range (default: auto)");
+  command.add_option("--resample", o.resample,
+                     fusion::Join(fusion::ResampleWords(), " or ") +
+                         ": bicubic, for ratios within its samples' range (default: auto)");
   command.add_option(
       "--edges", o.edges,
       "repeat or off: whether resampling sees the multispectral image's edges repeated (default: repeat)");

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "framework/resampling/kernels.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
 #include "runs/output_format.h"
@@ -22,6 +23,12 @@ PixelDataType ParsePixelType(const std::string& name) {
 std::string TypeName(PixelDataType type) {
   static const char* const kNames[] = {"", "uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
   return kNames[platform::IsPixelType(type) ? type : 0];
+}
+
+std::vector<std::string> ResampleWords() {
+  std::vector<std::string> words(kResampleNames.begin(), kResampleNames.end());
+  words.emplace_back("auto");
+  return words;
 }
 
 namespace {
@@ -56,7 +63,7 @@ ResampleType ParseResample(const std::string& name) {
   if (name == "auto") return RT_BICUBIC;
   const ResampleType type = CStringParamParser::GetResampleType(CommonFun::Utf82U(name));
   if (type == RT_NEAREST && Lower(name) != "nearest") {
-    throw UsageError("Unknown resampling '" + name + "'; known are nearest, bilinear, bicubic and auto.");
+    throw UsageError("Unknown resampling '" + name + "'; known are " + Join(ResampleWords()) + ".");
   }
   return type;
 }

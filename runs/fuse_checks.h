@@ -21,6 +21,8 @@ struct CheckedRequest {
   bool matched = false;
 };
 
+/// What --resample may be: the kernels' names, and auto.
+std::vector<std::string> ResampleWords();
 /// A pixel type by name. Throws a usage error for an unknown one.
 PixelDataType ParsePixelType(const std::string& name);
 /// The name of a pixel type; empty for PDT_UNKNOWN.

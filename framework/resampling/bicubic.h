@@ -18,6 +18,7 @@ namespace fusion {
 /// Cubic convolution, see KeysWeight.
 struct Bicubic {
   static constexpr ResampleType kType = RT_BICUBIC;
+  static constexpr const char* kName = "bicubic";
   using Simpler = Bilinear;
   static constexpr bool kSwings = true;
   static bool FitsColumn(double x, const CRect& rect) {

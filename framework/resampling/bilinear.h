@@ -15,6 +15,7 @@ namespace fusion {
 /// The two samples around the position on each axis, each weighted with the distance to the other.
 struct Bilinear {
   static constexpr ResampleType kType = RT_BILINEAR;
+  static constexpr const char* kName = "bilinear";
   using Simpler = Nearest;
   static constexpr bool kSwings = false;
   static bool FitsColumn(double x, const CRect& rect) {

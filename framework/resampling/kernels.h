@@ -17,6 +17,10 @@ using Kernels = std::tuple<Nearest, Bilinear, Bicubic>;
 inline constexpr auto kResampleTypes =
     std::apply([](auto... kernel) { return std::array{decltype(kernel)::kType...}; }, Kernels());
 
+/// What they are called, in the same order.
+inline constexpr auto kResampleNames =
+    std::apply([](auto... kernel) { return std::array{decltype(kernel)::kName...}; }, Kernels());
+
 /// Calls visitor with the kernel of a type; not at all for an unknown type.
 template <typename Visitor>
 void VisitKernel(ResampleType type, const Visitor& visitor) {

@@ -12,6 +12,7 @@ namespace fusion {
 /// The sample nearest to the position. What a kernel says of itself is told here; the others follow.
 struct Nearest {
   static constexpr ResampleType kType = RT_NEAREST;
+  static constexpr const char* kName = "nearest";
   /// The kernel that takes over where the neighbourhood does not fit; void where it always does.
   using Simpler = void;
   /// Whether values may lie beyond the samples that they are made from.

@@ -22,6 +22,14 @@ class Resampler : public CFusion {
   }
 };
 
+TEST(Kernels, AreFoundByTheirNames) {
+  for (std::size_t i = 0; i < fusion::kResampleTypes.size(); ++i) {
+    const std::string name = fusion::kResampleNames[i];
+    EXPECT_EQ(CStringParamParser::GetResampleType({name.begin(), name.end()}), fusion::kResampleTypes[i]) << name;
+  }
+  EXPECT_STREQ(fusion::kResampleNames[0], "nearest");
+}
+
 /// A 10 x 10 buffer whose element (r, c) is 100 r + c.
 std::vector<double> Ramp() {
   std::vector<double> values;
