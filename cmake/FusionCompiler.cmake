@@ -2,7 +2,8 @@
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  # With precompiled headers it asks for this much trust (and for -fpch-preprocess, below).
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
 endif()
 
 add_library(fusion_options INTERFACE)
@@ -15,11 +16,10 @@ else()
   # Results must be the same on every machine, so nothing is contracted or reordered. Trapping and errno are not
   # observable here, and without them guarded divisions vectorise.
   target_compile_options(
-    fusion_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off -fno-trapping-math -fno-math-errno
-                             $<$<CONFIG:Release>:-O3>)
+    fusion_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -ffp-contract=off -fno-trapping-math -fno-math-errno)
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # GCC 12 sees overlapping copies in the concatenation of strings where there are none (its bug 105651).
-    target_compile_options(fusion_options INTERFACE -Wno-restrict)
+    target_compile_options(fusion_options INTERFACE -Wno-restrict -fpch-preprocess)
   endif()
   if(FUSION_WERROR)
     target_compile_options(fusion_options INTERFACE -Werror)

@@ -57,6 +57,9 @@ class Reproject : public testing::Test {
     CRasterSource::DeleteFileW(m_path);
   }
   CRasterSource& Open(int epsg, const std::vector<double>& transform, int width = kWidth, int height = kHeight) {
+    return Open(epsg ? test_support::WktOfEpsg(epsg) : "", transform, width, height);
+  }
+  CRasterSource& Open(const std::string& wkt, const std::vector<double>& transform, int width, int height) {
     m_source.Close();
     auto raster = MakeRaster(1, 1, [](int, int) { return 0.0; });
     raster.width = width;
@@ -64,7 +67,7 @@ class Reproject : public testing::Test {
     raster.bands = {std::vector<double>(static_cast<std::size_t>(width) * static_cast<std::size_t>(height))};
     raster.type = PDT_UINT8;
     raster.geoTransform = transform;
-    if (epsg) raster.wkt = test_support::WktOfEpsg(epsg);
+    raster.wkt = wkt;
     m_path = MemoryPath();
     test_support::WriteRaster(raster, m_path);
     EXPECT_TRUE(m_source.OpenSimple(m_path));
@@ -280,6 +283,19 @@ TEST_F(Reproject, TheSourceRectangleIsCutToTheSource) {
   EXPECT_EQ(rect, CRect(0, 0, kWidth, kHeight));
   EXPECT_FALSE(reproject->GetInImgEnveFromGeoOut(CBoundingBox(-1.0, 45.0, 0.0, 44.0), rect, 0.0, 0.0));
   EXPECT_EQ(rect, CRect(0, 0, kWidth, kHeight)) << "untouched where nothing of the source is left";
+}
+
+TEST_F(Reproject, ASourceBetweenThePointsOfAFarLargerBoxIsFound) {
+  // Seen from 24 km, the Earth ends five degrees away: no point of a net over all of it, 18 by 9 degrees, is in sight.
+  OGRSpatialReference nearView;
+  ASSERT_EQ(nearView.importFromProj4("+proj=nsper +h=24000 +lat_0=4.5 +lon_0=9 +datum=WGS84 +units=m"), OGRERR_NONE);
+  char* wkt = nullptr;
+  ASSERT_EQ(nearView.exportToWkt(&wkt), OGRERR_NONE);
+  const auto reproject = Make(Open(wkt, {-1e4, 200.0, 0.0, 1e4, 0.0, -200.0}, 100, 100), kGeographic);
+  CPLFree(wkt);
+  CRect rect;
+  ASSERT_TRUE(reproject->GetInImgEnveFromGeoOut(CBoundingBox(-180.0, 90.0, 180.0, -90.0), rect, 0.0, 0.0));
+  EXPECT_EQ(rect, CRect(0, 0, 100, 100));
 }
 
 TEST_F(Reproject, TheSourceRectangleCoversEdgesThatBendOutBetweenTheirPoints) {

@@ -225,6 +225,9 @@ TEST(IhsFusion, RefusesTooFewBandsAndPositionsThatDoNotExist) {
   two.msBands = 2;
   const Scene few(63, two);
   expectRefusal(few, few.Param());
+  FusionParam twice = few.Param();
+  twice.m_vecRGBBands = {0, 1, 0};
+  expectRefusal(few, twice);
   const Scene scene(64);
   for (const auto& rgb : {std::vector<std::int32_t>{0, 1, 3}, {-1, 1, 2}, {0, 1}}) {
     FusionParam param = scene.Param();
