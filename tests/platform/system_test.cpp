@@ -12,8 +12,8 @@ namespace {
 TEST(Sleep, TakesItsTimeUnlessReplaced) {
   std::vector<unsigned int> asked;
   platform::SetSleep([&](unsigned int milliseconds) { asked.push_back(milliseconds); });
-  platform::Sleep(3600000);
-  EXPECT_EQ(asked, std::vector<unsigned int>{3600000});
+  platform::Sleep(2000);
+  EXPECT_EQ(asked, std::vector<unsigned int>{2000});
   platform::SetSleep({});
   const auto start = std::chrono::steady_clock::now();
   platform::Sleep(20);

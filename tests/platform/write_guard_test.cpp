@@ -10,6 +10,7 @@
 
 #ifndef _WIN32
 #include <sys/resource.h>
+#include <unistd.h>
 #endif
 
 #include "platform/algorithm/build_raster_overviews.h"
@@ -29,8 +30,13 @@ using Names = std::vector<std::string>;
 
 class WriteGuards : public testing::Test {
  protected:
-  void SetUp() override { platform::ClearWriteError(); }
+  void SetUp() override {
+    platform::ClearWriteError();
+    // Without the guard some formats write for ever; that must end as a failure.
+    EndAfter(60);
+  }
   void TearDown() override {
+    EndAfter(0);
     platform::SetRasterFault({});
     platform::ClearWriteError();
   }
@@ -60,6 +66,12 @@ class WriteGuards : public testing::Test {
   bool Make(RasterDataFormat format, const std::wstring& name, int size = kSize) const {
     CRasterSource source;
     return Create(source, format, name, size) && Fill(source) && source.Close();
+  }
+
+  static void EndAfter([[maybe_unused]] unsigned int seconds) {
+#ifndef _WIN32
+    alarm(seconds);
+#endif
   }
 
   static constexpr int kSize = 300;
