@@ -96,7 +96,10 @@ void ContactSheet::Write() {
     if (crop.image.bands.size() == 1 || !colours.empty()) continue;
     for (const auto& band : crop.image.bands) colours.push_back(LimitsOf(band));
   }
-  const int cellWidth = m_crops[0].image.width + kGap;
+  // Names may be wider than small images.
+  int cellWidth = m_crops[0].image.width + kGap;
+  for (const Crop& crop : m_crops)
+    cellWidth = std::max(cellWidth, kLetterStep * static_cast<int>(crop.name.size()) + kGap);
   const int cellHeight = m_crops[0].image.height + kTitle + kGap;
   const int columns = std::min(kMostColumns, static_cast<int>(m_crops.size()));
   const int rows = (static_cast<int>(m_crops.size()) + columns - 1) / columns;

@@ -33,6 +33,8 @@ const char* DotsOf(char sign) {
   return found == std::end(kLetters) ? nullptr : found->dots;
 }
 
+static_assert(kLetterStep == (kColumns + 1) * kDot && kLetterHeight == kRows * kDot);
+
 }  // namespace
 
 void DrawText(const std::string& text, int left, int top, int width, int height, std::uint8_t value,
@@ -48,7 +50,7 @@ void DrawText(const std::string& text, int left, int top, int width, int height,
                  static_cast<std::size_t>(left + x)] = value;
       }
     }
-    left += (kColumns + 1) * kDot;
+    left += kLetterStep;
   }
 }
 

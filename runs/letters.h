@@ -15,5 +15,7 @@ void DrawText(const std::string& text, int left, int top, int width, int height,
 
 /// Pixels that a row of text takes.
 inline constexpr int kLetterHeight = 10;
+/// Pixels from one sign to the next.
+inline constexpr int kLetterStep = 8;
 
 }  // namespace fusion

@@ -312,6 +312,18 @@ TEST_F(Driver, CancellationIsLoggedNotReported) {
   EXPECT_EQ(log.entries[0], L"2|Fusion|401|CFusion::Process|  WARNING: 用户取消了处理进程，处理失败！ ...");
 }
 
+TEST_F(Driver, AFailedRunsOutputIsNotCompleted) {
+  // A format that is written as a whole, by copying, when all is there.
+  param.m_eOutFormat = CStringParamParser::GetOutDataFormat(L"png");
+  param.m_eOutDataType = PDT_UINT8;
+  Run();
+  ASSERT_TRUE(test_support::FileExists(scene.outFile));
+  CRasterSource::DeleteFileW(scene.outFile);
+  progress.CancelAtStep(2);
+  EXPECT_EQ(Run()->GetLastErrorType(), 1);
+  EXPECT_FALSE(test_support::FileExists(scene.outFile));
+}
+
 TEST_F(Driver, CancellationWithoutALoggerIsSilent) {
   progress.CancelAtStep(1);
   EXPECT_EQ(Run()->GetLastErrorType(), 1);

@@ -67,6 +67,17 @@ TEST_F(ContactSheetTest, ShowsTheMiddleOfLargeImagesAndPaperForWhatHasNoData) {
   EXPECT_EQ(At(picture, 0, 255, 255), 255.0);
 }
 
+TEST_F(ContactSheetTest, NamesWiderThanTheImagesDoNotMeet) {
+  fusion::ContactSheet sheet(m_folder.Path("sheet.png"), false, {});
+  sheet.AddColour("multiplicative", Ramp(20, 20, 3, 0.0, 1.0), {0, 1, 2});
+  sheet.AddColour("i", Ramp(20, 20, 3, 0.0, 1.0), {0, 1, 2});
+  sheet.Write();
+  const Image picture = Read("sheet.png");
+  // 14 letters of 8 pixels, and the gap.
+  EXPECT_EQ(picture.width, 2 * (14 * 8 + 6) + 6);
+  EXPECT_EQ(At(picture, 0, 0, 10, 6 + 14 * 8 + 6), At(picture, 0, 0, 10)) << "the same image in the second place";
+}
+
 TEST_F(ContactSheetTest, StandsForAnAssessment) {
   fusion::AssessRequest request;
   request.pan = m_folder.Path("pan.tif");
@@ -77,7 +88,8 @@ TEST_F(ContactSheetTest, StandsForAnAssessment) {
     request.picture = m_folder.Path(protocol + ".png");
     fusion::Assess(request);
     const Image picture = Read(protocol + ".png");
-    EXPECT_EQ(picture.width, 4 * (size + 6) + 6) << protocol;
+    // Wide enough for the nine letters of "upsampled".
+    EXPECT_EQ(picture.width, 4 * (9 * 8 + 6) + 6) << protocol;
     EXPECT_EQ(picture.height, size + 28) << protocol;
   }
   // Pan, from its 2nd to its 98th percentile.
