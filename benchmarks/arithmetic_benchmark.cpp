@@ -35,10 +35,15 @@ void Supply(CHpfFusion& algorithm) {
 }
 
 void Supply(BayesPanSharpeningFusion& algorithm) {
-  constexpr int n = bench::kBands;
-  std::vector<double> sigma(n * n, 100.0);
-  for (std::size_t i = 0; i < n; ++i) sigma[i * n + i] = 400.0;
-  algorithm.SetModel(fusion::MakeBayesianModel(0.5, 10.0, {0.2, 0.3, 0.3, 0.2}, 100.0, sigma));
+  constexpr std::size_t n = bench::kBands;
+  BayesianModel model;
+  model.weight = 0.5;
+  model.panMean = 10.0;
+  model.panVariance = 1.0;
+  model.panCovariance.assign(n, 0.2);
+  model.transform.assign(n * n, 0.01);
+  for (std::size_t i = 0; i < n; ++i) model.transform[i * (n + 1)] = 0.9;
+  algorithm.SetModel(model);
 }
 
 template <typename Algorithm>
