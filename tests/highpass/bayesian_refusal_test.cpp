@@ -5,17 +5,24 @@
 #include <new>
 #include <optional>
 
+#include "highpass/bayesian_model.h"
 #include "platform/raster/raster_fault.h"
-#include "tests/highpass/bayesian_fixture.h"
 #include "tests/highpass/seen_scene.h"
 #include "tests/support/recording_progress.h"
+#include "tests/support/scene.h"
 
 namespace {
 
-using highpass_test::BayesianRecord;
 using test_support::Scene;
 using test_support::SceneOptions;
 using test_support::WriteImage;
+
+BayesianFusionParam BayesianRecord(const Scene& scene) {
+  BayesianFusionParam param;
+  static_cast<FusionParam&>(param) = scene.Param();
+  param.m_dBayesParam = 0.5;
+  return param;
+}
 
 class BayesianRefusal : public testing::Test {
  protected:

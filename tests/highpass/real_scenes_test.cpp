@@ -11,6 +11,7 @@
 #include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 #include "platform/raster/coordinate_algorithm.h"
 #include "platform/utility/common_fun.h"
+#include "quality/errors.h"
 #include "tests/highpass/pipeline_fixture.h"
 #include "tests/support/method_sweep.h"
 #include "tests/support/test_raster.h"
@@ -140,26 +141,14 @@ class Upsampling : public CFusion {
   }
 };
 
-/// Relative dimensionless global error (Wald, Quality of high resolution synthesised images, 2000).
-double Ergas(const reference::Image& truth, const reference::Image& out, double ratio) {
-  double sum = 0.0;
-  for (std::size_t b = 0; b < truth.bands.size(); ++b) {
-    double squares = 0.0;
-    for (std::size_t i = 0; i < truth.bands[b].size(); ++i) {
-      squares += (truth.bands[b][i] - out.bands[b][i]) * (truth.bands[b][i] - out.bands[b][i]);
-    }
-    const double mean = Mean(truth.bands[b]);
-    sum += squares / static_cast<double>(truth.bands[b].size()) / (mean * mean);
-  }
-  return 100.0 / ratio * std::sqrt(sum / static_cast<double>(truth.bands.size()));
-}
+quality::Image ForMeasures(const reference::Image& image) { return {image.width, image.height, image.bands, {}}; }
 
 TEST_F(RealScene, BayesianIsTheNearestToTheTruthOfAReducedScene) {
   CHOOSE_OR_SKIP("l8_momotombo_triple");
-  const auto truth = ReadImage(m_refFile);
+  const auto truth = ForMeasures(ReadImage(m_refFile));
   const auto error = [&](CBaseAlgorithm& algorithm) {
     RunWell(algorithm);
-    return Ergas(truth, ReadImage(m_outFile), 2.0);
+    return quality::Ergas(truth, ForMeasures(ReadImage(m_outFile)), 2.0);
   };
   auto record = Record<FusionParam>(PDT_FLOAT32);
   BayesPanSharpeningFusion bayesian(&record);
