@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "platform/utility/common_fun.h"
+#include "runs/methods.h"
 #include "tests/apps/scene_command.h"
 
 namespace {
@@ -52,10 +53,9 @@ class Description : public SceneCommand {
 };
 
 TEST_F(Description, BandsKeepTheirNamesColoursAndFactsInTheirNewPlaces) {
-  for (const std::string method :
-       {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf", "sharpen"}) {
-    SCOPED_TRACE(method);
-    const File file = Fused({"--method", method, "--bands", "4,2,3"});
+  for (const fusion::Method& method : fusion::Methods()) {
+    SCOPED_TRACE(method.name);
+    const File file = Fused({"--method", method.name, "--bands", "4,2,3"});
     ASSERT_EQ(file->GetRasterCount(), 3);
     EXPECT_STREQ(file->GetRasterBand(1)->GetDescription(), "Nahes Infrarot é");
     EXPECT_STREQ(file->GetRasterBand(2)->GetDescription(), "green");

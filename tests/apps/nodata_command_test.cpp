@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/utility/common_fun.h"
+#include "runs/methods.h"
 #include "tests/support/command.h"
 #include "tests/support/gap_scene.h"
 
@@ -51,7 +52,8 @@ class NoDataCommand : public testing::Test {
 };
 
 TEST_F(NoDataCommand, EveryMethodMasksADeclaredValueByItself) {
-  for (const char* method : {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf", "sharpen"}) {
+  for (const fusion::Method& each : fusion::Methods()) {
+    const char* const method = each.name;
     for (const char* match : {"auto", "off"}) {
       SCOPED_TRACE(std::string(method) + ' ' + match);
       const std::vector<std::string> options = {"--method", method,    "--spectral-match", match,
@@ -71,7 +73,8 @@ TEST_F(NoDataCommand, EveryMethodMasksADeclaredValueByItself) {
 }
 
 TEST_F(NoDataCommand, SamplesThatAreNoNumbersAreNeverData) {
-  for (const char* method : {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf", "sharpen"}) {
+  for (const fusion::Method& each : fusion::Methods()) {
+    const char* const method = each.name;
     const std::vector<std::string> options = {"--method", method, "--quiet", "--overwrite"};
     for (const PixelDataType type : {PDT_FLOAT32, PDT_FLOAT64}) {
       Write(-9999.0, -9999.0, type);

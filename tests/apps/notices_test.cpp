@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/utility/common_fun.h"
+#include "runs/methods.h"
 #include "tests/apps/scene_command.h"
 
 namespace {
@@ -92,8 +93,8 @@ TEST_F(NoticesOfRuns, OutsideTheAreaOfInterestLiesDeclaredNoData) {
   auto ms = Image("ms.tif");
   for (std::size_t i = 0; i < ms.bands[0].size(); ++i) ms.bands[0][i] = i % 3 == 0 ? 2.0 : 0.0;
   test_support::WriteImage(ms, m_folder.WidePath("dark.tif"), PDT_UINT16);
-  for (const std::string method :
-       {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf", "sharpen"}) {
+  for (const fusion::Method& each : fusion::Methods()) {
+    const std::string method = each.name;
     const auto notices = Notices({"--method", method, "--aoi", area, "--no-overviews"}, "pan.tif", "dark.tif");
     EXPECT_THAT(notices, testing::Contains(HasSubstr("Outside the area of interest"))) << method;
     EXPECT_EQ(DeclaredNoData(), 0.0) << method;
@@ -118,11 +119,13 @@ TEST_F(NoticesOfRuns, OutsideTheAreaOfInterestLiesDeclaredNoData) {
 }
 
 TEST_F(NoticesOfRuns, TheStretchFillsTheTypeAndLeavesHardlyASampleAtItsEnd) {
-  for (const std::string method : {"bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca"}) {
+  for (const fusion::Method& each : fusion::Methods()) {
+    if (!each.Takes(fusion::kTakesStretch)) continue;
+    const std::string method = each.name;
     for (const std::string type : {"uint8", "uint16"}) {
       SCOPED_TRACE(method + ' ' + type);
       std::vector<std::string> options = {"--method", method, "--type", type, "--stretch"};
-      if (method != "bayesian" && method != "pca") options.insert(options.end(), {"--spectral-match", "off"});
+      if (each.Takes(fusion::kTakesMatch)) options.insert(options.end(), {"--spectral-match", "off"});
       EXPECT_THAT(Notices(options), testing::Each(Not(HasSubstr("do not fit"))));
       const auto out = Image("out.tif");
       const double largest = type == "uint8" ? 255.0 : 65535.0;

@@ -292,7 +292,6 @@ TEST(Registration, TilesThatDisagreeMoveNothing) {
   const auto others = other.Tiles();
   tiles[2] = others[2];
   tiles[3] = others[3];
-  tiles[3].bands = others[3].bands;
   const RegistrationResult found = Registration(tiles, *one.grid, false).Find(true);
   EXPECT_FALSE(found.accepted);
   EXPECT_LT(found.agreement, 0.75);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <limits>
 #include <random>
 #include <vector>
@@ -140,24 +141,24 @@ TEST(Matrix, ConditionOfSingularOnesIsBeyondAllLimits) {
   EXPECT_EQ(CMatrixOperation::ConditionNumber(zero, 0), infinite);
 }
 
+/// A system of two, by rows.
+void ExpectLeastSquares(const std::array<double, 4>& matrix, const std::array<double, 2>& right,
+                        const std::array<double, 2>& solution) {
+  double x[2];
+  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(matrix.data(), 2, 1e-9, right.data(), x));
+  for (std::size_t i = 0; i < 2; ++i) EXPECT_NEAR(x[i], solution[i], 1e-14);
+}
+
 TEST(Matrix, LeastSquaresOfARegularSystemSolvesIt) {
   // 4 x + 1 y = 9, 1 x + 3 y = 5 has x = 2, y = 1.
-  const double m[] = {4, 1, 1, 3};
-  const double right[] = {9, 5};
-  double x[2];
-  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(m, 2, 1e-9, right, x));
-  EXPECT_NEAR(x[0], 2.0, 1e-14);
-  EXPECT_NEAR(x[1], 1.0, 1e-14);
+  ExpectLeastSquares({4, 1, 1, 3}, {9, 5}, {2.0, 1.0});
 }
 
 TEST(Matrix, LeastSquaresOfASingularSystemTakesTheShortestSolution) {
   // Both rows say x + y = 2; the second band of the other one says nothing at all.
-  const double twice[] = {1, 1, 1, 1};
+  ExpectLeastSquares({1, 1, 1, 1}, {2, 2}, {1.0, 1.0});
   const double right[] = {2, 2};
   double x[2];
-  ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(twice, 2, 1e-9, right, x));
-  EXPECT_NEAR(x[0], 1.0, 1e-14);
-  EXPECT_NEAR(x[1], 1.0, 1e-14);
   const double nearly[] = {2, 0, 0, 1e-11};
   ASSERT_TRUE(CMatrixOperation::SolveLeastSquares(nearly, 2, 1e-9, right, x));
   EXPECT_NEAR(x[0], 1.0, 1e-14);

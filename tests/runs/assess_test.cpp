@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <functional>
 
 #include "platform/raster/raster_source.h"
 #include "quality/errors.h"
@@ -23,11 +22,9 @@ using fusion::AssessReport;
 using fusion::AssessRequest;
 using fusion::AssessRow;
 using fusion::AssessTable;
-using fusion::RunFailure;
 using reference::Image;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr double kPi = 3.14159265358979323846;
 
@@ -103,15 +100,6 @@ class AssessTest : public test_support::RunScene {
     return request;
   }
   Image Kept(const std::string& name) const { return Read("kept/" + name); }
-  std::string SentenceOf(const AssessRequest& request, RunFailure::Kind kind = RunFailure::Kind::kWrongUsage) const {
-    try {
-      fusion::Assess(request);
-    } catch (const RunFailure& failure) {
-      EXPECT_EQ(failure.GetKind(), kind) << failure.what();
-      return failure.Sentence();
-    }
-    return "no failure";
-  }
 };
 
 TEST_F(AssessTest, TheReducedPairIsTheSceneThroughTheSensorsFilters) {
