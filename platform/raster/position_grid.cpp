@@ -80,6 +80,7 @@ void GroundToSamples(const Affine& groundToPixel, int width, int height, int n, 
   }
 }
 
+FUSION_MULTIVERSION
 void ToSampleCoordinates(double* corners, int n, int size, int edge) {
   for (int i = 0; i < n; ++i) corners[i] = SampleCoordinate(corners[i], size, edge);
 }
