@@ -47,6 +47,11 @@ class Quality(unittest.TestCase):
         self.assertTrue(section.startswith("### scene\n\n| wald | ERGAS |"))
         self.assertTrue(section.endswith("`ihs` is left out: No hues.\n\nTake it."))
 
+    def test_files_of_a_folder_that_goes_are_named_without_it(self):
+        failure = {"method": "ihs", "message": os.path.join("some", "folder", "full_1", "ihs.tif") + " is odd."}
+        found = quality.without(os.path.join("some", "folder"), report({"hpf": 1.0}, "hpf", [failure]))
+        self.assertEqual(found["failures"][0]["message"], os.path.join("full_1", "ihs.tif") + " is odd.")
+
 
 if __name__ == "__main__":
     unittest.main()
