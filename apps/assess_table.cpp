@@ -2,21 +2,17 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <iostream>
 #include <string>
+
+#include "runs/text.h"
 
 namespace app {
 namespace {
 
 constexpr int kWidth = 11;
 
-std::string Number(double value) {
-  if (std::isnan(value)) return "-";
-  char text[64];
-  std::snprintf(text, sizeof(text), "%.4g", value);
-  return text;
-}
+std::string Number(double value) { return std::isnan(value) ? "-" : fusion::Formatted("%.4g", value); }
 
 std::string Padded(const std::string& text, int width) {
   const auto missing = static_cast<std::size_t>(std::max(0, width - static_cast<int>(text.size())));

@@ -10,7 +10,6 @@
 #include "framework/row_kernel.h"
 #include "framework/run/block_buffers.h"
 #include "platform/raster/reproject.h"
-#include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/fuse_checks.h"
@@ -43,9 +42,7 @@ std::vector<double> WithEdges(const std::vector<double>& band, int width, int he
 void MakeFolder(const std::filesystem::path& folder) {
   std::error_code failed;
   std::filesystem::create_directories(folder, failed);
-  if (!failed) return;
-  throw RunFailure(RunFailure::Kind::kFailed,
-                   "Cannot create the folder " + Utf8(folder) + Reason(failed.value()) + ".");
+  if (failed) throw FolderFailure(Utf8(folder), failed);
 }
 
 }  // namespace
@@ -97,8 +94,7 @@ void TileFiles::Write(const std::string& name, const PlacedImage& placed) const 
                                PDT_FLOAT64) == 0;
   }
   if (written && raster.Close()) return;
-  throw RunFailure(RunFailure::Kind::kFailed,
-                   CommonFun::U2Utf8(file) + " cannot be written" + Reason(platform::FirstWriteError()) + ".");
+  throw FileFailure(file);
 }
 
 FuseRequest TileFiles::Complete(FuseRequest request) const {

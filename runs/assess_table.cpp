@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <numeric>
 
 #include "runs/methods.h"
+#include "runs/text.h"
 
 namespace fusion {
 namespace {
@@ -62,13 +62,6 @@ std::vector<AssessMeasure> MeasuresOf(const std::string& protocol, int bands) {
           {"RMSE", "less"},  {"bias", "less"}, {"sCC", "more"}};
 }
 
-/// A figure in a sentence.
-std::string Text(const char* format, double value) {
-  char text[64];
-  std::snprintf(text, sizeof(text), format, value);
-  return text;
-}
-
 bool IsMethod(const AssessRow& row) { return FindMethod(row.method) != nullptr; }
 
 }  // namespace
@@ -106,7 +99,7 @@ void Advise(AssessReport& report) {
   report.best = best->method;
   const bool errors = measure.better == "less";
   const auto figure = [&](const AssessRow& row) {
-    return measure.name + " " + Text(errors ? "%.3f" : "%.4f", row.values[0]);
+    return measure.name + " " + Formatted(errors ? "%.3f" : "%.4f", row.values[0]);
   };
   report.advice = "Take " + best->method + " (" + figure(*best);
   const auto next = std::find_if(best + 1, table.rows.end(),
@@ -119,7 +112,7 @@ void Advise(AssessReport& report) {
     report.advice += " But the plain upsampled bands are nearer to the truth (" + figure(*plain) +
                      "): pan and bands share little detail, or do not lie on each other.";
   } else if (errors && plain != table.rows.end() && std::isfinite(plain->values[0])) {
-    report.advice += " It leaves " + Text("%.0f", 100.0 * best->values[0] / plain->values[0]) +
+    report.advice += " It leaves " + Formatted("%.0f", 100.0 * best->values[0] / plain->values[0]) +
                      " % of the error of the plain upsampled bands (" + figure(*plain) + ").";
   }
 }

@@ -1,13 +1,13 @@
 #include "runs/bayesian_setup.h"
 
 #include <cmath>
-#include <cstdio>
 
 #include "highpass/bayes_pan_sharpening_fusion.h"
 #include "runs/failures.h"
 #include "runs/fuse.h"
 #include "runs/notices.h"
 #include "runs/run_failure.h"
+#include "runs/text.h"
 
 namespace fusion {
 namespace {
@@ -22,9 +22,7 @@ BayesianRegistration RegistrationOf(const FuseRequest& request) {
 
 /// "0.5 pixels of pan to the left"
 std::string Way(double shift, const char* backward, const char* forward) {
-  char number[32];
-  std::snprintf(number, sizeof(number), "%.3g", std::fabs(shift));
-  return std::string(number) + (std::fabs(shift) == 1.0 ? " pan pixel " : " pan pixels ") +
+  return Formatted("%.3g", std::fabs(shift)) + (std::fabs(shift) == 1.0 ? " pan pixel " : " pan pixels ") +
          (shift < 0.0 ? backward : forward);
 }
 

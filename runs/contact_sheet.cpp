@@ -6,7 +6,6 @@
 
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/raster_source.h"
-#include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/letters.h"
@@ -135,10 +134,7 @@ void ContactSheet::Write() {
     written = raster.GetRasterBand(b)->WriteBlock(0, 0, width, height, sheet[static_cast<std::size_t>(b)].data(), width,
                                                   height, PDT_UINT8) == 0;
   }
-  if (!written || !raster.Close()) {
-    throw RunFailure(RunFailure::Kind::kFailed,
-                     CommonFun::U2Utf8(m_file) + " cannot be written" + Reason(platform::FirstWriteError()) + ".");
-  }
+  if (!written || !raster.Close()) throw FileFailure(m_file);
   ThrowObstacle(m_pending.Publish(), m_file);
 }
 

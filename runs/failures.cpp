@@ -1,7 +1,6 @@
 #include "runs/failures.h"
 
 #include <cerrno>
-#include <system_error>
 
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/messages.h"
@@ -56,6 +55,15 @@ RunFailure RunError(int type, const std::wstring& message, const std::string& se
 
 void ThrowFailure(const CBaseAlgorithm& algorithm) {
   if (!algorithm.Succeeded()) throw RunError(algorithm.GetLastErrorType(), algorithm.GetLastErrorMessage());
+}
+
+RunFailure FileFailure(const std::wstring& file, const std::string& done) {
+  return {RunFailure::Kind::kFailed,
+          CommonFun::U2Utf8(file) + " cannot be " + done + Reason(platform::FirstWriteError()) + "."};
+}
+
+RunFailure FolderFailure(const std::string& folder, const std::error_code& error) {
+  return {RunFailure::Kind::kFailed, "Cannot create the folder " + folder + Reason(error.value()) + "."};
 }
 
 std::string Reason(int error) {

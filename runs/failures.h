@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <system_error>
 
 #include "runs/run_failure.h"
 
@@ -13,6 +14,12 @@ namespace fusion {
 RunFailure RunError(int type, const std::wstring& message, const std::string& sentence = "");
 /// Throws the failure of an algorithm that has not succeeded.
 void ThrowFailure(const CBaseAlgorithm& algorithm);
+
+/// A file that could not be written, with the system's reason where there is one.
+/// @param done what could not be done to it
+RunFailure FileFailure(const std::wstring& file, const std::string& done = "written");
+/// A folder that could not be made.
+RunFailure FolderFailure(const std::string& folder, const std::error_code& error);
 
 /// The system's number of a failure in words, to be put behind a text without its full stop; empty for 0.
 std::string Reason(int error);

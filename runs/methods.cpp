@@ -1,7 +1,6 @@
 #include "runs/methods.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
@@ -39,18 +38,16 @@ std::unique_ptr<CBaseAlgorithm> MakeWeighted(HpfFusionParam& param, const Method
 void TellDetailCap(const CBaseAlgorithm& algorithm, const std::vector<int>& /*bands*/, Notices& notices) {
   const auto& fusion = dynamic_cast<const CHpfFusionProcessAlg&>(algorithm);
   if (!fusion.HasCappedDetail()) return;
-  char text[80];
-  std::snprintf(text, sizeof text, "Detail has a weight of %.2g, its share of pan", fusion.GetDetailWeight());
-  notices.Add(std::string(text) + "; --detail-cap off, or --detail-weight, for more.");
+  notices.Add("Detail has a weight of " + Formatted("%.2g", fusion.GetDetailWeight()) +
+              ", its share of pan; --detail-cap off, or --detail-weight, for more.");
 }
 
 void TellPanMatch(const CBaseAlgorithm& algorithm, const std::vector<int>& /*bands*/, Notices& notices) {
   const auto& fusion = dynamic_cast<const CPrinComponentFusion&>(algorithm);
   if (fusion.GetPanFactor() == 1.0 && fusion.GetPanOffset() == 0.0) return;
-  char text[160];
-  std::snprintf(text, sizeof text, "Pan, times %.4g and plus %.4g, has the first component's mean and deviation",
-                fusion.GetPanFactor(), fusion.GetPanOffset());
-  notices.Add(std::string(text) + " (--pca-match off for pan as it is).");
+  notices.Add("Pan, times " + Formatted("%.4g", fusion.GetPanFactor()) + " and plus " +
+              Formatted("%.4g", fusion.GetPanOffset()) +
+              ", has the first component's mean and deviation (--pca-match off for pan as it is).");
 }
 
 /// A weight that is no number leaves a band empty, or kept, which must not go without a word.

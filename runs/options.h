@@ -11,9 +11,8 @@
 namespace fusion {
 
 // A request's fields by the command's names for its options, without dashes ("spectral-match"), and by "pan", "ms",
-// "out", "fused", "folder", "measure-valid" and "given". Values are texts: a switch is "on" or
-// "off", a list has commas. They throw a RunFailure of wrong usage for an unknown option and for a text that is no
-// value of its kind.
+// "out", "fused", "folder", "measure-valid" and "given". Values are texts: a switch is "on" or "off", a list has
+// commas. They throw a RunFailure of wrong usage for an unknown option and for a text that is no value of its kind.
 
 FUSION_API void SetOption(FuseRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(AssessRequest& request, const std::string& option, const std::string& value);

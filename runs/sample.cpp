@@ -47,7 +47,7 @@ class NewFolder {
     std::filesystem::create_directories(path, failed);
     if (failed) {
       Remove();
-      throw RunFailure(RunFailure::Kind::kFailed, "Cannot create the folder " + name + Reason(failed.value()) + ".");
+      throw FolderFailure(name, failed);
     }
   }
   ~NewFolder() { Remove(); }
@@ -76,7 +76,7 @@ class SceneFile {
     const double geoTransform[6] = {kEast, m_pixel, 0.0, kNorth, 0.0, -m_pixel};
     if (!m_pending.Begin() || !m_source.CreateRaster(kFormatGeoTiff, m_pending.WorkPath(), m_size.width, m_size.height,
                                                      m_bands, m_type, geoTransform, kCrs, nullptr)) {
-      throw Failure("created");
+      throw FileFailure(m_path, "created");
     }
   }
   void WriteRow(int band, int row, const std::vector<double>& values) {
@@ -90,11 +90,7 @@ class SceneFile {
 
  private:
   void Check(bool written) const {
-    if (!written) throw Failure("written");
-  }
-  RunFailure Failure(const std::string& done) const {
-    return {RunFailure::Kind::kFailed,
-            CommonFun::U2Utf8(m_path) + " cannot be " + done + Reason(platform::FirstWriteError()) + "."};
+    if (!written) throw FileFailure(m_path);
   }
 
   std::wstring m_path;

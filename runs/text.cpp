@@ -1,12 +1,19 @@
 #include "runs/text.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace fusion {
 
 std::string Lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return text;
+}
+
+std::string Formatted(const char* format, double value) {
+  char text[64];
+  std::snprintf(text, sizeof(text), format, value);
   return text;
 }
 

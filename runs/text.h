@@ -8,6 +8,9 @@ namespace fusion {
 /// Plain letters in lower case, whatever the locale.
 std::string Lower(std::string text);
 
+/// A number as printf shows it.
+std::string Formatted(const char* format, double value);
+
 /// "a, b and c", with the last separator as given.
 std::string Join(const std::vector<std::string>& parts, const std::string& last = " and ");
 
