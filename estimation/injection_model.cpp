@@ -147,7 +147,7 @@ double RestoringWidth(bool isBox, double width, double ratio) {
   constexpr double kMost = 1.25;
   if (isBox || !(ratio > kMost)) return 1.0;
   const double square = ratio * ratio;
-  const double spread = width * DeviationOfGain(ratio, 0.3);
+  const double spread = width * DeviationOfGain(ratio, kUsualGain);
   const double wanted = std::min(kPanSpread * std::sqrt(square - 1.0) / spread,
                                  kMost * std::sqrt((square - 1.0) / (square - kMost * kMost)));
   return 1.0 + std::max(0.0, wanted - 1.0) * std::clamp((width - 0.65) / 0.15, 0.0, 1.0);

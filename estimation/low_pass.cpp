@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numbers>
 #include <utility>
 
 #include "framework/row_math.h"
@@ -12,7 +13,6 @@ namespace fusion {
 namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kPi = 3.14159265358979323846;
 /// Farther than any image reaches; positions that came to nothing lie there.
 constexpr double kFar = 1073741824.0;
 
@@ -136,7 +136,9 @@ void Weigh(const LowPassShape& shape, double position, int size, LowPassWeights&
 
 }  // namespace
 
-double DeviationOfGain(double ratio, double gain) { return ratio * std::sqrt(-2.0 * std::log(gain)) / kPi; }
+double DeviationOfGain(double ratio, double gain) {
+  return ratio * std::sqrt(-2.0 * std::log(gain)) / std::numbers::pi;
+}
 
 LowPassWeights WeightsAt(const LowPassShape& shape, double position, int size) {
   LowPassWeights result;
@@ -245,8 +247,9 @@ void SeparableFilter::CombineColumns(const double* interleaved, int first, const
   }
 }
 
-PointFilter::PointFilter(const LowPassShape& alongX, const LowPassShape& alongY, int width, int height)
-    : m_alongX(alongX), m_alongY(alongY), m_width(width), m_height(height) {}
+PointFilter::PointFilter(const LowPassShape& alongX, const LowPassShape& alongY, int width, int height,
+                         double leastShare)
+    : m_alongX(alongX), m_alongY(alongY), m_width(width), m_height(height), m_leastShare(leastShare) {}
 
 CRect PointFilter::Reads(const double* x, const double* y, int count) const {
   const auto range = [count](const double* positions, const LowPassShape& shape, int size) {
@@ -273,7 +276,7 @@ void PointFilter::Apply(const double* input, const CRect& inputRect, const doubl
     out[i] = kNaN;
     Weigh(m_alongX, x[i], m_width, alongX);
     Weigh(m_alongY, y[i], m_height, alongY);
-    if (alongX.share * alongY.share < kLeastShare) continue;
+    if (alongX.weights.empty() || alongY.weights.empty() || alongX.share * alongY.share < m_leastShare) continue;
     const int n = static_cast<int>(alongX.weights.size());
     taken.clear();
     for (std::size_t k = 0; k < alongY.weights.size(); ++k) {

@@ -20,6 +20,8 @@ struct LowPassShape {
 /// multispectral bands (Aiazzi, Alparone, Baronti, Garzelli and Selva, MTF-tailored multiscale fusion of
 /// high-resolution MS and Pan imagery, Photogrammetric Engineering and Remote Sensing 72(5), 2006).
 double DeviationOfGain(double ratio, double gain);
+/// The share that is taken for a multispectral band of which nothing is known.
+constexpr double kUsualGain = 0.3;
 
 /// The weights of a low-pass at one position.
 struct LowPassWeights {
@@ -83,7 +85,8 @@ class SeparableFilter {
 class PointFilter {
  public:
   /// @param width, height of the fine image
-  PointFilter(const LowPassShape& alongX, const LowPassShape& alongY, int width, int height);
+  PointFilter(const LowPassShape& alongX, const LowPassShape& alongY, int width, int height,
+              double leastShare = kLeastShare);
 
   /// The input that count positions need.
   CRect Reads(const double* x, const double* y, int count) const;
@@ -97,6 +100,7 @@ class PointFilter {
   LowPassShape m_alongY;
   int m_width;
   int m_height;
+  double m_leastShare;
 };
 
 }  // namespace fusion

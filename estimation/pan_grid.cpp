@@ -6,9 +6,6 @@
 namespace fusion {
 namespace {
 
-/// The gain at the Nyquist frequency that a blur of width 1 leaves.
-constexpr double kUsualGain = 0.3;
-
 std::vector<double> Moved(std::vector<double> positions, double by) {
   for (double& v : positions) v += by;
   return positions;
@@ -21,14 +18,15 @@ LowPassShape PanBlur::Shape(double ratio) const {
 }
 
 PanLowPass::PanLowPass(const PanPositions& positions, double shiftX, double shiftY, const LowPassShape& alongX,
-                       const LowPassShape& alongY, int panWidth, int panHeight)
+                       const LowPassShape& alongY, int panWidth, int panHeight, double leastShare)
     : m_rect(0, 0, positions.width, positions.height),
       m_x(Moved(positions.x, shiftX)),
       m_y(Moved(positions.y, shiftY)) {
   if (positions.isGrid) {
-    m_grid = std::make_unique<SeparableFilter>(AxisFilter(alongX, m_x, panWidth), AxisFilter(alongY, m_y, panHeight));
+    m_grid = std::make_unique<SeparableFilter>(AxisFilter(alongX, m_x, panWidth), AxisFilter(alongY, m_y, panHeight),
+                                               leastShare);
   } else {
-    m_points = std::make_unique<PointFilter>(alongX, alongY, panWidth, panHeight);
+    m_points = std::make_unique<PointFilter>(alongX, alongY, panWidth, panHeight, leastShare);
   }
 }
 

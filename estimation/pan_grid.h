@@ -12,7 +12,7 @@ namespace fusion {
 /// How the multispectral sensor is taken to have blurred what pan shows.
 struct PanBlur {
   bool isBox = false;  ///< the mean over the pixel's area
-  double width = 1.0;  ///< else of a Gaussian; 1 leaves a gain of 0.3 at the multispectral Nyquist frequency
+  double width = 1.0;  ///< else of a Gaussian; 1 leaves kUsualGain at the multispectral Nyquist frequency
 
   LowPassShape Shape(double ratio) const;
 };
@@ -30,8 +30,9 @@ struct PanPositions {
 class PanLowPass {
  public:
   /// @param shiftX, shiftY pan pixels by which the multispectral image is moved
+  /// @param leastShare of the weight that has to lie on pan for a value
   PanLowPass(const PanPositions& positions, double shiftX, double shiftY, const LowPassShape& alongX,
-             const LowPassShape& alongY, int panWidth, int panHeight);
+             const LowPassShape& alongY, int panWidth, int panHeight, double leastShare = kLeastShare);
 
   /// The part of the pan image that Apply looks at.
   CRect Reads() const;

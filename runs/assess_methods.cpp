@@ -23,10 +23,8 @@
 namespace fusion {
 namespace {
 
-/// Published gains at the Nyquist frequency, typical of multispectral bands and of pan: B. Aiazzi, L. Alparone, S.
-/// Baronti, A. Garzelli, M. Selva, MTF-tailored multiscale fusion of high-resolution MS and pan imagery,
-/// Photogrammetric Engineering and Remote Sensing 72(5), 2006.
-constexpr SensorGains kTypical{0.3, 0.15};
+/// Published gains at the Nyquist frequency, typical of multispectral bands and of pan; see DeviationOfGain.
+constexpr SensorGains kTypical{kUsualGain, 0.15};
 
 /// The fusions of an assessment: only the wish to end them comes through.
 class Silent : public RunObserver {

@@ -5,7 +5,6 @@
 #include <functional>
 #include <limits>
 #include <numbers>
-#include <optional>
 #include <utility>
 
 #include "platform/system/parallel.h"
@@ -90,47 +89,13 @@ void InParallel(const std::vector<std::function<void()>>& measures) {
   platform::ForEach(static_cast<int>(measures.size()), true, [&](int i) { measures[static_cast<std::size_t>(i)](); });
 }
 
-PanPositions MovedBy(PanPositions positions, const Move& move) {
-  for (double& x : positions.x) x += move.x;
-  for (double& y : positions.y) y += move.y;
-  return positions;
-}
-
 /// The filter of a sensor from pan's pixels to multispectral ones.
-class SensorFilter {
- public:
-  /// @param width, height of the image on pan's pixels
-  SensorFilter(const PanGrid& grid, PanPositions positions, double gain, int width, int height, double leastShare)
-      : m_positions(std::move(positions)) {
-    const LowPassShape x = LowPassShape::Gaussian(DeviationOfGain(grid.RatioX(), gain));
-    const LowPassShape y = LowPassShape::Gaussian(DeviationOfGain(grid.RatioY(), gain));
-    if (m_positions.isGrid) {
-      m_grid.emplace(AxisFilter(x, m_positions.x, width), AxisFilter(y, m_positions.y, height), leastShare);
-    } else {
-      m_points.emplace(x, y, width, height);
-    }
-  }
-
-  CRect Reads() const {
-    return m_grid ? m_grid->Reads(Rect())
-                  : m_points->Reads(m_positions.x.data(), m_positions.y.data(), static_cast<int>(m_positions.x.size()));
-  }
-  void Apply(const std::vector<double>& image, const CRect& rect, std::vector<double>& out) const {
-    if (m_grid) {
-      m_grid->Apply(image.data(), rect, Rect(), out.data());
-    } else {
-      m_points->Apply(image.data(), rect, m_positions.x.data(), m_positions.y.data(),
-                      static_cast<int>(m_positions.x.size()), out.data());
-    }
-  }
-
- private:
-  CRect Rect() const { return {0, 0, m_positions.width, m_positions.height}; }
-
-  PanPositions m_positions;
-  std::optional<SeparableFilter> m_grid;
-  std::optional<PointFilter> m_points;
-};
+/// @param width, height of the image on pan's pixels
+PanLowPass SensorFilter(const PanGrid& grid, const PanPositions& positions, const Move& move, double gain, int width,
+                        int height, double leastShare = kLeastShare) {
+  const auto shape = [gain](double ratio) { return LowPassShape::Gaussian(DeviationOfGain(ratio, gain)); };
+  return {positions, move.x, move.y, shape(grid.RatioX()), shape(grid.RatioY()), width, height, leastShare};
+}
 
 /// The pan pixels whose centres lie on a rectangle of multispectral ones.
 CRect PanUnder(const PanPositions& positions, const PanGrid& grid) {
@@ -168,7 +133,6 @@ std::vector<double> MoveWeights(double fraction) {
 
 /// The image moved by a part of its pixels, with a kernel that keeps its detail.
 quality::Image Moved(const quality::Image& image, const Move& move) {
-  if (move.x == 0.0 && move.y == 0.0) return image;
   constexpr int kBefore = 3;
   const auto shifted = [&](const std::vector<double>& in, double by, int count, std::ptrdiff_t step, int lines,
                            std::ptrdiff_t lineStep) {
@@ -235,13 +199,13 @@ ReducedTile::ReducedTile(AssessScene& scene, const CRect& tile, const SensorGain
   m_truth = scene.ReadMs(tile);
   m_ms = Degraded(scene, tile, gains.bands);
   const PanGrid& grid = scene.Grid();
-  const PanPositions positions = grid.Positions(tile);
-  const SensorFilter filter(grid, positions, gains.pan, grid.PanWidth(), grid.PanHeight(), kLeastPan);
+  const PanLowPass filter =
+      SensorFilter(grid, grid.Positions(tile), {}, gains.pan, grid.PanWidth(), grid.PanHeight(), kLeastPan);
   const CRect reads = filter.Reads();
   m_pan = m_truth;
   m_pan.image.bands.assign(1, std::vector<double>(m_pan.image.PixelCount(), std::nan("")));
   if (reads.Area() == 0) return;
-  filter.Apply(scene.ReadPan(reads).image.bands[0], reads, m_pan.image.bands[0]);
+  filter.Apply(scene.ReadPan(reads).image.bands[0].data(), reads, m_pan.image.bands[0].data());
 }
 
 void ReducedTile::Mark() {
@@ -256,7 +220,8 @@ void ReducedTile::Mark() {
 void ReducedTile::Measure(const quality::Image& fused, const Move& move, MethodSums& sums) const {
   const quality::Image result = Marked(fused);
   // A method that has moved the multispectral image is right where pan is: the truth moves along.
-  const quality::Image truth = Marked(Moved(m_truth.image, move));
+  const quality::Image moved = move.IsNone() ? quality::Image() : Marked(Moved(m_truth.image, move));
+  const quality::Image& truth = move.IsNone() ? m_truth.image : moved;
   InParallel({[&] { sums.errors.Add(truth, result); }, [&] { sums.angles.Add(truth, result); },
               [&] { sums.q2n.Add(truth, result); }, [&] { sums.uiqi.Add(truth, result); },
               [&] { sums.detail.Add(truth, result); }});
@@ -276,16 +241,23 @@ void FullTile::Mark() {
   MarkInside(m_pan.image, border * m_scene.RatioX(), border * m_scene.RatioY());
   CountTogether(m_pan.image, m_upsampled);
   MarkInside(m_ms.image, border, border);
+  m_still = CoarseAt({});
+}
+
+FullTile::Coarse FullTile::CoarseAt(const Move& move) const {
+  Coarse coarse{Lowered(m_pan.image, move, m_gains.pan), m_ms.image};
+  CountTogether(coarse.ms, coarse.pan);
+  return coarse;
 }
 
 quality::Image FullTile::Lowered(const quality::Image& image, const Move& move, double gain) const {
-  const SensorFilter filter(m_scene.Grid(), MovedBy(m_positions, move), gain, image.width, image.height, kLeastShare);
+  const PanLowPass filter = SensorFilter(m_scene.Grid(), m_positions, move, gain, image.width, image.height);
   quality::Image lowered;
   lowered.width = m_ms.image.width;
   lowered.height = m_ms.image.height;
   for (const auto& band : image.bands) {
     std::vector<double> values(lowered.PixelCount());
-    filter.Apply(band, CRect(0, 0, image.width, image.height), values);
+    filter.Apply(band.data(), CRect(0, 0, image.width, image.height), values.data());
     lowered.bands.push_back(std::move(values));
   }
   MarkGaps(lowered);
@@ -293,19 +265,13 @@ quality::Image FullTile::Lowered(const quality::Image& image, const Move& move, 
 }
 
 void FullTile::Measure(const quality::Image& fused, const Move& move, MethodSums& sums) const {
-  const quality::Image result = Marked(fused);
-  quality::Image pan = m_pan.image;
-  CountTogether(pan, result);
-  quality::Image plainPan = m_pan.image;
-  plainPan.valid.clear();
-  const quality::Image low = Lowered(plainPan, move, m_gains.pan);
-  quality::Image ms = m_ms.image;
-  CountTogether(ms, low);
-  quality::Image counted = result;
-  counted.valid = pan.valid;
-  InParallel({[&] { sums.noReference.Add(pan, counted, low, ms); },
-              [&] { sums.consistency.Add(ms, Lowered(fused, move, m_gains.bands)); },
-              [&] { sums.gradients.Add(pan, counted); }});
+  quality::Image result = Marked(fused);
+  CountTogether(result, m_pan.image);
+  const Coarse moved = move.IsNone() ? Coarse() : CoarseAt(move);
+  const Coarse& coarse = move.IsNone() ? m_still : moved;
+  InParallel({[&] { sums.noReference.Add(m_pan.image, result, coarse.pan, coarse.ms); },
+              [&] { sums.consistency.Add(coarse.ms, Lowered(fused, move, m_gains.bands)); },
+              [&] { sums.gradients.Add(m_pan.image, result); }});
 }
 
 }  // namespace fusion

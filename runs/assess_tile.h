@@ -38,6 +38,8 @@ struct MethodSums {
 struct Move {
   double x = 0.0;
   double y = 0.0;
+
+  bool IsNone() const { return x == 0.0 && y == 0.0; }
 };
 
 /// A pair of images to be fused, and what the result is compared with. Near the edges, where a method sees half of what
@@ -93,12 +95,19 @@ class FullTile : public AssessTile {
   void Mark() override;
 
  private:
+  /// Both images on the multispectral pixels, where a method has moved those, with the pixels that count in both.
+  struct Coarse {
+    quality::Image pan;
+    quality::Image ms;
+  };
+  Coarse CoarseAt(const Move& move) const;
   /// An image on pan's pixels as a sensor would have seen it on the multispectral ones.
   quality::Image Lowered(const quality::Image& image, const Move& move, double gain) const;
 
   const AssessScene& m_scene;
   SensorGains m_gains;
   PanPositions m_positions;  ///< of the multispectral pixels on those of m_pan
+  Coarse m_still;            ///< where nothing is moved, as with most methods
 };
 
 /// Marks what has no data in any band and what lies within a border of the edges.

@@ -43,7 +43,8 @@ double Weight(const LowPassShape& shape, double distance) {
 }
 
 /// Pixel by pixel: all weights of the plane, those on the image, and a NaN wherever one lies under them.
-double LowPassed(const Image& image, const LowPassShape& alongX, const LowPassShape& alongY, double x, double y) {
+double LowPassed(const Image& image, const LowPassShape& alongX, const LowPassShape& alongY, double x, double y,
+                 double least = 0.98) {
   double all = 0.0;
   double inside = 0.0;
   double sum = 0.0;
@@ -57,7 +58,7 @@ double LowPassed(const Image& image, const LowPassShape& alongX, const LowPassSh
       sum += w * image.At(c, r);
     }
   }
-  return inside >= 0.98 * all ? sum / inside : NAN;
+  return inside > 0.0 && inside >= least * all ? sum / inside : NAN;
 }
 
 void ExpectSame(double actual, double expected, const std::string& where) {
@@ -257,6 +258,26 @@ TEST(LowPass, FiltersInARowAreOneFilter) {
     EXPECT_NEAR(apply(both[i], image.values), apply(outer[i], between), 1e-9) << i;
     const int k = std::min(i / 2, 30);
     EXPECT_EQ(both[i].share, std::min(inner[k].share, inner[k + 1].share));
+  }
+}
+
+TEST(LowPass, HowMuchOfTheWeightMustLieOnTheImageIsTheCallers) {
+  const Image image = MakeImage(20, 20, 11);
+  const auto shape = LowPassShape::Gaussian(1.5);
+  const std::vector<double> at = {-9.0, -1.0, 0.0, 1.0, 2.0, 10.0};
+  const int count = static_cast<int>(at.size());
+  for (const double least : {0.0, 0.5, 0.98}) {
+    const SeparableFilter grid({shape, at, 20}, {shape, at, 20}, least);
+    const PointFilter points(shape, shape, 20, 20, least);
+    std::vector<double> all(at.size() * at.size());
+    grid.Apply(image.values.data(), {0, 0, 20, 20}, {0, 0, count, count}, all.data());
+    std::vector<double> diagonal(at.size());
+    points.Apply(image.values.data(), {0, 0, 20, 20}, at.data(), at.data(), count, diagonal.data());
+    for (std::size_t i = 0; i < at.size(); ++i) {
+      const double expected = LowPassed(image, shape, shape, at[i], at[i], least);
+      ExpectSame(all[i * (at.size() + 1)], expected, std::to_string(at[i]));
+      ExpectSame(diagonal[i], expected, std::to_string(at[i]));
+    }
   }
 }
 

@@ -105,4 +105,23 @@ TEST_F(AssessTileTest, TheImagesAreComparedWhereTheyWereMovedToAtFullResolution)
   EXPECT_LT(wrong, still);
 }
 
+TEST_F(AssessTileTest, PanIsComparedWhereTheMultispectralImageWasMovedToAtFullResolution) {
+  // Multispectral pixels that show what lies a step away, and a fused image that shows what pan does.
+  const Move move{1.5, -1.0};
+  Image ms = Read("ms.tif");
+  for (std::size_t b = 0; b < 2; ++b) {
+    for (int y = 0; y < kMs; ++y) {
+      for (int x = 0; x < kMs; ++x) {
+        ms.bands[b][static_cast<std::size_t>(y * kMs + x)] = Ground(b, 2 * x + 1.0 + move.x, 2 * y + 1.0 + move.y);
+      }
+    }
+  }
+  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_FLOAT64);
+  const quality::Image fused = Moved(2 * kMs, 1.0, {});
+  const double right = Measured<fusion::FullTile>(fused, move).noReference.DS();
+  const double still = Measured<fusion::FullTile>(fused, {}).noReference.DS();
+  EXPECT_LT(right, 0.02);
+  EXPECT_GT(still, right + 0.02);
+}
+
 }  // namespace
