@@ -3,16 +3,12 @@
 #include <cmath>
 
 #include "framework/row_math.h"
+#include "framework/shared_division.h"
 #include "platform/system/multiversion.h"
 
 namespace {
 
 constexpr double kNothing = 1e-8;
-
-FUSION_MULTIVERSION
-void ShareRow(const double* ms, const double* pan, const double* sum, int n, double* out) {
-  for (int i = 0; i < n; ++i) out[i] = ms[i] * pan[i] / sum[i];
-}
 
 FUSION_MULTIVERSION
 bool AnyIsNothing(const double* sum, int n) {
@@ -32,12 +28,10 @@ void Brovey(const fusion::FusionRow& row) {
   double* sum = row.scratch[0];
   fusion::ClearRow(row.width, sum);
   for (int b = 0; b < row.outBandCount; ++b) fusion::AddRow(row.ms[b], row.width, sum);
+  fusion::ShareRows(row.ms, row.pan, sum, row.outBandCount, row.width, row.out);
   // Rare, and the second division would cost as much as the first.
-  const bool hasGaps = AnyIsNothing(sum, row.width);
-  for (int b = 0; b < row.outBandCount; ++b) {
-    ShareRow(row.ms[b], row.pan, sum, row.width, row.out[b]);
-    if (hasGaps) ShareNothing(row.pan, sum, row.outBandCount, row.width, row.out[b]);
-  }
+  if (!AnyIsNothing(sum, row.width)) return;
+  for (int b = 0; b < row.outBandCount; ++b) ShareNothing(row.pan, sum, row.outBandCount, row.width, row.out[b]);
 }
 
 fusion::RowMethod MakeRows(CRowFusion&, const fusion::FusionBlock&) { return {{.scratchRows = 1}, Brovey}; }

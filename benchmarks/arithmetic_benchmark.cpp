@@ -8,6 +8,7 @@
 #include "benchmarks/memory_scene.h"
 #include "benchmarks/opened_run.h"
 #include "framework/row_kernel.h"
+#include "framework/shared_division.h"
 #include "highpass/bayes_pan_sharpening_fusion.h"
 #include "highpass/simple_pan_sharpening_fusion.h"
 #include "transform/ihs_tran_fusion.h"
@@ -67,6 +68,31 @@ void FuseBlock(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * pixels);
 }
+
+/// The ways to divide, by the bands' sum, rows that stay in the cache.
+void ShareRows(benchmark::State& state) {
+  const auto way = static_cast<fusion::Division>(state.range(0));
+  if (!fusion::CanDivide(way)) {
+    state.SkipWithError("not on this processor");
+    return;
+  }
+  constexpr std::size_t kWidth = 2048;
+  const std::vector<double> values = bench::RandomValues(kWidth * (bench::kBands + 2));
+  std::vector<double> out(kWidth * bench::kBands);
+  std::vector<const double*> rows;
+  std::vector<double*> targets;
+  for (std::size_t b = 0; b < bench::kBands; ++b) {
+    rows.push_back(values.data() + b * kWidth);
+    targets.push_back(out.data() + b * kWidth);
+  }
+  const double* const pan = values.data() + bench::kBands * kWidth;
+  for (auto _ : state) {
+    fusion::ShareRows(rows.data(), pan, pan + kWidth, bench::kBands, kWidth, targets.data(), way);
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(kWidth));
+}
+BENCHMARK(ShareRows)->DenseRange(0, 2);
 
 // Wall time: some kernels share their rows out among threads.
 BENCHMARK(FuseBlock<CBroveyFusion>)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -9,6 +9,13 @@
 #define FUSION_MULTIVERSION
 #endif
 
+/// For a loop that is worth its while with the wider vector units alone: whoever calls it asks the processor first.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define FUSION_TARGETS
+#define FUSION_TARGET_256 __attribute__((target("arch=x86-64-v3")))
+#define FUSION_TARGET_512 __attribute__((target("arch=x86-64-v4")))
+#endif
+
 /// For what such a loop calls: only what is inlined is compiled for its instruction set.
 #if defined(_MSC_VER)
 #define FUSION_ALWAYS_INLINE __forceinline

@@ -3,6 +3,7 @@
 // Fails where a loop has not been run. SYMBOLS is a file with what nm says of the program.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 
 #include "estimation/low_pass.h"
@@ -10,6 +11,7 @@
 #include "framework/resampling/kernels.h"
 #include "framework/resampling/row_resampler.h"
 #include "framework/row_math.h"
+#include "framework/shared_division.h"
 #include "platform/algorithm/value_conversion.h"
 #include "platform/raster/position_grid.h"
 #include "platform/statistics/row_statistics.h"
@@ -90,6 +92,22 @@ void DigestRowMath(std::mt19937& random, int n, Digest& digest) {
   digest.Add(out);
   fusion::CombineRows(lines, weights, 4, n, out.data());
   digest.Add(out);
+}
+
+void DigestDivision(std::mt19937& random, int n, Digest& digest) {
+  const Row row = MakePositions(random, n, -3000.0, 70000.0);
+  const Row odd = MakeRow(random, n);
+  Row out[] = {row, row};
+  const double* const rows[] = {row.data(), odd.data()};
+  double* const targets[] = {out[0].data(), out[1].data()};
+  using fusion::Division;
+  for (const Division way : {Division::kPlain, Division::kShared256, Division::kShared512}) {
+    // Where there is another way it must give what the plain one gives.
+    fusion::ShareRows(rows, row.data(), row.data(), 2, n, targets, fusion::CanDivide(way) ? way : Division::kPlain);
+    digest.Add(out[0]);
+    for (double& v : out[1]) v = std::isnan(v) ? 0.0 : v;
+    digest.Add(out[1]);
+  }
 }
 
 void DigestLowPass(std::mt19937& random, int n, Digest& digest) {
@@ -207,6 +225,8 @@ void DigestRows(Digest& digest) {
     digest.Print("resampling" + width);
     DigestRowMath(random, n, digest);
     digest.Print("row math" + width);
+    DigestDivision(random, n, digest);
+    digest.Print("division" + width);
     DigestLowPass(random, n, digest);
     digest.Print("low-pass" + width);
     DigestPositions(random, n, digest);
