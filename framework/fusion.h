@@ -77,8 +77,11 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// Brings the result of the next runs to target moments, in place of the record's spectral matching: the blocks are
   /// fused twice, once for the statistics and once for the output. A run with another number of bands fails.
   void MatchBlocks(fusion::MatchTargets targets);
+  /// Ends the next runs with a level adjustment, behind the matching where they match: the blocks are fused once more
+  /// for every 16 bits of the type that is adjusted.
+  void LevelBlocks(const fusion::LevelTargets& targets) { m_levelTargets = targets; }
   /// Stretches the result of the next runs to the output type's range from its own range, of all bands together, in
-  /// place of the source range: the blocks are fused twice, too. Without effect on runs that match.
+  /// place of the source range: the blocks are fused twice, too. Without effect on runs that match or level.
   void StretchOwnRange() { m_stretchesOwnRange = true; }
   /// What a run that matched robustly has found.
   const fusion::MatchOutliers& GetMatchOutliers() const { return m_matchOutliers; }
@@ -144,6 +147,7 @@ class FUSION_API CFusion : public CBaseAlgorithm {
 
   fusion::Run* m_run = nullptr;  ///< not owned; null without one
   std::optional<fusion::MatchTargets> m_matchTargets;
+  std::optional<fusion::LevelTargets> m_levelTargets;
   fusion::MatchOutliers m_matchOutliers;
   bool m_stretchesOwnRange = false;
 };

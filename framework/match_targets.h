@@ -18,6 +18,15 @@ struct MatchTargets {
   /// The root of the result is matched (of a negative value that of its size, negative), for results that are products
   /// of two images and would be spread as such.
   bool root = false;
+  /// The type that the result is computed in before it is matched; PDT_UNKNOWN for TypeToMatch's.
+  PixelDataType fusedType = PDT_UNKNOWN;
+};
+
+/// The automatic level adjustment that a run is to end with.
+struct LevelTargets {
+  double ratio = 0.0;  ///< share of the valid pixels cut off at each end
+  /// What the result, matched or not, is rounded to before; PDT_UNKNOWN for the output's type.
+  PixelDataType type = PDT_UNKNOWN;
 };
 
 /// What robust moments were spared, of all bands.

@@ -34,23 +34,28 @@ CHpfFusion::~CHpfFusion() = default;
 CHpfFusion::CHpfFusion(const CHpfFusion&) = default;
 CHpfFusion& CHpfFusion::operator=(const CHpfFusion&) = default;
 
-void CHpfFusion::Process() {
-  CRasterSource second;
-  m_pSecondSrc = &second;
+fusion::RunVariation CHpfFusion::Variation() {
   fusion::RunVariation variation;
   variation.logFile = "HpfFusion";
   variation.logLine = __LINE__;
   variation.logFunction = "CHpfFusion::Process";
-  variation.configure = [this](CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, std::vector<int>& bands,
-                               CRect& rect) {
-    return ConfigDstRaster(&m_param, &pan, m_pSecondSrc, &ms, &dst, &bands, &rect, &m_pAOI);
-  };
-  variation.detailSource = &second;
   variation.reportsMsRead = true;
   variation.kernel = [this](const fusion::FusionBlock& b) {
     return AlgorithmProcess(b.pan, b.panRect, b.detail, b.ms, b.msBandCount, b.msRect, b.outType, b.outBandCount,
                             b.dstBlock, b.aoi);
   };
+  return variation;
+}
+
+void CHpfFusion::Process() {
+  CRasterSource second;
+  m_pSecondSrc = &second;
+  fusion::RunVariation variation = Variation();
+  variation.configure = [this](CRasterSource& pan, CRasterSource& ms, CRasterSource& dst, std::vector<int>& bands,
+                               CRect& rect) {
+    return ConfigDstRaster(&m_param, &pan, m_pSecondSrc, &ms, &dst, &bands, &rect, &m_pAOI);
+  };
+  variation.detailSource = &second;
   RunBlocks(variation);
   m_pSecondSrc = nullptr;
 }
@@ -81,19 +86,18 @@ GISError CHpfFusion::Preproccess() {
     SetError(ERR_STATISTICS, messages::kMsStatisticsFailed);
     return GIS_FAILED;
   }
-  const std::size_t count = m_param.m_vecMSBands.size();
-  m_pFirstGains = SharedArray(count);
-  m_pSecondGains = m_hpfParam.m_bSecondFilter ? SharedArray(count) : SharedArray();
-
+  const auto takeGains = [this](CRasterBand& highPass, bool second, double weight, double& mean, double& stdv) {
+    double minimum = 0.0;
+    double maximum = 0.0;
+    return MeasureBand(highPass, minimum, maximum, mean, stdv) && SetGains(second, stdv, weight);
+  };
   CRasterBand* first = m_pPanSrc->GetRasterBand(m_param.m_nPanBand);
   if (!first) {
     SetError(ERR_READ, L"读取全色影像数据失败！");
     return GIS_FAILED;
   }
-  if (!ComputeGains(*first, m_hpfParam.m_dDetailWeight1, L"出错了，全色影像数据标准差为零！", m_dFirstMean,
-                    m_dFirstStdv, m_pFirstGains)) {
-    return GIS_FAILED;
-  }
+  if (!takeGains(*first, false, m_hpfParam.m_dDetailWeight1, m_dFirstMean, m_dFirstStdv)) return GIS_FAILED;
+  m_pSecondGains = SharedArray();
   if (!m_hpfParam.m_bSecondFilter) return GIS_SUCCESS;
 
   // Its first band whatever the pan band: the filter stages write a single one.
@@ -102,22 +106,19 @@ GISError CHpfFusion::Preproccess() {
     SetError(ERR_OPEN, L"打开二次滤波影像失败！");
     return GIS_FAILED;
   }
-  const bool computed =
-      ComputeGains(*second, m_hpfParam.m_dDetailWeight2, L"出错了，二次滤波后全色影像数据标准差为零！", m_dSecondMean,
-                   m_dSecondStdv, m_pSecondGains);
-  return computed ? GIS_SUCCESS : GIS_FAILED;
+  const bool taken = takeGains(*second, true, m_hpfParam.m_dDetailWeight2, m_dSecondMean, m_dSecondStdv);
+  return taken ? GIS_SUCCESS : GIS_FAILED;
 }
 
-bool CHpfFusion::ComputeGains(CRasterBand& highPass, double weight, const wchar_t* noSpread, double& mean, double& stdv,
-                              const SharedArray& gains) {
-  double minimum = 0.0;
-  double maximum = 0.0;
-  if (!MeasureBand(highPass, minimum, maximum, mean, stdv)) return false;
+bool CHpfFusion::SetGains(bool second, double stdv, double weight) {
   if (std::fabs(stdv) < 1e-8) {
-    SetError(ERR_ZERO_DEVIATION, noSpread);
+    SetError(ERR_ZERO_DEVIATION,
+             second ? L"出错了，二次滤波后全色影像数据标准差为零！" : L"出错了，全色影像数据标准差为零！");
     return false;
   }
+  const SharedArray gains(m_param.m_vecMSBands.size());
   for (std::size_t i = 0; i < m_param.m_vecMSBands.size(); ++i) gains[i] = m_pMulStdvs[i] / stdv * weight;
+  (second ? m_pSecondGains : m_pFirstGains) = gains;
   return true;
 }
 

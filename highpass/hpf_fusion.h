@@ -56,12 +56,15 @@ class FUSION_API CHpfFusion : public CFusion {
   double ChangeDataType(double v, double inMin, double inMax, double outMin, double outMax);
 
  protected:
+  /// The gains of the first detail, or of the second one, from its deviation and the multispectral ones. False, with
+  /// the error state set, where the detail has no spread.
+  bool SetGains(bool second, double stdv, double weight);
+  /// What a run of this class varies, but for where its details come from.
+  fusion::RunVariation Variation();
+
   HpfFusionParam m_hpfParam;
 
  private:
-  bool ComputeGains(CRasterBand& highPass, double weight, const wchar_t* noSpread, double& mean, double& stdv,
-                    const SharedArray& gains);
-
   CRasterSource* m_pSecondSrc = nullptr;  ///< open only while Process runs with second filtering on
   double* m_pMulMeans = nullptr;
   double* m_pMulStdvs = nullptr;

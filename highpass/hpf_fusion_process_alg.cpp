@@ -52,7 +52,7 @@ bool CHpfFusionProcessAlg::RunStages(fusion::StagePipeline& pipeline) {
 GISError CHpfFusionProcessAlg::Preproccess() {
   CRasterSource ms;
   if (!ms.Open(m_hpfParam.m_strMSFile, GDA_READ, m_hpfParam.m_bOpenOption)) {
-    Fail(ERR_OPEN, L"打开多光谱影像失败！");
+    Fail(ERR_OPEN, messages::kMsOpenFailed);
     return GIS_OPEN_FAILED;
   }
   ms.SetMaskNoData(m_hpfParam.m_bMaskNoData);

@@ -1,14 +1,13 @@
 #include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 
 #include "highpass/hpf_param.h"
+#include "highpass/mean_filter.h"
 #include "highpass/simple_pan_sharpening_fusion.h"
 #include "highpass/stage_pipeline.h"
 
 namespace stages = platform::stages;
 
-namespace {
-
-FilterDescription MeanFilter() {
+FilterDescription fusion::MeanFilter() {
   constexpr int kSize = 7;
   FilterDescription mean;
   mean.m_dScale = 1.0 / (kSize * kSize);
@@ -17,6 +16,8 @@ FilterDescription MeanFilter() {
   mean.m_nCenterX = mean.m_nCenterY = kSize / 2;
   return mean;
 }
+
+namespace {
 
 /// Knows whether the run has begun to write its output.
 class WatchedFusion : public CSimplePanSharpeningFusion {
@@ -60,7 +61,7 @@ void CSimplePanSharpeningFusionProcessAlg::Process() {
 
 bool CSimplePanSharpeningFusionProcessAlg::RunStages(fusion::StagePipeline& pipeline) {
   std::wstring smooth;
-  if (!pipeline.Convolve({L"卷积处理", stages::kFiltering, 1, 3}, MeanFilter(), smooth)) return false;
+  if (!pipeline.Convolve({L"卷积处理", stages::kFiltering, 1, 3}, fusion::MeanFilter(), smooth)) return false;
   PixelDataType type = m_hpfParam.m_eOutDataType;
   if (type == PDT_UNKNOWN) {
     // The caller's image decides, not the 32-bit floats that the green mix makes of it.

@@ -108,7 +108,7 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
   const bool matchesUnasked = method.matchedByDefault && !o.autoLevel && !o.asPublished;
   checked.matched = o.spectralMatch == "on" || (o.spectralMatch == "auto" && matchesUnasked);
   checked.guards = ChooseGuards(o, method, checked.matched);
-  if (o.makeGreen && !method.isPipeline && !checked.matched) {
+  if (o.makeGreen && !method.mixesGreen && !checked.matched) {
     throw UsageError("--make-green has no effect on a raw " + std::string(method.name) +
                      " run; it is taken by hpf, sharpen and by every spectrally matched run.");
   }

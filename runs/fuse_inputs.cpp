@@ -104,16 +104,12 @@ void FuseInputs::SettleExtent() {
 }
 
 void FuseInputs::ChooseFiles(const Method& method) {
-  // Where a method works on whole files, the choice of bands must be one, and the green mix of the pipelines does, too.
-  // Alpha is no band for any method.
-  const bool wholeFile = method.wholeFileBands || (method.isPipeline && m_options.makeGreen);
+  // Where a method works on whole files, the choice of bands must be one, and its green mix does, too. Alpha is no band
+  // for any method.
+  const bool wholeFile = method.wholeFileBands || (method.mixesGreen && m_options.makeGreen);
   if ((wholeFile && !m_options.bands.empty()) || m_leavesOutAlpha) {
     LookThrough(View(m_msFile, m_bands), m_msFile);
     m_bands.clear();
-  }
-  if (method.isPipeline && m_panBand != 0) {
-    LookThrough(View(m_panFile, {m_panBand}), m_panFile);
-    m_panBand = 0;
   }
 }
 
@@ -229,7 +225,6 @@ void FuseInputs::CutWindow(const CRect& overlap) {
                    std::min({wanted.right, overlap.right, m_pan.GetWidth()}),
                    std::min({wanted.bottom, overlap.bottom, m_pan.GetHeight()}));
   if (m_window.Area() == 0) throw UsageError("--window: nothing of it lies where both images have data.");
-  m_windowOnGround = m_pan.ImageToGround(m_window);
   if (!(m_window == wanted)) {
     m_notices.Add("--window is cut to where both images have data: " + std::to_string(m_window.left) + "," +
                   std::to_string(m_window.top) + "," + std::to_string(m_window.Width()) + "," +
@@ -255,13 +250,6 @@ void FuseInputs::FillParam(FusionParam& param) const {
   param.m_rcScene = m_scene;
   param.m_bNeedReproject = m_needReproject;
   param.m_bMaskNoData = m_maskNoData;
-}
-
-CRect FuseInputs::PartOf(const std::wstring& file) const {
-  if (!IsPart()) return {};
-  CRasterSource raster;
-  OpenInput(raster, file);
-  return raster.GroundToImage(m_windowOnGround);
 }
 
 void FuseInputs::ComputeTargets(MatchTargets& targets, CBaseProgress& progress) const {

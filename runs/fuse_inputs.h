@@ -30,8 +30,6 @@ class FuseInputs {
   /// Adds means and deviations of the chosen multispectral bands, as robust as the targets are to be. Until Close.
   /// Throws RunFailure.
   void ComputeTargets(MatchTargets& targets, CBaseProgress& progress) const;
-  /// The window in the pixels of a raster on the pan grid; empty where the run is no part of a scene.
-  CRect PartOf(const std::wstring& file) const;
   /// Multispectral over pan pixel width, both on pan's ground; 0 where the run does not ask for it.
   double PixelRatio() const { return m_pixelRatio; }
   PixelDataType MsType() const { return m_msType; }
@@ -72,7 +70,6 @@ class FuseInputs {
   std::vector<int> m_bands;  ///< zero-based, of m_msFile
   int m_panBand = 0;         ///< zero-based, of m_panFile
   CRect m_window;
-  CBoundingBox m_windowOnGround;
   CRect m_scene;  ///< the common area that the window is a part of; empty without window, or with its own statistics
   bool m_needReproject = false;
   double m_pixelRatio = 0.0;

@@ -7,7 +7,6 @@
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/algorithm/build_raster_overviews.h"
-#include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
@@ -79,25 +78,13 @@ FuseReport FuseRun::FuseAndPublish() {
   Describe(inputs.Description());
   if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
   const std::wstring result = m_pending.WorkPath();
-  const bool matchesItself = m_checked.method->matchesItself && platform::IsFloatType(m_type) && !inputs.IsPart() &&
-                             !m_checked.guards.matchMoments && !m_checked.guards.productRoot;
-  const bool matchedHere = m_checked.matched && !matchesItself;
   MatchTargets targets;
   targets.robust = m_checked.guards.matchMoments;
   targets.root = m_checked.guards.productRoot;
-  if (matchedHere) inputs.ComputeTargets(targets, m_progress);
+  targets.makeGreen = m_options.makeGreen && !m_checked.method->mixesGreen;
+  if (m_checked.matched) inputs.ComputeTargets(targets, m_progress);
   inputs.Close();
-  if (!matchedHere) {
-    Fuse(inputs, result, m_type, m_checked.format, m_checked.matched, nullptr);
-  } else if (m_checked.method->isPipeline) {
-    const std::wstring raw = CommonFun::GetTempFilePath(result);
-    Fuse(inputs, raw, TypeToMatch(m_type), kFormatGeoTiff, false, nullptr);
-    Match(inputs, raw, result, targets);
-    CRasterSource::DeleteFileW(raw);
-  } else {
-    targets.makeGreen = m_options.makeGreen;
-    Fuse(inputs, result, m_type, m_checked.format, false, &targets);
-  }
+  Fuse(inputs, result, m_checked.matched ? &targets : nullptr);
   FuseReport report = Look(result, inputs.MsType());
   if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
   ThrowObstacle(m_pending.Publish(), m_output);
@@ -120,26 +107,21 @@ PixelDataType FuseRun::DefaultType(PixelDataType msType) const {
   return msType == PDT_UNKNOWN ? PDT_FLOAT32 : msType;
 }
 
-void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
-                   bool matchesItself, const MatchTargets* targets) {
+void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const MatchTargets* targets) {
   HpfFusionParam param;
   inputs.FillParam(param);
-  // The matching behind a pipeline wants the statistics of the whole, and cuts the part out itself.
-  const bool comesMatching = m_checked.matched && m_checked.method->isPipeline;
-  if (inputs.IsPart() && comesMatching) param.m_rcProcess = std::exchange(param.m_rcScene, CRect());
   param.m_strAlgName = CommonFun::Utf82U(m_checked.method->name);
   param.m_stage = {m_checked.method->name};
   param.m_strOutFile = file;
   param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
-  param.m_eOutDataType = type;
-  param.m_eOutFormat = format;
-  if (!comesMatching) param.m_pDescription = m_description;
+  param.m_eOutDataType = m_type;
+  param.m_eOutFormat = m_checked.format;
+  param.m_pDescription = m_description;
   param.m_eResampleType = m_checked.resample;
   param.m_bRepeatMsEdges = m_checked.guards.edges;
   param.m_bKeepSampleRange = m_checked.guards.resample;
   for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
-  param.m_bSpectralMatch = matchesItself;
-  param.m_bMakeGreen = m_options.makeGreen && (matchesItself || m_checked.method->isPipeline);
+  param.m_bMakeGreen = m_options.makeGreen && m_checked.method->mixesGreen;
   param.m_bDataStretch = m_options.autoLevel;
 
   const std::unique_ptr<CBaseAlgorithm> algorithm =
@@ -149,7 +131,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, PixelData
     dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
   } else if (m_options.stretch) {
     dynamic_cast<CFusion&>(*algorithm).StretchOwnRange();
-  } else if (IsOnByteScale(type)) {
+  } else if (IsOnByteScale()) {
     algorithm->SetStretch(true);
     m_notices.Add("The result, on the scale of a byte, is stretched to the range of the output type.");
   }
@@ -169,29 +151,9 @@ void FuseRun::TellOutliers(const MatchOutliers& outliers) const {
                 "(--match-moments plain takes them as they are).");
 }
 
-bool FuseRun::IsOnByteScale(PixelDataType type) const {
-  return !m_options.asPublished && m_checked.method->onByteScale && !platform::IsFloatType(type) && type != PDT_UINT8;
-}
-
-void FuseRun::Match(const FuseInputs& inputs, const std::wstring& raw, const std::wstring& result,
-                    const MatchTargets& targets) {
-  CStretchAlgorithmParam param;
-  param.m_strAlgName = messages::kSpectralMatching;
-  param.m_stage = {platform::stages::kSpectralMatching};
-  param.m_strInFile = raw;
-  param.m_strOutFile = result;
-  param.m_strAoiFile = CommonFun::Utf82U(m_options.aoi);
-  param.m_bMaskNoData = m_masks;
-  param.m_eOutDataType = m_type;
-  param.m_eOutFormat = m_checked.format;
-  param.m_pDescription = m_description;
-  param.m_rcProcess = inputs.PartOf(raw);
-  param.m_pMeans = targets.means.data();
-  param.m_pStdDevs = targets.stdDevs.data();
-  param.m_bRobust = targets.robust;
-  CStretchOfMultiBand matching(&param);
-  Carry(matching);
-  TellOutliers({matching.GetOutliers(), matching.GetWidening()});
+bool FuseRun::IsOnByteScale() const {
+  return !m_options.asPublished && m_checked.method->onByteScale && !platform::IsFloatType(m_type) &&
+         m_type != PDT_UINT8;
 }
 
 void FuseRun::Carry(CBaseAlgorithm& algorithm) {

@@ -33,14 +33,10 @@ class FuseRun {
   /// What the multispectral image says of its bands goes to the output where it holds there, too.
   void Describe(platform::RasterDescription description);
   PixelDataType DefaultType(PixelDataType msType) const;
-  void Fuse(const FuseInputs& inputs, const std::wstring& file, PixelDataType type, RasterDataFormat format,
-            bool matchesItself, const MatchTargets* targets);
+  void Fuse(const FuseInputs& inputs, const std::wstring& file, const MatchTargets* targets);
   void TellOutliers(const MatchOutliers& outliers) const;
   /// Whether the raw result would look black in the type.
-  bool IsOnByteScale(PixelDataType type) const;
-  /// The matching as a stage of its own, behind a pipeline of stages.
-  void Match(const FuseInputs& inputs, const std::wstring& raw, const std::wstring& result,
-             const MatchTargets& targets);
+  bool IsOnByteScale() const;
   /// Runs an algorithm and throws its failure.
   void Carry(CBaseAlgorithm& algorithm);
   /// A run that reports success but left no readable raster has failed.

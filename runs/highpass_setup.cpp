@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "framework/messages.h"
-#include "highpass/hpf_fusion_process_alg.h"
+#include "highpass/block_hpf.h"
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/reproject.h"
 #include "runs/failures.h"
@@ -55,7 +55,7 @@ std::unique_ptr<CBaseAlgorithm> MakeHpf(HpfFusionParam& param, const MethodSetup
   param.m_bSecondFilter = options.secondKernelSize || options.secondDetailWeight;
   if (param.m_bSecondFilter) param.m_filter2 = HighPass(options.secondKernelSize.value_or(kSecondSize));
   if (options.secondDetailWeight) param.m_dDetailWeight2 = *options.secondDetailWeight;
-  auto fusion = std::make_unique<CHpfFusionProcessAlg>(&param);
+  auto fusion = std::make_unique<BlockHpf>(&param);
   fusion->CapDetail(setup.guards.detailCap);
   return fusion;
 }

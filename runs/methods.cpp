@@ -5,8 +5,8 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
-#include "highpass/hpf_fusion_process_alg.h"
-#include "highpass/simple_pan_sharpening_fusion_process_alg.h"
+#include "highpass/block_hpf.h"
+#include "highpass/block_sharpening.h"
 #include "runs/bayesian_setup.h"
 #include "runs/guards.h"
 #include "runs/highpass_setup.h"
@@ -36,7 +36,7 @@ std::unique_ptr<CBaseAlgorithm> MakeWeighted(HpfFusionParam& param, const Method
 }
 
 void TellDetailCap(const CBaseAlgorithm& algorithm, const std::vector<int>& /*bands*/, Notices& notices) {
-  const auto& fusion = dynamic_cast<const CHpfFusionProcessAlg&>(algorithm);
+  const auto& fusion = dynamic_cast<const BlockHpf&>(algorithm);
   if (!fusion.HasCappedDetail()) return;
   notices.Add("Detail has a weight of " + Formatted("%.2g", fusion.GetDetailWeight()) +
               ", its share of pan; --detail-cap off, or --detail-weight, for more.");
@@ -96,14 +96,12 @@ const std::vector<Method>& Methods() {
        .takes = kRaster | kTakesMatch,
        .make = Make<CBroveyFusion>,
        .matchedByDefault = true,
-       .matchesItself = true,
        .isRatio = true},
       {.name = "multiplicative",
        .summary = "each band times pan",
        .takes = kRaster | kTakesMatch | kTakesProductRoot,
        .make = Make<CMultipleFusion>,
        .matchedByDefault = true,
-       .matchesItself = true,
        // The bare product of two images fits no integer type.
        .rawType = PDT_FLOAT32},
       {.name = "weighted",
@@ -133,16 +131,16 @@ const std::vector<Method>& Methods() {
        .takes = kTakesAutoLevel | kTakesKernels,
        .make = MakeHpf,
        .remark = TellDetailCap,
-       .isPipeline = true,
+       .mixesGreen = true,
        .wholeFileBands = true,
        .buildsOverviews = true,
        .onBandScale = true},
       {.name = "sharpen",
        .summary = "bands times the ratio of pan to its 7 x 7 mean, plus pan",
        .takes = kTakesType | kTakesMatch | kTakesAutoLevel,
-       .make = Make<CSimplePanSharpeningFusionProcessAlg>,
+       .make = Make<BlockSharpening>,
        .matchedByDefault = true,
-       .isPipeline = true,
+       .mixesGreen = true,
        .buildsOverviews = true,
        .isRatio = true},
   };

@@ -52,10 +52,8 @@ struct Method {
   void (*remark)(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) = nullptr;
   /// --spectral-match auto means on.
   bool matchedByDefault = false;
-  /// Carries the spectral matching out by itself when its output is a float type.
-  bool matchesItself = false;
-  /// Runs file to file in stages of its own, always with bicubic resampling.
-  bool isPipeline = false;
+  /// Mixes near infrared into green by itself, in the bands that it is given; else that is a part of the matching.
+  bool mixesGreen = false;
   /// Works on all bands of a file, so that a choice of bands must look like a file.
   bool wholeFileBands = false;
   /// Its published run ends with overviews of the output.

@@ -111,7 +111,9 @@ bool BandBuffers::ReadInto(double* values, std::size_t i, CRasterBand& band, con
                            unsigned char& gaps) const {
   bool any = false;
   const CRect read = m_repeatsEdges ? OnRaster(rect, band) : rect;
-  if (band.ReadSamples(read, values, any) != 0) return false;
+  const bool done = m_readSamples ? m_readSamples(band, static_cast<int>(i), read, values, any)
+                                  : band.ReadSamples(read, values, any) == 0;
+  if (!done) return false;
   gaps = any;
   if (m_afterRead) m_afterRead(band, static_cast<int>(i), values, read.Area());
   if (!(read == rect)) Spread(values, read, rect);

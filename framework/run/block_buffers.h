@@ -60,6 +60,9 @@ class BandBuffers {
  public:
   using AfterRead = std::function<void(CRasterBand& band, int i, double* values, std::int64_t count)>;
 
+  /// Fills values with a rectangle for buffer i, as CRasterBand::ReadSamples does; false after a failed read.
+  using ReadSamples = std::function<bool(CRasterBand& band, int i, const CRect& rect, double* values, bool& gaps)>;
+
   BandBuffers(std::size_t count, std::int64_t capacity);
   BandBuffers(const BandBuffers&) = delete;
   BandBuffers& operator=(const BandBuffers&) = delete;
@@ -73,6 +76,8 @@ class BandBuffers {
   /// sources that mask (CRasterSource::SetMaskNoData) are looked at.
   const unsigned char* Gaps() const { return m_gaps.data(); }
 
+  /// Reads from now on in place of a band's own ReadSamples, on the thread that reads. Empty: the band's own.
+  void SetReadSamples(ReadSamples readSamples) { m_readSamples = std::move(readSamples); }
   /// Called from now on with all that Read reads into buffer i, on the thread that reads it.
   void SetAfterRead(AfterRead afterRead) { m_afterRead = std::move(afterRead); }
   /// Lets Read and Expect take rectangles that reach beyond a band's raster: what lies there repeats the raster's edge.
@@ -106,6 +111,7 @@ class BandBuffers {
   bool TakeExpected(std::size_t i, const CRasterBand* band, const CRect& rect, bool& read);
   void WaitForReader();
 
+  ReadSamples m_readSamples;
   AfterRead m_afterRead;
   bool m_repeatsEdges = false;
   std::vector<Buffer> m_buffers;

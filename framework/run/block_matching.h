@@ -1,27 +1,32 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "framework/match_targets.h"
-#include "platform/algorithm/row_conversion.h"
+#include "platform/algorithm/stored_row.h"
+#include "platform/processing/band_level.h"
 #include "platform/processing/moment_matching.h"
 
 namespace fusion {
 
-/// Brings fused blocks to target moments on their way to the output. Every block comes twice: once to be counted, once
-/// more, after EndCounting, to be written. That is faster than keeping a floating-point copy of the whole result in
-/// between.
+/// Brings fused blocks to target moments, adjusts their level, or both, on their way to the output. Every block comes
+/// several times: to be counted, once for the moments and once or more for the level, EndCounting after each time, and
+/// to be written. That is faster than keeping a floating-point copy of the whole result in between.
 class BlockMatching {
  public:
   /// @param outType of the output raster
   /// @param masked 0 marks pixels without data in the fused blocks, and in the output
-  BlockMatching(const MatchTargets& targets, PixelDataType outType, bool masked);
+  BlockMatching(const std::optional<MatchTargets>& match, const std::optional<LevelTargets>& level, int bandCount,
+                PixelDataType outType, bool masked);
 
   /// The type that the blocks are to be fused in.
   PixelDataType FusedType() const { return m_fusedType; }
-  bool IsCounting() const { return !m_counted; }
+  /// How often all blocks are still to be counted.
+  int CountsToCome() const { return m_countsToCome; }
+  bool IsCounting() const { return m_countsToCome > 0; }
   void EndCounting();
-  MatchOutliers Outliers() const { return {m_matching.Outliers(), m_matching.Widening()}; }
+  MatchOutliers Outliers() const;
 
   /// Counts or writes a block.
   /// @param bands one buffer of FusedType per band
@@ -34,13 +39,18 @@ class BlockMatching {
   void Count(void* const* bands, const CRect& rect, const unsigned char* inside);
   bool Write(void* const* bands, const CRect& rect, const unsigned char* inside, CRasterSource& output);
   void LoadRow(void* const* bands, std::ptrdiff_t at, int width);
+  /// The present row as it is before its level is adjusted.
+  void MatchRow(const unsigned char* inside, int width);
 
   PixelDataType m_outType;
   PixelDataType m_fusedType;
   bool m_masked;
   bool m_root;
-  bool m_counted = false;
-  platform::MomentMatching m_matching;
+  int m_countsToCome = 0;
+  std::optional<platform::MomentMatching> m_matching;
+  bool m_matches = false;                        ///< the moments are counted
+  std::optional<platform::StoredRow> m_between;  ///< from matching to level
+  std::vector<platform::BandLevel> m_levels;     ///< one per band, none where the level stays
   platform::RowConversion m_store;
   std::vector<std::vector<double>> m_rows;  ///< the present row of each band
   std::vector<double*> m_pointers;

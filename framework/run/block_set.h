@@ -21,7 +21,9 @@ struct BlockSet {
   BlockSet(const BlockGrid& grid, std::vector<int> msBands, int panLeft, int panTop, bool overlapped);
 
   /// Whether blocks are fused for statistics of the result alone.
-  bool IsCounting() const { return range || (matching && matching->IsCounting()); }
+  bool IsCounting() const { return CountsToCome() > 0; }
+  /// How often they still are.
+  int CountsToCome() const { return range ? 1 : matching ? matching->CountsToCome() : 0; }
   /// What they are fused in; the given type where they are written as they are.
   PixelDataType FusedType(PixelDataType outType) const {
     if (range) return BlockRange::kFusedType;
@@ -44,7 +46,7 @@ struct BlockSet {
   CRect panRect;   ///< in the pan image,
   CRect msRect;    ///< and what was read for it from the multispectral image, with its edges repeated where asked for
   CRasterAOI* aoi = nullptr;
-  std::unique_ptr<BlockMatching> matching;  ///< null where the blocks are written as they are
+  std::unique_ptr<BlockMatching> matching;  ///< null where the blocks are written as they are fused
   std::unique_ptr<BlockRange> range;        ///< while the range of the result is taken
   int step = 0;                             ///< blocks done
   std::atomic<bool> writeFailed = false;

@@ -32,7 +32,7 @@ void Run::Execute() {
     return;
   }
   m_fusion.Guard([&] {
-    if (m_blocks->counted) {
+    while (m_blocks->IsCounting()) {
       if (!Walk(*m_blocks->counted)) return;
       EndCounting();
     }
@@ -72,6 +72,9 @@ bool Run::Prepare() {
     return false;
   }
   m_blocks = std::make_unique<BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top, m_fusion.m_overlappedIo);
+  m_blocks->ms.SetReadSamples(m_variation.readMs);
+  m_blocks->pan.SetReadSamples(m_variation.readPan);
+  m_blocks->detail.SetReadSamples(m_variation.readDetail);
   if (m_variation.afterRead) {
     m_blocks->ms.SetAfterRead(m_variation.afterRead);
     m_blocks->pan.SetAfterRead([this](CRasterBand& band, int, double* values, std::int64_t count) {
@@ -83,7 +86,7 @@ bool Run::Prepare() {
     return false;
   }
   PrepareRange();
-  const int counted = m_blocks->counted ? m_blocks->counted->Count() : 0;
+  const int counted = m_blocks->counted ? m_blocks->counted->Count() * m_blocks->CountsToCome() : 0;
   if (progress) progress->Begin(m_fusion.m_param.m_stage, title, grid.Count() + counted);
   return true;
 }
@@ -118,14 +121,16 @@ void Run::DropReprojection() {
 
 bool Run::PrepareMatching() {
   BlockSet& blocks = *m_blocks;
-  if (!m_fusion.m_matchTargets) return true;
+  const auto& match = m_fusion.m_matchTargets;
+  const auto& level = m_fusion.m_levelTargets;
+  if (!match && !level) return true;
   const auto bandCount = static_cast<std::size_t>(m_fusion.m_param.m_nOutBandCount);
-  if (m_fusion.m_matchTargets->means.size() != bandCount || m_fusion.m_matchTargets->stdDevs.size() != bandCount) {
+  if (match && (match->means.size() != bandCount || match->stdDevs.size() != bandCount)) {
     m_fusion.SetError(ERR_STATISTICS, messages::kMsStatisticsFailed);
     return false;
   }
-  blocks.matching = std::make_unique<BlockMatching>(*m_fusion.m_matchTargets, m_fusion.m_param.m_eOutDataType,
-                                                    m_fusion.m_param.m_bMaskNoData);
+  blocks.matching = std::make_unique<BlockMatching>(match, level, m_fusion.m_param.m_nOutBandCount,
+                                                    m_fusion.m_param.m_eOutDataType, m_fusion.m_param.m_bMaskNoData);
   blocks.counted = MakeSceneGrid();
   m_fusion.SetOutRange(blocks.matching->FusedType());
   return true;

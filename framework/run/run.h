@@ -63,6 +63,8 @@ class Run {
   /// Turns from the statistics of the result to the result.
   void EndCounting();
 
+  /// The band that the detail block is read from.
+  CRasterBand* DetailBand() const;
   /// What kernels are to see of the multispectral image where a block needs a rectangle of it.
   CRect KernelRect(const CRect& msRect) const;
   /// Fuses every block of a grid. False where the run ended before.

@@ -19,6 +19,11 @@ struct RunVariation {
       configure;
   /// A second image, opened by configure, that is read over the same rectangle and band as the pan image while open.
   CRasterSource* detailSource = nullptr;
+  /// What the blocks hold in place of the bands' own samples. One for the detail block stands for a second image: it
+  /// reads from the pan band.
+  BandBuffers::ReadSamples readPan;
+  BandBuffers::ReadSamples readDetail;
+  BandBuffers::ReadSamples readMs;
   /// Changes a block right after it was read, on the thread that read it; the index is the place in the band list, -1
   /// for the pan block.
   BandBuffers::AfterRead afterRead;
@@ -29,7 +34,7 @@ struct RunVariation {
   /// Work on the finished output of a successful run that has a progress reporter, before Finish.
   std::function<void()> beforeFinish;
 
-  bool HasDetail() const { return detailSource && detailSource->IsOpen(); }
+  bool HasDetail() const { return readDetail || (detailSource && detailSource->IsOpen()); }
 };
 
 }  // namespace fusion

@@ -13,6 +13,11 @@ CRect Run::KernelRect(const CRect& msRect) const {
   return m_fusion.m_param.m_bRepeatMsEdges ? BeyondEdges(msRect, m_ms.GetWidth(), m_ms.GetHeight()) : msRect;
 }
 
+CRasterBand* Run::DetailBand() const {
+  const CRasterSource& source = m_variation.readDetail ? m_pan : *m_variation.detailSource;
+  return source.GetRasterBand(m_fusion.m_param.m_nPanBand);
+}
+
 LoadResult Run::Load(BlockSet& blocks, const CRect& dstBlock) {
   blocks.dstBlock = dstBlock;
   blocks.panRect = Shift(dstBlock, blocks.panLeft, blocks.panTop);
@@ -45,10 +50,7 @@ LoadResult Run::Load(BlockSet& blocks, const CRect& dstBlock) {
   }
   CRasterBand* panBand = m_pan.GetRasterBand(m_fusion.m_param.m_nPanBand);
   if (!blocks.pan.Read(0, panBand, panRect)) return LoadResult::kPanFailed;
-  if (m_variation.HasDetail() &&
-      !blocks.detail.Read(0, m_variation.detailSource->GetRasterBand(m_fusion.m_param.m_nPanBand), panRect)) {
-    return LoadResult::kPanFailed;
-  }
+  if (m_variation.HasDetail() && !blocks.detail.Read(0, DetailBand(), panRect)) return LoadResult::kPanFailed;
   ReadAhead(blocks);
   return MaskBlock(blocks);
 }
@@ -57,7 +59,7 @@ void Run::ReadAhead(BlockSet& blocks) {
   if (!blocks.overlapped) return;
   const bool counting = blocks.IsCounting();
   CRect next = (counting ? *blocks.counted : blocks.grid).After(blocks.dstBlock);
-  if (next.Area() == 0 && counting) next = blocks.grid.Block(0, 0);
+  if (next.Area() == 0 && counting) next = (blocks.CountsToCome() > 1 ? *blocks.counted : blocks.grid).Block(0, 0);
   CRect msRect;
   // A guess by the common rule, since a derived class's own is to be asked only when the block's turn has come.
   if (next.Area() == 0 || !m_fusion.CFusion::GetReadBufferRect(&next, &msRect)) return;
@@ -66,10 +68,7 @@ void Run::ReadAhead(BlockSet& blocks) {
   }
   const CRect panRect = Shift(next, blocks.panLeft, blocks.panTop);
   blocks.pan.Expect(0, m_pan.GetRasterBand(m_fusion.m_param.m_nPanBand), panRect, blocks.reader);
-  if (m_variation.HasDetail()) {
-    blocks.detail.Expect(0, m_variation.detailSource->GetRasterBand(m_fusion.m_param.m_nPanBand), panRect,
-                         blocks.reader);
-  }
+  if (m_variation.HasDetail()) blocks.detail.Expect(0, DetailBand(), panRect, blocks.reader);
 }
 
 bool Run::Walk(const BlockGrid& grid) {

@@ -10,6 +10,7 @@ inline constexpr wchar_t kProcessing[] = L"处理中...";
 inline constexpr wchar_t kFormatCopy[] = L"格式转换";
 inline constexpr wchar_t kReadFailed[] = L"读取数据失败！";
 inline constexpr wchar_t kWriteFailed[] = L"写数据失败！";
+inline constexpr wchar_t kWrongKernel[] = L"卷积核参数错误！";
 inline constexpr wchar_t kWrongExtent[] = L"设置的影像范围有误！";
 inline constexpr wchar_t kOutOfMemory[] = L"内存不足！";
 inline constexpr wchar_t kUnknownFailure[] = L"未知错误！";

@@ -6,9 +6,14 @@
 namespace platform {
 
 RowBuffer::RowBuffer(const CRasterSource& input, std::vector<int> bands, int halo, int chunkRows)
+    : RowBuffer(input, std::move(bands), halo, chunkRows, {0, input.GetWidth()}) {}
+
+RowBuffer::RowBuffer(const CRasterSource& input, std::vector<int> bands, int halo, int chunkRows,
+                     const Columns& columns)
     : m_input(input),
       m_bands(std::move(bands)),
-      m_width(input.GetWidth()),
+      m_left(columns.left),
+      m_width(columns.Width()),
       m_height(input.GetHeight()),
       m_halo(halo),
       m_rows(m_bands.size()) {
@@ -42,7 +47,7 @@ bool RowBuffer::Load(int first, int count, const RowBuffer& before) {
 bool RowBuffer::ReadRows(int index, int first, int end) {
   CRasterBand* band = m_input.GetRasterBand(m_bands[static_cast<std::size_t>(index)]);
   return band &&
-         band->ReadBlock(0, first, m_width, end - first, At(index, first), m_width, end - first, PDT_FLOAT64) == 0;
+         band->ReadBlock(m_left, first, m_width, end - first, At(index, first), m_width, end - first, PDT_FLOAT64) == 0;
 }
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "platform/raster/raster_algorithm.h"
 #include "platform/system/multiversion.h"
 
 namespace platform {
@@ -102,6 +103,12 @@ void ConvertSingle(const ValueConversion& conversion, double value, T& out) {
 }
 
 }  // namespace
+
+ValueConversion ValueConversion::FullRange(PixelDataType type) {
+  ValueConversion conversion;
+  CRasterAlgorithm::GetMaxMinVal(type, conversion.m_dOutMax, conversion.m_dOutMin);
+  return conversion;
+}
 
 bool ValueConversion::IsRescaling() const {
   constexpr double kSame = 1e-8;

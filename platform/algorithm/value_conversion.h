@@ -17,6 +17,8 @@ struct FUSION_API ValueConversion {
   bool m_bStretch = false;
   bool m_bAddOne = false;  ///< narrows the output range by one at each end
 
+  /// Without a stretch, to all that a type can hold.
+  static ValueConversion FullRange(PixelDataType type);
   /// Limits after the add-one switch.
   double Low() const { return m_dOutMin + (m_bAddOne ? 1.0 : 0.0); }
   double High() const { return m_dOutMax - (m_bAddOne ? 1.0 : 0.0); }

@@ -49,6 +49,21 @@ bool IsClose(double a, double b) { return std::abs(a - b) <= 1e-13 * std::min(st
 
 }  // namespace
 
+std::optional<Kernel> MakeKernel(Kernel kernel, double scale) {
+  constexpr int kLargest = 31;
+  const auto isSize = [](int size) { return size >= 1 && size <= kLargest; };
+  const bool fits =
+      isSize(kernel.width) && isSize(kernel.height) && kernel.centerX >= 0 && kernel.centerX < kernel.width &&
+      kernel.centerY >= 0 && kernel.centerY < kernel.height &&
+      kernel.coefficients.size() == static_cast<std::size_t>(kernel.width) * static_cast<std::size_t>(kernel.height);
+  if (!fits) return std::nullopt;
+  for (double& c : kernel.coefficients) {
+    c *= scale;
+    if (!std::isfinite(c)) return std::nullopt;
+  }
+  return kernel;
+}
+
 bool SeparableKernel::Split(const Kernel& kernel) {
   // The pivot lies outside the centre, whose coefficient may be any.
   int pivotX = -1;
@@ -84,15 +99,20 @@ bool SeparableKernel::Split(const Kernel& kernel) {
 }
 
 KernelPasses::KernelPasses(const Kernel& kernel, int imageWidth, int imageHeight)
+    : KernelPasses(kernel, imageWidth, imageHeight, {0, imageWidth}) {}
+
+KernelPasses::KernelPasses(const Kernel& kernel, int imageWidth, int imageHeight, const Columns& columns)
     : m_kernel(kernel),
       m_isSeparable(m_separable.Split(kernel)),
-      m_width(imageWidth),
+      m_imageWidth(imageWidth),
       m_height(imageHeight),
-      m_padded(static_cast<std::size_t>(imageWidth) + static_cast<std::size_t>(kernel.width)),
+      m_columns(columns),
+      m_width(columns.Width()),
+      m_padded(static_cast<std::size_t>(m_width) + static_cast<std::size_t>(kernel.width)),
       m_ring(static_cast<std::size_t>(kernel.height)),
       m_ringRows(static_cast<std::size_t>(kernel.height), -1) {
   for (int i = 0; i < kernel.width; ++i) m_rowTaps.push_back(m_padded.data() + i);
-  for (auto& row : m_ring) row.resize(m_isSeparable ? static_cast<std::size_t>(imageWidth) : m_padded.size());
+  for (auto& row : m_ring) row.resize(m_isSeparable ? static_cast<std::size_t>(m_width) : m_padded.size());
 }
 
 void KernelPasses::ProcessRow(const RowBuffer& rows, int row, double* out) {
@@ -107,19 +127,19 @@ void KernelPasses::ProcessRow(const RowBuffer& rows, int row, double* out) {
   }
   const auto& weights = m_isSeparable ? m_separable.column : m_kernel.coefficients;
   WeightedSum(m_taps.data(), weights.data(), static_cast<int>(m_taps.size()), out, m_width);
-  if (m_isSeparable && m_separable.center != 0.0) AddWeighted(rows.Row(0, row), m_separable.center, out, m_width);
+  if (m_isSeparable && m_separable.center != 0.0) AddWeighted(Samples(rows, row), m_separable.center, out, m_width);
 }
 
 void KernelPasses::ProcessRowWithGaps(const RowBuffer& rows, int row, double* out) {
   ProcessRow(rows, row, out);
   // A gap makes a NaN of every pixel whose kernel reaches it, and of no other.
   if (!HasGap(out, static_cast<std::size_t>(m_width))) return;
-  const double* samples = rows.Row(0, row);
+  const double* samples = Samples(rows, row);
   for (int i = 0; i < m_width; ++i) {
     if (std::isnan(samples[i])) {
       out[i] = samples[i];
     } else if (std::isnan(out[i])) {
-      out[i] = ValueBesideGap(rows, row, i);
+      out[i] = ValueBesideGap(rows, row, m_columns.left + i);
     }
   }
 }
@@ -132,7 +152,7 @@ double KernelPasses::ValueBesideGap(const RowBuffer& rows, int row, int column) 
   for (int j = 0; j < m_kernel.height; ++j) {
     const double* samples = rows.Row(0, std::clamp(row + j - m_kernel.centerY, 0, m_height - 1));
     for (int i = 0; i < m_kernel.width; ++i) {
-      const double sample = samples[std::clamp(column + i - m_kernel.centerX, 0, m_width - 1)];
+      const double sample = samples[std::clamp(column + i - m_kernel.centerX, 0, m_imageWidth - 1) - rows.Left()];
       if (std::isnan(sample)) {
         gapWeight += m_kernel.At(i, j);
       } else {
@@ -151,20 +171,24 @@ const double* KernelPasses::PreparedRow(const RowBuffer& rows, int row) {
   if (m_ringRows[place] == row) return prepared.data();
   m_ringRows[place] = row;
   if (!m_isSeparable) {
-    Pad(rows.Row(0, row), prepared.data());
+    Pad(rows, row, prepared.data());
     return prepared.data();
   }
-  Pad(rows.Row(0, row), m_padded.data());
+  Pad(rows, row, m_padded.data());
   WeightedSum(m_rowTaps.data(), m_separable.row.data(), m_kernel.width, prepared.data(), m_width);
   return prepared.data();
 }
 
-void KernelPasses::Pad(const double* values, double* padded) const {
-  const int before = m_kernel.centerX;
-  const int after = m_kernel.width - 1 - before;
-  std::fill_n(padded, before, values[0]);
-  std::copy_n(values, m_width, padded + before);
-  std::fill_n(padded + before + m_width, after, values[m_width - 1]);
+void KernelPasses::Pad(const RowBuffer& rows, int row, double* padded) const {
+  const int left = m_columns.left - m_kernel.centerX;
+  const int right = m_columns.right + m_kernel.width - 1 - m_kernel.centerX;
+  const int first = std::max(left, 0);
+  const int end = std::min(right, m_imageWidth);
+  const double* values = rows.Row(0, row) + (first - rows.Left());
+  const int count = end - first;
+  std::fill_n(padded, first - left, values[0]);
+  std::copy_n(values, count, padded + (first - left));
+  std::fill_n(padded + (end - left), right - end, values[count - 1]);
 }
 
 }  // namespace platform

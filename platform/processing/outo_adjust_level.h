@@ -1,8 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <vector>
 
 #include "platform/algorithm/single_band_io_process.h"
+
+namespace platform {
+class BandLevel;
+}
 
 /// Parameters of COutoAdjustLevel.
 struct FUSION_API OutoAdjustLevelParam : AlgorithmParam {
@@ -25,16 +30,8 @@ class FUSION_API COutoAdjustLevel : public CSingleBandIOProcess {
   void ProcessBandRow(int index, const platform::RowBuffer& rows, int row, double* out) override;
 
  private:
-  struct Band {
-    PixelDataType type;
-    double noData;
-    double low;
-    double high;
-  };
-
   double m_dRatio = 0.01;
   int m_nMode = 0;
-  std::vector<Band> m_bands;
-  double m_outMin = 0.0;
-  double m_outMax = 1.0;
+  PixelDataType m_outType = PDT_UNKNOWN;
+  std::shared_ptr<std::vector<platform::BandLevel>> m_bands;
 };

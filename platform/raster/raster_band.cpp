@@ -15,6 +15,7 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
+#include "platform/statistics/band_figures.h"
 #include "platform/statistics/row_statistics.h"
 #include "platform/system/task_queue.h"
 #include "platform/utility/common_fun.h"
@@ -24,7 +25,6 @@
 namespace {
 
 constexpr int kFailed = 1;
-constexpr std::int64_t kStatisticsWindow = std::int64_t{1} << 20;
 
 GDALRasterBand* BandOf(const CRasterSource& source, int index) {
   return platform::DatasetOf(source)->GetRasterBand(index + 1);
@@ -270,24 +270,18 @@ bool CRasterBand::ForEachWindow(std::int64_t mostValues, const Visit& visit) {
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,
                                  CBaseProgress* progress) {
   *minimum = *maximum = *mean = *stdDev = 0.0;
-  platform::RowStatistics moments(platform::NoDataSample(*this));
-  platform::RowRange range(platform::NoDataSample(*this));
+  platform::BandFigures figures(platform::NoDataSample(*this));
   bool cancelled = false;
-  const bool read = ForEachWindow(kStatisticsWindow, [&](const double* values, std::int64_t count) {
-    // In pieces that stay in the processor's cache for both.
-    constexpr std::int64_t kPiece = std::int64_t{1} << 14;
-    for (std::int64_t i = 0; i < count; i += kPiece) {
-      moments.Add(values + i, std::min(kPiece, count - i));
-      range.Add(values + i, std::min(kPiece, count - i));
-    }
+  const bool read = ForEachWindow(platform::kStatisticsWindow, [&](const double* values, std::int64_t count) {
+    figures.Add(values, count);
     cancelled = progress && progress->IsCancelRequested();
     return !cancelled;
   });
-  if (!read || cancelled || range.IsEmpty()) return false;
-  *minimum = range.Minimum();
-  *maximum = range.Maximum();
-  *mean = moments.Mean();
-  *stdDev = moments.StdDev();
+  if (!read || cancelled || figures.IsEmpty()) return false;
+  *minimum = figures.Minimum();
+  *maximum = figures.Maximum();
+  *mean = figures.Mean();
+  *stdDev = figures.StdDev();
   return true;
 }
 
@@ -305,7 +299,7 @@ bool CRasterBand::HasValidPixel() {
 bool CRasterBand::ComputeMinMax(double* minimum, double* maximum, bool /*approximate*/) {
   *minimum = *maximum = 0.0;
   platform::RowRange range(platform::NoDataSample(*this));
-  const bool read = ForEachWindow(kStatisticsWindow, [&](const double* values, std::int64_t count) {
+  const bool read = ForEachWindow(platform::kStatisticsWindow, [&](const double* values, std::int64_t count) {
     range.Add(values, count);
     return true;
   });

@@ -26,13 +26,12 @@ struct WindowGrid {
   }
 };
 
-/// Windows of a band's whole native blocks, so that none is decoded twice, and of whole rows where a row of blocks fits
-/// the given number of values.
-inline WindowGrid ReadWindows(const CRasterBand& band, std::int64_t mostValues) {
-  const std::int64_t width = band.GetWidth();
-  const std::int64_t height = band.GetHeight();
-  const std::int64_t blockWidth = std::clamp<std::int64_t>(band.GetBlockXSize(), 1, width);
-  const std::int64_t blockHeight = std::clamp<std::int64_t>(band.GetBlockYSize(), 1, height);
+/// Windows of whole blocks of a file, so that none is decoded twice, and of whole rows where a row of blocks fits the
+/// given number of values.
+inline WindowGrid ReadWindows(std::int64_t width, std::int64_t height, std::int64_t blockWidth,
+                              std::int64_t blockHeight, std::int64_t mostValues) {
+  blockWidth = std::clamp<std::int64_t>(blockWidth, 1, width);
+  blockHeight = std::clamp<std::int64_t>(blockHeight, 1, height);
   std::int64_t columns = width;
   std::int64_t rows = mostValues / width;
   if (rows >= blockHeight) {
@@ -45,6 +44,18 @@ inline WindowGrid ReadWindows(const CRasterBand& band, std::int64_t mostValues) 
   return {width, height,
           CRect(0, 0, static_cast<std::int32_t>(columns),
                 static_cast<std::int32_t>(std::clamp<std::int64_t>(rows, 1, height)))};
+}
+
+/// Rows in a strip of a GeoTIFF that CRasterSource creates: as many as fit 8 KB.
+inline int StripRows(int width, int height, int pixelSize) {
+  constexpr std::int64_t kStripBytes = 8192;
+  const std::int64_t rows = kStripBytes / (std::int64_t{width} * pixelSize);
+  return static_cast<int>(std::clamp<std::int64_t>(rows, 1, height));
+}
+
+/// Windows of a band's own blocks.
+inline WindowGrid ReadWindows(const CRasterBand& band, std::int64_t mostValues) {
+  return ReadWindows(band.GetWidth(), band.GetHeight(), band.GetBlockXSize(), band.GetBlockYSize(), mostValues);
 }
 
 }  // namespace platform

@@ -132,8 +132,8 @@ TEST_F(DiskFull, ARunOntoASmallDiskEndsAndLeavesNothing) {
                {"2048k", {"--method", "pca"}},
                {"2200k", {"--method", "ihs"}},
                {"2692k", {"--method", "ihs"}},
-               {"4100k", {"--method", "brovey", "--type", "float32", "--match-moments", "plain"}},
-               {"5000k", {"--method", "sharpen"}},
+               {"4096k", {"--method", "brovey", "--type", "float32", "--match-moments", "plain"}},
+               {"2200k", {"--method", "sharpen"}},
                {"2200k", {"--format", "COG"}}};
   for (const auto& [size, options] : cases) {
     const SmallDisk disk(Path("disk"), size);
