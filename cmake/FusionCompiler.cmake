@@ -26,6 +26,11 @@ else()
   endif()
 endif()
 
+# For a target whose own code takes no time that would be worth the compiler's.
+function(fusion_compile_quickly target)
+  target_compile_options(${target} PRIVATE $<$<AND:$<CXX_COMPILER_ID:GNU,Clang>,$<NOT:$<CONFIG:Debug>>>:-O1>)
+endfunction()
+
 # What turns a fault that is exploited into one that is noticed. Not beside the sanitizers, which watch more closely, nor
 # without optimisation, which the checked functions want.
 if(FUSION_HARDEN AND NOT MSVC AND NOT FUSION_SANITIZE)

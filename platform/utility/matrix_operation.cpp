@@ -7,6 +7,8 @@
 namespace {
 
 using Matrix = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+/// Of square matrices, which need no decomposition beforehand.
+using Svd = Eigen::JacobiSVD<Eigen::MatrixXd, Eigen::NoQRPreconditioner>;
 
 }  // namespace
 
@@ -38,7 +40,7 @@ bool CMatrixOperation::SolveLeastSquares(const double* matrix, int n, double lea
   const Eigen::Map<const Matrix> values(matrix, n, n);
   const Eigen::Map<const Eigen::VectorXd> wanted(right, n);
   if (!values.allFinite() || !wanted.allFinite()) return false;
-  Eigen::JacobiSVD<Eigen::MatrixXd> decomposition(values, Eigen::ComputeThinU | Eigen::ComputeThinV);
+  Svd decomposition(values, Eigen::ComputeFullU | Eigen::ComputeFullV);
   decomposition.setThreshold(leastPart);
   Eigen::Map<Eigen::VectorXd>(x, n) = decomposition.solve(wanted);
   return true;
@@ -49,6 +51,6 @@ double CMatrixOperation::ConditionNumber(const double* matrix, int n) {
   if (!matrix || n < 1) return kInfinite;
   const Eigen::Map<const Matrix> values(matrix, n, n);
   if (!values.allFinite()) return kInfinite;
-  const auto singular = Eigen::JacobiSVD<Matrix>(values).singularValues();
+  const auto singular = Svd(values).singularValues();
   return singular[n - 1] > 0.0 ? singular[0] / singular[n - 1] : kInfinite;
 }

@@ -74,6 +74,25 @@ TEST(SourceRules, FoldersIncludeOnlyWhatStandsBelowThem) {
   EXPECT_GT(seen, 50);
 }
 
+TEST(SourceRules, ASourceIncludesItsOwnHeaderFirst) {
+  const std::regex include("^\\s*#\\s*include\\s+[\"<](.+)[\">].*");
+  int seen = 0;
+  for (const auto& folder : kFolders) {
+    for (const auto& source : SourcesOf(folder)) {
+      const fs::path header = fs::path(source).replace_extension(".h");
+      if (source.extension() != ".cpp" || !fs::exists(header)) continue;
+      ++seen;
+      std::string first;
+      std::smatch match;
+      for (const auto& line : LinesOf(source)) {
+        if (first.empty() && std::regex_match(line, match, include)) first = match[1];
+      }
+      EXPECT_EQ(first, fs::relative(header, kRoot).generic_string()) << source;
+    }
+  }
+  EXPECT_GT(seen, 100);
+}
+
 TEST(SourceRules, ForeignLibrariesStayInsideThePlatform) {
   const std::regex foreign("^\\s*#\\s*include\\s*[<\"](gdal|ogr|cpl_|vrt|proj|Eigen|spdlog)");
   for (const auto& folder : kFolders) {
