@@ -4,6 +4,7 @@
 
 #include "framework/messages.h"
 #include "platform/processing/unwritten_figures.h"
+#include "platform/raster/cache_room.h"
 
 namespace fusion {
 
@@ -52,6 +53,9 @@ bool BlockHpf::OpenRasters(CRasterSource& pan, CRasterSource& ms) {
 }
 
 GISError BlockHpf::Preproccess() {
+  // Windows of the filtered image reach into the blocks of the file on either side.
+  platform::CacheRoom rows;
+  rows.Reserve(platform::CacheRoom::BytesToShare(*m_pPanSrc, 0));
   BandFigures first;
   BandFigures second;
   if (!MeasureFiltered(*m_filters.Pan(), {stages::kFiltering}, L"卷积处理", first)) return GIS_FAILED;

@@ -140,6 +140,7 @@ class BlockPipelines : public testing::Test {
     stretch.m_strOutFile = m_stages;
     stretch.m_strAoiFile = param.m_strAoiFile;
     stretch.m_bMaskNoData = param.m_bMaskNoData;
+    stretch.m_bOpenOption = param.m_bOpenOption;
     stretch.m_eOutDataType = type;
     stretch.m_pMeans = means.data();
     stretch.m_pStdDevs = stdDevs.data();
@@ -323,6 +324,65 @@ TEST_F(BlockPipelines, GiveTheBytesOfTheStagesInsideAnArea) {
   ExpectAllSettings(param);
   param.m_bMaskNoData = true;
   ExpectAllSettings(param);
+}
+
+TEST_F(BlockPipelines, GiveTheBytesOfTheStagesWhereAnAreaEndsInPixelCentres) {
+  // Whether such a pixel is inside hangs on the last bit of its position.
+  SceneOptions options = FourBands();
+  options.panWidth = 71;
+  options.panHeight = 64;
+  const Scene scene(10, options);
+  reference::Image pan = scene.pan;
+  reference::Image ms = scene.ms;
+  for (reference::Image* image : {&pan, &ms}) {
+    image->geoTransform[0] = 440000.1;
+    image->geoTransform[3] = 4470000.7;
+  }
+  pan.geoTransform[1] = 0.3;
+  pan.geoTransform[5] = -0.3;
+  ms.geoTransform[1] = 0.6;
+  ms.geoTransform[5] = -0.6;
+  test_support::WriteImage(pan, scene.panFile, PDT_UINT16);
+  test_support::WriteImage(ms, scene.msFile, PDT_UINT16);
+  const std::wstring area = L"/vsimem/block_pipelines_centres.csv";
+  const auto& t = pan.geoTransform;
+  const auto ground = [&](double x, double y) { return reference::Position{t[0] + x * t[1], t[3] + y * t[5]}; };
+  HpfFusionParam param = Record(scene);
+  param.m_strAoiFile = area;
+  for (int i = 0; i < 20; ++i) {
+    SCOPED_TRACE(i);
+    test_support::WriteTriangle(area, ground(3.5 + i, 2.5), ground(40.5 + i, 2.5 + i), ground(3.5 + i, 59.5));
+    ExpectSame(param);
+    param.m_bMaskNoData = i % 2 == 0;
+    ExpectSame(param);
+    ExpectSameMatched(param, PDT_UINT16, false);
+  }
+}
+
+TEST_F(BlockPipelines, GiveTheBytesOfTheStagesOfTurnedImagesAndOfThoseUpsideDown) {
+  SceneOptions options = FourBands();
+  options.southUp = true;
+  ExpectSettings(Record(Scene(11, options)), 3);
+  options.southUp = false;
+  const Scene scene(12, options);
+  reference::Image pan = scene.pan;
+  reference::Image ms = scene.ms;
+  for (reference::Image* image : {&pan, &ms}) {
+    image->geoTransform[2] = 0.05 * image->geoTransform[1];
+    image->geoTransform[4] = 0.05 * image->geoTransform[1];
+  }
+  test_support::WriteImage(pan, scene.panFile, PDT_UINT16, test_support::UtmWkt());
+  test_support::WriteImage(ms, scene.msFile, PDT_UINT16, test_support::UtmWkt());
+  for (const bool view : {true, false}) {
+    SCOPED_TRACE(view);
+    HpfFusionParam param = Record(scene);
+    param.m_bOpenOption = view;
+    // What images share that are taken as they lie reaches beyond them.
+    if (!view) param.m_rcProcess = {4, 6, 31, 27};
+    ExpectSettings(param, 3);
+    param.m_bMaskNoData = true;
+    ExpectSettings(param, 3);
+  }
 }
 
 TEST_F(BlockPipelines, GiveTheBytesOfTheStagesOverPartsAndPartialOverlap) {
