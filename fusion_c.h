@@ -136,8 +136,9 @@ FUSION_API size_t fusion_outcome_label_count(const fusion_outcome* outcome);
 FUSION_API const char* fusion_outcome_label(const fusion_outcome* outcome, size_t index);
 
 /* A comparison of methods has figures, too: metric is the protocol ("wald", "full"), name the measure ("ERGAS"), and
- * there is a value for each method, or NaN. The labels are the methods' names, the best first. */
-/* The best method of a comparison that succeeded, and a sentence or two of advice; else empty. */
+ * there is a value for each method, or NaN. The labels are the methods' names, the best first.
+ *
+ * The best method of a comparison that succeeded, and a sentence or two of advice; else empty. */
 FUSION_API const char* fusion_outcome_best(const fusion_outcome* outcome);
 FUSION_API const char* fusion_outcome_advice(const fusion_outcome* outcome);
 

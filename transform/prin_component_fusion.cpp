@@ -96,9 +96,10 @@ fusion::RowMethod CPrinComponentFusion::MakeRows(CRowFusion& fusion, const fusio
   return {{.scratchRows = n},
           [n, transform = self.m_pTransform, inverse = self.m_pInverseTransform, isFitted = self.m_matchesPan,
            factor = self.m_panFactor, offset = self.m_panOffset](const fusion::FusionRow& row) {
-            std::copy_n(row.pan, row.width, row.scratch[0]);
             if (isFitted) {
               for (int i = 0; i < row.width; ++i) row.scratch[0][i] = row.pan[i] * factor + offset;
+            } else {
+              std::copy_n(row.pan, row.width, row.scratch[0]);
             }
             for (int c = 1; c < n; ++c) fusion::CombineRows(row.ms, transform + c * n, n, row.width, row.scratch[c]);
             for (int b = 0; b < row.outBandCount; ++b) {
