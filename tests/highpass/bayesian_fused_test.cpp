@@ -1,6 +1,7 @@
 // What a fusion by an estimated model gives, and where it lies.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "platform/raster/raster_source.h"
@@ -87,6 +88,53 @@ TEST(BayesianEstimator, AMovedImageIsFusedInItsPlace) {
     }
   }
   EXPECT_LT(apart, 0.3 * left);
+}
+
+TEST(BayesianEstimator, AShiftBetweenTwoCoordinateSystemsIsFoundInPanPixels) {
+  const SeenOptions straight{.ratioX = 4.0, .ratioY = 4.0, .degrees = true};
+  const SeenScene there(65, straight);
+  const Estimated still(there.Record(), BayesianRegistration::kMove);
+  EXPECT_FALSE(still.estimate.moved);
+  EXPECT_NEAR(still.estimate.blur, 1.0, 0.06);
+  for (const auto& [x, y] : {std::pair(1.5, -2.25), {-1.0, 3.0}}) {
+    SeenOptions options = straight;
+    options.moveX = x;
+    options.moveY = y;
+    SeenScene scene(65, options);
+    const Estimated found(scene.Record(), BayesianRegistration::kMove);
+    EXPECT_TRUE(found.estimate.moved);
+    EXPECT_NEAR(found.estimate.shiftX, x, 0.13);
+    EXPECT_NEAR(found.estimate.shiftY, y, 0.13);
+    EXPECT_NEAR(found.estimate.blur, 1.0, 0.06);
+    // The source's pixels lie that much farther on, in pan pixels, wherever they lie in degrees.
+    std::vector<reference::Position> before;
+    const std::pair<int, int> places[] = {{0, 0}, {63, 0}, {30, 28}, {0, 55}, {63, 55}};
+    for (const auto& [column, row] : places) before.push_back(scene.Place(column, row));
+    std::copy_n(found.source.geoTransform, 6, scene.ms.geoTransform);
+    for (std::size_t i = 0; i < before.size(); ++i) {
+      const reference::Position after = scene.Place(places[i].first, places[i].second);
+      EXPECT_NEAR(after.x - before[i].x, found.estimate.shiftX, 0.01);
+      EXPECT_NEAR(after.y - before[i].y, found.estimate.shiftY, 0.01);
+    }
+    const auto fused = FuseWith(scene.Record(), found.model);
+    const auto left = FuseWith(scene.Record(), Estimated(scene.Record()).model);
+    const reference::Image out = ReadImage(scene.Record().m_strOutFile);
+    // Against the truth, in the middle, where all of them are.
+    const int across = static_cast<int>(std::lround((out.geoTransform[0] - scene.pan.geoTransform[0]) / 10.0));
+    const int down = static_cast<int>(std::lround((scene.pan.geoTransform[3] - out.geoTransform[3]) / 10.0));
+    const auto error = [&](const std::vector<double>& band) {
+      double sum = 0.0;
+      for (int r = 60; r < out.height - 60; ++r) {
+        for (int c = 60; c < out.width - 60; ++c) {
+          const auto truth = static_cast<std::size_t>((r + down) * scene.pan.width + c + across);
+          sum += std::pow(band[static_cast<std::size_t>(r * out.width + c)] - scene.truth[0][truth], 2);
+        }
+      }
+      return std::sqrt(sum);
+    };
+    ASSERT_EQ(fused[0].size(), left[0].size());
+    EXPECT_LT(error(fused[0]), 0.6 * error(left[0]));
+  }
 }
 
 TEST(BayesianEstimator, AShiftIsReportedOrNotLookedFor) {

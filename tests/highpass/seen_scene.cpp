@@ -1,5 +1,9 @@
 #include "tests/highpass/seen_scene.h"
 
+#include <gtest/gtest.h>
+#include <ogr_spatialref.h>
+
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -12,6 +16,20 @@ namespace {
 constexpr double kUnit = 0.49393916550014252;  // sqrt(-2 ln 0.3) / pi
 constexpr int kBeyond = 60;
 constexpr double kPixel = 10.0;
+
+/// From one system to another, x before y in both.
+std::shared_ptr<OGRCoordinateTransformation> Between(const std::string& from, const std::string& to) {
+  OGRSpatialReference source(from.c_str());
+  OGRSpatialReference target(to.c_str());
+  for (OGRSpatialReference* system : {&source, &target}) system->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+  return std::shared_ptr<OGRCoordinateTransformation>(OGRCreateCoordinateTransformation(&source, &target),
+                                                      OGRCoordinateTransformation::DestroyCT);
+}
+
+reference::Position Carried(OGRCoordinateTransformation& transformation, double x, double y) {
+  EXPECT_TRUE(transformation.Transform(1, &x, &y));
+  return {x, y};
+}
 
 /// What a position weighs a sample by.
 double Weight(double distance, bool isBox, double width, double ratio) {
@@ -26,7 +44,7 @@ SeenScene::SeenScene(unsigned seed, const SeenOptions& o) {
   static int count = 0;
   panFile = L"/vsimem/seen_pan_" + std::to_wstring(++count) + L".tif";
   msFile = L"/vsimem/seen_ms_" + std::to_wstring(count) + L".tif";
-  const int reach = o.turn == 0.0 ? 0 : static_cast<int>(0.2 * o.msWidth * o.ratioX);
+  const int reach = o.turn == 0.0 && !o.degrees ? 0 : static_cast<int>(0.2 * o.msWidth * o.ratioX);
   pan.width = static_cast<int>(o.msWidth * o.ratioX) + 2 * reach;
   pan.height = static_cast<int>(o.msHeight * o.ratioY) + 2 * reach;
   const int w = pan.width + 2 * kBeyond;
@@ -83,6 +101,7 @@ SeenScene::SeenScene(unsigned seed, const SeenOptions& o) {
   ms.geoTransform[5] = down * o.ratioY * kPixel * std::cos(o.turn);
   m_perX = o.ratioX * std::fabs(std::cos(o.turn)) + o.ratioY * std::fabs(std::sin(o.turn));
   m_perY = o.ratioY * std::fabs(std::cos(o.turn)) + o.ratioX * std::fabs(std::sin(o.turn));
+  if (o.degrees) PlaceInDegrees();
   ms.bands.assign(ground.size(), {});
   for (int r = 0; r < ms.height; ++r) {
     for (int c = 0; c < ms.width; ++c) {
@@ -108,19 +127,48 @@ SeenScene::SeenScene(unsigned seed, const SeenOptions& o) {
   Write();
 }
 
+void SeenScene::PlaceInDegrees() {
+  m_panWkt = test_support::UtmWkt();
+  m_msWkt = test_support::Wgs84Wkt();
+  m_toMetres = Between(m_msWkt, m_panWkt);
+  const auto toDegrees = Between(m_panWkt, m_msWkt);
+  double* m = ms.geoTransform;
+  const reference::Position corner = Carried(*toDegrees, m[0], m[3]);
+  const reference::Position right = Carried(*toDegrees, m[0] + m[1], m[3]);
+  const reference::Position below = Carried(*toDegrees, m[0], m[3] + m[5]);
+  m[1] = right.x - corner.x;
+  m[5] = below.y - corner.y;
+  m[0] = corner.x;
+  m[3] = corner.y;
+  // The upright rectangle in metres, of which each pixel has its part.
+  double left = INFINITY;
+  double end = -INFINITY;
+  double low = INFINITY;
+  double top = -INFINITY;
+  for (int i = 0; i < 4; ++i) {
+    const auto at = Carried(*m_toMetres, m[0] + i % 2 * ms.width * m[1], m[3] + i / 2 * ms.height * m[5]);
+    left = std::min(left, at.x);
+    end = std::max(end, at.x);
+    low = std::min(low, at.y);
+    top = std::max(top, at.y);
+  }
+  m_perX = (end - left) / ms.width / kPixel;
+  m_perY = (top - low) / ms.height / kPixel;
+}
+
 SeenScene::~SeenScene() {
   CRasterSource::DeleteFileW(panFile);
   CRasterSource::DeleteFileW(msFile);
 }
 
 void SeenScene::Write() const {
-  test_support::WriteImage(pan, panFile, PDT_FLOAT64);
-  test_support::WriteImage(ms, msFile, PDT_FLOAT64);
+  test_support::WriteImage(pan, panFile, PDT_FLOAT64, m_panWkt);
+  test_support::WriteImage(ms, msFile, PDT_FLOAT64, m_msWkt);
 }
 
 void SeenScene::Write(double noData) const {
-  test_support::WriteImage(pan, panFile, PDT_FLOAT64, "", noData);
-  test_support::WriteImage(ms, msFile, PDT_FLOAT64, "", noData);
+  test_support::WriteImage(pan, panFile, PDT_FLOAT64, m_panWkt, noData);
+  test_support::WriteImage(ms, msFile, PDT_FLOAT64, m_msWkt, noData);
 }
 
 BayesianFusionParam SeenScene::Record(double weight) const {
@@ -129,14 +177,20 @@ BayesianFusionParam SeenScene::Record(double weight) const {
   param.m_strMSFile = msFile;
   param.m_strOutFile = L"/vsimem/seen_out.tif";
   param.m_eOutDataType = PDT_FLOAT64;
+  param.m_bNeedReproject = m_toMetres != nullptr;
   param.m_dBayesParam = weight;
   return param;
 }
 
 reference::Position SeenScene::Place(int column, int row) const {
   const double* m = ms.geoTransform;
-  const double x = m[0] + (column + 0.5) * m[1] + (row + 0.5) * m[2];
-  const double y = m[3] + (column + 0.5) * m[4] + (row + 0.5) * m[5];
+  double x = m[0] + (column + 0.5) * m[1] + (row + 0.5) * m[2];
+  double y = m[3] + (column + 0.5) * m[4] + (row + 0.5) * m[5];
+  if (m_toMetres) {
+    const reference::Position carried = Carried(*m_toMetres, x, y);
+    x = carried.x;
+    y = carried.y;
+  }
   return {(x - pan.geoTransform[0]) / pan.geoTransform[1] - 0.5, (y - pan.geoTransform[3]) / pan.geoTransform[5] - 0.5};
 }
 

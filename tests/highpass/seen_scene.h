@@ -1,10 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "framework/fusion_param.h"
 #include "tests/support/reference_kernel.h"
+
+class OGRCoordinateTransformation;
 
 namespace highpass_test {
 
@@ -19,6 +22,7 @@ struct SeenOptions {
   double moveY = 0.0;
   double turn = 0.0;  ///< of the multispectral image, radians; it then lies within pan
   bool southUp = false;
+  bool degrees = false;  ///< the multispectral image's georeference; pan's is in metres and reaches beyond it
 };
 
 /// A ground that two sensors have seen: pan, a mix of the bands with the pixels that the truth has, and the bands,
@@ -46,8 +50,14 @@ class SeenScene {
   std::wstring msFile;
 
  private:
+  /// Gives the multispectral image a place in degrees, its upper left corner where it is.
+  void PlaceInDegrees();
+
   double m_perX;
   double m_perY;
+  std::string m_panWkt;
+  std::string m_msWkt;
+  std::shared_ptr<OGRCoordinateTransformation> m_toMetres;  ///< null where both are in metres
 };
 
 /// Pan low-passed onto the multispectral grid, pixel by pixel as defined; NaN where less than 98 % of the weight lies
