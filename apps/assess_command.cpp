@@ -10,6 +10,8 @@
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "platform/utility/common_fun.h"
+#include "runs/options.h"
+#include "runs/text.h"
 
 namespace app {
 namespace {
@@ -45,7 +47,14 @@ Json ToJson(const fusion::AssessReport& report) {
   object["bands"] = report.bands;
   object["ratio"] = {report.ratioX, report.ratioY};
   object["mtf"] = report.mtf;
+  object["full_mtf"] = report.fullMtf;
   object["pan_mtf"] = report.panMtf;
+  object["mtf_source"] = report.mtfSource;
+  object["blur"] = nullptr;
+  if (report.blur) {
+    const fusion::AssessBlur& blur = *report.blur;
+    object["blur"] = {{"width", blur.width}, {"apart", blur.apart}, {"score", blur.score}};
+  }
   object["tiles"] = report.tiles;
   object["share"] = report.share;
   object["failures"] = Json::array();
@@ -80,13 +89,27 @@ void WriteReport(const std::string& name, const Json& object) {
   if (!file) throw fusion::RunFailure(fusion::RunFailure::Kind::kFailed, name + " cannot be written.");
 }
 
+/// What the images were seen through, in a line.
+std::string Filters(const fusion::AssessReport& report) {
+  const auto gain = [](double value) { return fusion::Formatted("%.3g", value); };
+  std::string line = "Filters: bands ";
+  if (report.tables.size() > 1 && report.fullMtf != report.mtf) {
+    line += gain(report.mtf) + " (wald) and " + gain(report.fullMtf) + " (full)";
+  } else {
+    line += gain(report.tables[0].protocol == "full" ? report.fullMtf : report.mtf);
+  }
+  line += ", pan " + gain(report.panMtf) + ", " + report.mtfSource;
+  if (report.mtfSource == "estimated") line += " from a blur of " + gain(report.blur->width) + " between them";
+  return line + ".";
+}
+
 void Print(const fusion::AssessReport& report) {
   for (const fusion::AssessTable& table : report.tables) {
     PrintTable(table);
     std::cout << '\n';
   }
   for (const auto& [method, sentence] : report.failures) std::cout << method << " is left out: " << sentence << '\n';
-  std::cout << report.advice << '\n';
+  std::cout << Filters(report) << '\n' << report.advice << '\n';
 }
 
 }  // namespace
@@ -103,7 +126,10 @@ void AddAssessOptions(CLI::App& command, AssessOptions& o) {
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
   command.add_option("--nodata", o.noData, "No-data value of inputs that declare none");
-  command.add_option("--mtf", o.mtf, "Gain of the bands' sensor at its Nyquist frequency (default: 0.3)");
+  AddText(command, "--mtf",
+          "auto, or the gain of the bands' filter at their Nyquist frequency and of pan's there (default: auto, by the "
+          "blur between pan and bands; where that cannot be told, 0.3,0.15)",
+          "G,P", [&o](const std::string& text) { fusion::SetOption(o, "mtf", text); });
   command.add_option("--tiles", o.tiles, "The most parts of a large scene to look at")->capture_default_str();
   command.add_option("-o,--report", o.report, "File for the JSON object");
   command.add_option("--picture", o.picture, "PNG for crops of pan, multispectral image and every result");

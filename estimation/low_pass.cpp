@@ -140,6 +140,11 @@ double DeviationOfGain(double ratio, double gain) {
   return ratio * std::sqrt(-2.0 * std::log(gain)) / std::numbers::pi;
 }
 
+double GainOfDeviation(double ratio, double deviation) {
+  const double angle = std::numbers::pi * deviation / ratio;
+  return std::exp(-angle * angle / 2.0);
+}
+
 LowPassWeights WeightsAt(const LowPassShape& shape, double position, int size) {
   LowPassWeights result;
   Weigh(shape, position, size, result);

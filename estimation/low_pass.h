@@ -20,6 +20,8 @@ struct LowPassShape {
 /// multispectral bands (Aiazzi, Alparone, Baronti, Garzelli and Selva, MTF-tailored multiscale fusion of
 /// high-resolution MS and Pan imagery, Photogrammetric Engineering and Remote Sensing 72(5), 2006).
 double DeviationOfGain(double ratio, double gain);
+/// The other way round.
+double GainOfDeviation(double ratio, double deviation);
 /// The share that is taken for a multispectral band of which nothing is known.
 constexpr double kUsualGain = 0.3;
 

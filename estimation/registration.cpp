@@ -187,6 +187,16 @@ std::vector<Registration::Moments> Registration::MomentsOfTiles(const PanBlur& b
   return all;
 }
 
+bool Registration::IsInside(const PanBlur& blur) {
+  return !blur.isBox && blur.width > kWidths[0] && blur.width < kWidest.width;
+}
+
+std::int64_t Registration::Evidence(const PanBlur& blur, double shiftX, double shiftY) const {
+  std::int64_t pixels = 0;
+  for (const Moments& tile : MomentsOfTiles(blur, shiftX, shiftY)) pixels += tile.count;
+  return pixels;
+}
+
 double Registration::Score(const PanBlur& blur, double shiftX, double shiftY) {
   const auto [known, isNew] = m_scores.try_emplace({blur.isBox, blur.width, shiftX, shiftY}, 0.0);
   if (!isNew) return known->second;
@@ -245,7 +255,6 @@ void Registration::Climb(const PanBlur& blur, double& shiftX, double& shiftY) {
 double Registration::Agreement(const PanBlur& first, const PanBlur& blur, double shiftX, double shiftY) {
   const std::vector<Moments> before = MomentsOfTiles(first, 0.0, 0.0);
   const std::vector<Moments> after = MomentsOfTiles(blur, shiftX, shiftY);
-  constexpr std::int64_t kLeastEvidence = 500;
   std::int64_t pixels = 0;
   int compared = 0;
   int better = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <tuple>
 #include <vector>
@@ -39,6 +40,12 @@ class Registration {
 
   /// @param searchesShift false: the blur only
   RegistrationResult Find(bool searchesShift);
+  /// Pixels that a shift must be found from, or a blur.
+  static constexpr std::int64_t kLeastEvidence = 500;
+  /// Whether a blur is a Gaussian, and no end of those that are looked at.
+  static bool IsInside(const PanBlur& blur);
+  /// Pixels of which both images show the detail.
+  std::int64_t Evidence(const PanBlur& blur, double shiftX, double shiftY) const;
   /// Of all tiles together.
   double Score(const PanBlur& blur, double shiftX, double shiftY);
   /// The share of the tiles, those with enough data, that score higher with a blur and shift than with a blur alone; 0

@@ -25,10 +25,12 @@ struct FUSION_API AssessRequest {
   int panBand = 1;               ///< counted from 1
   bool sameExtent = false;       ///< take both images as covering the same ground
   std::optional<double> noData;  ///< no-data value of inputs that declare none
-  std::optional<double> mtf;     ///< gain of the bands' filter at their Nyquist frequency; default 0.3
-  int tiles = 16;                ///< the most parts of a large scene to look at
-  std::string picture;           ///< PNG of crops to write; empty: none
-  std::string keep;              ///< folder that what was fused, and the results, are left in; empty: none
+  /// gain of the bands' filter at their Nyquist frequency, and of pan's there; or the first of them alone. Empty: by
+  /// what the images tell of the blur between them
+  std::vector<double> mtf;
+  int tiles = 16;       ///< the most parts of a large scene to look at
+  std::string picture;  ///< PNG of crops to write; empty: none
+  std::string keep;     ///< folder that what was fused, and the results, are left in; empty: none
   /// names of results that another program has put beside those of an earlier run with keep: NAME.tif in each folder
   std::vector<std::string> extra;
   bool overwrite = false;  ///< replace an existing picture, and what an earlier run has left in keep
@@ -64,6 +66,13 @@ struct AssessFailure {
   std::string sentence;  ///< why
 };
 
+/// By how much more than pan the bands are blurred, as the detail of both tells.
+struct AssessBlur {
+  double width = 0.0;  ///< of a Gaussian; 1 leaves a gain of 0.3 at the bands' Nyquist frequency
+  double apart = 0.0;  ///< difference of what the two halves of the scene tell
+  double score = 0.0;  ///< share of the blurred pan's detail that the detail of the bands explains, where it is less
+};
+
 /// What was found.
 struct AssessReport {
   std::vector<AssessTable> tables;  ///< wald before full
@@ -72,8 +81,11 @@ struct AssessReport {
   std::vector<std::string> bands;   ///< a label for each
   int ratioX = 0;                   ///< multispectral over pan pixel width, rounded
   int ratioY = 0;                   ///< likewise of the heights
-  double mtf = 0.0;                 ///< gain of the bands' filter at their Nyquist frequency
+  double mtf = 0.0;                 ///< wald: gain of the bands' filter at their Nyquist frequency
+  double fullMtf = 0.0;             ///< full: likewise
   double panMtf = 0.0;              ///< and of pan's there
+  std::string mtfSource;            ///< estimated, given or published
+  std::optional<AssessBlur> blur;   ///< where it was looked for
   int tiles = 0;                    ///< parts of the scene that were looked at
   double share = 0.0;               ///< of the common ground that they cover, 0 to 1
   std::vector<AssessFailure> failures;

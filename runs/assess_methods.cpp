@@ -9,6 +9,7 @@
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "runs/assess_fusion.h"
+#include "runs/assess_mtf.h"
 #include "runs/assess_scene.h"
 #include "runs/assess_table.h"
 #include "runs/assess_tile.h"
@@ -54,7 +55,10 @@ void Check(const AssessRequest& o) {
   if (o.protocol != "wald" && o.protocol != "full" && o.protocol != "both") {
     throw UsageError("--protocol is wald, full or both, not '" + o.protocol + "'.");
   }
-  if (o.mtf && !(*o.mtf > 0.0 && *o.mtf < 1.0)) throw UsageError("--mtf must lie between 0 and 1, both excluded.");
+  const auto isGain = [](double gain) { return gain > 0.0 && gain < 1.0; };
+  if (o.mtf.size() > 2 || !std::all_of(o.mtf.begin(), o.mtf.end(), isGain)) {
+    throw UsageError("--mtf is auto, G or G,P: gains that lie between 0 and 1, both excluded.");
+  }
   if (o.tiles < 1) throw UsageError("--tiles must be at least 1.");
   if (!o.extra.empty() && o.keep.empty()) {
     throw UsageError("--extra names results in the folder of --keep; without it there are none.");
@@ -78,8 +82,8 @@ class Assessment {
         m_progress(progress) {
     Check(request);
     m_scene = std::make_unique<AssessScene>(request, notices);
-    m_gains.bands = request.mtf.value_or(kTypical.bands);
     m_ratio = std::sqrt(static_cast<double>(m_scene->RatioX()) * m_scene->RatioY());
+    SettleGains(notices);
     if (!request.picture.empty()) {
       const std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan), CommonFun::Utf82U(request.ms)};
       m_sheet = std::make_unique<ContactSheet>(request.picture, request.overwrite, inputs);
@@ -101,8 +105,11 @@ class Assessment {
     report.bands = m_scene->BandLabels();
     report.ratioX = m_scene->RatioX();
     report.ratioY = m_scene->RatioY();
-    report.mtf = m_gains.bands;
-    report.panMtf = m_gains.pan;
+    report.mtf = m_reduced.bands;
+    report.fullMtf = m_full.bands;
+    report.panMtf = m_full.pan;
+    report.mtfSource = m_gainSource;
+    report.blur = m_blur;
     report.tiles = static_cast<int>(m_scene->Tiles().size());
     report.share = m_scene->Share();
     Advise(report);
@@ -114,6 +121,26 @@ class Assessment {
     std::string protocol;
     AssessEntry entry;
   };
+
+  /// What is not given is taken from the images, and from the literature where they do not tell.
+  void SettleGains(Notices& notices) {
+    const std::vector<double>& given = m_request.mtf;
+    m_gainSource = given.empty() ? "published" : "given";
+    if (!given.empty()) m_reduced.bands = m_full.bands = given[0];
+    if (given.size() > 1) m_reduced.pan = m_full.pan = given[1];
+    if (!given.empty()) return;
+    const SceneBlur blur = MeasureBlur(*m_scene);
+    m_blur = {blur.width, blur.apart, blur.score};
+    if (!blur.doubt.empty()) {
+      notices.Add("What blurs the bands more than pan cannot be told from the images: " + blur.doubt +
+                  ". Filters have published gains, " + Formatted("%g", m_full.bands) + " and " +
+                  Formatted("%g", m_full.pan) + " (--mtf).");
+      return;
+    }
+    m_gainSource = "estimated";
+    m_reduced.bands = GainThatKeeps(blur.width, m_ratio, m_reduced.pan);
+    m_full.bands = GainBeyondPan(blur.width);
+  }
 
   void Measure(const std::string& protocol) {
     const int block = std::max(m_scene->RatioX(), m_scene->RatioY());
@@ -131,11 +158,11 @@ class Assessment {
     std::unique_ptr<AssessTile> tile;
     const ReducedTile* reduced = nullptr;
     if (protocol == "wald") {
-      auto made = std::make_unique<ReducedTile>(*m_scene, rect, m_gains);
+      auto made = std::make_unique<ReducedTile>(*m_scene, rect, m_reduced);
       reduced = made.get();
       tile = std::move(made);
     } else {
-      tile = std::make_unique<FullTile>(*m_scene, rect, m_gains);
+      tile = std::make_unique<FullTile>(*m_scene, rect, m_full);
     }
     const auto folder =
         (m_request.keep.empty() ? m_scratch.Path() : CommonFun::ToPath(CommonFun::Utf82U(m_request.keep))) /
@@ -221,7 +248,10 @@ class Assessment {
   Silent m_silent;
   RunProgress& m_progress;
   std::unique_ptr<AssessScene> m_scene;
-  SensorGains m_gains = kTypical;
+  SensorGains m_reduced = kTypical;  ///< that lead to reduced resolution
+  SensorGains m_full = kTypical;     ///< and at full resolution from pan's pixels to the multispectral ones
+  std::string m_gainSource;
+  std::optional<AssessBlur> m_blur;
   double m_ratio = 1.0;
   ScratchFolder m_scratch;
   std::unique_ptr<ContactSheet> m_sheet;

@@ -61,9 +61,9 @@ AssessScene::AssessScene(const AssessRequest& request, Notices& notices)
   const std::optional<CRect> common = FindOverlap(m_ms, m_pan, m_reproject);
   if (!common) throw RunError(ERR_NONE, messages::kWrongExtent);
   SettleGrid();
-  const CRect inside(std::max(common->left, 0), std::max(common->top, 0), std::min(common->right, m_ms.GetWidth()),
-                     std::min(common->bottom, m_ms.GetHeight()));
-  ChooseTiles(inside, request.tiles);
+  m_common = {std::max(common->left, 0), std::max(common->top, 0), std::min(common->right, m_ms.GetWidth()),
+              std::min(common->bottom, m_ms.GetHeight())};
+  ChooseTiles(m_common, request.tiles);
 }
 
 void AssessScene::Declare(CRasterSource& source, std::wstring& file, double value) {

@@ -29,6 +29,8 @@ class AssessScene {
 
   /// In multispectral pixels, of sizes that the ratio divides.
   const std::vector<CRect>& Tiles() const { return m_tiles; }
+  /// The multispectral pixels on common ground.
+  const CRect& Common() const { return m_common; }
   /// Of the common ground that the tiles cover.
   double Share() const { return m_share; }
   /// Multispectral over pan pixels, rounded.
@@ -66,6 +68,7 @@ class AssessScene {
   std::unique_ptr<PanGrid> m_grid;
   int m_ratioX = 0;
   int m_ratioY = 0;
+  CRect m_common;
   std::vector<CRect> m_tiles;
   double m_share = 0.0;
 };

@@ -125,15 +125,27 @@ constexpr Option<E> kEvaluateOptions[] = {
     {"pan-band", Take<&E::panBand>}, {"same-extent", Take<&E::sameExtent>},
 };
 
+/// "auto" or gains.
+void TakeMtf(AssessRequest& request, const std::string& text) {
+  Read(text == "auto" ? std::string() : text, request.mtf);
+}
+
 using A = AssessRequest;
 constexpr Option<A> kAssessOptions[] = {
-    {"pan", Take<&A::pan>},         {"ms", Take<&A::ms>},
-    {"methods", Take<&A::methods>}, {"protocol", Take<&A::protocol>},
-    {"bands", Take<&A::bands>},     {"pan-band", Take<&A::panBand>},
-    {"nodata", Take<&A::noData>},   {"same-extent", Take<&A::sameExtent>},
-    {"mtf", Take<&A::mtf>},         {"tiles", Take<&A::tiles>},
-    {"picture", Take<&A::picture>}, {"keep", Take<&A::keep>},
-    {"extra", Take<&A::extra>},     {"overwrite", Take<&A::overwrite>},
+    {"pan", Take<&A::pan>},
+    {"ms", Take<&A::ms>},
+    {"methods", Take<&A::methods>},
+    {"protocol", Take<&A::protocol>},
+    {"bands", Take<&A::bands>},
+    {"pan-band", Take<&A::panBand>},
+    {"nodata", Take<&A::noData>},
+    {"same-extent", Take<&A::sameExtent>},
+    {"mtf", TakeMtf},
+    {"tiles", Take<&A::tiles>},
+    {"picture", Take<&A::picture>},
+    {"keep", Take<&A::keep>},
+    {"extra", Take<&A::extra>},
+    {"overwrite", Take<&A::overwrite>},
 };
 
 using S = SampleRequest;

@@ -33,12 +33,23 @@ TEST_F(AssessCommand, PrintsATableForEachProtocolAndAdvice) {
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_THAT(run.err, IsEmpty());
   const auto lines = LinesOf(run.out);
-  ASSERT_EQ(lines.size(), 11U) << run.out;
+  ASSERT_EQ(lines.size(), 12U) << run.out;
   EXPECT_EQ(lines[0],
             "wald                  ERGAS         SAM          Q4        UIQI        RMSE        bias         sCC");
   EXPECT_EQ(lines[5], "full                   HQNR         QNR    D_lambda         D_s   sharpness");
   EXPECT_EQ(lines[4], "");
-  EXPECT_THAT(lines[10], StartsWith("Take "));
+  EXPECT_EQ(lines[10], "Filters: bands 0.3, pan 0.15, published.");
+  EXPECT_THAT(lines[11], StartsWith("Take "));
+  const auto given = LinesOf(Assess({"--methods", "brovey", "--mtf", "0.25,0.1"}).out);
+  EXPECT_EQ(given[given.size() - 2], "Filters: bands 0.25, pan 0.1, given.");
+  // A scene that is large enough to tell.
+  ASSERT_EQ(Run({"sample", Path("large"), "--size", "320", "--quiet"}).status, 0);
+  const std::vector<std::string> large = {"assess", Path("large/pan.tif"), Path("large/ms.tif"), "--methods", "brovey",
+                                          "--quiet"};
+  const auto told = LinesOf(Run(large).out);
+  EXPECT_THAT(told[told.size() - 2],
+              testing::MatchesRegex("Filters: bands 0\\.3[0-9]* \\(wald\\) and 0\\.3[0-9]* \\(full\\), pan 0\\.15, "
+                                    "estimated from a blur of 0\\.9[0-9]* between them\\."));
   const auto json = nlohmann::ordered_json::parse(Assess({"--methods", "brovey,hpf", "--json"}).out);
   for (const auto& [protocol, first] : {std::pair<std::string, std::size_t>{"wald", 1}, {"full", 6}}) {
     std::vector<std::string> stars;
@@ -68,7 +79,10 @@ TEST_F(AssessCommand, JsonHasAllThatWasMeasured) {
   EXPECT_EQ(json["message"], "");
   EXPECT_EQ(json["ratio"], (nlohmann::json{4, 4}));
   EXPECT_EQ(json["mtf"], 0.3);
+  EXPECT_EQ(json["full_mtf"], 0.3);
   EXPECT_EQ(json["pan_mtf"], 0.15);
+  EXPECT_EQ(json["mtf_source"], "published");
+  EXPECT_EQ(json["blur"].size(), 3U);
   EXPECT_EQ(json["tiles"], 1);
   EXPECT_EQ(json["share"], 1.0);
   EXPECT_EQ(json["bands"].size(), 2U);

@@ -198,8 +198,9 @@ TEST_F(AssessSceneTest, WhatCannotBeAssessedIsRefusedWithASentence) {
             "Unknown method 'beauty'; known are bayesian, brovey, multiplicative, weighted, ihs, pca, hpf and sharpen, "
             "or all.");
   EXPECT_EQ(with([](auto& r) { r.protocol = "half"; }), "--protocol is wald, full or both, not 'half'.");
-  for (const double gain : {0.0, 1.0, -0.5}) {
-    EXPECT_EQ(with([&](auto& r) { r.mtf = gain; }), "--mtf must lie between 0 and 1, both excluded.");
+  for (const std::vector<double>& gains : {std::vector{0.0}, {1.0}, {-0.5}, {0.3, 1.5}, {0.3, 0.2, 0.1}}) {
+    EXPECT_EQ(with([&](auto& r) { r.mtf = gains; }),
+              "--mtf is auto, G or G,P: gains that lie between 0 and 1, both excluded.");
   }
   EXPECT_EQ(with([](auto& r) { r.tiles = 0; }), "--tiles must be at least 1.");
   EXPECT_EQ(with([](auto& r) { r.bands = {1, 5}; }), "--bands 5: the multispectral image has bands 1 to 4.");

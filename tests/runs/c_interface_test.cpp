@@ -55,7 +55,7 @@ TEST(CInterface, AnswersWhatCppAnswers) {
   assess.pan = folder.Path("large/pan.tif");
   assess.ms = folder.Path("large/ms.tif");
   assess.methods = {"brovey", "hpf"};
-  assess.mtf = 0.25;
+  assess.mtf = {0.25};
   assess.tiles = 4;
   const fusion::AssessReport report = fusion::Assess(assess);
   const auto& order = report.tables[0].rows;

@@ -47,6 +47,19 @@ class Quality(unittest.TestCase):
         self.assertTrue(section.startswith("### scene\n\n| wald | ERGAS |"))
         self.assertTrue(section.endswith("`ihs` is left out: No hues.\n\nTake it."))
 
+    def test_filters_are_told_with_what_they_change(self):
+        known = {**report({"hpf": 1.0, "ihs": 2.0}, "hpf"), "mtf": 0.2816, "full_mtf": 0.35, "mtf_source": "estimated"}
+        known["blur"] = {"width": 0.94, "apart": 0.0104, "score": 0.8}
+        known["published"] = report({"ihs": 0.5}, "ihs")["wald"]
+        untold = {**known, "mtf_source": "published", "blur": None}
+        self.assertEqual(
+            quality.filters({"a": known, "b": untold}).splitlines()[2:],
+            [
+                "| a | 0.940 | 0.010 | 0.800 | 0.282 | 0.350 | ihs 0.5 | hpf 1 |",
+                "| b | - | - | - | published | published | ihs 0.5 | hpf 1 |",
+            ],
+        )
+
     def test_files_of_a_folder_that_goes_are_named_without_it(self):
         failure = {"method": "ihs", "message": os.path.join("some", "folder", "full_1", "ihs.tif") + " is odd."}
         found = quality.without(os.path.join("some", "folder"), report({"hpf": 1.0}, "hpf", [failure]))
