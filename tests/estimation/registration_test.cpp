@@ -4,10 +4,9 @@
 
 #include <Eigen/Dense>
 #include <cmath>
-#include <random>
 
 #include "platform/raster/raster_source.h"
-#include "tests/support/scene.h"
+#include "tests/support/seen_scene.h"
 
 namespace {
 
@@ -20,80 +19,32 @@ using fusion::Registration;
 using fusion::RegistrationResult;
 using fusion::RegistrationTile;
 
-constexpr double kUnit = 0.49393916550014252;  // sqrt(-2 ln 0.3) / pi
+using test_support::SeenScene;
 
-/// A ground of lines, patches and grain, as fine as it is asked for, seen by two sensors: pan with a pixel of 1, the
-/// bands with one of ratio, blurred by a Gaussian and moved.
+/// A seen ground with its images opened, as the search looks at them.
 class Pair {
  public:
   Pair(unsigned seed, int msWidth, int msHeight, double ratioX, double ratioY, double blur, double moveX, double moveY)
-      : m_ratioX(ratioX), m_ratioY(ratioY) {
-    const int width = static_cast<int>(msWidth * ratioX);
-    const int height = static_cast<int>(msHeight * ratioY);
-    const int margin = 60;
-    const int w = width + 2 * margin;
-    const int h = height + 2 * margin;
-    std::mt19937 random(seed);
-    std::normal_distribution<double> noise(0.0, 1.0);
-    std::uniform_int_distribution<int> column(0, w - 1);
-    std::uniform_int_distribution<int> row(0, h - 1);
-    std::vector<double> ground(static_cast<std::size_t>(w * h), 400.0);
-    for (int k = 0; k < w * h / 60; ++k) {
-      const int x = column(random);
-      const int y = row(random);
-      const double value = 60.0 * noise(random);
-      for (int dy = 0; dy < 6; ++dy) {
-        for (int dx = 0; dx < 9; ++dx) {
-          if (x + dx < w && y + dy < h) ground[static_cast<std::size_t>((y + dy) * w + x + dx)] += value;
-        }
-      }
-    }
-    pan.width = width;
-    pan.height = height;
-    pan.bands.assign(1, {});
-    for (int y = 0; y < height; ++y) {
-      for (int x = 0; x < width; ++x) {
-        pan.bands[0].push_back(ground[static_cast<std::size_t>((y + margin) * w + x + margin)]);
-      }
-    }
-    ms.width = msWidth;
-    ms.height = msHeight;
-    ms.geoTransform[1] = ratioX;
-    ms.geoTransform[5] = -ratioY;
-    ms.bands.assign(2, {});
-    const double sx = blur * ratioX * kUnit;
-    const double sy = blur * ratioY * kUnit;
-    for (int r = 0; r < msHeight; ++r) {
-      for (int c = 0; c < msWidth; ++c) {
-        const double u = (c + 0.5) * ratioX - 0.5 + moveX;
-        const double v = (r + 0.5) * ratioY - 0.5 + moveY;
-        double sum = 0.0;
-        double all = 0.0;
-        for (int y = static_cast<int>(v - 5 * sy - 1); y <= v + 5 * sy + 1; ++y) {
-          for (int x = static_cast<int>(u - 5 * sx - 1); x <= u + 5 * sx + 1; ++x) {
-            const double g = std::exp(-0.5 * (std::pow((x - u) / sx, 2) + std::pow((y - v) / sy, 2)));
-            sum += g * ground[static_cast<std::size_t>((y + margin) * w + x + margin)];
-            all += g;
-          }
-        }
-        ms.bands[0].push_back(0.7 * sum / all + 0.5 * noise(random));
-        ms.bands[1].push_back(1.3 * sum / all + 90.0 + 0.5 * noise(random));
-      }
-    }
-    test_support::WriteImage(pan, L"/vsimem/registration_pan.tif", PDT_FLOAT64);
-    test_support::WriteImage(ms, L"/vsimem/registration_ms.tif", PDT_FLOAT64);
-    m_pan.OpenSimple(L"/vsimem/registration_pan.tif");
-    m_ms.OpenSimple(L"/vsimem/registration_ms.tif");
+      : scene(seed, {.ratioX = ratioX,
+                     .ratioY = ratioY,
+                     .bands = 2,
+                     .msWidth = msWidth,
+                     .msHeight = msHeight,
+                     .blur = blur,
+                     .moveX = moveX,
+                     .moveY = moveY}) {
+    m_pan.OpenSimple(scene.panFile);
+    m_ms.OpenSimple(scene.msFile);
     grid.emplace(m_pan, m_ms);
   }
 
   std::vector<RegistrationTile> Tiles() const {
     std::vector<RegistrationTile> tiles;
-    for (const CRect& rect : ChooseTiles({0, 0, ms.width, ms.height}, *grid)) {
+    for (const CRect& rect : ChooseTiles({0, 0, scene.ms.width, scene.ms.height}, *grid)) {
       RegistrationTile tile{grid->Positions(rect), {}, {}, {}};
-      for (const auto& band : ms.bands) tile.bands.push_back(Part(band, ms.width, rect));
+      for (const auto& band : scene.ms.bands) tile.bands.push_back(Part(band, scene.ms.width, rect));
       tile.panRect = Registration::Reads(tile.positions, *grid);
-      tile.pan = Part(pan.bands[0], pan.width, tile.panRect);
+      tile.pan = Part(scene.pan.bands[0], scene.pan.width, tile.panRect);
       tiles.push_back(std::move(tile));
     }
     return tiles;
@@ -108,53 +59,20 @@ class Pair {
     return part;
   }
 
-  /// Pan as a multispectral pixel sees it, by the definition, over the whole image.
-  double Degraded(int column, int row, const PanBlur& blur, double shiftX, double shiftY) const {
-    const double u = (column + 0.5) * m_ratioX - 0.5 + shiftX;
-    const double v = (row + 0.5) * m_ratioY - 0.5 + shiftY;
-    const auto weight = [&](double distance, double ratio) {
-      if (blur.isBox) {
-        return std::max(0.0, std::min(ratio / 2, distance + 0.5) - std::max(-ratio / 2, distance - 0.5));
-      }
-      const double s = blur.width * ratio * kUnit;
-      return std::fabs(distance) <= 4 * s + 1 ? std::exp(-0.5 * std::pow(distance / s, 2)) : 0.0;
-    };
-    double sum = 0.0;
-    double inside = 0.0;
-    double all = 0.0;
-    for (int y = static_cast<int>(v) - 40; y <= static_cast<int>(v) + 41; ++y) {
-      for (int x = static_cast<int>(u) - 40; x <= static_cast<int>(u) + 41; ++x) {
-        const double w = weight(x - u, m_ratioX) * weight(y - v, m_ratioY);
-        if (w == 0.0) continue;
-        all += w;
-        if (x < 0 || y < 0 || x >= pan.width || y >= pan.height) continue;
-        inside += w;
-        sum += w * pan.bands[0][static_cast<std::size_t>(y * pan.width + x)];
-      }
-    }
-    return inside >= 0.98 * all ? sum / inside : NAN;
-  }
-
-  reference::Image pan;
-  reference::Image ms;
+  SeenScene scene;
   std::optional<PanGrid> grid;
 
  private:
-  double m_ratioX;
-  double m_ratioY;
   CRasterSource m_pan;
   CRasterSource m_ms;
 };
 
 /// The score of one tile that is the whole image, by the definition.
 double ScoreOf(const Pair& pair, const PanBlur& blur, double shiftX, double shiftY) {
-  const int width = pair.ms.width;
-  const int height = pair.ms.height;
-  std::vector<std::vector<double>> images = pair.ms.bands;
-  images.emplace_back();
-  for (int r = 0; r < height; ++r) {
-    for (int c = 0; c < width; ++c) images.back().push_back(pair.Degraded(c, r, blur, shiftX, shiftY));
-  }
+  const int width = pair.scene.ms.width;
+  const int height = pair.scene.ms.height;
+  std::vector<std::vector<double>> images = pair.scene.ms.bands;
+  images.push_back(test_support::LowPassOf(pair.scene, blur.isBox, blur.width, shiftX, shiftY));
   const auto size = static_cast<Eigen::Index>(images.size());
   Eigen::MatrixXd g = Eigen::MatrixXd::Zero(size, size);
   for (int r = 1; r + 1 < height; ++r) {

@@ -14,9 +14,9 @@ using highpass_test::Estimated;
 using highpass_test::ExpectLowPass;
 using highpass_test::ExpectModel;
 using highpass_test::FuseWith;
-using highpass_test::SeenOptions;
-using highpass_test::SeenScene;
 using test_support::ReadImage;
+using test_support::SeenOptions;
+using test_support::SeenScene;
 
 TEST(BayesianEstimator, TheFusedImageIsNearerToTheTruthThanTheResampledOne) {
   for (const double ratio : {2.0, 4.0}) {

@@ -15,9 +15,9 @@ using highpass_test::Estimated;
 using highpass_test::ExpectLowPass;
 using highpass_test::ExpectModel;
 using highpass_test::FuseWith;
-using highpass_test::LowPassOf;
-using highpass_test::SeenOptions;
-using highpass_test::SeenScene;
+using test_support::LowPassOf;
+using test_support::SeenOptions;
+using test_support::SeenScene;
 using test_support::WriteImage;
 
 TEST(BayesianEstimator, FollowsTheDefinitionForRatiosBandsAndBlurs) {

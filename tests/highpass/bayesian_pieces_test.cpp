@@ -13,7 +13,7 @@ namespace {
 using highpass_test::Estimated;
 using highpass_test::ExpectLowPass;
 using highpass_test::ExpectModel;
-using highpass_test::SeenScene;
+using test_support::SeenScene;
 
 TEST(BayesianEstimator, ReadsInBoundedPieces) {
   const SeenScene scene(63, {.ratioX = 8.0, .ratioY = 8.0, .msWidth = 64, .msHeight = 600});

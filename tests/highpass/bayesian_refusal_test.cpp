@@ -7,9 +7,9 @@
 
 #include "highpass/bayesian_model.h"
 #include "platform/raster/raster_fault.h"
-#include "tests/highpass/seen_scene.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
+#include "tests/support/seen_scene.h"
 
 namespace {
 
@@ -88,7 +88,7 @@ TEST_F(BayesianRefusal, TooFewCommonPixelsAreADoubtAndNoError) {
 
 TEST_F(BayesianRefusal, FewPixelsGetOneGainABand) {
   // The outermost three do not count: 48 are left, where 50 are wanted.
-  const highpass_test::SeenScene scene(72, {.ratioX = 2.0, .ratioY = 2.0, .msWidth = 14, .msHeight = 12});
+  const test_support::SeenScene scene(72, {.ratioX = 2.0, .ratioY = 2.0, .msWidth = 14, .msHeight = 12});
   m_param = scene.Record();
   EXPECT_EQ(Doubt(), BayesianDoubt::kFewSamples);
   for (std::size_t b = 0; b < 3; ++b) EXPECT_EQ(m_model.transform[12 + b], -m_model.panCovariance[b]);
@@ -102,8 +102,8 @@ TEST_F(BayesianRefusal, PanWithoutDetailAddsNothing) {
 }
 
 TEST_F(BayesianRefusal, PanOfAnotherGroundGetsOneGainABand) {
-  const highpass_test::SeenScene scene(70, {.ratioX = 2.0, .ratioY = 2.0});
-  const highpass_test::SeenScene other(71, {.ratioX = 2.0, .ratioY = 2.0});
+  const test_support::SeenScene scene(70, {.ratioX = 2.0, .ratioY = 2.0});
+  const test_support::SeenScene other(71, {.ratioX = 2.0, .ratioY = 2.0});
   m_param = scene.Record();
   EXPECT_EQ(Doubt(), BayesianDoubt::kNone);
   m_param.m_strPanFile = other.panFile;

@@ -12,6 +12,7 @@
 
 namespace highpass_test {
 
+using test_support::LowPassOf;
 using test_support::ReadImage;
 
 Estimated::Estimated(const BayesianFusionParam& param, BayesianRegistration registration, bool threaded,

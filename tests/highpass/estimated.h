@@ -1,9 +1,11 @@
 #pragma once
 
 #include "highpass/bayesian_model.h"
-#include "tests/highpass/seen_scene.h"
+#include "tests/support/seen_scene.h"
 
 namespace highpass_test {
+
+using test_support::SeenScene;
 
 /// An estimation that must succeed.
 struct Estimated {

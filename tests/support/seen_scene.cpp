@@ -1,4 +1,4 @@
-#include "tests/highpass/seen_scene.h"
+#include "tests/support/seen_scene.h"
 
 #include <gtest/gtest.h>
 #include <ogr_spatialref.h>
@@ -10,7 +10,7 @@
 #include "platform/raster/raster_source.h"
 #include "tests/support/scene.h"
 
-namespace highpass_test {
+namespace test_support {
 namespace {
 
 constexpr double kUnit = 0.49393916550014252;  // sqrt(-2 ln 0.3) / pi
@@ -128,8 +128,8 @@ SeenScene::SeenScene(unsigned seed, const SeenOptions& o) {
 }
 
 void SeenScene::PlaceInDegrees() {
-  m_panWkt = test_support::UtmWkt();
-  m_msWkt = test_support::Wgs84Wkt();
+  m_panWkt = UtmWkt();
+  m_msWkt = Wgs84Wkt();
   m_toMetres = Between(m_msWkt, m_panWkt);
   const auto toDegrees = Between(m_panWkt, m_msWkt);
   double* m = ms.geoTransform;
@@ -162,13 +162,13 @@ SeenScene::~SeenScene() {
 }
 
 void SeenScene::Write() const {
-  test_support::WriteImage(pan, panFile, PDT_FLOAT64, m_panWkt);
-  test_support::WriteImage(ms, msFile, PDT_FLOAT64, m_msWkt);
+  WriteImage(pan, panFile, PDT_FLOAT64, m_panWkt);
+  WriteImage(ms, msFile, PDT_FLOAT64, m_msWkt);
 }
 
 void SeenScene::Write(double noData) const {
-  test_support::WriteImage(pan, panFile, PDT_FLOAT64, m_panWkt, noData);
-  test_support::WriteImage(ms, msFile, PDT_FLOAT64, m_msWkt, noData);
+  WriteImage(pan, panFile, PDT_FLOAT64, m_panWkt, noData);
+  WriteImage(ms, msFile, PDT_FLOAT64, m_msWkt, noData);
 }
 
 BayesianFusionParam SeenScene::Record(double weight) const {
@@ -226,4 +226,4 @@ std::vector<double> LowPassOf(const SeenScene& scene, bool isBox, double width, 
   return values;
 }
 
-}  // namespace highpass_test
+}  // namespace test_support

@@ -9,7 +9,7 @@
 
 class OGRCoordinateTransformation;
 
-namespace highpass_test {
+namespace test_support {
 
 struct SeenOptions {
   double ratioX = 4.0;
@@ -64,4 +64,4 @@ class SeenScene {
 /// on the image, or a NaN under it.
 std::vector<double> LowPassOf(const SeenScene& scene, bool isBox, double width, double shiftX, double shiftY);
 
-}  // namespace highpass_test
+}  // namespace test_support
