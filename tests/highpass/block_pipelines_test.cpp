@@ -244,7 +244,14 @@ TEST_F(BlockPipelines, GiveTheBytesOfTheStages) {
   SceneOptions options = FourBands();
   options.panWidth = 61;
   options.panHeight = 47;
-  ExpectAllSettings(Record(Scene(1, options)));
+  const Scene scene(1, options);
+  HpfFusionParam param = Record(scene);
+  ExpectAllSettings(param);
+  // Weights that are cut to the details' shares of pan.
+  param.m_bSecondFilter = true;
+  param.m_dDetailWeight1 = 4.0;
+  param.m_dDetailWeight2 = 3.0;
+  ExpectSame(param, true);
 }
 
 TEST_F(BlockPipelines, GiveTheBytesOfTheStagesOverManyBlocksAndPieces) {
