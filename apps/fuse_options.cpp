@@ -47,6 +47,11 @@ void AddList(CLI::App& command, const std::string& name, std::vector<std::string
   AddText(command, name, description, "NAME,...", [&words](const std::string& text) { words = fusion::WordsOf(text); });
 }
 
+void AddThreads(CLI::App& command, std::string& threads) {
+  command.add_option("--threads", threads,
+                     "Threads to compute on, a number or all (default: FUSION_THREADS, OMP_NUM_THREADS or all)");
+}
+
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image")->required();
@@ -109,6 +114,7 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_flag("--no-overviews", o.noOverviews, "Build no overviews");
   command.add_option("--format", o.format, "Output format (default: by the extension of OUT)");
   command.add_flag("--overwrite", o.overwrite, "Replace an existing OUT");
+  AddThreads(command, o.threads);
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
   command.add_option("--log", o.log, "Append the library's log to this file");
   command.add_flag("--json", o.json, "Describe the outcome as one JSON object on standard output");

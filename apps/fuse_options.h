@@ -26,6 +26,9 @@ void AddList(CLI::App& command, const std::string& name, std::vector<int>& value
 void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,
              const std::string& description);
 
+/// Declares the option for the threads of a run.
+void AddThreads(CLI::App& command, std::string& threads);
+
 /// Declares the options on a subcommand.
 void AddFuseOptions(CLI::App& command, FuseOptions& options);
 

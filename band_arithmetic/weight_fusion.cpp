@@ -6,6 +6,7 @@
 #include "framework/row_kernel.h"
 #include "framework/run/block_buffers.h"
 #include "platform/system/multiversion.h"
+#include "platform/system/workers.h"
 
 namespace {
 
@@ -13,6 +14,38 @@ FUSION_MULTIVERSION
 void WeighRow(const double* ms, const double* pan, double weight, int n, double* out) {
   for (int i = 0; i < n; ++i) out[i] = ((1.0 - weight) * ms[i] + (1.0 + weight) * pan[i]) * 0.5;
 }
+
+/// A row of each resampled band of a block, and last of pan.
+class ResampledRows {
+ public:
+  template <typename MakeSource>
+  ResampledRows(const fusion::FusionBlock& block, const MakeSource& makeSource)
+      : values(static_cast<std::size_t>(block.msBandCount) + 1,
+               std::vector<double>(static_cast<std::size_t>(block.panRect->Width()))),
+        m_pan(block.pan) {
+    const int width = block.panRect->Width();
+    for (int first = 0; first < width; first += fusion::kTileWidth) {
+      m_tiles.push_back(makeSource());
+      m_tiles.back().SetColumns(first, std::min(fusion::kTileWidth, width - first));
+    }
+  }
+
+  void Load(int y) {
+    std::vector<double*> targets(values.size() - 1);
+    for (std::size_t t = 0; t < m_tiles.size(); ++t) {
+      for (std::size_t b = 0; b < targets.size(); ++b) targets[b] = values[b].data() + t * fusion::kTileWidth;
+      m_tiles[t].Resample(y, targets.data());
+    }
+    const auto width = static_cast<std::ptrdiff_t>(values.back().size());
+    std::copy_n(m_pan + y * width, width, values.back().data());
+  }
+
+  std::vector<std::vector<double>> values;
+
+ private:
+  const double* m_pan;
+  std::vector<fusion::RowSource> m_tiles;
+};
 
 /// Moves the values of the pixels inside the area to the front of every row. Answers how many there are.
 int KeepInside(const CRasterAOI& area, const CRect& rect, int row, std::vector<std::vector<double>>& rows) {
@@ -143,26 +176,33 @@ void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean
                                   .outBandCount = bandCount,
                                   .dstBlock = &block,
                                   .aoi = aoi};
-  const int width = panRect->Width();
-  std::vector<fusion::RowSource> tiles;
-  for (int first = 0; first < width; first += fusion::kTileWidth) {
-    tiles.push_back(MakeRowSource(fused));
-    tiles.back().SetColumns(first, std::min(fusion::kTileWidth, width - first));
-  }
-  // A row of each band, and last of pan.
-  std::vector<std::vector<double>> rows(static_cast<std::size_t>(bandCount) + 1,
-                                        std::vector<double>(static_cast<std::size_t>(width)));
-  std::vector<double*> targets(static_cast<std::size_t>(bandCount));
-  for (int y = 0; y < panRect->Height(); ++y) {
-    for (std::size_t t = 0; t < tiles.size(); ++t) {
-      for (std::size_t b = 0; b < targets.size(); ++b) targets[b] = rows[b].data() + t * fusion::kTileWidth;
-      tiles[t].Resample(y, targets.data());
-    }
-    std::copy_n(panBuf + static_cast<std::ptrdiff_t>(y) * width, width, rows.back().data());
-    const int kept = aoi ? KeepInside(*aoi, *panRect, y, rows) : width;
-    AddProducts(rows, kept, panMean, mulMeans, covSum);
-    count += static_cast<long>(kept) * bandCount;
-  }
+  // A sum of its own for every row, so that it is the same whoever takes it.
+  struct RowSums {
+    int kept;
+    std::vector<double> sums;
+  };
+  const auto sumRow = [&](ResampledRows& rows, int y) {
+    rows.Load(y);
+    const int kept = aoi ? KeepInside(*aoi, *panRect, y, rows.values) : panRect->Width();
+    RowSums row{kept, std::vector<double>(static_cast<std::size_t>(bandCount), 0.0)};
+    AddProducts(rows.values, kept, panMean, mulMeans, row.sums.data());
+    return row;
+  };
+  const fusion::BlockGrid pieces = fusion::PiecesOf(*panRect);
+  platform::FoldInOrder(
+      m_workers.get(), pieces.Count(), [&] { return ResampledRows(fused, [&] { return MakeRowSource(fused); }); },
+      [&](ResampledRows& rows, int i) {
+        std::vector<RowSums> sums;
+        const CRect piece = pieces.Block(0, i);
+        for (int y = piece.top; y < piece.bottom; ++y) sums.push_back(sumRow(rows, y));
+        return sums;
+      },
+      [&](const std::vector<RowSums>& sums) {
+        for (const RowSums& row : sums) {
+          for (std::size_t b = 0; b < row.sums.size(); ++b) covSum[b] += row.sums[b];
+          count += static_cast<long>(row.kept) * bandCount;
+        }
+      });
 }
 
 fusion::RowMethod CWeightFusion::MakeRows(CRowFusion& self, const fusion::FusionBlock& block) {

@@ -34,12 +34,20 @@ CRect PanLowPass::Reads() const {
   return m_grid ? m_grid->Reads(m_rect) : m_points->Reads(m_x.data(), m_y.data(), static_cast<int>(m_x.size()));
 }
 
-void PanLowPass::Apply(const double* pan, const CRect& panRect, double* out) const {
-  if (m_grid) {
-    m_grid->Apply(pan, panRect, m_rect, out);
-  } else {
-    m_points->Apply(pan, panRect, m_x.data(), m_y.data(), static_cast<int>(m_x.size()), out);
-  }
+void PanLowPass::Apply(const double* pan, const CRect& panRect, double* out, platform::Workers* workers) const {
+  // Rows that pay for their beginning.
+  constexpr int kRows = 16;
+  const std::ptrdiff_t width = m_rect.Width();
+  platform::ForEach(workers, (m_rect.Height() + kRows - 1) / kRows, [&](int i) {
+    const CRect piece(0, i * kRows, m_rect.right, std::min((i + 1) * kRows, m_rect.bottom));
+    const std::ptrdiff_t first = piece.top * width;
+    if (m_grid) {
+      m_grid->Apply(pan, panRect, piece, out + first);
+    } else {
+      m_points->Apply(pan, panRect, m_x.data() + first, m_y.data() + first, static_cast<int>(piece.Area()),
+                      out + first);
+    }
+  });
 }
 
 PanGrid::PanGrid(const CRasterSource& pan, const CRasterSource& ms)

@@ -6,6 +6,7 @@
 #include "estimation/low_pass.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
+#include "platform/system/workers.h"
 
 namespace fusion {
 
@@ -38,7 +39,8 @@ class PanLowPass {
   CRect Reads() const;
   /// @param pan row-major over panRect, which holds what Reads answers; a NaN for a pixel without data
   /// @param out row-major over the rectangle; NaN where there is too little pan
-  void Apply(const double* pan, const CRect& panRect, double* out) const;
+  /// @param workers who share the rows out among them; null: the caller alone
+  void Apply(const double* pan, const CRect& panRect, double* out, platform::Workers* workers = nullptr) const;
 
  private:
   CRect m_rect;

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "platform/statistics/running_covariance.h"
-#include "platform/system/parallel.h"
 #include "platform/utility/matrix_operation.h"
 
 namespace fusion {
@@ -105,10 +104,10 @@ std::vector<CRect> ChooseTiles(const CRect& area, const PanGrid& grid) {
   return tiles;
 }
 
-Registration::Registration(std::vector<RegistrationTile> tiles, const PanGrid& grid, bool threaded)
+Registration::Registration(std::vector<RegistrationTile> tiles, const PanGrid& grid, platform::Workers* workers)
     : m_tiles(std::move(tiles)),
       m_grid(grid),
-      m_threaded(threaded),
+      m_workers(workers),
       m_bands(m_tiles.empty() ? 0 : static_cast<int>(m_tiles.front().bands.size())) {
   for (const RegistrationTile& tile : m_tiles) {
     auto& details = m_details.emplace_back();
@@ -181,7 +180,7 @@ Registration::Moments Registration::MomentsOf(std::size_t index, const PanBlur& 
 std::vector<Registration::Moments> Registration::MomentsOfTiles(const PanBlur& blur, double shiftX,
                                                                 double shiftY) const {
   std::vector<Moments> all(m_tiles.size());
-  platform::ForEach(static_cast<int>(all.size()), m_threaded, [&](int t) {
+  platform::ForEach(m_workers, static_cast<int>(all.size()), [&](int t) {
     all[static_cast<std::size_t>(t)] = MomentsOf(static_cast<std::size_t>(t), blur, shiftX, shiftY);
   });
   return all;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "estimation/pan_grid.h"
+#include "platform/system/workers.h"
 
 namespace fusion {
 
@@ -30,8 +31,8 @@ struct RegistrationResult {
 /// low-passed at the right place by the right amount has the detail of the bands.
 class Registration {
  public:
-  /// @param threaded look at tiles on several threads
-  Registration(std::vector<RegistrationTile> tiles, const PanGrid& grid, bool threaded);
+  /// @param workers who look at tiles; null: the caller alone
+  Registration(std::vector<RegistrationTile> tiles, const PanGrid& grid, platform::Workers* workers);
 
   /// The most that a shift may be on either axis, in pan pixels; tiles hold the pan pixels that it needs.
   static double LargestShift(const PanGrid& grid);
@@ -72,7 +73,7 @@ class Registration {
   std::vector<RegistrationTile> m_tiles;
   std::vector<std::vector<std::vector<double>>> m_details;  ///< of each tile's bands
   const PanGrid& m_grid;
-  bool m_threaded;
+  platform::Workers* m_workers;
   int m_bands;
   std::map<Place, double> m_scores;  ///< of where the search has been
 };

@@ -5,7 +5,7 @@
 #include <limits>
 #include <vector>
 
-#include "evaluation/ms_cells.h"
+#include "evaluation/band_shares.h"
 #include "evaluation/row_sums.h"
 
 namespace {
@@ -67,7 +67,9 @@ bool IsUndefined(const std::vector<double>& p) { return std::isnan(p.front()); }
 
 }  // namespace
 
-CEntropyEvaluate::CEntropyEvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_entropyParam(m_param) {}
+CEntropyEvaluate::CEntropyEvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_entropyParam(m_param) {
+  m_joinsBlocks = true;
+}
 CEntropyEvaluate::~CEntropyEvaluate() = default;
 CEntropyEvaluate::CEntropyEvaluate(const CEntropyEvaluate&) = default;
 CEntropyEvaluate& CEntropyEvaluate::operator=(const CEntropyEvaluate&) = default;
@@ -102,39 +104,45 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
                                       double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   const bool ranges = m_nProcessStep == 1;
-  const platform::NoDataRule panNoData = PanNoData();
-  std::vector<double> ms(static_cast<std::size_t>(width));
-  std::vector<std::int32_t> bins;
-  for (int y = blockRect->top; y < blockRect->bottom; ++y) {
-    const std::ptrdiff_t line = y - blockRect->top;
-    const double* pan = panBuf + line * panRect->Width();
+  const auto takePan = [&](fusion::BandRoom& room, const double* pan) {
+    const platform::NoDataRule panNoData = PanNoData();
     if (ranges) {
       fusion::WidenRow(pan, pan, width, panNoData, m_dPanMin, m_dPanMax);
     } else {
-      CountRow(pan, width, panNoData, m_dPanMin, m_dPanMax, bins, m_pPanHist);
+      CountRow(pan, width, panNoData, m_dPanMin, m_dPanMax, room.bins, m_pPanHist);
     }
-    const double* fused = nullptr;
-    for (int i = 0; i < fusionCount; ++i) {
-      fused = fusionBufs[i] + line * width;
-      const platform::NoDataRule noData = FusionNoData(static_cast<std::size_t>(i));
-      if (ranges) {
-        fusion::WidenRow(fused, fused, width, noData, m_pFusionMin[i], m_pFusionMax[i]);
+  };
+  const auto takeFused = [&](fusion::BandRoom& room, const double* fused, int i) {
+    const platform::NoDataRule noData = FusionNoData(static_cast<std::size_t>(i));
+    if (ranges) {
+      fusion::WidenRow(fused, fused, width, noData, m_pFusionMin[i], m_pFusionMax[i]);
+    } else {
+      CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], room.bins, m_pFusionHist + i * kBins);
+    }
+  };
+  const auto takeMul = [&](fusion::BandRoom& room, const double* lastFused, int y, int j) {
+    const platform::NoDataRule noData = MulNoData(static_cast<std::size_t>(j));
+    fusion::Gather(mulBufs[j], room.cells.Row(y, *blockRect, *mulRect), width, room.ms.data());
+    if (!ranges) {
+      CountRow(room.ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], room.bins, m_pMulHist + j * kBins);
+    } else {
+      // The range is widened by the last fused band's value where the multispectral value is valid.
+      fusion::WidenRow(lastFused, room.ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j]);
+    }
+  };
+  // The multispectral bands, the fused ones, and pan.
+  fusion::ForBands(m_workers.get(), mulCount + fusionCount + 1, Cells(1), width, [&](fusion::BandRoom& room, int band) {
+    for (int y = blockRect->top; y < blockRect->bottom; ++y) {
+      const std::ptrdiff_t line = y - blockRect->top;
+      if (band < mulCount) {
+        takeMul(room, fusionCount > 0 ? fusionBufs[fusionCount - 1] + line * width : nullptr, y, band);
+      } else if (band < mulCount + fusionCount) {
+        takeFused(room, fusionBufs[band - mulCount] + line * width, band - mulCount);
       } else {
-        CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], bins, m_pFusionHist + i * kBins);
+        takePan(room, panBuf + line * panRect->Width());
       }
     }
-    const std::int64_t* cells = Cells(1).Row(y, *blockRect, *mulRect);
-    for (int j = 0; j < mulCount; ++j) {
-      const platform::NoDataRule noData = MulNoData(static_cast<std::size_t>(j));
-      fusion::Gather(mulBufs[j], cells, width, ms.data());
-      if (!ranges) {
-        CountRow(ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], bins, m_pMulHist + j * kBins);
-      } else {
-        // The range is widened by the last fused band's value where the multispectral value is valid.
-        fusion::WidenRow(fused, ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j]);
-      }
-    }
-  }
+  });
 }
 
 void CEntropyEvaluate::EndProccess() {

@@ -8,9 +8,11 @@
 #include "evaluation/ms_cells.h"
 #include "framework/messages.h"
 #include "framework/run/block_buffers.h"
+#include "platform/algorithm/run_threads.h"
 #include "platform/raster/cache_room.h"
 #include "platform/raster/gis_data_source.h"
 #include "platform/system/sleep.h"
+#include "platform/system/task_queue.h"
 #include "platform/utility/log.h"
 
 namespace messages = fusion::messages;
@@ -28,12 +30,30 @@ struct CFusionEvaluate::Run {
   std::unique_ptr<fusion::BandBuffers> mulBuffers;
   std::unique_ptr<fusion::BandBuffers> fusionBuffers;
   platform::CacheRoom rows;
+  std::unique_ptr<platform::TaskQueue> reader;  ///< reads into the buffers, so it goes before them
+
+  CRect next;  ///< the block behind the one at hand, empty behind a pass's last
+
+  CRect CellAfter(int column, int row) const {
+    const bool goesOn = column + 1 < grid.Across();
+    if (!goesOn && row + 1 == grid.Down()) return {};
+    return grid.Cell(goesOn ? column + 1 : 0, goesOn ? row : row + 1, grid.blockHeight, grid.blockHeight);
+  }
 
   /// Makes room for what blocks have in common, which would be decoded again for each of them: their rows where they
   /// lie side by side, else what reaches over their ends. False where there is no such room.
   bool KeepRows(int blockRows, int readRows) {
     const auto bytes = grid.Across() < 2 ? platform::CacheRoom::BytesToShare : platform::CacheRoom::BytesOf;
     return rows.Reserve(bytes(fused, blockRows) + bytes(pan, blockRows) + bytes(mul, readRows));
+  }
+
+  /// Joins blocks of whole rows that are too low for threads to share.
+  void JoinBlocks(std::int64_t mostPixels) {
+    constexpr std::int64_t kJoined = 1 << 18;
+    const std::int64_t pixels = std::int64_t{grid.blockWidth} * grid.blockHeight;
+    const std::int64_t wanted = std::min(mostPixels, kJoined) / std::max<std::int64_t>(pixels, 1);
+    if (grid.Across() != 1 || wanted < 2) return;
+    grid.blockHeight = static_cast<int>(std::min<std::int64_t>(wanted * grid.blockHeight, grid.height));
   }
 
   /// Cuts blocks of whole rows, unless that would have their strips decoded more than once.
@@ -58,11 +78,13 @@ std::wstring CFusionEvaluate::Title() const { return messages::RunTitle(m_param.
 void CFusionEvaluate::Process() {
   platform::Sleep(1000);
   ClearError();
+  const platform::RunThreads threads(*this);
   Run run;
   bool prepared = false;
   Guard([&] { prepared = Prepare(run); });
   if (prepared) {
     Guard([&] { WalkPasses(run); });
+    run.reader.reset();
     run.panBuffer.reset();
     run.mulBuffers.reset();
     run.fusionBuffers.reset();
@@ -99,6 +121,7 @@ bool CFusionEvaluate::Prepare(Run& run) {
   GetBlockSize(width, height);
   run.grid = {run.fused.GetWidth(), run.fused.GetHeight(), width, height};
   run.CutBlocks(m_param.m_nMostBlockPixels);
+  if (m_joinsBlocks) run.JoinBlocks(m_param.m_nMostBlockPixels);
   if (Preproccess() != GIS_SUCCESS) {
     // What is reported is the state, which a refusal leaves at success.
     ReportError();
@@ -146,6 +169,7 @@ void CFusionEvaluate::WalkPasses(Run& run) {
           ReportError();
           return;
         }
+        run.next = run.CellAfter(column, row);
         if (!EvaluateBlock(run, block, read)) return;
         EndBolckProcess();
         if (m_pProgress && !m_pProgress->Step(++position, messages::kProcessing)) {
@@ -161,7 +185,7 @@ void CFusionEvaluate::WalkPasses(Run& run) {
 }
 
 bool CFusionEvaluate::EvaluateBlock(Run& run, CRect& block, CRect& read) {
-  CRect panRect = fusion::Shift(block, m_param.m_rcPanOffset.left, m_param.m_rcPanOffset.top);
+  CRect panRect = OnPan(block);
   bool ok = true;
   for (std::size_t i = 0; ok && i < run.fusionBands.size(); ++i) {
     ok = run.fusionBuffers->Read(i, run.fused.GetRasterBand(run.fusionBands[i]), block);
@@ -174,9 +198,23 @@ bool CFusionEvaluate::EvaluateBlock(Run& run, CRect& block, CRect& read) {
     Fail(ERR_READ, messages::kReadFailed);
     return false;
   }
+  ReadAhead(run, run.next);
   FusionEvaluate((*run.panBuffer)[0], &panRect, run.mulBuffers->Pointers(), static_cast<int>(run.mulBands.size()),
                  &read, run.fusionBuffers->Pointers(), static_cast<int>(run.fusionBands.size()), &block);
   return true;
+}
+
+void CFusionEvaluate::ReadAhead(Run& run, const CRect& next) {
+  if (!m_overlappedIo || next.Area() == 0) return;
+  if (!run.reader) run.reader = std::make_unique<platform::TaskQueue>(run.fusionBands.size() + 1);
+  for (std::size_t i = 0; i < run.fusionBands.size(); ++i) {
+    run.fusionBuffers->Expect(i, run.fused.GetRasterBand(run.fusionBands[i]), next, *run.reader);
+  }
+  run.panBuffer->Expect(0, run.pan.GetRasterBand(m_param.m_nPanBand), OnPan(next), *run.reader);
+}
+
+CRect CFusionEvaluate::OnPan(const CRect& block) const {
+  return fusion::Shift(block, m_param.m_rcPanOffset.left, m_param.m_rcPanOffset.top);
 }
 
 GISError CFusionEvaluate::Preproccess() { return GIS_SUCCESS; }

@@ -68,6 +68,9 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
   SharedArray m_pFusionMax;
   SharedArray m_pFusionMin;
   std::int32_t m_nProcessStep = 0;  ///< number of the pass at hand, from 1
+  /// Whether what is measured does not depend on how its rows lie in blocks, so that low blocks of whole rows may come
+  /// together where the record bounds them.
+  bool m_joinsBlocks = false;
 
  private:
   struct Run;
@@ -75,6 +78,8 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
   bool BuildReprojection(Run& run);
   void WalkPasses(Run& run);
   bool EvaluateBlock(Run& run, CRect& block, CRect& read);
+  void ReadAhead(Run& run, const CRect& next);
+  CRect OnPan(const CRect& block) const;
   std::wstring Title() const;
 
   std::shared_ptr<fusion::MsCells> m_cells;  ///< made at first use, null between runs

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "evaluation/ms_cells.h"
+#include "evaluation/band_shares.h"
 #include "evaluation/row_sums.h"
 
 /// A row and the row below it, of both bands of a pair.
@@ -44,64 +44,61 @@ void CGradEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, doubl
                                    CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   if (width < 2 || blockRect->Height() < 2) return;
-  fusion::MsCells& cells = Cells(0);
-  const auto size = static_cast<std::size_t>(width);
-  // A row's samples serve it and the row above.
-  std::vector<std::vector<double>> ms(static_cast<std::size_t>(fusionCount), std::vector<double>(size));
-  std::vector<std::vector<double>> below = ms;
-  const auto gather = [&](int y, std::vector<std::vector<double>>& rows) {
-    const std::int64_t* row = cells.Row(y, *blockRect, *mulRect);
-    for (std::size_t i = 0; i < rows.size(); ++i) fusion::Gather(mulBufs[i], row, width, rows[i].data());
-  };
-  gather(blockRect->top, below);
-  for (int y = blockRect->top; y < blockRect->bottom - 1; ++y) {
-    std::swap(ms, below);
-    gather(y + 1, below);
-    for (std::size_t i = 0; i < ms.size(); ++i) {
+  fusion::ForBands(m_workers.get(), fusionCount, Cells(0), width, [&](fusion::BandRoom& room, int band) {
+    const auto i = static_cast<std::size_t>(band);
+    std::vector<double> valid;
+    // A row's samples serve it and the row above.
+    std::vector<double> below(room.ms.size());
+    const auto gather = [&](int y) {
+      fusion::Gather(mulBufs[i], room.cells.Row(y, *blockRect, *mulRect), width, below.data());
+    };
+    gather(blockRect->top);
+    for (int y = blockRect->top; y < blockRect->bottom - 1; ++y) {
+      std::swap(room.ms, below);
+      gather(y + 1);
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      const RowPair rows{ms[i].data(), below[i].data(), fused, fused + width};
-      AddMulRow(i, rows, width - 1);
-      AddFusionRow(i, rows, width - 1);
-      AddDifferenceRow(i, rows, width - 1);
+      const RowPair rows{room.ms.data(), below.data(), fused, fused + width};
+      AddMulRow(i, rows, width - 1, valid);
+      AddFusionRow(i, rows, width - 1, valid);
+      AddDifferenceRow(i, rows, width - 1, valid);
     }
-  }
+  });
 }
 
 /// Which pixels of a row count: those whose value, right neighbour and pixel below are not no-data.
 /// @param tested the values that stand for the pixels' own
-const double* CGradEvaluate::ValidGradients(const double* tested, const double* row, const double* below, int n,
-                                            const platform::NoDataRule& noData) {
-  m_valid.assign(static_cast<std::size_t>(n), 1.0);
-  for (const double* values : {tested, row + 1, below}) fusion::DropNoData(values, n, noData, m_valid.data());
-  return m_valid.data();
+void CGradEvaluate::ValidGradients(const double* tested, const double* row, const double* below, int n,
+                                   const platform::NoDataRule& noData, std::vector<double>& valid) {
+  valid.assign(static_cast<std::size_t>(n), 1.0);
+  for (const double* values : {tested, row + 1, below}) fusion::DropNoData(values, n, noData, valid.data());
 }
 
-void CGradEvaluate::AddMulRow(std::size_t i, const RowPair& rows, int n) {
-  const double* valid = ValidGradients(rows.ms, rows.ms, rows.msBelow, n, MulNoData(i));
-  const fusion::GradientSums sums = fusion::SumGradients(rows.ms, rows.msBelow, valid, n);
+void CGradEvaluate::AddMulRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) {
+  ValidGradients(rows.ms, rows.ms, rows.msBelow, n, MulNoData(i), valid);
+  const fusion::GradientSums sums = fusion::SumGradients(rows.ms, rows.msBelow, valid.data(), n);
   m_pMulDx2Sum[i] += sums.dx2;
   m_pMulDy2Sum[i] += sums.dy2;
   m_pMulMeanGrad[i] += sums.gradients;
   m_pMulCount[i] += static_cast<std::int64_t>(sums.count);
 }
 
-void CGradEvaluate::AddFusionRow(std::size_t i, const RowPair& rows, int n) {
+void CGradEvaluate::AddFusionRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) {
   // The first test is made on the multispectral value, with the fused band's no-data value.
-  const double* valid = ValidGradients(rows.ms, rows.fused, rows.fusedBelow, n, FusionNoData(i));
+  ValidGradients(rows.ms, rows.fused, rows.fusedBelow, n, FusionNoData(i), valid);
   // What is left out by a mask is no number, which would ruin the sums.
-  if (m_param.m_bMaskNoData) fusion::DropNoData(rows.fused, n, FusionNoData(i), m_valid.data());
-  const fusion::GradientSums sums = fusion::SumGradients(rows.fused, rows.fusedBelow, valid, n);
+  if (m_param.m_bMaskNoData) fusion::DropNoData(rows.fused, n, FusionNoData(i), valid.data());
+  const fusion::GradientSums sums = fusion::SumGradients(rows.fused, rows.fusedBelow, valid.data(), n);
   m_pFusionDx2Sum[i] += sums.dx2;
   m_pFusionDy2Sum[i] += sums.dy2;
   m_pFusionMeanGrad[i] += sums.gradients;
   m_pFusionCount[i] += static_cast<std::int64_t>(sums.count);
 }
 
-void CGradEvaluate::AddDifferenceRow(std::size_t i, const RowPair& rows, int n) {
-  m_valid.assign(static_cast<std::size_t>(n), 1.0);
-  fusion::DropNoData(rows.fused, n, FusionNoData(i), m_valid.data());
-  fusion::DropNoData(rows.ms, n, MulNoData(i), m_valid.data());
-  const fusion::DifferenceSums sums = fusion::SumDifferences(rows.fused, rows.ms, m_valid.data(), n);
+void CGradEvaluate::AddDifferenceRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) {
+  valid.assign(static_cast<std::size_t>(n), 1.0);
+  fusion::DropNoData(rows.fused, n, FusionNoData(i), valid.data());
+  fusion::DropNoData(rows.ms, n, MulNoData(i), valid.data());
+  const fusion::DifferenceSums sums = fusion::SumDifferences(rows.fused, rows.ms, valid.data(), n);
   m_pAbsDiffSum[i] += sums.absolute;
   m_pSquareDiffSum[i] += sums.squares;
   m_pDiffCount[i] += static_cast<std::int64_t>(sums.count);

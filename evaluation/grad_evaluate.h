@@ -40,12 +40,12 @@ class FUSION_API CGradEvaluate : public CFusionEvaluate {
 
  private:
   struct RowPair;
-  const double* ValidGradients(const double* tested, const double* row, const double* below, int n,
-                               const platform::NoDataRule& noData);
-  void AddMulRow(std::size_t i, const RowPair& rows, int n);
-  void AddFusionRow(std::size_t i, const RowPair& rows, int n);
-  void AddDifferenceRow(std::size_t i, const RowPair& rows, int n);
+  static void ValidGradients(const double* tested, const double* row, const double* below, int n,
+                             const platform::NoDataRule& noData, std::vector<double>& valid);
+  // The last one takes for each pixel of a row whether it counts.
+  void AddMulRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid);
+  void AddFusionRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid);
+  void AddDifferenceRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid);
 
   FusionEvaluateParam m_gradParam;
-  std::vector<double> m_valid;  ///< scratch: for each pixel of a row whether it counts
 };

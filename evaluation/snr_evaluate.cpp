@@ -4,9 +4,11 @@
 #include <cmath>
 #include <limits>
 
-#include "evaluation/ms_cells.h"
+#include "evaluation/band_shares.h"
 
-CSNREvaluate::CSNREvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_snrParam(m_param) {}
+CSNREvaluate::CSNREvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_snrParam(m_param) {
+  m_joinsBlocks = true;
+}
 CSNREvaluate::~CSNREvaluate() = default;
 CSNREvaluate::CSNREvaluate(const CSNREvaluate&) = default;
 CSNREvaluate& CSNREvaluate::operator=(const CSNREvaluate&) = default;
@@ -29,23 +31,21 @@ void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double
                                   CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   const bool adds = m_pReproject != nullptr;
-  std::vector<double> ms(static_cast<std::size_t>(width));
-  for (int y = blockRect->top; y < blockRect->bottom; ++y) {
-    const std::int64_t* cells = Cells(1).Row(y, *blockRect, *mulRect);
-    for (int i = 0; i < fusionCount; ++i) {
-      const auto band = static_cast<std::size_t>(i);
+  fusion::ForBands(m_workers.get(), fusionCount, Cells(1), width, [&](fusion::BandRoom& room, int i) {
+    const auto band = static_cast<std::size_t>(i);
+    const platform::NoDataRule fusedNoData = FusionNoData(band);
+    const platform::NoDataRule msNoData = MulNoData(band);
+    double signal = m_pSignalSum[i];
+    double noise = m_pNoiseSum[i];
+    double minimum = m_pMulMin[i];
+    double maximum = m_pMulMax[i];
+    std::int64_t pairs = 0;
+    for (int y = blockRect->top; y < blockRect->bottom; ++y) {
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      fusion::Gather(mulBufs[i], cells, width, ms.data());
-      const platform::NoDataRule fusedNoData = FusionNoData(band);
-      const platform::NoDataRule msNoData = MulNoData(band);
-      double signal = m_pSignalSum[i];
-      double noise = m_pNoiseSum[i];
-      double minimum = m_pMulMin[i];
-      double maximum = m_pMulMax[i];
-      std::int64_t pairs = 0;
+      fusion::Gather(mulBufs[i], room.cells.Row(y, *blockRect, *mulRect), width, room.ms.data());
       for (int x = 0; x < width; ++x) {
         const double f = fused[x];
-        const double m = ms[static_cast<std::size_t>(x)];
+        const double m = room.ms[static_cast<std::size_t>(x)];
         if (fusedNoData(f) || msNoData(m)) continue;
         signal = (adds ? signal : 0.0) + m * m;
         noise = (adds ? noise : 0.0) + (m - f) * (m - f);
@@ -53,13 +53,13 @@ void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double
         if (m > maximum) maximum = m;
         if (m < minimum) minimum = m;
       }
-      m_pSignalSum[i] = signal;
-      m_pNoiseSum[i] = noise;
-      m_pMulMin[i] = minimum;
-      m_pMulMax[i] = maximum;
-      m_pPairCount[i] += pairs;
     }
-  }
+    m_pSignalSum[i] = signal;
+    m_pNoiseSum[i] = noise;
+    m_pMulMin[i] = minimum;
+    m_pMulMax[i] = maximum;
+    m_pPairCount[i] += pairs;
+  });
 }
 
 void CSNREvaluate::EndProccess() {

@@ -2,11 +2,18 @@
 
 #include <cmath>
 
-#include "evaluation/ms_cells.h"
+#include "evaluation/band_shares.h"
 #include "evaluation/row_sums.h"
 
-CStatisticEvaluate::CStatisticEvaluate(FusionEvaluateParam* param)
-    : CFusionEvaluate(param), m_statisticParam(m_param) {}
+/// For each pixel of a row whether it is valid.
+struct CStatisticEvaluate::Valid {
+  std::vector<double> fused;
+  std::vector<double> ms;
+};
+
+CStatisticEvaluate::CStatisticEvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_statisticParam(m_param) {
+  m_joinsBlocks = true;
+}
 CStatisticEvaluate::~CStatisticEvaluate() = default;
 CStatisticEvaluate::CStatisticEvaluate(const CStatisticEvaluate&) = default;
 CStatisticEvaluate& CStatisticEvaluate::operator=(const CStatisticEvaluate&) = default;
@@ -29,19 +36,18 @@ bool CStatisticEvaluate::IsFinished(int step) { return step == 2; }
 void CStatisticEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double** mulBufs, int /*mulCount*/,
                                         CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
-  std::vector<double> ms(static_cast<std::size_t>(width));
-  for (int y = blockRect->top; y < blockRect->bottom; ++y) {
-    const std::int64_t* cells = Cells(1).Row(y, *blockRect, *mulRect);
-    for (int i = 0; i < fusionCount; ++i) {
+  fusion::ForBands(m_workers.get(), fusionCount, Cells(1), width, [&](fusion::BandRoom& room, int i) {
+    Valid valid;
+    for (int y = blockRect->top; y < blockRect->bottom; ++y) {
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      fusion::Gather(mulBufs[i], cells, width, ms.data());
+      fusion::Gather(mulBufs[i], room.cells.Row(y, *blockRect, *mulRect), width, room.ms.data());
       if (m_nProcessStep == 1) {
-        AddSums(static_cast<std::size_t>(i), fused, ms.data(), width);
+        AddSums(static_cast<std::size_t>(i), fused, room.ms.data(), width);
       } else {
-        AddDeviations(static_cast<std::size_t>(i), fused, ms.data(), width);
+        AddDeviations(static_cast<std::size_t>(i), fused, room.ms.data(), width, valid);
       }
     }
-  }
+  });
 }
 
 void CStatisticEvaluate::AddSums(std::size_t i, const double* fused, const double* ms, int n) {
@@ -49,15 +55,15 @@ void CStatisticEvaluate::AddSums(std::size_t i, const double* fused, const doubl
   fusion::SumRow(ms, n, MulNoData(i), m_pMulSum[i], m_pMulCount[i]);
 }
 
-void CStatisticEvaluate::AddDeviations(std::size_t i, const double* fused, const double* ms, int n) {
+void CStatisticEvaluate::AddDeviations(std::size_t i, const double* fused, const double* ms, int n, Valid& valid) {
   m_pFusionMean[i] = m_pFusionSum[i] / static_cast<double>(m_pFusionCount[i]);
   m_pMulMean[i] = m_pMulSum[i] / static_cast<double>(m_pMulCount[i]);
-  m_fusedValid.assign(static_cast<std::size_t>(n), 1.0);
-  m_msValid.assign(static_cast<std::size_t>(n), 1.0);
-  fusion::DropNoData(fused, n, FusionNoData(i), m_fusedValid.data());
-  fusion::DropNoData(ms, n, MulNoData(i), m_msValid.data());
+  valid.fused.assign(static_cast<std::size_t>(n), 1.0);
+  valid.ms.assign(static_cast<std::size_t>(n), 1.0);
+  fusion::DropNoData(fused, n, FusionNoData(i), valid.fused.data());
+  fusion::DropNoData(ms, n, MulNoData(i), valid.ms.data());
   const fusion::PairSums sums =
-      fusion::SumPairs(fused, ms, m_fusedValid.data(), m_msValid.data(), n, m_pFusionMean[i], m_pMulMean[i]);
+      fusion::SumPairs(fused, ms, valid.fused.data(), valid.ms.data(), n, m_pFusionMean[i], m_pMulMean[i]);
   m_pFusionStdDev[i] += sums.fusedSquares;
   m_pMulStdDev[i] += sums.msSquares;
   m_pCovSum[i] += sums.products;

@@ -40,9 +40,8 @@ class FUSION_API CStatisticEvaluate : public CFusionEvaluate {
 
  private:
   void AddSums(std::size_t i, const double* fused, const double* ms, int n);
-  void AddDeviations(std::size_t i, const double* fused, const double* ms, int n);
+  struct Valid;
+  void AddDeviations(std::size_t i, const double* fused, const double* ms, int n, Valid& valid);
 
   FusionEvaluateParam m_statisticParam;
-  std::vector<double> m_fusedValid;  ///< scratch: for each pixel of a row whether it is valid
-  std::vector<double> m_msValid;
 };

@@ -7,6 +7,7 @@
 #include "framework/messages.h"
 #include "framework/resampling/resample_point.h"
 #include "framework/run/run.h"
+#include "platform/algorithm/run_threads.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
@@ -163,6 +164,7 @@ void CFusion::SetOutRange(PixelDataType type) {
 void CFusion::RunBlocks(const fusion::RunVariation& variation) {
   ClearError();
   m_strTempFile.clear();
+  const platform::RunThreads threads(*this);
   fusion::Run(*this, variation).Execute();
 }
 
@@ -196,7 +198,7 @@ void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPoli
   if (!CanFuseRows(block.outType)) return nullptr;
   return fusion::RunRowKernel(block, m_run ? m_run->Gaps() : fusion::BlockGaps(),
                               Geometry(*block.panRect, *block.dstBlock), m_param.m_eResampleType, policy, arithmetic,
-                              m_conversion, RangeOf(block));
+                              m_conversion, RangeOf(block), m_workers.get(), m_run ? m_run->Store() : nullptr);
 }
 
 std::shared_ptr<const fusion::SampleRange> CFusion::RangeOf(const fusion::FusionBlock& block) const {

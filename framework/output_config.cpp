@@ -41,6 +41,7 @@ bool CFusion::OpenInput(const FusionParam& param, CRasterSource* source, const s
   if (source->Open(path, GDA_READ, param.m_bOpenOption)) {
     source->SetMaskNoData(param.m_bMaskNoData);
     source->SetReadAhead(m_overlappedIo);
+    source->SetWorkers(m_workers.get());
     return true;
   }
   SetError(ERR_OPEN, messages::OpenFailed(path));

@@ -13,9 +13,10 @@
 
 #include "framework/fusion_block.h"
 #include "framework/resampling/gap_resampling.h"
+#include "framework/run/block_store.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/position_grid.h"
-#include "platform/system/process.h"
+#include "platform/system/workers.h"
 #include "platform/validity/gap_marks.h"
 
 namespace fusion {
@@ -37,12 +38,11 @@ class Rows {
 /// Output buffers until they are handed over.
 class OutputBlock {
  public:
-  OutputBlock(PixelDataType type, int bandCount, std::size_t pixels)
+  OutputBlock(PixelDataType type, int bandCount, std::size_t pixels, BlockStore* store)
       : m_type(type), m_bandCount(bandCount), m_bands(new void*[static_cast<std::size_t>(bandCount)]()) {
     try {
       for (int b = 0; b < bandCount; ++b) {
-        m_bands[b] = platform::DispatchPixelType(
-            type, [pixels](auto element) -> void* { return new decltype(element)[pixels]; });
+        m_bands[b] = store ? store->Take(type, pixels) : NewPixels(type, pixels);
       }
     } catch (...) {
       FreeBlock(m_type, m_bandCount, m_bands);
@@ -85,11 +85,15 @@ class RowWorker {
         m_scratch(policy.scratchRows, m_tileWidth) {}
 
   void Run(int beginRow, int endRow) {
-    for (int first = 0; first < m_source.Width(); first += m_tileWidth) {
-      const int count = std::min(m_tileWidth, m_source.Width() - first);
-      m_source.SetColumns(first, count);
-      for (int row = beginRow; row < endRow; ++row) RunTileRow(first, count, row);
-    }
+    for (int first = 0; first < m_source.Width(); first += m_tileWidth) RunTile(first, beginRow, endRow);
+  }
+
+  /// @param first a column at which a tile begins
+  void RunTile(int first, int beginRow, int endRow) {
+    const int count = std::min(m_tileWidth, m_source.Width() - first);
+    if (m_first != first) m_source.SetColumns(first, count);
+    m_first = first;
+    for (int row = beginRow; row < endRow; ++row) RunTileRow(first, count, row);
   }
 
  private:
@@ -158,13 +162,15 @@ class RowWorker {
   const OutputBlock& m_output;
   RowSource m_source;
   int m_tileWidth;
+  int m_first = -1;  ///< of the tile at hand
   Rows m_ms;
   Rows m_out;
   Rows m_scratch;
   std::vector<unsigned char> m_inside;
 };
 
-/// Shares rows out among threads, each taking one contiguous part; an exception of any of them goes on to the caller.
+/// Shares rows out among OpenMP's threads, each taking one contiguous part; an exception of any of them goes on to the
+/// caller.
 template <typename Work>
 void ForRows(int rows, bool parallel, const Work& work) {
 #ifdef _OPENMP
@@ -189,10 +195,6 @@ void ForRows(int rows, bool parallel, const Work& work) {
       if (done == threads) finished.notify_all();
       for (; done != threads; done = finished) finished.wait(done);
     }
-#ifdef __GNUC__
-    // So would the other threads until the next block comes; they may be another program's, too.
-    if (platform::OwnsProcess()) omp_pause_resource_all(omp_pause_soft);
-#endif
     if (failure) std::rethrow_exception(failure);
     return;
   }
@@ -200,6 +202,29 @@ void ForRows(int rows, bool parallel, const Work& work) {
   static_cast<void>(parallel);
   work(0, rows);
 }
+
+/// What threads share of a block: parts of its rows, in one tile after another, so that few of them have to begin anew.
+class RowPieces {
+ public:
+  RowPieces(int width, int rows, int threads) : m_rows(rows) {
+    constexpr int kLeastRows = 8;
+    constexpr int kPiecesOfThread = 4;  // the more, the less anyone waits for the last one
+    const int tiles = (width - 1) / kTileWidth + 1;
+    m_parts = std::clamp((kPiecesOfThread * threads - 1) / tiles + 1, 1, std::max(rows / kLeastRows, 1));
+    m_count = width > 0 ? tiles * m_parts : 0;
+  }
+  int Count() const { return m_count; }
+  int First(int i) const { return i / m_parts * kTileWidth; }
+  int Begin(int i) const { return Row(i % m_parts); }
+  int End(int i) const { return Row(i % m_parts + 1); }
+
+ private:
+  int Row(int part) const { return static_cast<int>(std::int64_t{m_rows} * part / m_parts); }
+
+  int m_rows;
+  int m_parts;
+  int m_count;
+};
 
 }  // namespace
 
@@ -276,20 +301,27 @@ void RowSource::FillGaps(int row, double* const* out) {
 
 void** RunRowKernel(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry,
                     ResampleType resampleType, const RowPolicy& policy, const RowArithmetic& arithmetic,
-                    const platform::ValueConversion& conversion, std::shared_ptr<const SampleRange> range) {
-  OutputBlock output(block.outType, block.outBandCount, static_cast<std::size_t>(geometry.rect.Area()));
-  ForRows(geometry.rect.Height(), policy.parallelRows, [&](int begin, int end) {
-    RowWorker(block, gaps, geometry, resampleType, policy, arithmetic, conversion, range, output).Run(begin, end);
-  });
+                    const platform::ValueConversion& conversion, const std::shared_ptr<const SampleRange>& range,
+                    platform::Workers* workers, BlockStore* store) {
+  OutputBlock output(block.outType, block.outBandCount, static_cast<std::size_t>(geometry.rect.Area()), store);
+  const auto makeWorker = [&] {
+    return RowWorker(block, gaps, geometry, resampleType, policy, arithmetic, conversion, range, output);
+  };
+  const int rows = geometry.rect.Height();
+  if (workers) {
+    const RowPieces pieces(geometry.rect.Width(), rows, workers->Count());
+    platform::ForEachWith(workers, pieces.Count(), makeWorker, [&](RowWorker& worker, int i) {
+      worker.RunTile(pieces.First(i), pieces.Begin(i), pieces.End(i));
+    });
+  } else {
+    ForRows(rows, policy.parallelRows, [&](int begin, int end) { makeWorker().Run(begin, end); });
+  }
   return output.Release();
 }
 
 void FreeBlock(PixelDataType type, int bandCount, void** bands) {
   if (!bands) return;
-  for (int b = 0; b < bandCount; ++b) {
-    platform::DispatchPixelType(
-        type, [&](auto element) -> int { return delete[] static_cast<decltype(element)*>(bands[b]), 0; });
-  }
+  for (int b = 0; b < bandCount; ++b) DeletePixels(type, bands[b]);
   delete[] bands;
 }
 

@@ -12,7 +12,13 @@
 #include "platform/raster/reproject.h"
 #include "platform/validity/raster_aoi.h"
 
+namespace platform {
+class Workers;
+}
+
 namespace fusion {
+
+class BlockStore;
 
 /// Everything that maps a block's pixels to positions in the multispectral image.
 struct RowGeometry {
@@ -74,9 +80,13 @@ class RowSource {
 
 /// Runs the arithmetic over a block row by row and converts to the output type, which must be one of the seven; see
 /// CFusion::AlgorithmProcess for the result.
+/// @param range what the resampled values are to be kept in; null for none
+/// @param workers who share the rows out among them; null: as the policy says
+/// @param store where the result's buffers come from; null: they are new
 void** RunRowKernel(const FusionBlock& block, const BlockGaps& gaps, const RowGeometry& geometry,
                     ResampleType resampleType, const RowPolicy& policy, const RowArithmetic& arithmetic,
-                    const platform::ValueConversion& conversion, std::shared_ptr<const SampleRange> range = nullptr);
+                    const platform::ValueConversion& conversion, const std::shared_ptr<const SampleRange>& range,
+                    platform::Workers* workers, BlockStore* store);
 
 /// Frees what RunRowKernel made.
 void FreeBlock(PixelDataType type, int bandCount, void** bands);

@@ -34,7 +34,8 @@ struct PositionPolicy {
 /// In what the algorithms' kernels differ besides positions and arithmetic.
 struct RowPolicy {
   int scratchRows = 0;
-  /// Rows are shared out evenly among the OpenMP threads; the arithmetic must then be callable from several.
+  /// Rows are shared out evenly among the OpenMP threads. The arithmetic must then be callable from several, as it must
+  /// where a run is asked for threads (CBaseAlgorithm::SetThreads).
   bool parallelRows = false;
   /// Pixels whose pan value is no-data by this test get that value in every output band.
   platform::NoDataRule panNoData = {};

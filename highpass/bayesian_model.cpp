@@ -10,6 +10,7 @@
 #include "framework/messages.h"
 #include "highpass/bayesian_scene.h"
 #include "highpass/bayesian_source.h"
+#include "platform/algorithm/run_threads.h"
 
 namespace messages = fusion::messages;
 using fusion::RegistrationResult;
@@ -43,6 +44,7 @@ void BayesianModelEstimator::Process() {
   ClearError();
   m_model = {};
   m_estimate = {};
+  const platform::RunThreads threads(*this);
   Guard([this] { Estimate(); });
   if (m_nLastErrorType == ERR_NONE) return;
   m_model = {};
@@ -59,7 +61,7 @@ void BayesianModelEstimator::Estimate() {
   if (!(m_param.m_dBayesParam >= 0.0 && m_param.m_dBayesParam <= 1.0)) {
     return Fail(ERR_EXCEPTION, L"贝叶斯权重必须在0到1之间！");
   }
-  fusion::BayesianScene scene(m_param, m_overlappedIo);
+  fusion::BayesianScene scene(m_param, m_overlappedIo, m_workers.get());
   if (const auto failure = scene.Open(m_area)) return Fail(failure->type, failure->message);
   if (m_pProgress) {
     m_pProgress->Begin({platform::stages::kModelEstimation}, messages::RunTitle(L"贝叶斯模型估计"),
@@ -67,7 +69,7 @@ void BayesianModelEstimator::Estimate() {
   }
   std::vector<fusion::RegistrationTile> tiles;
   if (!scene.ReadTiles(tiles)) return Fail(ERR_READ, messages::kReadFailed);
-  fusion::Registration registration(std::move(tiles), scene.Grid(), m_overlappedIo);
+  fusion::Registration registration(std::move(tiles), scene.Grid(), m_workers.get());
   const RegistrationResult best = registration.Find(m_registration != BayesianRegistration::kOff);
   // What is only told is not looked through.
   RegistrationResult used = best;

@@ -44,8 +44,8 @@ CRect OverlapInPan(CRasterSource& pan, CRasterSource& ms, bool reprojects) {
 
 }  // namespace
 
-BayesianScene::BayesianScene(const BayesianFusionParam& param, bool overlapped)
-    : m_param(param), m_overlapped(overlapped), m_buffer(1, 0) {}
+BayesianScene::BayesianScene(const BayesianFusionParam& param, bool overlapped, platform::Workers* workers)
+    : m_param(param), m_overlapped(overlapped), m_workers(workers), m_buffer(1, 0) {}
 
 std::optional<BayesianScene::Failure> BayesianScene::Open(const CRect& panArea) {
   for (const auto& [source, path] : {std::pair(&m_pan, m_param.m_strPanFile), std::pair(&m_ms, m_param.m_strMSFile)}) {
@@ -194,7 +194,7 @@ bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, 
     if (!ReadPan(reads)) return false;
     values.resize(static_cast<std::size_t>(part.Area()));
     const auto put = [&](const PanLowPass& lowPass, std::vector<double>& out) {
-      lowPass.Apply(m_buffer[0], reads, values.data());
+      lowPass.Apply(m_buffer[0], reads, values.data(), m_workers);
       const auto width = static_cast<std::size_t>(part.Width());
       for (int y = 0; y < part.Height(); ++y) {
         std::copy_n(values.data() + static_cast<std::size_t>(y) * width, width,

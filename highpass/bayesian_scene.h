@@ -31,7 +31,8 @@ class BayesianScene {
   };
 
   /// @param overlapped read ahead, on threads
-  BayesianScene(const BayesianFusionParam& param, bool overlapped);
+  /// @param workers who low-pass pan; null: the caller alone
+  BayesianScene(const BayesianFusionParam& param, bool overlapped, platform::Workers* workers);
 
   /// Opens the images. @param panArea look at a part of the pan image only; empty: at all
   std::optional<Failure> Open(const CRect& panArea);
@@ -68,6 +69,7 @@ class BayesianScene {
 
   const BayesianFusionParam& m_param;
   bool m_overlapped;
+  platform::Workers* m_workers;
   CRasterSource m_pan;
   CRasterSource m_ms;
   std::vector<int> m_chosen;

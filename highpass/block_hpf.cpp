@@ -93,7 +93,8 @@ bool BlockHpf::MeasureFiltered(const platform::FilteredBand& filtered, const pla
     return !cancelled;
   };
   const auto read = [&](const CRect& rect, double* values, bool& gaps) { return filtered.Read(rect, values, gaps); };
-  if (platform::Measure({m_pPanSrc->GetWidth(), m_pPanSrc->GetHeight(), read}, m_overlappedIo, goesOn, figures)) {
+  if (platform::Measure({m_pPanSrc->GetWidth(), m_pPanSrc->GetHeight(), read}, m_overlappedIo, m_workers.get(), goesOn,
+                        figures)) {
     return true;
   }
   SetError(cancelled ? ERR_CANCELLED : ERR_READ, cancelled ? L"" : messages::kReadFailed);
@@ -128,8 +129,8 @@ bool BlockHpf::MeasureMsBand(int band, double& mean, double& stdDev) {
   const auto read = [&](const CRect& rect, double* values, bool& gaps) {
     return mixed->Read(band, rect, values, gaps);
   };
-  const bool measured =
-      platform::Measure({m_pMSSrc->GetWidth(), m_pMSSrc->GetHeight(), read}, m_overlappedIo, goesOn, figures);
+  const bool measured = platform::Measure({m_pMSSrc->GetWidth(), m_pMSSrc->GetHeight(), read}, m_overlappedIo,
+                                          m_workers.get(), goesOn, figures);
   if (!measured && !cancelled) {
     SetError(ERR_READ, messages::kReadFailed);
     return false;

@@ -7,6 +7,7 @@
 #include "highpass/hpf_fusion.h"
 #include "highpass/hpf_param.h"
 #include "highpass/stage_pipeline.h"
+#include "platform/algorithm/run_threads.h"
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/log.h"
@@ -21,6 +22,7 @@ CHpfFusionProcessAlg& CHpfFusionProcessAlg::operator=(const CHpfFusionProcessAlg
 
 void CHpfFusionProcessAlg::Process() {
   ClearError();
+  const platform::RunThreads threads(*this);
   Guard([this] {
     fusion::StagePipeline pipeline(
         m_hpfParam, *this,
@@ -57,6 +59,7 @@ GISError CHpfFusionProcessAlg::Preproccess() {
   }
   ms.SetMaskNoData(m_hpfParam.m_bMaskNoData);
   ms.SetReadAhead(m_overlappedIo);
+  ms.SetWorkers(m_workers.get());
   fusion::ChooseAllBands(ms, m_hpfParam.m_vecMSBands);
   const std::size_t count = m_hpfParam.m_vecMSBands.size();
   m_pMulMeans = SharedArray(count);
@@ -115,6 +118,7 @@ bool CHpfFusionProcessAlg::CapWeight(const std::wstring& highPass, double& weigh
     }
     source.SetMaskNoData(m_hpfParam.m_bMaskNoData);
     source.SetReadAhead(m_overlappedIo);
+    source.SetWorkers(m_workers.get());
     CRasterBand* band = source.GetRasterBand(index);
     double minimum = 0.0;
     double maximum = 0.0;

@@ -4,6 +4,7 @@
 #include "highpass/mean_filter.h"
 #include "highpass/simple_pan_sharpening_fusion.h"
 #include "highpass/stage_pipeline.h"
+#include "platform/algorithm/run_threads.h"
 
 namespace stages = platform::stages;
 
@@ -49,6 +50,7 @@ CSimplePanSharpeningFusionProcessAlg& CSimplePanSharpeningFusionProcessAlg::oper
 
 void CSimplePanSharpeningFusionProcessAlg::Process() {
   ClearError();
+  const platform::RunThreads threads(*this);
   Guard([this] {
     fusion::StagePipeline pipeline(
         m_hpfParam, *this,

@@ -20,7 +20,9 @@ AssessReport Assess(const AssessRequest& request, RunObserver* observer) {
   try {
     Notices notices(observer);
     RunProgress progress(observer);
-    AssessReport report = AssessMethods(request, FuseRequest(), observer, notices, progress);
+    FuseRequest prototype;
+    prototype.threads = request.threads;
+    AssessReport report = AssessMethods(request, prototype, observer, notices, progress);
     report.notices = notices.All();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return report;

@@ -28,6 +28,7 @@ struct FUSION_API AssessRequest {
   /// gain of the bands' filter at their Nyquist frequency, and of pan's there; or the first of them alone. Empty: by
   /// what the images tell of the blur between them
   std::vector<double> mtf;
+  std::string threads;  ///< as FuseRequest::threads
   int tiles = 16;       ///< the most parts of a large scene to look at
   std::string picture;  ///< PNG of crops to write; empty: none
   std::string keep;     ///< folder that what was fused, and the results, are left in; empty: none

@@ -275,6 +275,7 @@ FuseRequest WithBestMethod(const FuseRequest& request, RunObserver* observer, No
   assess.panBand = request.panBand;
   assess.sameExtent = request.sameExtent;
   assess.noData = request.noData;
+  assess.threads = request.threads;
   assess.protocol = "wald";
   FuseRequest chosen = request;
   std::optional<RunFailure> refusal;

@@ -25,7 +25,7 @@ PartBlur MeasurePart(AssessScene& scene, const CRect& part) {
     if (tile.panRect.Area() > 0) tile.pan = std::move(scene.ReadPan(tile.panRect).image.bands[0]);
     tiles.push_back(std::move(tile));
   }
-  Registration registration(std::move(tiles), grid, true);
+  Registration registration(std::move(tiles), grid, scene.Workers());
   // Images that lie beside each other look more blurred than they are.
   const RegistrationResult found = registration.Find(true);
   return {found, registration.Evidence(found.blur, found.shiftX, found.shiftY) >= Registration::kLeastEvidence};

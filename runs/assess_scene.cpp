@@ -13,6 +13,7 @@
 #include "runs/notices.h"
 #include "runs/open_input.h"
 #include "runs/same_extent.h"
+#include "runs/threads.h"
 
 namespace fusion {
 namespace {
@@ -47,7 +48,9 @@ std::vector<int> Spread(int count, int some) {
 }  // namespace
 
 AssessScene::AssessScene(const AssessRequest& request, Notices& notices)
-    : m_panFile(CommonFun::Utf82U(request.pan)), m_msFile(CommonFun::Utf82U(request.ms)) {
+    : m_workers(MakeWorkers(request.threads)),
+      m_panFile(CommonFun::Utf82U(request.pan)),
+      m_msFile(CommonFun::Utf82U(request.ms)) {
   OpenInput(m_pan, m_panFile);
   OpenInput(m_ms, m_msFile);
   ChooseBands(request);

@@ -7,6 +7,7 @@
 #include "estimation/pan_grid.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/virtual_raster.h"
+#include "platform/system/workers.h"
 #include "quality/image.h"
 #include "runs/assess.h"
 
@@ -26,6 +27,9 @@ class AssessScene {
  public:
   /// Throws RunFailure for wrong usage and for an image that cannot be used.
   AssessScene(const AssessRequest& request, Notices& notices);
+
+  /// Who take the measures.
+  platform::Workers* Workers() const { return m_workers.get(); }
 
   /// In multispectral pixels, of sizes that the ratio divides.
   const std::vector<CRect>& Tiles() const { return m_tiles; }
@@ -57,6 +61,7 @@ class AssessScene {
   PlacedImage Read(CRasterSource& source, const std::vector<int>& bands, const CRect& rect) const;
 
   std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
+  std::shared_ptr<platform::Workers> m_workers;
   std::wstring m_panFile;
   std::wstring m_msFile;
   CRasterSource m_pan;

@@ -7,8 +7,6 @@
 #include <numbers>
 #include <utility>
 
-#include "platform/system/parallel.h"
-
 namespace fusion {
 namespace {
 
@@ -85,8 +83,9 @@ PanPositions Within(PanPositions positions, const CRect& part) {
 }
 
 /// Each measure keeps its own sums, so that threads do not change them.
-void InParallel(const std::vector<std::function<void()>>& measures) {
-  platform::ForEach(static_cast<int>(measures.size()), true, [&](int i) { measures[static_cast<std::size_t>(i)](); });
+void InParallel(platform::Workers* workers, const std::vector<std::function<void()>>& measures) {
+  platform::ForEach(workers, static_cast<int>(measures.size()),
+                    [&](int i) { measures[static_cast<std::size_t>(i)](); });
 }
 
 /// The filter of a sensor from pan's pixels to multispectral ones.
@@ -195,7 +194,8 @@ bool AssessTile::IsWorthIt() const {
   return count >= kLeast && most - least > kRounding * std::max(std::fabs(most), std::fabs(least));
 }
 
-ReducedTile::ReducedTile(AssessScene& scene, const CRect& tile, const SensorGains& gains) {
+ReducedTile::ReducedTile(AssessScene& scene, const CRect& tile, const SensorGains& gains)
+    : AssessTile(scene.Workers()) {
   m_truth = scene.ReadMs(tile);
   m_ms = Degraded(scene, tile, gains.bands);
   const PanGrid& grid = scene.Grid();
@@ -222,12 +222,13 @@ void ReducedTile::Measure(const quality::Image& fused, const Move& move, MethodS
   // A method that has moved the multispectral image is right where pan is: the truth moves along.
   const quality::Image moved = move.IsNone() ? quality::Image() : Marked(Moved(m_truth.image, move));
   const quality::Image& truth = move.IsNone() ? m_truth.image : moved;
-  InParallel({[&] { sums.errors.Add(truth, result); }, [&] { sums.angles.Add(truth, result); },
-              [&] { sums.q2n.Add(truth, result); }, [&] { sums.uiqi.Add(truth, result); },
-              [&] { sums.detail.Add(truth, result); }});
+  InParallel(m_workers, {[&] { sums.errors.Add(truth, result); }, [&] { sums.angles.Add(truth, result); },
+                         [&] { sums.q2n.Add(truth, result); }, [&] { sums.uiqi.Add(truth, result); },
+                         [&] { sums.detail.Add(truth, result); }});
 }
 
-FullTile::FullTile(AssessScene& scene, const CRect& tile, const SensorGains& gains) : m_scene(scene), m_gains(gains) {
+FullTile::FullTile(AssessScene& scene, const CRect& tile, const SensorGains& gains)
+    : AssessTile(scene.Workers()), m_scene(scene), m_gains(gains) {
   m_ms = scene.ReadMs(tile);
   const PanPositions positions = scene.Grid().Positions(tile);
   const CRect under = PanUnder(positions, scene.Grid());
@@ -269,9 +270,9 @@ void FullTile::Measure(const quality::Image& fused, const Move& move, MethodSums
   CountTogether(result, m_pan.image);
   const Coarse moved = move.IsNone() ? Coarse() : CoarseAt(move);
   const Coarse& coarse = move.IsNone() ? m_still : moved;
-  InParallel({[&] { sums.noReference.Add(m_pan.image, result, coarse.pan, coarse.ms); },
-              [&] { sums.consistency.Add(coarse.ms, Lowered(fused, move, m_gains.bands)); },
-              [&] { sums.gradients.Add(m_pan.image, result); }});
+  InParallel(m_workers, {[&] { sums.noReference.Add(m_pan.image, result, coarse.pan, coarse.ms); },
+                         [&] { sums.consistency.Add(coarse.ms, Lowered(fused, move, m_gains.bands)); },
+                         [&] { sums.gradients.Add(m_pan.image, result); }});
 }
 
 }  // namespace fusion

@@ -60,9 +60,11 @@ class AssessTile {
   virtual void Measure(const quality::Image& fused, const Move& move, MethodSums& sums) const = 0;
 
  protected:
-  AssessTile() = default;
+  /// @param workers who take the measures
+  explicit AssessTile(platform::Workers* workers) : m_workers(workers) {}
   virtual void Mark() = 0;
 
+  platform::Workers* m_workers;
   PlacedImage m_pan;
   PlacedImage m_ms;
   quality::Image m_upsampled;

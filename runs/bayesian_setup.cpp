@@ -77,6 +77,7 @@ std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const Method
   if (param.m_rcScene.IsRectEmpty()) estimator.SetArea(param.m_rcProcess);
   estimator.SetProgress(&setup.progress);
   estimator.SetOverlappedIo(true);
+  estimator.ShareThreads(setup.workers);
   estimator.Process();
   ThrowFailure(estimator);
 

@@ -19,6 +19,7 @@
 #include "runs/open_input.h"
 #include "runs/run_progress.h"
 #include "runs/same_extent.h"
+#include "runs/threads.h"
 
 namespace fusion {
 namespace {
@@ -220,6 +221,7 @@ class NoWaiting {
 
 EvaluateReport Compare(const EvaluateRequest& request, Notices& notices, RunProgress& progress) {
   const std::vector<const Metric*> metrics = ChooseMetrics(request.metrics);
+  const auto workers = MakeWorkers(request.threads);
   const EvaluateInputs inputs(request, notices);
   const NoWaiting noWaiting;
   EvaluateReport report;
@@ -230,6 +232,8 @@ EvaluateReport Compare(const EvaluateRequest& request, Notices& notices, RunProg
     param.m_stage = {metric->name};
     const std::unique_ptr<CFusionEvaluate> run(
         CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
+    run->SetOverlappedIo(true);
+    run->ShareThreads(workers);
     run->Process();
     if (!run->Succeeded()) throw inputs.Failure(run->GetLastErrorType(), run->GetLastErrorMessage());
     report.metrics.push_back({metric->name, metric->figures(*run, param.m_vecFusionBands.size())});

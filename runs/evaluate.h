@@ -23,6 +23,7 @@ struct FUSION_API EvaluateRequest {
   std::vector<int> fusedBands;       ///< counted from 1, as many, compared in pairs; empty: all but alpha
   int panBand = 1;                   ///< counted from 1
   bool sameExtent = false;           ///< take pan and multispectral image as covering the same ground
+  std::string threads;               ///< as FuseRequest::threads
 };
 
 /// One result array under the name it is published by.

@@ -61,6 +61,7 @@ struct FUSION_API FuseRequest {
   std::string format;                 ///< by name; empty: by the extension of out
   bool overwrite = false;             ///< replace an existing out, and what belongs to it
 
+  std::string threads;        ///< to compute on: a number, or all; empty: FUSION_THREADS, OMP_NUM_THREADS or all
   std::string log;            ///< file that the library's log is appended to while the run lasts; empty: none
   std::string given;          ///< what is to be done, in the caller's words, for the log
   bool measureValid = false;  ///< let the report tell the share of pixels with data, which takes a pass over the output

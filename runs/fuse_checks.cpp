@@ -133,6 +133,7 @@ CheckedRequest CheckRequest(const FuseRequest& o) {
     throw UsageError("--window is XOFF,YOFF,XSIZE,YSIZE with a size of at least one pixel.");
   }
   if (!o.rgb.empty() && o.rgb.size() != 3) throw UsageError("--rgb is three positions: red, green and blue.");
+  checked.workers = MakeWorkers(o.threads);
   return checked;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "platform/algorithm/string_param_parser.h"
@@ -7,6 +8,7 @@
 #include "runs/fuse.h"
 #include "runs/guards.h"
 #include "runs/methods.h"
+#include "runs/threads.h"
 
 namespace fusion {
 
@@ -19,6 +21,7 @@ struct CheckedRequest {
   PixelDataType type = PDT_UNKNOWN;  ///< PDT_UNKNOWN: the multispectral image's own
   RasterDataFormat format = kFormatUnknown;
   bool matched = false;
+  std::shared_ptr<platform::Workers> workers;
 };
 
 /// What --resample may be: the kernels' names, and auto.

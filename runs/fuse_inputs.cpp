@@ -63,6 +63,7 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
   for (CRasterSource* source : {&m_pan, &m_ms}) {
     source->SetMaskNoData(m_maskNoData);
     source->SetReadAhead(true);
+    source->SetWorkers(checked.workers.get());
   }
 
   const std::optional<CRect> overlap = FindOverlap(m_pan, m_ms, m_needReproject);

@@ -124,8 +124,8 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   param.m_bMakeGreen = m_options.makeGreen && m_checked.method->mixesGreen;
   param.m_bDataStretch = m_options.autoLevel;
 
-  const std::unique_ptr<CBaseAlgorithm> algorithm =
-      m_checked.method->make(param, {m_options, m_checked.guards, inputs.PixelRatio(), m_progress, m_notices, m_found});
+  const std::unique_ptr<CBaseAlgorithm> algorithm = m_checked.method->make(
+      param, {m_options, m_checked.guards, inputs.PixelRatio(), m_progress, m_notices, m_found, m_checked.workers});
   if (targets) {
     // The matching brings the result to its scale.
     dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
@@ -159,6 +159,7 @@ bool FuseRun::IsOnByteScale() const {
 void FuseRun::Carry(CBaseAlgorithm& algorithm) {
   algorithm.SetProgress(&m_progress);
   algorithm.SetOverlappedIo(true);
+  algorithm.ShareThreads(m_checked.workers);
   algorithm.Process();
   m_progress.Finish();
   ThrowFailure(algorithm);

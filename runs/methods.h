@@ -22,7 +22,8 @@ struct MethodSetup {
   double pixelRatio;  ///< multispectral over pan pixel width, where the method asks for it
   CBaseProgress& progress;
   Notices& notices;
-  FuseReport& found;  ///< takes what preparing the run finds out
+  FuseReport& found;                                ///< takes what preparing the run finds out
+  std::shared_ptr<platform::Workers> workers = {};  ///< who compute; null: the caller alone
 };
 
 /// Options that only some methods take.

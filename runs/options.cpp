@@ -112,6 +112,7 @@ constexpr Option<F> kFuseOptions[] = {
     {"no-overviews", Take<&F::noOverviews>},
     {"format", Take<&F::format>},
     {"overwrite", Take<&F::overwrite>},
+    {"threads", Take<&F::threads>},
     {"log", Take<&F::log>},
     {"given", Take<&F::given>},
     {"measure-valid", Take<&F::measureValid>},
@@ -123,6 +124,7 @@ constexpr Option<E> kEvaluateOptions[] = {
     {"fused", Take<&E::fused>},      {"metric", Take<&E::metrics>},
     {"bands", Take<&E::bands>},      {"fused-bands", Take<&E::fusedBands>},
     {"pan-band", Take<&E::panBand>}, {"same-extent", Take<&E::sameExtent>},
+    {"threads", Take<&E::threads>},
 };
 
 /// "auto" or gains.
@@ -142,6 +144,7 @@ constexpr Option<A> kAssessOptions[] = {
     {"same-extent", Take<&A::sameExtent>},
     {"mtf", TakeMtf},
     {"tiles", Take<&A::tiles>},
+    {"threads", Take<&A::threads>},
     {"picture", Take<&A::picture>},
     {"keep", Take<&A::keep>},
     {"extra", Take<&A::extra>},

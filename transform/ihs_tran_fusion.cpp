@@ -5,6 +5,7 @@
 #include "framework/messages.h"
 #include "framework/run/run_variation.h"
 #include "platform/algorithm/build_raster_overviews.h"
+#include "platform/system/workers.h"
 #include "transform/ihs_model.h"
 
 CIhsTranFusion::CIhsTranFusion(FusionParam* param) : CRowFusion(param, MakeRows) {}
@@ -81,7 +82,11 @@ void CIhsTranFusion::ScaleBlock(CRasterBand& band, int msIndex, double* values, 
   if (band.GetRasterDataType() == PDT_UINT8) return;
   const double minimum = msIndex < 0 ? m_dPanMin : m_pMulMin[msIndex];
   const double maximum = msIndex < 0 ? m_dPanMax : m_pMulMax[msIndex];
-  fusion::ScaleToBytes(minimum, maximum, band.GetNoDataRule(), values, count);
+  constexpr std::int64_t kPiece = std::int64_t{1} << 16;
+  platform::ForEach(m_workers.get(), static_cast<int>((count + kPiece - 1) / kPiece), [&](int i) {
+    const std::int64_t first = i * kPiece;
+    fusion::ScaleToBytes(minimum, maximum, band.GetNoDataRule(), values + first, std::min(kPiece, count - first));
+  });
 }
 
 fusion::RowMethod CIhsTranFusion::MakeRows(CRowFusion& fusion, const fusion::FusionBlock& /*block*/) {

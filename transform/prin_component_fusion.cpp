@@ -3,12 +3,71 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "framework/row_kernel.h"
 #include "framework/row_math.h"
+#include "framework/run/block_buffers.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/statistics/row_statistics.h"
+#include "platform/system/workers.h"
 #include "platform/utility/matrix_operation.h"
+
+namespace {
+
+/// What some rows tell of pan and of the first component.
+struct PanSums {
+  platform::RowStatistics::Pieces pan;
+  double products = 0.0;
+  double deviations = 0.0;
+};
+
+/// Rows of a block: the resampled bands, the component, and pan.
+class ComponentRows {
+ public:
+  ComponentRows(const fusion::FusionBlock& block, fusion::RowSource source)
+      : m_block(block),
+        m_width(static_cast<std::size_t>(block.panRect->Width())),
+        m_bandCount(static_cast<std::size_t>(block.msBandCount)),
+        m_values((m_bandCount + 2) * m_width),
+        m_inside(m_width, 1),
+        m_source(std::move(source)) {
+    for (std::size_t r = 0; r < m_bandCount + 2; ++r) m_rows.push_back(m_values.data() + r * m_width);
+    m_source.SetColumns(0, static_cast<int>(m_width));
+  }
+
+  /// @param moments what pan's row is reduced for
+  void Look(int y, const double* transform, double mean, const platform::RowStatistics& moments, PanSums& sums) {
+    double* const component = m_rows[m_bandCount];
+    double* const pan = m_rows[m_bandCount + 1];
+    const int width = static_cast<int>(m_width);
+    std::copy_n(m_block.pan + static_cast<std::size_t>(y) * m_width, m_width, pan);
+    m_source.Resample(y, m_rows.data());
+    fusion::CombineRows(m_rows.data(), transform, m_block.msBandCount, width, component);
+    if (m_block.aoi) m_block.aoi->MarkRow(m_block.panRect->left, m_block.panRect->top + y, width, m_inside.data());
+    for (std::size_t i = 0; i < m_width; ++i) {
+      if (!m_inside[i]) {
+        pan[i] = std::numeric_limits<double>::quiet_NaN();
+      } else if (std::isfinite(pan[i]) && std::isfinite(component[i])) {
+        sums.products += pan[i] * (component[i] - mean);
+        sums.deviations += component[i] - mean;
+      }
+    }
+    moments.Reduce(pan, width, sums.pan);
+  }
+
+ private:
+  const fusion::FusionBlock& m_block;
+  std::size_t m_width;
+  std::size_t m_bandCount;
+  std::vector<double> m_values;
+  std::vector<double*> m_rows;
+  std::vector<unsigned char> m_inside;
+  fusion::RowSource m_source;
+};
+
+}  // namespace
 
 CPrinComponentFusion::CPrinComponentFusion(FusionParam* param) : CRowFusion(param, MakeRows) {}
 CPrinComponentFusion::~CPrinComponentFusion() = default;
@@ -54,33 +113,20 @@ bool CPrinComponentFusion::FitPan(double mean, double stdDev) {
   double deviations = 0.0;
   const bool visited = VisitBlocks(
       {platform::stages::kPanStatistics}, L"正在计算全色影像统计值 ...", [&](const fusion::FusionBlock& block) {
-        const auto width = static_cast<std::size_t>(block.panRect->Width());
-        const auto n = static_cast<std::size_t>(block.msBandCount);
-        std::vector<double> values((n + 2) * width);
-        std::vector<double*> rows;
-        for (std::size_t r = 0; r < n + 2; ++r) rows.push_back(values.data() + r * width);
-        double* const component = rows[n];
-        double* const panRow = rows[n + 1];
-        std::vector<unsigned char> inside(width, 1);
-        fusion::RowSource source = MakeRowSource(block);
-        source.SetColumns(0, static_cast<int>(width));
-        for (int y = 0; y < block.panRect->Height(); ++y) {
-          std::copy_n(block.pan + static_cast<std::size_t>(y) * width, width, panRow);
-          source.Resample(y, rows.data());
-          fusion::CombineRows(rows.data(), m_pTransform, block.msBandCount, static_cast<int>(width), component);
-          if (block.aoi) {
-            block.aoi->MarkRow(block.panRect->left, block.panRect->top + y, static_cast<int>(width), inside.data());
-          }
-          for (std::size_t i = 0; i < width; ++i) {
-            if (!inside[i]) {
-              panRow[i] = std::numeric_limits<double>::quiet_NaN();
-            } else if (std::isfinite(panRow[i]) && std::isfinite(component[i])) {
-              products += panRow[i] * (component[i] - mean);
-              deviations += component[i] - mean;
-            }
-          }
-          pan.Add(panRow, static_cast<std::int64_t>(width));
-        }
+        const fusion::BlockGrid pieces = fusion::PiecesOf(*block.panRect);
+        platform::FoldInOrder(
+            m_workers.get(), pieces.Count(), [&] { return ComponentRows(block, MakeRowSource(block)); },
+            [&](ComponentRows& rows, int i) {
+              PanSums sums;
+              const CRect piece = pieces.Block(0, i);
+              for (int y = piece.top; y < piece.bottom; ++y) rows.Look(y, m_pTransform, mean, pan, sums);
+              return sums;
+            },
+            [&](const PanSums& sums) {
+              pan.Add(sums.pan);
+              products += sums.products;
+              deviations += sums.deviations;
+            });
       });
   if (!visited) return false;
   // Pan without spread has nothing to bring; one that goes against the component is turned over, or the bands would be.

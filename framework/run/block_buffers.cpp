@@ -53,6 +53,12 @@ CRect BlockGrid::After(const CRect& block) const {
   return row + 1 < Down() ? Block(0, row + 1) : CRect();
 }
 
+BlockGrid PiecesOf(const CRect& block) {
+  constexpr int kPixels = 1 << 18;
+  const int width = std::max(block.Width(), 1);
+  return {width, block.Height(), width, std::max(kPixels / width, 1)};
+}
+
 CRect Shift(const CRect& rect, int dx, int dy) {
   // A caller's offset may be anything: off the range of an int the rectangle collapses at its end.
   const auto add = [](std::int64_t value, int offset) {

@@ -43,6 +43,10 @@ struct BlockGrid {
   CRect Cell(int column, int row, int stepX, int stepY) const;
 };
 
+/// The rows of a block, counted from its top, in the pieces that sums over it are made of. They depend on its width
+/// alone, so that sums do not depend on who takes them.
+BlockGrid PiecesOf(const CRect& block);
+
 /// A rectangle shifted by whole pixels.
 CRect Shift(const CRect& rect, int dx, int dy);
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "framework/resampling/nearest.h"
+#include "platform/system/workers.h"
 
 namespace fusion {
 namespace {
@@ -53,7 +54,7 @@ void LeaveOutGaps(const BandBuffers& buffers, std::vector<unsigned char>& marks)
 
 }  // namespace
 
-std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& geometry) {
+std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& geometry, platform::Workers* workers) {
   const std::vector<unsigned char> samples = SamplesWithData(blocks);
   const bool looksAtMs = !samples.empty() || !LiesOnImage(geometry);
   if (!looksAtMs && !blocks.pan.Gaps()[0] && !blocks.detail.Gaps()[0]) return {};
@@ -64,23 +65,29 @@ std::vector<unsigned char> MarkData(const BlockSet& blocks, const RowGeometry& g
   LeaveOutGaps(blocks.detail, marks);
   if (!looksAtMs) return marks;
   const CRect& read = blocks.msRect;
-  std::vector<double> x(static_cast<std::size_t>(width));
-  std::vector<double> y(x.size());
-  for (int row = 0; row < geometry.rect.Height(); ++row) {
-    MapPixels(geometry, 0, width, row, x.data(), y.data());
+  struct Positions {
+    std::vector<double> x;
+    std::vector<double> y;
+  };
+  const auto markRow = [&](Positions& at, int row) {
+    at.x.resize(static_cast<std::size_t>(width));
+    at.y.resize(at.x.size());
+    MapPixels(geometry, 0, width, row, at.x.data(), at.y.data());
     unsigned char* mark = marks.data() + static_cast<std::ptrdiff_t>(row) * width;
-    for (std::size_t i = 0; i < x.size(); ++i) {
-      if (!IsOnImage(geometry, x[i], y[i])) {
+    for (std::size_t i = 0; i < at.x.size(); ++i) {
+      if (!IsOnImage(geometry, at.x[i], at.y[i])) {
         mark[i] = 0;
       } else if (!samples.empty()) {
         const auto column =
-            std::min<std::int64_t>(Nearest::MakeTaps(x[i], read.left, read.Width()).index[0], read.Width() - 1);
+            std::min<std::int64_t>(Nearest::MakeTaps(at.x[i], read.left, read.Width()).index[0], read.Width() - 1);
         const auto line =
-            std::min<std::int64_t>(Nearest::MakeTaps(y[i], read.top, read.Height()).index[0], read.Height() - 1);
+            std::min<std::int64_t>(Nearest::MakeTaps(at.y[i], read.top, read.Height()).index[0], read.Height() - 1);
         mark[i] &= samples[static_cast<std::size_t>(line * read.Width() + column)];
       }
     }
-  }
+  };
+  platform::ForEachWith(
+      workers, geometry.rect.Height(), [] { return Positions(); }, markRow);
   return marks;
 }
 

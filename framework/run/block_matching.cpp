@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "framework/run/block_buffers.h"
 #include "platform/algorithm/stored_row.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_source.h"
@@ -44,15 +45,15 @@ PixelDataType TypeToMatch(PixelDataType outType) {
 }
 
 BlockMatching::BlockMatching(const std::optional<MatchTargets>& match, const std::optional<LevelTargets>& level,
-                             int bandCount, PixelDataType outType, bool masked)
+                             int bandCount, PixelDataType outType, bool masked, platform::Workers* workers)
     : m_outType(outType),
       m_fusedType(FusedTypeOf(match, level, outType)),
       m_masked(masked),
       m_root(match && match->root),
       m_store(outType, platform::ValueConversion::FullRange(outType), true, masked),
-      m_rows(static_cast<std::size_t>(bandCount)),
-      m_pointers(m_rows.size()),
-      m_pixels(m_rows.size()) {
+      m_bandCount(static_cast<std::size_t>(bandCount)),
+      m_workers(workers),
+      m_pixels(m_bandCount) {
   if (match) {
     m_matching = Matching(*match);
     m_countsToCome = 1;
@@ -60,7 +61,7 @@ BlockMatching::BlockMatching(const std::optional<MatchTargets>& match, const std
   if (!level) return;
   const PixelDataType type = LevelledTypeOf(*level, outType);
   if (match) m_between.emplace(type, true, masked);
-  m_levels.assign(m_rows.size(), platform::BandLevel(type, kNone, level->ratio));
+  m_levels.assign(m_bandCount, platform::BandLevel(type, kNone, level->ratio));
   m_countsToCome += m_levels.front().PassCount();
 }
 
@@ -86,38 +87,66 @@ bool BlockMatching::Take(void* const* bands, const CRect& rect, const std::vecto
   return true;
 }
 
-void BlockMatching::LoadRow(void* const* bands, std::ptrdiff_t at, int width) {
-  for (std::size_t b = 0; b < m_rows.size(); ++b) {
-    m_rows[b].resize(static_cast<std::size_t>(width));
-    m_pointers[b] = m_rows[b].data();
+BlockMatching::Rows BlockMatching::MakeRows(int width) const {
+  Rows rows{std::vector<std::vector<double>>(m_bandCount, std::vector<double>(static_cast<std::size_t>(width))),
+            {},
+            {},
+            m_store,
+            m_between};
+  for (auto& values : rows.values) rows.pointers.push_back(values.data());
+  return rows;
+}
+
+void BlockMatching::LoadRow(void* const* bands, std::ptrdiff_t at, int width, Rows& rows) const {
+  for (std::size_t b = 0; b < m_bandCount; ++b) {
+    double* row = rows.pointers[b];
     if (!bands[b]) {
-      std::fill_n(m_pointers[b], width, kNone);
+      std::fill_n(row, width, kNone);
       continue;
     }
     const auto* pixels = static_cast<const unsigned char*>(bands[b]) + at * platform::PixelSize(m_fusedType);
-    platform::LoadRow(m_fusedType, pixels, m_masked, m_pointers[b], width);
-    if (m_root) TakeRoots(m_pointers[b], width);
+    platform::LoadRow(m_fusedType, pixels, m_masked, row, width);
+    if (m_root) TakeRoots(row, width);
   }
 }
 
-void BlockMatching::MatchRow(const unsigned char* inside, int width) {
+void BlockMatching::MatchRow(Rows& rows, const unsigned char* inside, int width) const {
   if (!m_matching) return;
-  m_matching->Apply(m_pointers.data(), width, m_pointers.data());
-  for (std::size_t b = 0; m_between && b < m_rows.size(); ++b) m_between->Pass(m_pointers[b], inside, width);
+  m_matching->Apply(rows.pointers.data(), width, rows.pointers.data(), rows.room);
+  for (std::size_t b = 0; rows.between && b < m_bandCount; ++b) rows.between->Pass(rows.pointers[b], inside, width);
 }
 
 void BlockMatching::Count(void* const* bands, const CRect& rect, const unsigned char* inside) {
   const int width = rect.Width();
+  if (!m_matching || m_matches) {
+    CountLevels(bands, rect, inside);
+    return;
+  }
+  const BlockGrid pieces = PiecesOf(rect);
+  platform::FoldInOrder(
+      m_workers, pieces.Count(), [&] { return MakeRows(width); },
+      [&](Rows& rows, int i) {
+        platform::MomentMatching::Part part;
+        const CRect piece = pieces.Block(0, i);
+        for (int row = piece.top; row < piece.bottom; ++row) {
+          const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(row) * width;
+          LoadRow(bands, at, width, rows);
+          m_matching->Reduce(rows.pointers.data(), inside ? inside + at : nullptr, width, rows.room, part);
+        }
+        return part;
+      },
+      [&](const platform::MomentMatching::Part& part) { m_matching->Add(part); });
+}
+
+void BlockMatching::CountLevels(void* const* bands, const CRect& rect, const unsigned char* inside) {
+  const int width = rect.Width();
+  Rows rows = MakeRows(width);
   for (int row = 0; row < rect.Height(); ++row) {
     const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(row) * width;
-    LoadRow(bands, at, width);
+    LoadRow(bands, at, width, rows);
     const unsigned char* marks = inside ? inside + at : nullptr;
-    if (m_matching && !m_matches) {
-      m_matching->Count(m_pointers.data(), marks, width);
-      continue;
-    }
-    MatchRow(marks, width);
-    for (std::size_t b = 0; b < m_levels.size(); ++b) m_levels[b].Count(m_pointers[b], marks, width);
+    MatchRow(rows, marks, width);
+    for (std::size_t b = 0; b < m_levels.size(); ++b) m_levels[b].Count(rows.pointers[b], marks, width);
   }
 }
 
@@ -132,17 +161,20 @@ bool BlockMatching::Write(void* const* bands, const CRect& rect, const unsigned 
   for (auto& pixels : m_pixels) pixels.resize(rowBytes * static_cast<std::size_t>(step));
   for (int first = 0; first < rect.Height(); first += step) {
     const int count = std::min(step, rect.Height() - first);
-    for (int row = 0; row < count; ++row) {
-      const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(first + row) * width;
-      LoadRow(bands, at, width);
-      const unsigned char* marks = inside ? inside + at : nullptr;
-      MatchRow(marks, width);
-      for (std::size_t b = 0; b < m_rows.size(); ++b) {
-        if (!m_levels.empty()) m_levels[b].Apply(m_pointers[b], width, m_outType, m_pointers[b]);
-        m_store.Store(m_pointers[b], marks, width, m_pixels[b].data() + static_cast<std::size_t>(row) * rowBytes);
-      }
-    }
-    for (std::size_t b = 0; b < m_rows.size(); ++b) {
+    platform::ForEachWith(
+        m_workers, count, [&] { return MakeRows(width); },
+        [&](Rows& rows, int row) {
+          const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(first + row) * width;
+          LoadRow(bands, at, width, rows);
+          const unsigned char* marks = inside ? inside + at : nullptr;
+          MatchRow(rows, marks, width);
+          for (std::size_t b = 0; b < m_bandCount; ++b) {
+            if (!m_levels.empty()) m_levels[b].Apply(rows.pointers[b], width, m_outType, rows.pointers[b]);
+            rows.store.Store(rows.pointers[b], marks, width,
+                             m_pixels[b].data() + static_cast<std::size_t>(row) * rowBytes);
+          }
+        });
+    for (std::size_t b = 0; b < m_bandCount; ++b) {
       CRasterBand* band = output.GetRasterBand(static_cast<int>(b));
       if (!band || band->WriteBlock(rect.left, rect.top + first, width, count, m_pixels[b].data(), width, count,
                                     m_outType) != 0) {

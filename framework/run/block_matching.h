@@ -7,6 +7,7 @@
 #include "platform/algorithm/stored_row.h"
 #include "platform/processing/band_level.h"
 #include "platform/processing/moment_matching.h"
+#include "platform/system/workers.h"
 
 namespace fusion {
 
@@ -17,8 +18,9 @@ class BlockMatching {
  public:
   /// @param outType of the output raster
   /// @param masked 0 marks pixels without data in the fused blocks, and in the output
+  /// @param workers who count and match rows; null: the caller alone
   BlockMatching(const std::optional<MatchTargets>& match, const std::optional<LevelTargets>& level, int bandCount,
-                PixelDataType outType, bool masked);
+                PixelDataType outType, bool masked, platform::Workers* workers);
 
   /// The type that the blocks are to be fused in.
   PixelDataType FusedType() const { return m_fusedType; }
@@ -38,9 +40,20 @@ class BlockMatching {
  private:
   void Count(void* const* bands, const CRect& rect, const unsigned char* inside);
   bool Write(void* const* bands, const CRect& rect, const unsigned char* inside, CRasterSource& output);
-  void LoadRow(void* const* bands, std::ptrdiff_t at, int width);
-  /// The present row as it is before its level is adjusted.
-  void MatchRow(const unsigned char* inside, int width);
+  void CountLevels(void* const* bands, const CRect& rect, const unsigned char* inside);
+
+  /// The row at hand of each band, and what a thread works on it with.
+  struct Rows {
+    std::vector<std::vector<double>> values;
+    std::vector<double*> pointers;
+    platform::MomentMatching::Room room;
+    platform::RowConversion store;
+    std::optional<platform::StoredRow> between;
+  };
+  Rows MakeRows(int width) const;
+  void LoadRow(void* const* bands, std::ptrdiff_t at, int width, Rows& rows) const;
+  /// Makes the row what it is before its level is adjusted.
+  void MatchRow(Rows& rows, const unsigned char* inside, int width) const;
 
   PixelDataType m_outType;
   PixelDataType m_fusedType;
@@ -52,8 +65,8 @@ class BlockMatching {
   std::optional<platform::StoredRow> m_between;  ///< from matching to level
   std::vector<platform::BandLevel> m_levels;     ///< one per band, none where the level stays
   platform::RowConversion m_store;
-  std::vector<std::vector<double>> m_rows;  ///< the present row of each band
-  std::vector<double*> m_pointers;
+  std::size_t m_bandCount;
+  platform::Workers* m_workers;
   std::vector<std::vector<unsigned char>> m_pixels;  ///< some rows of output pixels of each band
 };
 

@@ -2,26 +2,40 @@
 
 #include <limits>
 
+#include "framework/run/block_buffers.h"
+
 namespace fusion {
 
-BlockRange::BlockRange(int bandCount, bool masked)
-    : m_bandCount(bandCount), m_range(masked ? 0.0 : std::numeric_limits<double>::quiet_NaN()) {}
+BlockRange::BlockRange(int bandCount, bool masked, platform::Workers* workers)
+    : m_bandCount(bandCount),
+      m_noData(masked ? 0.0 : std::numeric_limits<double>::quiet_NaN()),
+      m_range(m_noData),
+      m_workers(workers) {}
 
 void BlockRange::Count(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside) {
-  const std::int64_t width = rect.Width();
-  for (int b = 0; b < m_bandCount; ++b) {
-    const auto* values = static_cast<const double*>(bands[b]);
-    if (!values) continue;
-    if (inside.empty()) {
-      m_range.Add(values, width * rect.Height());
-      continue;
+  const BlockGrid pieces = PiecesOf(rect);
+  const auto look = [&](std::vector<double>& kept, int i) {
+    platform::RowRange range(m_noData);
+    const CRect piece = pieces.Block(0, i);
+    const std::int64_t first = std::int64_t{piece.top} * piece.Width();
+    for (int b = 0; b < m_bandCount; ++b) {
+      const auto* values = static_cast<const double*>(bands[b]);
+      if (!values) continue;
+      if (inside.empty()) {
+        range.Add(values + first, piece.Area());
+        continue;
+      }
+      kept.clear();
+      for (std::int64_t p = first; p < first + piece.Area(); ++p) {
+        if (inside[static_cast<std::size_t>(p)]) kept.push_back(values[p]);
+      }
+      range.Add(kept.data(), static_cast<std::int64_t>(kept.size()));
     }
-    m_inside.clear();
-    for (std::size_t i = 0; i < inside.size(); ++i) {
-      if (inside[i]) m_inside.push_back(values[i]);
-    }
-    m_range.Add(m_inside.data(), static_cast<std::int64_t>(m_inside.size()));
-  }
+    return range;
+  };
+  platform::FoldInOrder(
+      m_workers, pieces.Count(), [] { return std::vector<double>(); }, look,
+      [&](const platform::RowRange& range) { m_range.Add(range); });
 }
 
 }  // namespace fusion

@@ -4,6 +4,7 @@
 
 #include "platform/raster/raster_types.h"
 #include "platform/statistics/row_statistics.h"
+#include "platform/system/workers.h"
 
 namespace fusion {
 
@@ -14,7 +15,8 @@ class BlockRange {
   static constexpr PixelDataType kFusedType = PDT_FLOAT64;
 
   /// @param masked 0 marks pixels without data in the fused blocks
-  BlockRange(int bandCount, bool masked);
+  /// @param workers who look at rows; null: the caller alone
+  BlockRange(int bandCount, bool masked, platform::Workers* workers);
 
   /// @param bands one buffer of kFusedType per band
   /// @param inside one byte per pixel, 0 outside the area of interest; empty where all are inside
@@ -23,8 +25,9 @@ class BlockRange {
 
  private:
   int m_bandCount;
+  double m_noData;
   platform::RowRange m_range;
-  std::vector<double> m_inside;  ///< a row's values that count
+  platform::Workers* m_workers;
 };
 
 }  // namespace fusion

@@ -9,6 +9,7 @@
 #include "framework/run/block_buffers.h"
 #include "framework/run/block_matching.h"
 #include "framework/run/block_range.h"
+#include "framework/run/block_store.h"
 #include "platform/raster/cache_room.h"
 #include "platform/system/task_queue.h"
 
@@ -50,6 +51,7 @@ struct BlockSet {
   std::unique_ptr<BlockRange> range;        ///< while the range of the result is taken
   int step = 0;                             ///< blocks done
   std::atomic<bool> writeFailed = false;
+  BlockStore store;
 
   // The queues come last, so that they go first, whatever way a run ends: their destructors wait for their threads, and
   // only then does what these read into, count with and write from go. The rasters outlive the set.

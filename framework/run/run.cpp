@@ -129,8 +129,9 @@ bool Run::PrepareMatching() {
     m_fusion.SetError(ERR_STATISTICS, messages::kMsStatisticsFailed);
     return false;
   }
-  blocks.matching = std::make_unique<BlockMatching>(match, level, m_fusion.m_param.m_nOutBandCount,
-                                                    m_fusion.m_param.m_eOutDataType, m_fusion.m_param.m_bMaskNoData);
+  blocks.matching =
+      std::make_unique<BlockMatching>(match, level, m_fusion.m_param.m_nOutBandCount, m_fusion.m_param.m_eOutDataType,
+                                      m_fusion.m_param.m_bMaskNoData, m_fusion.m_workers.get());
   blocks.counted = MakeSceneGrid();
   m_fusion.SetOutRange(blocks.matching->FusedType());
   return true;
@@ -139,7 +140,8 @@ bool Run::PrepareMatching() {
 void Run::PrepareRange() {
   BlockSet& blocks = *m_blocks;
   if (!m_fusion.m_stretchesOwnRange || blocks.matching) return;
-  blocks.range = std::make_unique<BlockRange>(m_fusion.m_param.m_nOutBandCount, m_fusion.m_param.m_bMaskNoData);
+  blocks.range = std::make_unique<BlockRange>(m_fusion.m_param.m_nOutBandCount, m_fusion.m_param.m_bMaskNoData,
+                                              m_fusion.m_workers.get());
   blocks.counted = MakeSceneGrid();
   m_fusion.SetStretch(false);
   m_fusion.SetOutRange(BlockRange::kFusedType);

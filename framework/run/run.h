@@ -45,6 +45,8 @@ class Run {
   /// What the run is a part of, in pan pixels; empty where it stands for itself.
   const CRect& Scene() const { return m_scene; }
   const platform::Affine& SceneToGround() const { return m_sceneToGround; }
+  /// Where the blocks' buffers come from; null before the first.
+  BlockStore* Store() const { return m_blocks ? &m_blocks->store : nullptr; }
   /// Of the block at hand.
   const BlockGaps& Gaps() const { return m_gaps; }
 

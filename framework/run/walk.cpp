@@ -109,12 +109,14 @@ bool Run::FuseAndWrite() {
   const PixelDataType type = blocks.FusedType(m_fusion.m_param.m_eOutDataType);
   const int bandCount = m_fusion.m_param.m_nOutBandCount;
   const FusionBlock block = blocks.Block(m_variation.HasDetail(), type, bandCount);
-  const auto freeBlock = [type, bandCount](void** bands) { FreeBlock(type, bandCount, bands); };
+  // Whoever has made it: what comes back serves the next block.
+  const auto keepBlock = [&blocks, type, bandCount, pixels = static_cast<std::size_t>(blocks.dstBlock.Area())](
+                             void** bands) { blocks.store.Put(type, bandCount, pixels, bands); };
   const std::shared_ptr<void*> result(
       m_variation.kernel ? m_variation.kernel(block)
                          : m_fusion.AlgorithmProcess(block.pan, block.panRect, block.ms, block.msBandCount,
                                                      block.msRect, type, bandCount, block.dstBlock, block.aoi),
-      freeBlock);
+      keepBlock);
   if (!result) return true;
   // The area is asked now: when the block is written it may already hold the next one.
   std::vector<unsigned char> inside;
@@ -181,7 +183,7 @@ LoadResult Run::MaskBlock(BlockSet& blocks) {
   RowGeometry geometry = m_fusion.Geometry(blocks.panRect, blocks.dstBlock);
   // What repeats the image is no data of it.
   geometry.edge = 0;
-  const auto marks = MarkData(blocks, geometry);
+  const auto marks = MarkData(blocks, geometry, m_fusion.m_workers.get());
   if (marks.empty()) return LoadResult::kReady;
   constexpr int kNone = 0;
   constexpr int kWhole = 3;

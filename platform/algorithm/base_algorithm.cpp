@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "platform/algorithm/messages.h"
 #include "platform/utility/common_fun.h"
@@ -64,9 +65,13 @@ void CBaseAlgorithm::ReportFinished() {
   if (m_pProgress && !m_runsInside) m_pProgress->Finish();
 }
 
+void CBaseAlgorithm::ShareThreads(std::shared_ptr<platform::Workers> workers) { m_workers = std::move(workers); }
+
 void CBaseAlgorithm::RunInside(const CBaseAlgorithm& outer) {
   m_pProgress = outer.m_pProgress;
   m_overlappedIo = outer.m_overlappedIo;
+  m_threads = outer.m_threads;
+  m_workers = outer.m_workers;
   m_buildsOverviews = outer.m_buildsOverviews;
   m_runsInside = true;
 }

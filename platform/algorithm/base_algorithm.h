@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "platform/algorithm/algorithm_param.h"
@@ -7,6 +8,11 @@
 #include "platform/algorithm/value_conversion.h"
 #include "platform/raster/raster_source.h"
 #include "platform/validity/raster_aoi.h"
+
+namespace platform {
+class RunThreads;
+class Workers;
+}  // namespace platform
 
 /// Last error types that a run leaves in its algorithm.
 enum LastErrorType : int {
@@ -46,6 +52,11 @@ class FUSION_API CBaseAlgorithm {
   /// writes by turns, all of it on the caller's thread but for the kernels that are published as sharing rows out. The
   /// results are the same.
   void SetOverlappedIo(bool overlapped) { m_overlappedIo = overlapped; }
+  /// Lets runs compute on so many threads, the caller's among them; 0 or less: on as many as the machine has. 1 by
+  /// default: all is computed on the caller's thread but for those kernels. The results are the same for every number.
+  void SetThreads(int threads) { m_threads = threads; }
+  /// Lets runs compute on threads that others compute on, too, in place of such of their own. Null: of their own again.
+  void ShareThreads(std::shared_ptr<platform::Workers> workers);
   /// Whether runs that end with overviews build them, as they do by default.
   void SetBuildsOverviews(bool builds) { m_buildsOverviews = builds; }
   /// Makes this algorithm a stage of another one's run: it takes over the reporter and these choices, and leaves it to
@@ -88,12 +99,16 @@ class FUSION_API CBaseAlgorithm {
 
   CBaseProgress* m_pProgress = nullptr;
   bool m_overlappedIo = false;
+  int m_threads = 1;
+  /// Who share the work of the run at hand out among them; null where it is done on one thread, and between runs.
+  std::shared_ptr<platform::Workers> m_workers;
   bool m_buildsOverviews = true;
   int m_nLastErrorType = ERR_NONE;
   std::wstring m_strLastErrorMessage;
   platform::ValueConversion m_conversion;
 
  private:
+  friend class platform::RunThreads;
   void FailWithCurrentException();
 
   bool m_runsInside = false;

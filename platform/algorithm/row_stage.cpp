@@ -8,8 +8,10 @@
 #include "platform/algorithm/messages.h"
 #include "platform/algorithm/row_buffer.h"
 #include "platform/algorithm/row_conversion.h"
+#include "platform/algorithm/run_threads.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/system/task_queue.h"
+#include "platform/system/workers.h"
 #include "platform/utility/common_fun.h"
 
 namespace platform {
@@ -25,6 +27,17 @@ int ChunkRows(const CRasterSource& input, std::int64_t rowBytes) {
   const int block = input.GetBlockYSize();
   if (block > 0 && rows > block) rows -= rows % block;
   return std::min(rows, input.GetHeight());
+}
+
+/// Of a chunk, for a thread to work on at a time.
+constexpr int kPieceRows = 16;
+int PieceCount(int rows) { return (rows + kPieceRows - 1) / kPieceRows; }
+
+/// The row of each band.
+const double* const* RowsAt(const RowBuffer& rows, int row, std::vector<const double*>& pointers) {
+  pointers.resize(static_cast<std::size_t>(rows.BandCount()));
+  for (int i = 0; i < rows.BandCount(); ++i) pointers[static_cast<std::size_t>(i)] = rows.Row(i, row);
+  return pointers.data();
 }
 
 int ChunkCount(int rows, int chunkRows) { return rows > 0 ? (rows - 1) / chunkRows + 1 : 0; }
@@ -63,8 +76,6 @@ struct RowStage::Run {
   CRect part;  ///< of the input, which is written
   int chunkRows = 1;
   int step = 0;
-  std::vector<std::vector<double>> row;  ///< one computed row per output band
-  std::vector<double*> rowPointers;
   /// A chunk of output pixels per band, twice: one is filled while the other is written.
   std::vector<std::vector<unsigned char>> outRows[2];
 };
@@ -84,6 +95,7 @@ bool RowStage::Prepare() { return true; }
 
 void RowStage::Process() {
   ClearError();
+  const RunThreads threads(*this);
   Run run;
   m_run = &run;
   bool done = false;
@@ -235,15 +247,37 @@ RowStage::ChunksEnd RowStage::ForChunks(Run& run, const std::vector<int>& bands,
 }
 
 bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
+  return ScanChunks(bands, [&](const RowBuffer& rows, AreaRows& area, int first, int count) {
+    std::vector<const double*> pointers;
+    for (int row = first; row < first + count; ++row) visit(RowsAt(rows, row, pointers), area.Row(row), rows.Width());
+  });
+}
+
+bool RowStage::ScanParts(const std::vector<int>& bands, const RowLook& look,
+                         const std::function<void(const std::any&)>& fold) {
+  return ScanChunks(bands, [&](const RowBuffer& rows, const AreaRows& loaded, int first, int count) {
+    FoldInOrder(
+        m_workers.get(), PieceCount(count), [&] { return loaded; },
+        [&](AreaRows& area, int i) {
+          std::any part;
+          std::vector<const double*> pointers;
+          const int end = std::min((i + 1) * kPieceRows, count);
+          for (int row = first + i * kPieceRows; row < first + end; ++row) {
+            look(RowsAt(rows, row, pointers), area.Row(row), rows.Width(), part);
+          }
+          return part;
+        },
+        fold);
+  });
+}
+
+template <typename Work>
+bool RowStage::ScanChunks(const std::vector<int>& bands, const Work& work) {
   Run& run = *m_run;
   AreaRows area(run.area.get(), run.input.GetWidth());
-  std::vector<const double*> pointers(bands.size());
   const auto visitRows = [&](RowBuffer& rows, int first, int count) {
     area.Load(first, count);
-    for (int row = first; row < first + count && !area.IsOutside(); ++row) {
-      for (int i = 0; i < rows.BandCount(); ++i) pointers[static_cast<std::size_t>(i)] = rows.Row(i, row);
-      visit(pointers.data(), area.Row(row), rows.Width());
-    }
+    if (!area.IsOutside()) work(rows, area, first, count);
     return true;
   };
   const ChunksEnd end = ForChunks(run, bands, 0, 0, run.input.GetHeight(), visitRows);
@@ -253,11 +287,8 @@ bool RowStage::Scan(const std::vector<int>& bands, const RowVisitor& visit) {
 
 bool RowStage::WriteRows(Run& run) {
   const auto bandCount = static_cast<std::size_t>(run.plan.outBandCount);
-  const auto width = static_cast<std::size_t>(run.input.GetWidth());
   const std::size_t rowBytes =
       static_cast<std::size_t>(run.part.Width()) * static_cast<std::size_t>(PixelSize(run.plan.outType));
-  run.row.assign(bandCount, std::vector<double>(width));
-  for (auto& row : run.row) run.rowPointers.push_back(row.data());
   for (auto& rows : run.outRows) {
     rows.assign(bandCount, std::vector<unsigned char>(rowBytes * static_cast<std::size_t>(run.chunkRows)));
   }
@@ -299,17 +330,38 @@ void RowStage::FillChunk(Run& run, const RowBuffer& rows, int first, int count,
                          std::vector<std::vector<unsigned char>>& outRows) {
   const int width = run.part.Width();
   const std::size_t rowBytes = static_cast<std::size_t>(PixelSize(run.plan.outType)) * static_cast<std::size_t>(width);
-  RowConversion store(run.plan.outType, m_conversion, run.plan.roundToNearest, m_param.m_bMaskNoData);
   AreaRows area(run.area.get(), rows.Width());
   area.Load(first, count);
-  for (int row = first; row < first + count; ++row) {
-    const unsigned char* inside = area.Row(row);
-    ProcessRow(rows, row, run.rowPointers.data());
-    for (std::size_t b = 0; b < run.row.size(); ++b) {
-      store.Store(run.rowPointers[b] + run.part.left, inside ? inside + run.part.left : nullptr, width,
-                  outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes);
+  const bool shared = m_workers && run.plan.makeRowWork;
+  struct Filler {
+    StagePlan::RowWork work;
+    RowConversion store;
+    AreaRows area;
+    std::vector<std::vector<double>> row;  ///< one computed row per output band
+    std::vector<double*> pointers;
+  };
+  const auto makeFiller = [&] {
+    Filler filler{shared ? run.plan.makeRowWork()
+                         : [this](const RowBuffer& from, int row, double* const* out) { ProcessRow(from, row, out); },
+                  {run.plan.outType, m_conversion, run.plan.roundToNearest, m_param.m_bMaskNoData},
+                  area,
+                  {outRows.size(), std::vector<double>(static_cast<std::size_t>(rows.Width()))},
+                  {}};
+    for (auto& row : filler.row) filler.pointers.push_back(row.data());
+    return filler;
+  };
+  const auto fillRow = [&](Filler& filler, int row) {
+    const unsigned char* inside = filler.area.Row(row);
+    filler.work(rows, row, filler.pointers.data());
+    for (std::size_t b = 0; b < outRows.size(); ++b) {
+      filler.store.Store(filler.pointers[b] + run.part.left, inside ? inside + run.part.left : nullptr, width,
+                         outRows[b].data() + static_cast<std::size_t>(row - first) * rowBytes);
     }
-  }
+  };
+  ForEachWith(shared ? m_workers.get() : nullptr, PieceCount(count), makeFiller, [&](Filler& filler, int i) {
+    const int end = std::min((i + 1) * kPieceRows, count);
+    for (int row = first + i * kPieceRows; row < first + end; ++row) fillRow(filler, row);
+  });
 }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <any>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -20,6 +21,12 @@ struct StagePlan {
   bool roundToNearest = false;          ///< integer types round, half up, instead of truncating
   bool useArea = false;                 ///< take heed of the area of interest: pixels outside it are written as 0
   const CRasterBand* noData = nullptr;  ///< the output declares this band's no-data value
+
+  /// Fills one row of each output band.
+  using RowWork = std::function<void(const RowBuffer& rows, int row, double* const* out)>;
+  /// Makes work for a thread of its own, which gets some rows that follow one another. Where it is empty, or the run
+  /// has one thread, ProcessRow gets them all.
+  std::function<RowWork()> makeRowWork;
 };
 
 /// The one engine of all file-to-file stages: streams whole rows of a raster through a stage into a new raster on the
@@ -53,6 +60,11 @@ class FUSION_API RowStage : public CBaseAlgorithm {
   using RowVisitor = std::function<void(const double* const* bands, const unsigned char* inside, int width)>;
   /// Shows every row to the visitor. False, with the error state set, after a failed read or a cancellation.
   bool Scan(const std::vector<int>& bands, const RowVisitor& visit);
+  /// The same where what rows come to is put together of parts: look adds a row to a part, which begins empty, perhaps
+  /// on another thread; fold takes the parts in the order of their rows.
+  using RowLook =
+      std::function<void(const double* const* bands, const unsigned char* inside, int width, std::any& part)>;
+  bool ScanParts(const std::vector<int>& bands, const RowLook& look, const std::function<void(const std::any&)>& fold);
 
   AlgorithmParam m_param;
 
@@ -66,6 +78,9 @@ class FUSION_API RowStage : public CBaseAlgorithm {
   /// @param geoTransform the input's; becomes the part's
   bool CreateRaster(Run& run, RasterDataFormat format, double geoTransform[6]) const;
   bool WriteRows(Run& run);
+  /// Calls work(rows, area, first, count) for the chunks that lie in the area of interest.
+  template <typename Work>
+  bool ScanChunks(const std::vector<int>& bands, const Work& work);
   enum class ChunksEnd { kDone, kStopped, kReadFailed };
   /// Works through rows of the input, from top to bottom, in chunks. Stops where the work answers false or the reporter
   /// wants no more.

@@ -23,13 +23,22 @@ bool CConvolution::Configure(const CRasterSource& input, platform::StagePlan& pl
   if (plan.outType == PDT_UNKNOWN) plan.outType = PDT_FLOAT32;
   plan.halo = kernel->Halo();
   m_passes = std::make_unique<platform::KernelPasses>(*kernel, input.GetWidth(), input.GetHeight());
+  plan.makeRowWork = [this, kernel = *kernel, width = input.GetWidth(), height = input.GetHeight()] {
+    return [this, passes = std::make_shared<platform::KernelPasses>(kernel, width, height)](
+               const platform::RowBuffer& rows, int row, double* const* out) { Correlate(*passes, rows, row, *out); };
+  };
   return true;
 }
 
 void CConvolution::ProcessBandRow(int /*index*/, const platform::RowBuffer& rows, int row, double* out) {
+  Correlate(*m_passes, rows, row, out);
+}
+
+void CConvolution::Correlate(platform::KernelPasses& passes, const platform::RowBuffer& rows, int row,
+                             double* out) const {
   if (m_param.m_bMaskNoData) {
-    m_passes->ProcessRowWithGaps(rows, row, out);
+    passes.ProcessRowWithGaps(rows, row, out);
   } else {
-    m_passes->ProcessRow(rows, row, out);
+    passes.ProcessRow(rows, row, out);
   }
 }

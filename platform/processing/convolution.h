@@ -36,6 +36,8 @@ class FUSION_API CConvolution : public CSingleBandIOProcess {
   void ProcessBandRow(int index, const platform::RowBuffer& rows, int row, double* out) override;
 
  private:
+  void Correlate(platform::KernelPasses& passes, const platform::RowBuffer& rows, int row, double* out) const;
+
   ConvolutionParam m_kernel;
   std::unique_ptr<platform::KernelPasses> m_passes;
 };

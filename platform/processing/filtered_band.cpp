@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "platform/algorithm/stored_row.h"
+#include "platform/system/workers.h"
 #include "platform/validity/gap_marks.h"
 
 namespace platform {
@@ -19,6 +20,7 @@ struct Tile {
   Columns columns;
   KernelPasses passes;
   StoredRow stored;
+  bool gaps = false;
 };
 
 }  // namespace
@@ -48,7 +50,8 @@ bool FilteredBand::Read(const CRect& rect, double* values, bool& gaps) const {
     const int count = std::min(step, rect.bottom - first);
     const RowBuffer& chunk = rows[slot];
     if (!rows[slot].Load(first, count, rows[1 - slot])) return false;
-    for (Tile& tile : tiles) {
+    ForEach(m_source.GetWorkers(), static_cast<int>(tiles.size()), [&](int i) {
+      Tile& tile = tiles[static_cast<std::size_t>(i)];
       for (int row = first; row < first + count; ++row) {
         double* out = values + std::ptrdiff_t{row - rect.top} * rect.Width() + (tile.columns.left - rect.left);
         if (masked) {
@@ -57,10 +60,11 @@ bool FilteredBand::Read(const CRect& rect, double* values, bool& gaps) const {
           tile.passes.ProcessRow(chunk, row, out);
         }
         tile.stored.Pass(out, nullptr, tile.columns.Width());
-        gaps = gaps || (masked && HasGap(out, static_cast<std::size_t>(tile.columns.Width())));
+        tile.gaps = tile.gaps || (masked && HasGap(out, static_cast<std::size_t>(tile.columns.Width())));
       }
-    }
+    });
   }
+  gaps = std::any_of(tiles.begin(), tiles.end(), [](const Tile& tile) { return tile.gaps; });
   return true;
 }
 

@@ -17,6 +17,9 @@ bool CMakeGreenAlg::Configure(const CRasterSource& input, platform::StagePlan& p
   plan.outBandCount = input.GetBandCount();
   plan.noData = input.GetRasterBand(0);
   m_mix = GreenMix::AppliesTo(input) ? std::make_shared<const GreenMix>(input) : nullptr;
+  plan.makeRowWork = [this] {
+    return [this](const platform::RowBuffer& rows, int row, double* const* out) { ProcessRow(rows, row, out); };
+  };
   return true;
 }
 

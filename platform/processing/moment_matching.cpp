@@ -35,33 +35,59 @@ MomentMatching::MomentMatching(std::vector<Band> bands, std::optional<GreenMix> 
   }
 }
 
-const double* const* MomentMatching::Mix(const double* const* rows, int width) {
+const double* const* MomentMatching::Mix(const double* const* rows, int width, Room& room) const {
   if (!m_mix) return rows;
-  m_rows.assign(rows, rows + m_bands.size());
-  m_mixedGreen.resize(static_cast<std::size_t>(width));
+  room.rows.assign(rows, rows + m_bands.size());
+  room.mixedGreen.resize(static_cast<std::size_t>(width));
   const std::size_t nearInfrared = std::min<std::size_t>(GreenMix::kNearInfrared, m_bands.size());
-  m_mix->Apply(rows[GreenMix::kGreen], rows[nearInfrared], m_mixedGreen.data(), width);
-  m_rows[GreenMix::kGreen] = m_mixedGreen.data();
-  return m_rows.data();
+  m_mix->Apply(rows[GreenMix::kGreen], rows[nearInfrared], room.mixedGreen.data(), width);
+  room.rows[GreenMix::kGreen] = room.mixedGreen.data();
+  return room.rows.data();
 }
 
-void MomentMatching::Count(const double* const* rows, const unsigned char* inside, int width) {
-  rows = Mix(rows, width);
+template <typename Take>
+void MomentMatching::ForCounted(const double* const* rows, const unsigned char* inside, int width, Room& room,
+                                const Take& take) const {
+  rows = Mix(rows, width, room);
   for (std::size_t b = 0; b < m_bands.size(); ++b) {
     const double* values = rows[b];
     if (inside) {
-      m_counted.assign(values, values + width);
-      for (std::size_t x = 0; x < m_counted.size(); ++x) {
-        if (!inside[x]) m_counted[x] = std::numeric_limits<double>::quiet_NaN();
+      room.counted.assign(values, values + width);
+      for (std::size_t x = 0; x < room.counted.size(); ++x) {
+        if (!inside[x]) room.counted[x] = std::numeric_limits<double>::quiet_NaN();
       }
-      values = m_counted.data();
+      values = room.counted.data();
     }
+    take(values, b);
+  }
+}
+
+void MomentMatching::Count(const double* const* rows, const unsigned char* inside, int width) {
+  ForCounted(rows, inside, width, m_room, [&](const double* values, std::size_t b) {
     if (m_statistics.empty()) {
       m_robust[b].Add(values, width);
     } else {
       m_statistics[b].Add(values, width);
     }
-  }
+  });
+}
+
+void MomentMatching::Reduce(const double* const* rows, const unsigned char* inside, int width, Room& room,
+                            Part& part) const {
+  part.pieces.resize(m_statistics.size());
+  part.robust.resize(m_robust.size());
+  ForCounted(rows, inside, width, room, [&](const double* values, std::size_t b) {
+    if (m_statistics.empty()) {
+      m_robust[b].Reduce(values, width, part.robust[b]);
+    } else {
+      m_statistics[b].Reduce(values, width, part.pieces[b]);
+    }
+  });
+}
+
+void MomentMatching::Add(const Part& part) {
+  for (std::size_t b = 0; b < part.pieces.size(); ++b) m_statistics[b].Add(part.pieces[b]);
+  for (std::size_t b = 0; b < part.robust.size(); ++b) m_robust[b].Add(part.robust[b]);
 }
 
 void MomentMatching::EndCounting() {
@@ -79,8 +105,8 @@ void MomentMatching::EndCounting() {
   m_robust.clear();
 }
 
-void MomentMatching::Apply(const double* const* rows, int width, double* const* out) {
-  rows = Mix(rows, width);
+void MomentMatching::Apply(const double* const* rows, int width, double* const* out, Room& room) const {
+  rows = Mix(rows, width, room);
   constexpr double kNoSpread = 1e-8;
   for (std::size_t b = 0; b < m_bands.size(); ++b) {
     if (m_bands[b].stdDev < kNoSpread) {

@@ -31,17 +31,37 @@ class MomentMatching {
 
   /// Takes a row of each band into the moments; inside is null where the whole row counts, else 0 marks what does not.
   void Count(const double* const* rows, const unsigned char* inside, int width);
+  /// What some rows come to.
+  struct Part {
+    std::vector<RowStatistics::Pieces> pieces;
+    std::vector<ClippedMoments::Part> robust;
+  };
+  /// What a thread works with.
+  struct Room {
+    std::vector<const double*> rows;
+    std::vector<double> mixedGreen;
+    std::vector<double> counted;
+  };
+  /// The two halves of Count. The first may be called from several threads, with rooms and parts of their own.
+  void Reduce(const double* const* rows, const unsigned char* inside, int width, Room& room, Part& part) const;
+  void Add(const Part& part);
   /// Ends the counting.
   void EndCounting();
   /// What robust moments were spared: how many values, and the factor by which they would have widened a deviation.
   std::int64_t Outliers() const { return m_outliers; }
   double Widening() const { return m_widening; }
   /// Matches a row of each band.
-  void Apply(const double* const* rows, int width, double* const* out);
+  void Apply(const double* const* rows, int width, double* const* out) { Apply(rows, width, out, m_room); }
+  /// The same, from several threads with rooms of their own.
+  void Apply(const double* const* rows, int width, double* const* out, Room& room) const;
 
  private:
   /// The rows with the mixed green in the place of green.
-  const double* const* Mix(const double* const* rows, int width);
+  const double* const* Mix(const double* const* rows, int width, Room& room) const;
+  /// Calls take(values, b) with what counts of each band's row.
+  template <typename Take>
+  void ForCounted(const double* const* rows, const unsigned char* inside, int width, Room& room,
+                  const Take& take) const;
 
   std::vector<Band> m_bands;
   std::vector<RowStatistics> m_statistics;  ///< one of the two is used
@@ -49,9 +69,7 @@ class MomentMatching {
   std::int64_t m_outliers = 0;
   double m_widening = 1.0;
   std::optional<GreenMix> m_mix;
-  std::vector<const double*> m_rows;
-  std::vector<double> m_mixedGreen;
-  std::vector<double> m_counted;
+  Room m_room;  ///< the caller's own
 };
 
 }  // namespace platform

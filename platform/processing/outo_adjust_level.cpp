@@ -25,6 +25,12 @@ bool COutoAdjustLevel::Configure(const CRasterSource& input, platform::StagePlan
   if (plan.outType == PDT_UNKNOWN) plan.outType = input.GetRasterDataType();
   m_outType = plan.outType;
 
+  plan.makeRowWork = [this] {
+    return [this](const platform::RowBuffer& rows, int row, double* const* out) {
+      for (int i = 0; i < rows.BandCount(); ++i) ProcessBandRow(i, rows, row, out[i]);
+    };
+  };
+
   m_bands = std::make_shared<std::vector<platform::BandLevel>>();
   for (const int b : plan.bands) {
     const CRasterBand& band = *input.GetRasterBand(b);

@@ -44,13 +44,28 @@ bool CStretchOfMultiBand::Configure(const CRasterSource& input, platform::StageP
     bands.push_back({platform::NoDataSample(*input.GetRasterBand(b)), m_pMeans[b], m_pStdDevs[b]});
   }
   m_matching = std::make_shared<platform::MomentMatching>(std::move(bands), mix, m_bRobust);
+  plan.makeRowWork = [this] {
+    return [this, room = platform::MomentMatching::Room(), pointers = m_rows](const platform::RowBuffer& from, int row,
+                                                                              double* const* out) mutable {
+      for (std::size_t b = 0; b < pointers.size(); ++b) pointers[b] = from.Row(static_cast<int>(b), row);
+      m_matching->Apply(pointers.data(), from.Width(), out, room);
+    };
+  };
   return true;
 }
 
 bool CStretchOfMultiBand::Prepare() {
-  const bool scanned = Scan(m_scanBands, [&](const double* const* rows, const unsigned char* inside, int width) {
-    m_matching->Count(rows, inside, width);
-  });
+  struct Part {
+    platform::MomentMatching::Room room;
+    platform::MomentMatching::Part counted;
+  };
+  const auto look = [&](const double* const* rows, const unsigned char* inside, int width, std::any& part) {
+    if (!part.has_value()) part = Part();
+    auto& own = std::any_cast<Part&>(part);
+    m_matching->Reduce(rows, inside, width, own.room, own.counted);
+  };
+  const bool scanned = ScanParts(
+      m_scanBands, look, [&](const std::any& part) { m_matching->Add(std::any_cast<const Part&>(part).counted); });
   m_matching->EndCounting();
   return scanned;
 }

@@ -7,7 +7,7 @@
 
 namespace platform {
 
-bool Measure(const UnwrittenBand& band, bool ahead,
+bool Measure(const UnwrittenBand& band, bool ahead, Workers* workers,
              const std::function<bool(std::int64_t done, std::int64_t count)>& goesOn, BandFigures& figures) {
   const int stripRows = StripRows(band.width, band.height, sizeof(float));
   const WindowGrid windows = ReadWindows(band.width, band.height, band.width, stripRows, kStatisticsWindow);
@@ -18,7 +18,7 @@ bool Measure(const UnwrittenBand& band, bool ahead,
     return band.read(windows.At(i), values[slot].data(), gaps);
   };
   const auto use = [&](std::int64_t i, int slot) {
-    figures.Add(values[slot].data(), windows.At(i).Area());
+    figures.Add(values[slot].data(), windows.At(i).Area(), workers);
     return goesOn(i + 1, windows.Count());
   };
   return LoadInTurn(ahead, windows.Count(), load, use);

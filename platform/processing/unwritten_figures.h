@@ -4,6 +4,7 @@
 
 #include "platform/raster/raster_types.h"
 #include "platform/statistics/band_figures.h"
+#include "platform/system/workers.h"
 
 namespace platform {
 
@@ -18,8 +19,9 @@ struct UnwrittenBand {
 /// Adds what CRasterBand::ComputeStatics would add of the file, a GeoTIFF of 32-bit floats, to the bit. False after a
 /// failed read, and where it shall not go on.
 /// @param ahead whether to read on a thread of its own
+/// @param workers who share the values out among them; null: the caller alone
 /// @param goesOn told how many of how many windows are done
-bool Measure(const UnwrittenBand& band, bool ahead,
+bool Measure(const UnwrittenBand& band, bool ahead, Workers* workers,
              const std::function<bool(std::int64_t done, std::int64_t count)>& goesOn, BandFigures& figures);
 
 }  // namespace platform

@@ -273,7 +273,7 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
   platform::BandFigures figures(platform::NoDataSample(*this));
   bool cancelled = false;
   const bool read = ForEachWindow(platform::kStatisticsWindow, [&](const double* values, std::int64_t count) {
-    figures.Add(values, count);
+    figures.Add(values, count, m_pSource->GetWorkers());
     cancelled = progress && progress->IsCancelRequested();
     return !cancelled;
   });
@@ -300,7 +300,14 @@ bool CRasterBand::ComputeMinMax(double* minimum, double* maximum, bool /*approxi
   *minimum = *maximum = 0.0;
   platform::RowRange range(platform::NoDataSample(*this));
   const bool read = ForEachWindow(platform::kStatisticsWindow, [&](const double* values, std::int64_t count) {
-    range.Add(values, count);
+    platform::FoldPieces(
+        m_pSource->GetWorkers(), count,
+        [&](std::int64_t first, std::int64_t end) {
+          platform::RowRange part(platform::NoDataSample(*this));
+          part.Add(values + first, end - first);
+          return part;
+        },
+        [&](const platform::RowRange& part) { range.Add(part); });
     return true;
   });
   if (!read || range.IsEmpty()) return false;

@@ -42,6 +42,7 @@ struct CRasterSource::Impl {
   bool hasGeoTransform = false;
   bool maskNoData = false;
   bool readAhead = false;
+  platform::Workers* workers = nullptr;
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
   std::wstring copySource;                             ///< the temporary raster it is copied from
@@ -302,6 +303,9 @@ bool CRasterSource::IsNorthUpView() const { return m_impl->northUpView; }
 bool CRasterSource::IsMaskNoData() const { return m_impl->maskNoData; }
 void CRasterSource::SetReadAhead(bool ahead) { m_impl->readAhead = ahead; }
 bool CRasterSource::IsReadAhead() const { return m_impl->readAhead; }
+
+void CRasterSource::SetWorkers(platform::Workers* workers) { m_impl->workers = workers; }
+platform::Workers* CRasterSource::GetWorkers() const { return m_impl->workers; }
 
 void CRasterSource::DeclareNoData(double value) {
   for (const auto& band : m_impl->bands) band->DeclareNoData(value);

@@ -16,6 +16,10 @@
 
 class CBaseProgress;
 
+namespace platform {
+class Workers;
+}
+
 /// A raster file. Pixel coordinates are corner-based: pixel (c, r) covers c..c+1 by r..r+1. Samples may be read and
 /// written from several threads while it stays open.
 class FUSION_API CRasterSource {
@@ -52,6 +56,9 @@ class FUSION_API CRasterSource {
   /// Until it is closed, passes over whole bands for their statistics read ahead on a thread of their own.
   void SetReadAhead(bool ahead);
   bool IsReadAhead() const;
+  /// Until it is closed, such passes share their work out among these; null: among nobody. Not owned.
+  void SetWorkers(platform::Workers* workers);
+  platform::Workers* GetWorkers() const;
   /// Declares one no-data value for all bands of a raster just created, where its type can hold it. Formats that cannot
   /// keep it do without.
   void DeclareNoData(double value);

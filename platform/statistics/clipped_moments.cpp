@@ -1,6 +1,7 @@
 #include "platform/statistics/clipped_moments.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -17,22 +18,102 @@ std::uint64_t Sortable(double value) {
   return bits & kSign ? ~bits : bits | kSign;
 }
 
+double FromSortable(std::uint64_t key) {
+  constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
+  return std::bit_cast<double>(key & kSign ? key ^ kSign : ~key);
+}
+
 }  // namespace
 
-ClippedMoments::ClippedMoments(double noData) : m_noData(noData), m_all(noData), m_pages(std::size_t{1} << kPageBits) {}
+class ClippedMoments::Bins {
+ public:
+  Bins() : m_pages(std::size_t{1} << kPageBits) {}
+
+  void Add(double value) {
+    const std::uint64_t key = Sortable(value);
+    Bin& bin = PageOf(key >> (kPlaceBits + kBinBits))[(key >> kPlaceBits) & kBinMask];
+    bin.coarse += (key & kPlaceMask) >> kFineBits;
+    bin.fine += key & kFineMask;
+    ++bin.count;
+  }
+
+  void Add(const Bins& other) {
+    for (std::size_t p = 0; p < m_pages.size(); ++p) {
+      if (!other.m_pages[p]) continue;
+      Page& page = PageOf(p);
+      for (std::size_t b = 0; b < page.size(); ++b) {
+        const Bin& bin = (*other.m_pages[p])[b];
+        page[b].coarse += bin.coarse;
+        page[b].fine += bin.fine;
+        page[b].count += bin.count;
+      }
+    }
+  }
+
+  /// Calls visit(mean, count) for the bins with values, upwards.
+  template <typename Visit>
+  void ForEach(const Visit& visit) const {
+    for (std::size_t p = 0; p < m_pages.size(); ++p) {
+      if (!m_pages[p]) continue;
+      for (std::size_t b = 0; b < m_pages[p]->size(); ++b) {
+        const Bin& bin = (*m_pages[p])[b];
+        if (bin.count > 0) visit(bin.Mean((p << kBinBits | b) << kPlaceBits), bin.count);
+      }
+    }
+  }
+
+ private:
+  static constexpr int kPageBits = 12;   ///< sign and power of two
+  static constexpr int kBinBits = 10;    ///< thousandths of it
+  static constexpr int kPlaceBits = 42;  ///< the place in a bin, counted in steps of the last bit
+  static constexpr int kFineBits = 21;
+  static constexpr std::uint64_t kBinMask = (std::uint64_t{1} << kBinBits) - 1;
+  static constexpr std::uint64_t kPlaceMask = (std::uint64_t{1} << kPlaceBits) - 1;
+  static constexpr std::uint64_t kFineMask = (std::uint64_t{1} << kFineBits) - 1;
+
+  struct Bin {
+    // Sums of the halves of the places: whole numbers, which are the same in whatever order they are added.
+    std::uint64_t coarse = 0;
+    std::uint64_t fine = 0;
+    std::int64_t count = 0;
+
+    double Mean(std::uint64_t first) const {
+      const double step = FromSortable(first + 1) - FromSortable(first);
+      const double places =
+          static_cast<double>(coarse) * static_cast<double>(std::uint64_t{1} << kFineBits) + static_cast<double>(fine);
+      return FromSortable(first) + step * (places / static_cast<double>(count));
+    }
+  };
+  using Page = std::array<Bin, 1U << kBinBits>;
+
+  Page& PageOf(std::size_t i) {
+    if (!m_pages[i]) m_pages[i] = std::make_unique<Page>();
+    return *m_pages[i];
+  }
+
+  std::vector<std::unique_ptr<Page>> m_pages;  ///< made when the first value comes
+};
+
+ClippedMoments::ClippedMoments(double noData) : m_noData(noData), m_all(noData), m_bins(std::make_shared<Bins>()) {}
 
 void ClippedMoments::Add(const double* values, std::int64_t count) {
   m_all.Add(values, count);
   for (std::int64_t i = 0; i < count; ++i) {
-    const double v = values[i];
-    if (!IsValidSample(v, m_noData)) continue;
-    const std::uint64_t key = Sortable(v) >> (64 - kPageBits - kBinBits);
-    auto& page = m_pages[key >> kBinBits];
-    if (!page) page = std::make_unique<Page>();
-    Bin& bin = (*page)[key & ((1U << kBinBits) - 1)];
-    bin.sum += v;
-    ++bin.count;
+    if (IsValidSample(values[i], m_noData)) m_bins->Add(values[i]);
   }
+}
+
+void ClippedMoments::Reduce(const double* values, std::int64_t count, Part& part) const {
+  m_all.Reduce(values, count, part.pieces);
+  if (!part.bins) part.bins = std::make_shared<Bins>();
+  for (std::int64_t i = 0; i < count; ++i) {
+    if (IsValidSample(values[i], m_noData)) part.bins->Add(values[i]);
+  }
+}
+
+void ClippedMoments::Add(const Part& part) {
+  m_all.Add(part.pieces);
+  if (part.bins) m_bins->Add(*part.bins);
 }
 
 double ClippedMoments::Widening() const {
@@ -42,22 +123,12 @@ double ClippedMoments::Widening() const {
   return std::isfinite(widening) ? widening : std::numeric_limits<double>::infinity();
 }
 
-template <typename Visit>
-void ClippedMoments::ForBins(const Visit& visit) const {
-  for (const auto& page : m_pages) {
-    if (!page) continue;
-    for (const Bin& bin : *page) {
-      if (bin.count > 0) visit(bin);
-    }
-  }
-}
-
 double ClippedMoments::ValueOfRank(std::int64_t rank) const {
   double value = 0.0;
   std::int64_t before = 0;
-  ForBins([&](const Bin& bin) {
-    if (before <= rank) value = bin.Mean();
-    before += bin.count;
+  m_bins->ForEach([&](double mean, std::int64_t inBin) {
+    if (before <= rank) value = mean;
+    before += inBin;
   });
   return value;
 }
@@ -75,17 +146,16 @@ void ClippedMoments::Settle() {
   // What is nearly everywhere the same has no range that others could lie beyond.
   if (!(low < high)) return;
   double sum = 0.0;
-  ForBins([&](const Bin& bin) {
-    const double value = bin.Mean();
-    if (value < least || value > most) m_outliers += bin.count;
-    sum += std::clamp(value, least, most) * static_cast<double>(bin.count);
+  m_bins->ForEach([&](double value, std::int64_t inBin) {
+    if (value < least || value > most) m_outliers += inBin;
+    sum += std::clamp(value, least, most) * static_cast<double>(inBin);
   });
   if (m_outliers == 0) return;
   m_mean = sum / static_cast<double>(count);
   double squares = 0.0;
-  ForBins([&](const Bin& bin) {
-    const double deviation = std::clamp(bin.Mean(), least, most) - m_mean;
-    squares += deviation * deviation * static_cast<double>(bin.count);
+  m_bins->ForEach([&](double value, std::int64_t inBin) {
+    const double deviation = std::clamp(value, least, most) - m_mean;
+    squares += deviation * deviation * static_cast<double>(inBin);
   });
   m_stdDev = std::sqrt(squares / static_cast<double>(count));
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -15,13 +14,29 @@ namespace platform {
 /// Without such values the moments are those of RowStatistics to the last bit.
 ///
 /// One pass with bounded memory: values are counted in bins of a thousandth of their size. The order of the values
-/// plays no part in which of them are cut.
+/// plays no part in which of them are cut, nor in what they come to then.
 class ClippedMoments {
  public:
   /// @param noData value to leave out besides NaN and infinities; NaN for none
   explicit ClippedMoments(double noData = std::numeric_limits<double>::quiet_NaN());
 
+  ClippedMoments(ClippedMoments&&) = default;
+  ClippedMoments(const ClippedMoments&) = delete;
+
   void Add(const double* values, std::int64_t count);
+
+  /// How many values lie in each bin, and where.
+  class Bins;
+  /// What some values come to.
+  struct Part {
+    RowStatistics::Pieces pieces;
+    std::shared_ptr<Bins> bins;
+  };
+  /// Adds values to a part, which may begin empty. May be called from several threads, with parts of their own.
+  void Reduce(const double* values, std::int64_t count, Part& part) const;
+  /// Adds the values of a part: to the last bit what adding the values themselves would be.
+  void Add(const Part& part);
+
   /// Makes the moments those of all that was added.
   void Settle();
 
@@ -33,24 +48,12 @@ class ClippedMoments {
   double Widening() const;
 
  private:
-  struct Bin {
-    double sum = 0.0;
-    std::int64_t count = 0;
-    double Mean() const { return sum / static_cast<double>(count); }
-  };
-  // Bins of one sign and power of two, made when the first value comes.
-  static constexpr int kBinBits = 10;
-  static constexpr int kPageBits = 12;
-  using Page = std::array<Bin, 1U << kBinBits>;
-
   /// The mean value of the bin that holds the value of a rank, counted from 0.
   double ValueOfRank(std::int64_t rank) const;
-  template <typename Visit>
-  void ForBins(const Visit& visit) const;
 
   double m_noData;
   RowStatistics m_all;
-  std::vector<std::unique_ptr<Page>> m_pages;
+  std::shared_ptr<Bins> m_bins;
   double m_mean = 0.0;
   double m_stdDev = 0.0;
   std::int64_t m_outliers = 0;

@@ -93,32 +93,54 @@ Deviations Deviate(const double* values, std::int64_t count, double noData, doub
 
 }  // namespace
 
-void RowStatistics::Add(const double* values, std::int64_t count) {
-  // Pieces that stay in the cache for their second look.
+namespace {
+
+/// Calls take(values, count) for pieces that stay in the cache for their second look.
+template <typename Take>
+void ForPieces(const double* values, std::int64_t count, const Take& take) {
   constexpr std::int64_t kPiece = 2048;
-  for (std::int64_t i = 0; i < count; i += kPiece) AddPiece(values + i, std::min(kPiece, count - i));
+  for (std::int64_t i = 0; i < count; i += kPiece) take(values + i, std::min(kPiece, count - i));
 }
 
-void RowStatistics::AddPiece(const double* values, std::int64_t count) {
+}  // namespace
+
+void RowStatistics::Add(const double* values, std::int64_t count) {
+  ForPieces(values, count, [this](const double* piece, std::int64_t n) { Add(Reduced(piece, n)); });
+}
+
+void RowStatistics::Reduce(const double* values, std::int64_t count, Pieces& pieces) const {
+  ForPieces(values, count, [&](const double* piece, std::int64_t n) { pieces.push_back(Reduced(piece, n)); });
+}
+
+void RowStatistics::Add(const Pieces& pieces) {
+  for (const Piece& piece : pieces) Add(piece);
+}
+
+RowStatistics::Piece RowStatistics::Reduced(const double* values, std::int64_t count) const {
   const Rest rest(values, count);
   const RowSums first = Sum(values, rest.whole, m_noData);
   const RowSums last = Sum(rest.lanes, kLanes, m_noData);
-  const double pieceCount = first.count + last.count;
-  if (pieceCount == 0.0) return;
-  const double pieceMean = (first.sum + last.sum) / pieceCount;
-  const Deviations head = Deviate(values, rest.whole, m_noData, pieceMean);
-  const Deviations tail = Deviate(rest.lanes, kLanes, m_noData, pieceMean);
+  Piece piece;
+  piece.count = first.count + last.count;
+  if (piece.count == 0.0) return piece;
+  piece.mean = (first.sum + last.sum) / piece.count;
+  const Deviations head = Deviate(values, rest.whole, m_noData, piece.mean);
+  const Deviations tail = Deviate(rest.lanes, kLanes, m_noData, piece.mean);
   // The deviations tell how far rounding left the mean from the true one.
-  const double correction = (head.sum + tail.sum) / pieceCount;
-  const double pieceSquares = head.squares + tail.squares - correction * correction * pieceCount;
+  piece.correction = (head.sum + tail.sum) / piece.count;
+  piece.squares = head.squares + tail.squares - piece.correction * piece.correction * piece.count;
+  return piece;
+}
 
-  if (m_count == 0) m_origin = pieceMean;
+void RowStatistics::Add(const Piece& piece) {
+  if (piece.count == 0.0) return;
+  if (m_count == 0) m_origin = piece.mean;
   const auto before = static_cast<double>(m_count);
-  const double total = before + pieceCount;
-  const double delta = (pieceMean - m_origin) + correction - m_offset;
-  m_squares += std::max(pieceSquares, 0.0) + delta * delta * (before * pieceCount / total);
-  m_offset += delta * (pieceCount / total);
-  m_count += static_cast<std::int64_t>(pieceCount);
+  const double total = before + piece.count;
+  const double delta = (piece.mean - m_origin) + piece.correction - m_offset;
+  m_squares += std::max(piece.squares, 0.0) + delta * delta * (before * piece.count / total);
+  m_offset += delta * (piece.count / total);
+  m_count += static_cast<std::int64_t>(piece.count);
 }
 
 void RowRange::Add(const double* values, std::int64_t count) {
@@ -131,6 +153,11 @@ void RowRange::Add(const double* values, std::int64_t count) {
   WidenLanes(rest.lanes, kLanes, m_noData, minima, maxima);
   m_minimum = *std::min_element(minima, minima + kLanes);
   m_maximum = *std::max_element(maxima, maxima + kLanes);
+}
+
+void RowRange::Add(const RowRange& part) {
+  m_minimum = std::min(m_minimum, part.m_minimum);
+  m_maximum = std::max(m_maximum, part.m_maximum);
 }
 
 double RowStatistics::StdDev() const { return m_count > 0 ? std::sqrt(m_squares / static_cast<double>(m_count)) : 0.0; }

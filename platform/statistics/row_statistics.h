@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 namespace platform {
 
@@ -15,13 +16,27 @@ class RowStatistics {
 
   void Add(const double* values, std::int64_t count);
 
+  /// What a piece of the stream comes to by itself.
+  struct Piece {
+    double count = 0.0;
+    double mean = 0.0;
+    double correction = 0.0;  ///< from the mean as it was rounded to the true one
+    double squares = 0.0;     ///< sum of squared deviations
+  };
+  using Pieces = std::vector<Piece>;
+  /// Adds what values come to behind the pieces that are there. May be called from several threads.
+  void Reduce(const double* values, std::int64_t count, Pieces& pieces) const;
+  /// Adds values that were reduced: to the last bit what adding the values themselves would be.
+  void Add(const Pieces& pieces);
+
   std::int64_t Count() const { return m_count; }
   double Mean() const { return m_origin + m_offset; }
   /// Population standard deviation.
   double StdDev() const;
 
  private:
-  void AddPiece(const double* values, std::int64_t count);
+  Piece Reduced(const double* values, std::int64_t count) const;
+  void Add(const Piece& piece);
 
   double m_noData;
   std::int64_t m_count = 0;
@@ -36,6 +51,7 @@ class RowRange {
   explicit RowRange(double noData = std::numeric_limits<double>::quiet_NaN()) : m_noData(noData) {}
 
   void Add(const double* values, std::int64_t count);
+  void Add(const RowRange& part);
 
   bool IsEmpty() const { return m_minimum > m_maximum; }
   double Minimum() const { return m_minimum; }

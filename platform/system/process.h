@@ -3,8 +3,8 @@
 namespace platform {
 
 /// Suits process-wide settings to the library's runs: a small cache of decoded blocks, which runs enlarge while they
-/// come back to the same rows, and OpenMP threads that sleep between blocks. For programs of which the library is all,
-/// before anything else; everybody else's settings stay as they are.
+/// come back to the same rows. For programs of which the library is all, before anything else; everybody else's
+/// settings stay as they are.
 void OwnProcess(bool owns = true);
 bool OwnsProcess();
 

@@ -1,36 +1,22 @@
 #include "platform/system/task_queue.h"
 
-#include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <utility>
 
+#include "platform/system/start_thread.h"
+
 namespace platform {
-namespace {
-
-bool (*g_threadFault)() = nullptr;
-
-}  // namespace
-
-void SetThreadFault(bool (*fault)()) { g_threadFault = fault; }
 
 struct TaskQueue::Impl {
   Impl(std::size_t mostTasks, bool onThread) : most(mostTasks), threaded(onThread) {}
 
   /// Whether there is a thread. Where the system has no room for one, the queue goes on without.
   bool Start() {
-    if (threaded && !thread.joinable()) {
-      try {
-        if (g_threadFault && g_threadFault()) throw std::system_error(EAGAIN, std::generic_category());
-        thread = std::thread([this] { Run(); });
-      } catch (const std::system_error&) {
-        threaded = false;
-      }
-    }
+    if (threaded && !thread.joinable()) threaded = StartThread(thread, [this] { Run(); });
     return threaded;
   }
 

@@ -29,10 +29,6 @@ class TaskQueue {
   std::unique_ptr<Impl> m_impl;
 };
 
-/// Asked before a queue starts its thread once set; answering true makes that fail as on a system without room for
-/// one. For programs that check their own handling of failures. Null takes it away.
-void SetThreadFault(bool (*fault)());
-
 /// Loads and uses item after item, in slots 0 and 1 by turns: load(item, slot), use(item, slot). With ahead, each item
 /// is loaded on another thread while the one before it is being used. Ends early, with false, where one of them answers
 /// false.

@@ -37,7 +37,7 @@ class Mixed : public testing::Test {
     m_tile.bands[1][44] = NAN;
     m_found.blur = {true, 1.0};
   }
-  LowPassFill Fill() const { return {Registration({m_tile}, *m_grid, false), m_found}; }
+  LowPassFill Fill() const { return {Registration({m_tile}, *m_grid, nullptr), m_found}; }
 
   CRasterSource m_source;
   std::optional<PanGrid> m_grid;
@@ -89,7 +89,7 @@ TEST(LowPassFill, OfNothingIsNothing) {
   CRasterSource source;
   ASSERT_TRUE(source.OpenSimple(L"/vsimem/fill.tif"));
   const PanGrid grid(source, source);
-  const LowPassFill fill(Registration({}, grid, false), {});
+  const LowPassFill fill(Registration({}, grid, nullptr), {});
   std::vector<double> values = {NAN, 2.0};
   fill.Fill(nullptr, false, values);
   EXPECT_EQ(values, (std::vector<double>{0.0, 2.0}));

@@ -49,7 +49,7 @@ class Pair {
     }
     return tiles;
   }
-  Registration Search(bool threaded = false) const { return {Tiles(), *grid, threaded}; }
+  Registration Search(platform::Workers* workers = nullptr) const { return {Tiles(), *grid, workers}; }
 
   static std::vector<double> Part(const std::vector<double>& image, int width, const CRect& rect) {
     std::vector<double> part;
@@ -121,7 +121,7 @@ TEST(Registration, TilesCountByTheirPixelsAndTheirDetail) {
   const PanBlur blur{false, 0.9};
   std::vector<Eigen::MatrixXd> moments;
   std::vector<double> counts;
-  Registration both(tiles, *pair.grid, false);
+  Registration both(tiles, *pair.grid, nullptr);
   for (const auto& tile : tiles) {
     const int w = tile.positions.width;
     const int h = tile.positions.height;
@@ -210,17 +210,18 @@ TEST(Registration, TilesThatDisagreeMoveNothing) {
   const auto others = other.Tiles();
   tiles[2] = others[2];
   tiles[3] = others[3];
-  const RegistrationResult found = Registration(tiles, *one.grid, false).Find(true);
+  const RegistrationResult found = Registration(tiles, *one.grid, nullptr).Find(true);
   EXPECT_FALSE(found.accepted);
   EXPECT_LT(found.agreement, 0.75);
   EXPECT_EQ(found.shiftX, 0.0);
-  EXPECT_TRUE(Registration(one.Tiles(), *one.grid, false).Find(true).accepted);
+  EXPECT_TRUE(Registration(one.Tiles(), *one.grid, nullptr).Find(true).accepted);
 }
 
 TEST(Registration, ThreadsFindTheSame) {
   const Pair pair(33, 130, 110, 2.0, 2.0, 0.8, 0.5, 0.5);
-  const RegistrationResult one = pair.Search(false).Find(true);
-  const RegistrationResult many = pair.Search(true).Find(true);
+  const RegistrationResult one = pair.Search().Find(true);
+  platform::Workers workers(3);
+  const RegistrationResult many = pair.Search(&workers).Find(true);
   EXPECT_EQ(one.score, many.score);
   EXPECT_EQ(one.shiftX, many.shiftX);
   EXPECT_EQ(one.shiftY, many.shiftY);
@@ -232,23 +233,23 @@ TEST(Registration, WithoutDetailOrDataThereIsNothingToFind) {
   Pair pair(34, 60, 56, 2.0, 2.0, 0.8, 0.5, 0.5);
   auto tiles = pair.Tiles();
   for (auto& tile : tiles) std::fill(tile.pan.begin(), tile.pan.end(), 300.0);
-  const RegistrationResult flat = Registration(tiles, *pair.grid, false).Find(true);
+  const RegistrationResult flat = Registration(tiles, *pair.grid, nullptr).Find(true);
   EXPECT_FALSE(flat.accepted);
   EXPECT_NEAR(flat.score, 0.0, 0.1);
   for (auto& tile : tiles) std::fill(tile.pan.begin(), tile.pan.end(), NAN);
-  const RegistrationResult empty = Registration(tiles, *pair.grid, false).Find(true);
+  const RegistrationResult empty = Registration(tiles, *pair.grid, nullptr).Find(true);
   EXPECT_FALSE(empty.accepted);
   EXPECT_EQ(empty.score, 0.0);
   EXPECT_EQ(empty.blur.width, 1.0);
   EXPECT_FALSE(empty.blur.isBox);
-  EXPECT_EQ(Registration({}, *pair.grid, false).Find(true).score, 0.0);
+  EXPECT_EQ(Registration({}, *pair.grid, nullptr).Find(true).score, 0.0);
 }
 
 TEST(Registration, ABandWithoutDetailIsLeftOut) {
   Pair pair(35, 60, 56, 2.0, 2.0, 0.8, 0.5, 0.5);
   auto tiles = pair.Tiles();
   for (auto& tile : tiles) std::fill(tile.bands[1].begin(), tile.bands[1].end(), 8.0);
-  const RegistrationResult found = Registration(tiles, *pair.grid, false).Find(true);
+  const RegistrationResult found = Registration(tiles, *pair.grid, nullptr).Find(true);
   EXPECT_TRUE(found.accepted);
   EXPECT_NEAR(found.shiftX, 0.5, 0.13);
 }

@@ -1,5 +1,6 @@
 // All four metrics against the definition written out pixel by pixel, over random scenes and every kind of block.
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <random>
 
@@ -247,6 +248,43 @@ TEST_P(Transcription, Gradient) {
   ExpectFigure(expected, "m_pMulRmsGrad", metric->m_pMulRmsGrad);
   ExpectFigure(expected, "m_pMeanAbsDiff", metric->m_pMeanAbsDiff);
   ExpectFigure(expected, "m_pDiffNorm", metric->m_pDiffNorm);
+}
+
+/// All figures of a metric, run in the ways that must not change them.
+template <typename Metric>
+void ExpectSameOnThreads(FusionEvaluateParam param, const std::vector<SharedArray Metric::*>& figures) {
+  const std::size_t n = param.m_vecFusionBands.size();
+  std::vector<std::vector<double>> expected;
+  for (const std::int64_t mostPixels : {0, 1 << 20}) {
+    for (const int threads : {1, 2, 7}) {
+      param.m_nMostBlockPixels = mostPixels;
+      Metric metric(&param);
+      metric.SetThreads(threads);
+      metric.SetOverlappedIo(threads % 2 == 0);
+      metric.Process();
+      ASSERT_EQ(metric.GetLastErrorType(), 0);
+      std::vector<std::vector<double>> actual;
+      for (const auto figure : figures) actual.emplace_back(&(metric.*figure)[0], &(metric.*figure)[0] + n);
+      if (expected.empty()) expected = actual;
+      for (std::size_t f = 0; f < figures.size(); ++f) {
+        EXPECT_EQ(std::memcmp(actual[f].data(), expected[f].data(), n * sizeof(double)), 0)
+            << "figure " << f << ", " << threads << " threads, blocks of " << mostPixels;
+      }
+    }
+  }
+}
+
+TEST_P(Transcription, IsTheSameOnEveryNumberOfThreads) {
+  using E = CEntropyEvaluate;
+  ExpectSameOnThreads<E>(param, {&E::m_pEntropy, &E::m_pRelativeEntropy, &E::m_pDeviationEntropy, &E::m_pJointEntropy});
+  using S = CStatisticEvaluate;
+  ExpectSameOnThreads<S>(param, {&S::m_pMulMean, &S::m_pFusionMean, &S::m_pMulStdDev, &S::m_pFusionStdDev,
+                                 &S::m_pCorrelation, &S::m_pRelativeDeviation, &S::m_pRelativeError});
+  using N = CSNREvaluate;
+  ExpectSameOnThreads<N>(param, {&N::m_pSNR, &N::m_pPSNR});
+  using G = CGradEvaluate;
+  ExpectSameOnThreads<G>(param, {&G::m_pFusionMeanGrad, &G::m_pMulMeanGrad, &G::m_pFusionRmsGrad, &G::m_pMulRmsGrad,
+                                 &G::m_pMeanAbsDiff, &G::m_pDiffNorm});
 }
 
 INSTANTIATE_TEST_SUITE_P(Scenes, Transcription, testing::ValuesIn(kCases),

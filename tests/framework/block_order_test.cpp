@@ -225,12 +225,12 @@ TEST(OverlappedIo, IsOnRequestAndGivesTheSameBytesWithEveryMethod) {
     SCOPED_TRACE(method.name);
     {
       const Transfers transfers;
-      method.runWith(param, false);
+      method.runWith(param, {});
       EXPECT_FALSE(transfers.WereElsewhere()) << "a run that nobody asked to start threads";
     }
     const auto expected = ReadImage(scene.outFile).bands;
     const Transfers transfers;
-    method.runWith(param, true);
+    method.runWith(param, {.overlapped = true});
     EXPECT_TRUE(transfers.WereElsewhere());
     test_support::ExpectEqual(ReadImage(scene.outFile), expected);
   }

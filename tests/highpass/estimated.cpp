@@ -20,6 +20,7 @@ Estimated::Estimated(const BayesianFusionParam& param, BayesianRegistration regi
   BayesianModelEstimator estimator(param);
   estimator.SetRegistration(registration);
   estimator.SetOverlappedIo(threaded);
+  estimator.SetThreads(threaded ? 3 : 1);
   estimator.SetArea(area);
   estimator.Process();
   EXPECT_EQ(estimator.GetLastErrorType(), 0);

@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/system/start_thread.h"
+
 namespace {
 
 using platform::LoadInTurn;

@@ -70,7 +70,7 @@ void ExpectFile(CRasterBand& file, const Read& read, double noData) {
   for (const bool ahead : {false, true}) {
     BandFigures figures(noData);
     const auto goesOn = [](std::int64_t, std::int64_t) { return true; };
-    ASSERT_TRUE(platform::Measure({file.GetWidth(), file.GetHeight(), read}, ahead, goesOn, figures));
+    ASSERT_TRUE(platform::Measure({file.GetWidth(), file.GetHeight(), read}, ahead, nullptr, goesOn, figures));
     double minimum = 0.0;
     double maximum = 0.0;
     double mean = 0.0;

@@ -15,8 +15,9 @@
 namespace test_support {
 namespace {
 
-void Finish(CBaseAlgorithm& algorithm, bool overlapped) {
-  algorithm.SetOverlappedIo(overlapped);
+void Finish(CBaseAlgorithm& algorithm, const RunRequest& request) {
+  algorithm.SetOverlappedIo(request.overlapped);
+  algorithm.SetThreads(request.threads);
   algorithm.SetBuildsOverviews(false);
   algorithm.Process();
   EXPECT_EQ(algorithm.GetLastErrorType(), 0);
@@ -24,23 +25,23 @@ void Finish(CBaseAlgorithm& algorithm, bool overlapped) {
 }
 
 template <typename Method>
-void Run(const FusionParam& given, bool overlapped) {
+void Run(const FusionParam& given, const RunRequest& request) {
   FusionParam param = given;
   Method method(&param);
-  Finish(method, overlapped);
+  Finish(method, request);
 }
 
 template <typename Method>
-void RunMatched(const FusionParam& given, bool overlapped) {
+void RunMatched(const FusionParam& given, const RunRequest& request) {
   FusionParam param = given;
   param.m_bSpectralMatch = true;
-  Run<Method>(param, overlapped);
+  Run<Method>(param, request);
 }
 
-void RunHpf(const FusionParam& given, bool overlapped) {
+void RunHpf(const FusionParam& given, const RunRequest& request) {
   HpfFusionParam param = HpfRecord(given);
   CHpfFusionProcessAlg method(&param);
-  Finish(method, overlapped);
+  Finish(method, request);
 }
 
 BayesianFusionParam BayesianRecord(const FusionParam& given) {
@@ -50,16 +51,16 @@ BayesianFusionParam BayesianRecord(const FusionParam& given) {
   return param;
 }
 
-void RunBayesian(const FusionParam& given, bool overlapped) {
+void RunBayesian(const FusionParam& given, const RunRequest& request) {
   BayesianFusionParam param = BayesianRecord(given);
   BayesianModelEstimator estimator(param);
-  Finish(estimator, overlapped);
+  Finish(estimator, request);
   BayesPanSharpeningFusion method(&param);
   method.SetModel(estimator.GetModel());
-  Finish(method, overlapped);
+  Finish(method, request);
 }
 
-void RunBayesianWithFixedModel(const FusionParam& given, bool overlapped) {
+void RunBayesianWithFixedModel(const FusionParam& given, const RunRequest& request) {
   BayesianFusionParam param = BayesianRecord(given);
   BayesPanSharpeningFusion method(&param);
   BayesianModel model;
@@ -69,7 +70,7 @@ void RunBayesianWithFixedModel(const FusionParam& given, bool overlapped) {
   model.panCovariance = {31.0, 17.5, 11.25};
   model.transform = {0.75, -0.125, -0.1, -0.25, 0.875, -0.05, -0.2, -0.0625, 0.9};
   method.SetModel(model);
-  Finish(method, overlapped);
+  Finish(method, request);
 }
 
 }  // namespace

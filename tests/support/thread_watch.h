@@ -2,6 +2,7 @@
 
 #include <omp.h>
 
+#include "platform/system/workers.h"
 #include "tests/support/method_sweep.h"
 
 namespace test_support {
@@ -53,8 +54,9 @@ class WatchedDetailKernel : public Method {
 };
 
 /// The threads that work on a block of 64 rows when OpenMP may use four.
+/// @param workers what the run is to compute on; null: nothing is said
 template <typename Watched>
-int KernelThreads() {
+int KernelThreads(const std::shared_ptr<platform::Workers>& workers = nullptr) {
   SceneOptions options;
   options.panWidth = options.panHeight = 64;
   const Scene scene(97, options);
@@ -62,6 +64,7 @@ int KernelThreads() {
   Watched fusion(&param);
   const int before = omp_get_max_threads();
   omp_set_num_threads(4);
+  fusion.ShareThreads(workers);
   fusion.Process();
   omp_set_num_threads(before);
   ExpectSuccess(fusion);

@@ -384,6 +384,8 @@ TEST(TransformKernels, IhsAloneSharesTheRowsOfABlockOut) {
   using test_support::WatchedKernel;
   EXPECT_GE(KernelThreads<WatchedKernel<CIhsTranFusion>>(), 2);
   EXPECT_EQ(KernelThreads<WatchedKernel<CPrinComponentFusion>>(), 1);
+  // What is asked for takes OpenMP's place.
+  EXPECT_EQ(KernelThreads<WatchedKernel<CIhsTranFusion>>(std::make_shared<platform::Workers>(1)), 1);
 }
 
 }  // namespace
