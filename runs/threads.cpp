@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "platform/system/process.h"
 #include "runs/run_failure.h"
 
 namespace fusion {
@@ -34,7 +35,9 @@ int ThreadsOf(const std::string& wanted) {
 }  // namespace
 
 std::shared_ptr<platform::Workers> MakeWorkers(const std::string& wanted) {
-  return std::make_shared<platform::Workers>(ThreadsOf(wanted));
+  auto workers = std::make_shared<platform::Workers>(ThreadsOf(wanted));
+  platform::SetDecodingThreads(workers->Count());
+  return workers;
 }
 
 }  // namespace fusion

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/raster/raster_source.h"
+#include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
 
 namespace platform {
@@ -54,15 +55,34 @@ bool HasLargePlainStrips(GDALDataset& dataset) {
   return width == band->GetXSize() && bytes > kLarge;
 }
 
+/// Whether threads of GDAL's can decode a file's blocks of a band: those of several bands together would be decoded
+/// anew for every band.
+bool DecodesBandByBand(GDALDataset& dataset) {
+  if (!dataset.GetDriver() || !EQUAL(dataset.GetDriver()->GetDescription(), "GTiff") ||
+      !dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) {
+    return false;
+  }
+  const char* interleave = dataset.GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
+  return dataset.GetRasterCount() == 1 || (interleave && EQUAL(interleave, "BAND"));
+}
+
 GDALDataset* OpenDataset(const std::string& name, bool update) {
+  CPLStringList options;
   const auto open = [&] {
-    return GDALDataset::Open(name.c_str(), static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR |
-                                                                     (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)));
+    return GDALDataset::Open(name.c_str(),
+                             static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR |
+                                                       (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)),
+                             nullptr, options.List());
   };
   GDALDataset* dataset = open();
   if (dataset && !update && HasLargePlainStrips(*dataset)) {
     // GDAL looks at this when it opens a file.
     const CPLConfigOptionSetter directly("GTIFF_DIRECT_IO", "YES", true);
+    GDALClose(dataset);
+    dataset = open();
+  }
+  if (dataset && !update && DecodingThreads() > 1 && DecodesBandByBand(*dataset)) {
+    options.SetNameValue("NUM_THREADS", std::to_string(DecodingThreads()).c_str());
     GDALClose(dataset);
     dataset = open();
   }

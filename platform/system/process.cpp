@@ -1,6 +1,7 @@
 #include "platform/system/process.h"
 
 #include <cpl_conv.h>
+#include <cpl_error.h>
 #include <gdal.h>
 
 #include <atomic>
@@ -9,6 +10,7 @@ namespace platform {
 namespace {
 
 std::atomic<bool> g_owns = false;
+std::atomic<int> g_decodingThreads = 1;
 
 }  // namespace
 
@@ -17,8 +19,13 @@ void OwnProcess(bool owns) {
   // Rasters are read once from top to bottom; a large cache only costs memory and page faults. Who comes back to the
   // same rows makes room for them with a CacheRoom.
   if (owns && !CPLGetConfigOption("GDAL_CACHEMAX", nullptr)) GDALSetCacheMax64(GIntBig{16} << 20);
+  // What goes wrong on GDAL's own threads is told by the operation that fails.
+  CPLSetErrorHandler(owns ? CPLQuietErrorHandler : CPLDefaultErrorHandler);
 }
 
 bool OwnsProcess() { return g_owns; }
+
+void SetDecodingThreads(int threads) { g_decodingThreads = threads; }
+int DecodingThreads() { return g_owns ? g_decodingThreads.load() : 1; }
 
 }  // namespace platform

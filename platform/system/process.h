@@ -8,4 +8,9 @@ namespace platform {
 void OwnProcess(bool owns = true);
 bool OwnsProcess();
 
+/// Lets such a program's compressed files be decoded on several threads, which GDAL keeps for all of the process.
+void SetDecodingThreads(int threads);
+/// 1 in another program's process.
+int DecodingThreads();
+
 }  // namespace platform
