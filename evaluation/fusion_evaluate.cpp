@@ -32,7 +32,8 @@ struct CFusionEvaluate::Run {
   platform::CacheRoom rows;
   std::unique_ptr<platform::TaskQueue> reader;  ///< reads into the buffers, so it goes before them
 
-  CRect next;  ///< the block behind the one at hand, empty behind a pass's last
+  int joinedRows = 0;  ///< of each block that others were joined to; 0 where none were
+  CRect next;          ///< the block behind the one at hand, empty behind a pass's last
 
   CRect CellAfter(int column, int row) const {
     const bool goesOn = column + 1 < grid.Across();
@@ -53,6 +54,7 @@ struct CFusionEvaluate::Run {
     const std::int64_t pixels = std::int64_t{grid.blockWidth} * grid.blockHeight;
     const std::int64_t wanted = std::min(mostPixels, kJoined) / std::max<std::int64_t>(pixels, 1);
     if (grid.Across() != 1 || wanted < 2) return;
+    joinedRows = grid.blockHeight;
     grid.blockHeight = static_cast<int>(std::min<std::int64_t>(wanted * grid.blockHeight, grid.height));
   }
 
@@ -161,6 +163,7 @@ void CFusionEvaluate::WalkPasses(Run& run) {
         CRect block = run.grid.Cell(column, row, run.grid.blockHeight, run.grid.blockHeight);
         CRect read;
         if (!GetReadBufferRect(&block, &read)) continue;
+        if (HasUncovered(run, block)) read = CRect();
         run.mulBuffers->Reserve(read);
         run.KeepRows(block.Height(), read.Height());
         if (const GISError started = StartBolckProcess(); started != GIS_SUCCESS) {
@@ -211,6 +214,15 @@ void CFusionEvaluate::ReadAhead(Run& run, const CRect& next) {
     run.fusionBuffers->Expect(i, run.fused.GetRasterBand(run.fusionBands[i]), next, *run.reader);
   }
   run.panBuffer->Expect(0, run.pan.GetRasterBand(m_param.m_nPanBand), OnPan(next), *run.reader);
+}
+
+bool CFusionEvaluate::HasUncovered(const Run& run, const CRect& block) {
+  for (int top = block.top; run.joinedRows > 0 && top < block.bottom; top += run.joinedRows) {
+    CRect part(block.left, top, block.right, std::min(top + run.joinedRows, block.bottom));
+    CRect read;
+    if (GetReadBufferRect(&part, &read) && read.Area() == 0) return true;
+  }
+  return false;
 }
 
 CRect CFusionEvaluate::OnPan(const CRect& block) const {

@@ -80,6 +80,8 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
   bool EvaluateBlock(Run& run, CRect& block, CRect& read);
   void ReadAhead(Run& run, const CRect& next);
   CRect OnPan(const CRect& block) const;
+  /// Whether one of the blocks that were joined to this one has no multispectral pixels, which fails it.
+  bool HasUncovered(const Run& run, const CRect& block);
   std::wstring Title() const;
 
   std::shared_ptr<fusion::MsCells> m_cells;  ///< made at first use, null between runs
