@@ -113,6 +113,8 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
   command.add_flag("--no-overviews", o.noOverviews, "Build no overviews");
   command.add_option("--format", o.format, "Output format (default: by the extension of OUT)");
+  command.add_option("--co", o.creationOptions, "Creation option of GDAL's driver, NAME=VALUE; as often as needed")
+      ->allow_extra_args(false);
   command.add_flag("--overwrite", o.overwrite, "Replace an existing OUT");
   AddThreads(command, o.threads);
   command.add_flag("--quiet", o.quiet, "No progress and no notices");

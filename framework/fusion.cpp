@@ -116,6 +116,7 @@ void CFusion::EndProccess() {
   stretch.m_eOutDataType = m_param.m_eOutDataType;
   stretch.m_nOutBandCount = m_param.m_nOutBandCount;
   stretch.m_pDescription = m_param.m_pDescription;
+  stretch.m_vecCreationOptions = m_param.m_vecCreationOptions;
   stretch.m_pMeans = m_pMeans;
   stretch.m_pStdDevs = m_pStdDevs;
   stretch.m_bMakeGreen = m_param.m_bMakeGreen;

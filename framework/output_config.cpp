@@ -108,14 +108,16 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
 
   const platform::Affine map = OutputGeoreference(*param, *pan, rect);
   std::wstring path = param->m_strOutFile;
+  std::vector<std::string> options = param->m_vecCreationOptions;
   int bandCount = param->m_nOutBandCount;
   if (param->m_bSpectralMatch) {
     m_strTempFile = CommonFun::GetTempFilePath(param->m_strOutFile);
     path = m_strTempFile;
+    options.clear();
     bandCount = static_cast<int>(param->m_vecMSBands.size());
   }
   if (path.empty() || !dst->CreateRaster(format, path, rect.Width(), rect.Height(), bandCount, param->m_eOutDataType,
-                                         map.t, pan->GetSpatialReferenceWKT(), nullptr)) {
+                                         map.t, pan->GetSpatialReferenceWKT(), options)) {
     SetError(ERR_CREATE, messages::CreateFailed(param->m_strOutFile));
     return false;
   }

@@ -67,7 +67,10 @@ void StagePipeline::FillRecord(AlgorithmParam& record, const PipelineStage& stag
   record.m_strAoiFile = m_param.m_strAoiFile;
   record.m_bOpenOption = m_param.m_bOpenOption;
   record.m_bMaskNoData = m_param.m_bMaskNoData;
-  if (output == m_param.m_strOutFile) record.m_pDescription = m_param.m_pDescription;
+  if (output == m_param.m_strOutFile) {
+    record.m_pDescription = m_param.m_pDescription;
+    record.m_vecCreationOptions = m_param.m_vecCreationOptions;
+  }
   record.m_eOutDataType = PDT_FLOAT32;
   record.m_eOutFormat = kFormatGeoTiff;
 }

@@ -55,11 +55,12 @@ struct FUSION_API FuseRequest {
   std::optional<double> secondDetailWeight;  ///< hpf: likewise adds it; default 0.35
   /// bayesian: how much of the estimated model is applied, 0 (the resampled bands) to 1, default 0.5 (the estimate)
   std::optional<double> bayesWeight;
-  std::string registration = "auto";  ///< bayesian: auto, off or report: what to make of a shift of the images
-  bool sameExtent = false;            ///< take both images as covering the same ground
-  bool noOverviews = false;           ///< hpf, ihs, sharpen: no overviews of the output
-  std::string format;                 ///< by name; empty: by the extension of out
-  bool overwrite = false;             ///< replace an existing out, and what belongs to it
+  std::string registration = "auto";         ///< bayesian: auto, off or report: what to make of a shift of the images
+  bool sameExtent = false;                   ///< take both images as covering the same ground
+  bool noOverviews = false;                  ///< hpf, ihs, sharpen: no overviews of the output
+  std::string format;                        ///< by name; empty: by the extension of out
+  std::vector<std::string> creationOptions;  ///< of the format's driver in GDAL: NAME=VALUE each
+  bool overwrite = false;                    ///< replace an existing out, and what belongs to it
 
   std::string threads;        ///< to compute on: a number, or all; empty: FUSION_THREADS, OMP_NUM_THREADS or all
   std::string log;            ///< file that the library's log is appended to while the run lasts; empty: none

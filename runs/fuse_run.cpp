@@ -117,6 +117,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   param.m_eOutDataType = m_type;
   param.m_eOutFormat = m_checked.format;
   param.m_pDescription = m_description;
+  param.m_vecCreationOptions = m_options.creationOptions;
   param.m_eResampleType = m_checked.resample;
   param.m_bRepeatMsEdges = m_checked.guards.edges;
   param.m_bKeepSampleRange = m_checked.guards.resample;

@@ -111,6 +111,7 @@ constexpr Option<F> kFuseOptions[] = {
     {"same-extent", Take<&F::sameExtent>},
     {"no-overviews", Take<&F::noOverviews>},
     {"format", Take<&F::format>},
+    {"co", Take<&F::creationOptions>},
     {"overwrite", Take<&F::overwrite>},
     {"threads", Take<&F::threads>},
     {"log", Take<&F::log>},

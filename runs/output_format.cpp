@@ -44,6 +44,13 @@ RasterDataFormat ChooseFormat(const std::string& out, const std::string& name) {
   return kFormatGeoTiff;
 }
 
+void CheckCreationOptions(RasterDataFormat format, const std::vector<std::string>& options) {
+  const platform::RasterFormat* found = platform::FindRasterFormat(format);
+  if (!found || options.empty()) return;
+  const std::string fault = platform::CreationOptionFault(*found, options);
+  if (!fault.empty()) throw UsageError("--co: " + fault + ".");
+}
+
 void CheckFormatHolds(RasterDataFormat format, PixelDataType type, int bandCount, const Method& method) {
   const platform::RasterFormat* found = platform::FindRasterFormat(format);
   if (!found) return;

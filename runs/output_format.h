@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/raster/raster_types.h"
 #include "runs/methods.h"
@@ -10,6 +11,9 @@ namespace fusion {
 /// The format to write: the one named, or that of OUT's extension; GeoTIFF for an extension that no format has. Throws
 /// a usage error for an unknown name, and for an OUT that would pass for a file of another kind.
 RasterDataFormat ChooseFormat(const std::string& out, const std::string& name);
+
+/// Throws a usage error, in GDAL's words, where the format's driver does not take the creation options.
+void CheckCreationOptions(RasterDataFormat format, const std::vector<std::string>& options);
 
 /// Throws a usage error, which says what to do, where the format does not hold so many bands of the type.
 void CheckFormatHolds(RasterDataFormat format, PixelDataType type, int bandCount, const Method& method);

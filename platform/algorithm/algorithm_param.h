@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/algorithm/stage.h"
 #include "platform/raster/raster_description.h"
@@ -34,5 +35,6 @@ struct FUSION_API AlgorithmParam {
   bool m_bMaskNoData = false;
   /// What the output says of its bands and itself beside its samples; null for nothing.
   std::shared_ptr<const platform::RasterDescription> m_pDescription;
+  std::vector<std::string> m_vecCreationOptions;  ///< for the driver that writes the output: NAME=VALUE each
   bool m_bOpenOption = true;  ///< present inputs through a north-up warp where they are not north-up
 };

@@ -189,7 +189,8 @@ bool RowStage::CreateRaster(Run& run, RasterDataFormat format, double geoTransfo
   const CRect& part = run.part;
   for (double* row : {geoTransform, geoTransform + 3}) row[0] += part.left * row[1] + part.top * row[2];
   return run.output.CreateRaster(format, m_param.m_strOutFile, part.Width(), part.Height(), run.plan.outBandCount,
-                                 run.plan.outType, geoTransform, run.input.GetSpatialReferenceWKT(), nullptr);
+                                 run.plan.outType, geoTransform, run.input.GetSpatialReferenceWKT(),
+                                 m_param.m_vecCreationOptions);
 }
 
 bool RowStage::CreateOutput(Run& run) {

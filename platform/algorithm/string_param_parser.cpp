@@ -1,5 +1,7 @@
 #include "platform/algorithm/string_param_parser.h"
 
+#include <cpl_error.h>
+#include <cpl_string.h>
 #include <gdal.h>
 
 #include <algorithm>
@@ -71,6 +73,24 @@ const RasterFormat* FindRasterFormat(const std::wstring& extension) {
     }
   }
   return nullptr;
+}
+
+std::string CreationOptionFault(const RasterFormat& format, const std::vector<std::string>& options) {
+  for (const std::string& option : options) {
+    if (option.find('=') == std::string::npos || option.front() == '=') return "'" + option + "' is no NAME=VALUE";
+  }
+  CPLStringList list;
+  for (const std::string& option : options) list.AddString(option.c_str());
+  // What it has against them it says as warnings.
+  std::string fault;
+  const auto keepFirst = [](CPLErr /*kind*/, CPLErrorNum /*number*/, const char* text) {
+    auto& kept = *static_cast<std::string*>(CPLGetErrorHandlerUserData());
+    if (kept.empty()) kept = text;
+  };
+  CPLPushErrorHandlerEx(keepFirst, &fault);
+  GDALValidateCreationOptions(GDALGetDriverByName(format.driver), list.List());
+  CPLPopErrorHandler();
+  return fault;
 }
 
 bool IsForeignExtension(const std::wstring& extension) {

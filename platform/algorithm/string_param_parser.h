@@ -28,6 +28,9 @@ FUSION_API const std::vector<RasterFormat>& RasterFormats();
 FUSION_API const RasterFormat* FindRasterFormat(RasterDataFormat number);
 /// By file name extension, without or with its dot; null for an unknown one.
 FUSION_API const RasterFormat* FindRasterFormat(const std::wstring& extension);
+/// What is wrong with creation options, NAME=VALUE each, in the words of the library below; empty where a format's
+/// driver takes them.
+FUSION_API std::string CreationOptionFault(const RasterFormat& format, const std::vector<std::string>& options);
 /// Whether an extension without its dot is that of another kind of file that GDAL knows.
 FUSION_API bool IsForeignExtension(const std::wstring& extension);
 

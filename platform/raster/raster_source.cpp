@@ -179,6 +179,15 @@ bool CRasterSource::OpenSimple(const std::wstring& path) { return Open(path, GDA
 
 bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& path, int width, int height,
                                  int bandCount, PixelDataType type, const double geoTransform[6],
+                                 const std::wstring& wkt, const std::vector<std::string>& options) {
+  std::vector<const char*> list;
+  for (const std::string& option : options) list.push_back(option.c_str());
+  list.push_back(nullptr);
+  return CreateRaster(format, path, width, height, bandCount, type, geoTransform, wkt, list.data());
+}
+
+bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& path, int width, int height,
+                                 int bandCount, PixelDataType type, const double geoTransform[6],
                                  const std::wstring& wkt, const char* const* options) {
   platform::InitialiseGdal();
   Close();

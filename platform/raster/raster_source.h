@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/raster/affine.h"
 #include "platform/raster/bounding_box.h"
@@ -43,6 +44,10 @@ class FUSION_API CRasterSource {
   bool CreateRaster(RasterDataFormat format, const std::wstring& path, int width, int height, int bandCount,
                     PixelDataType type, const double geoTransform[6], const std::wstring& wkt,
                     const char* const* options);
+  /// The same with creation options of the format's driver, NAME=VALUE each.
+  bool CreateRaster(RasterDataFormat format, const std::wstring& path, int width, int height, int bandCount,
+                    PixelDataType type, const double geoTransform[6], const std::wstring& wkt,
+                    const std::vector<std::string>& options);
   /// False when pending data could not be written. Closing a closed raster is a success. The reporter follows the copy
   /// that some formats end with, and may cancel it: that is a failure too, and *cancelled tells it.
   bool Close(CBaseProgress* progress = nullptr, bool* cancelled = nullptr);
