@@ -86,7 +86,7 @@ void ShareRows(benchmark::State& state) {
     targets.push_back(out.data() + b * kWidth);
   }
   const double* const pan = values.data() + bench::kBands * kWidth;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     fusion::ShareRows(rows.data(), pan, pan + kWidth, bench::kBands, kWidth, targets.data(), way);
     benchmark::ClobberMemory();
   }

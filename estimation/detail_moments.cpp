@@ -19,6 +19,7 @@ constexpr int kMargin = 3;
 AxisFilter HalvedAndBack(const PanBlur& blur, int size) {
   const int halves = std::max(size / 2, 1);
   std::vector<double> corners;
+  corners.reserve(static_cast<std::size_t>(halves));
   for (int k = 0; k < halves; ++k) corners.push_back(2.0 * k + 0.5);
   const AxisFilter halved(blur.Shape(2.0), corners, size);
 

@@ -131,6 +131,7 @@ InjectionModel FitInjection(const platform::RunningCovariance& statistics, int n
     std::vector<double> x(At(n) + 2, 0.0);
     if (corrects) {
       std::vector<double> left;
+      left.reserve(At(n) + 2);
       for (int i = 0; i < n + 2; ++i) left.push_back(moments(i, n + 2 + b) - moments(i, n) * gain);
       x = correction.Coefficients(left);
     }

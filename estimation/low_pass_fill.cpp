@@ -23,6 +23,7 @@ LowPassFill::LowPassFill(const Registration& registration, const RegistrationRes
       valid[n].push_back(pan[i]);
     }
     std::vector<const double*> columns;
+    columns.reserve(valid.size());
     for (const auto& column : valid) columns.push_back(column.data());
     statistics.Add(columns.data(), static_cast<std::int64_t>(valid[n].size()));
   }

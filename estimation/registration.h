@@ -68,7 +68,7 @@ class Registration {
   PanBlur Scan(double shiftX, double shiftY);
   void Climb(const PanBlur& blur, double& shiftX, double& shiftY);
   std::vector<Moments> MomentsOfTiles(const PanBlur& blur, double shiftX, double shiftY) const;
-  Moments MomentsOf(std::size_t tile, const PanBlur& blur, double shiftX, double shiftY) const;
+  Moments MomentsOf(std::size_t index, const PanBlur& blur, double shiftX, double shiftY) const;
 
   std::vector<RegistrationTile> m_tiles;
   std::vector<std::vector<std::vector<double>>> m_details;  ///< of each tile's bands

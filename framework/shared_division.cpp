@@ -10,6 +10,12 @@
 namespace fusion {
 namespace {
 
+FUSION_MULTIVERSION
+void ShareRow(const double* row, const double* factor, const double* divisor, int n, double* out) {
+  for (int i = 0; i < n; ++i) out[i] = row[i] * factor[i] / divisor[i];
+}
+
+#ifdef FUSION_TARGETS
 /// Short enough for the reciprocals to stay in the nearest cache, and for a zero to cost little.
 constexpr int kPiece = 256;
 
@@ -21,12 +27,6 @@ FUSION_ALWAYS_INLINE std::uint64_t AboveSmallest(double value) {
   return (std::bit_cast<std::uint64_t>(value) & ~(std::uint64_t{1} << 63)) - kSmallest;
 }
 
-FUSION_MULTIVERSION
-void ShareRow(const double* row, const double* factor, const double* divisor, int n, double* out) {
-  for (int i = 0; i < n; ++i) out[i] = row[i] * factor[i] / divisor[i];
-}
-
-#ifdef FUSION_TARGETS
 /// False where a divisor does not lend itself.
 FUSION_ALWAYS_INLINE bool Reciprocals(const double* divisor, int n, double* __restrict out) {
   std::uint64_t above = 0;

@@ -163,6 +163,7 @@ bool BayesianScene::LoadStrip(int i, const RegistrationResult& found, double res
   strip.rect = m_strips.Block(0, i);
   strip.images.resize(m_bands.size() + 1);
   const std::int64_t counted = m_countedStrips;
+  // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): there is a strip i
   strip.counts = (i + 1) * counted / m_strips.Count() != i * counted / m_strips.Count();
   if (!LowPass(strip.rect, found, restoring, strip)) return false;
   const auto hasGaps = [&strip] {
