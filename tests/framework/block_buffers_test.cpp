@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <limits>
 #include <vector>
@@ -55,10 +56,31 @@ class BandBuffersTest : public testing::Test {
     for (int i = 0; i < rect.Width() + 2; ++i) ASSERT_EQ(*v++, 0.0) << "behind the rectangle";
   }
 
+  /// The same where the rectangle reaches beyond the image, which repeats its edges there.
+  static void ExpectHoldsRepeated(const double* values, const CRect& rect) {
+    const double* v = values;
+    for (int y = rect.top; y < rect.bottom; ++y) {
+      for (int x = rect.left; x < rect.right; ++x) {
+        ASSERT_EQ(*v++, 100 * std::clamp(y, 0, 29) + std::clamp(x, 0, 19)) << x << ' ' << y;
+      }
+    }
+  }
+
   CRasterSource source;
   CRasterBand* band = nullptr;
   platform::TaskQueue reader{4};
 };
+
+TEST_F(BandBuffersTest, RepeatsTheImagesEdgesAllAroundARectangle) {
+  BandBuffers buffers(1, 1000);
+  buffers.RepeatEdges(true);
+  for (const CRect& rect : {CRect(0, 0, 20, 30), CRect(0, 4, 20, 9), CRect(3, 0, 7, 5), CRect(16, 25, 20, 30)}) {
+    const CRect larger = fusion::BeyondEdges(rect, 20, 30);
+    EXPECT_EQ(larger.Width(), rect.Width() + (rect.left == 0 ? 3 : 0) + (rect.right == 20 ? 3 : 0));
+    ASSERT_TRUE(buffers.Read(0, band, larger));
+    ExpectHoldsRepeated(buffers[0], larger);
+  }
+}
 
 TEST_F(BandBuffersTest, AnExpectedReadIsDoneOnceAndAnswersTheSame) {
   std::atomic<int> reads = 0;

@@ -7,6 +7,7 @@
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "framework/resampling/kernels.h"
+#include "framework/resampling/resample_point.h"
 #include "tests/support/all_methods.h"
 #include "tests/support/scene.h"
 
@@ -95,6 +96,19 @@ TEST(RepeatedEdges, AreWhatEveryKernelSeesAroundTheImage) {
       ExpectEqual(Fuse(param), Expected(scene, param), kRounding);
     }
   }
+}
+
+TEST(RepeatedEdges, ReachAsFarAsAPositionMayLie) {
+  // One sample from the first one, bilinear along the row that is repeated there.
+  const Image image = Larger(Scene(29, Bright()).ms);
+  const double* band = image.bands[0].data();
+  CRect rect(-kMargin, -kMargin, image.width - kMargin, image.height - kMargin);
+  const auto sample = [&](int x, int y) { return band[(y + kMargin) * image.width + x + kMargin]; };
+  double value = 0.0;
+  fusion::ResamplePoint(RT_BILINEAR, 2.25, -1.0, &band, 1, rect, &value);
+  EXPECT_DOUBLE_EQ(value, 0.75 * sample(2, 0) + 0.25 * sample(3, 0));
+  fusion::ResamplePoint(RT_BILINEAR, -1.0, 2.25, &band, 1, rect, &value);
+  EXPECT_DOUBLE_EQ(value, 0.75 * sample(0, 2) + 0.25 * sample(0, 3));
 }
 
 TEST(RepeatedEdges, LieInsidePanWhereTheImageDoes) {
