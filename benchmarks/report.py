@@ -52,7 +52,7 @@ def ratio(runs, row, size):
     """The median of the paired ratios; None where the row was not measured at the size."""
     ours = runs_of(runs, row, size, row.ours)
     against = {run.pair: run for run in runs_of(runs, row, size, row.against)}
-    ratios = [(run.wall_s - row.wait) / against[run.pair].wall_s for run in ours]
+    ratios = [run.wall_s / against[run.pair].wall_s for run in ours]
     return statistics.median(ratios) if ratios else None
 
 
