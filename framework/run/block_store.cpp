@@ -21,11 +21,11 @@ BlockStore::BlockStore() {
   m_buffers.reserve(kMost);
 }
 
-BlockStore::~BlockStore() { DropAllBut(PDT_UNKNOWN); }
+BlockStore::~BlockStore() { DropAllBut(PDT_UNKNOWN, 0); }
 
-void BlockStore::DropAllBut(PixelDataType type) {
-  std::erase_if(m_buffers, [type](const Buffer& buffer) {
-    if (buffer.type == type) return false;
+void BlockStore::DropAllBut(PixelDataType type, std::size_t pixels) {
+  std::erase_if(m_buffers, [=](const Buffer& buffer) {
+    if (buffer.type == type && buffer.pixels == pixels) return false;
     DeletePixels(buffer.type, buffer.values);
     return true;
   });
@@ -34,12 +34,10 @@ void BlockStore::DropAllBut(PixelDataType type) {
 void* BlockStore::Take(PixelDataType type, std::size_t pixels) {
   {
     const std::lock_guard lock(m_mutex);
-    DropAllBut(type);
-    const auto found =
-        std::find_if(m_buffers.begin(), m_buffers.end(), [&](const Buffer& buffer) { return buffer.pixels >= pixels; });
-    if (found != m_buffers.end()) {
-      void* values = found->values;
-      m_buffers.erase(found);
+    DropAllBut(type, pixels);
+    if (!m_buffers.empty()) {
+      void* values = m_buffers.back().values;
+      m_buffers.pop_back();
       return values;
     }
   }

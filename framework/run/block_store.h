@@ -21,8 +21,8 @@ class BlockStore {
   BlockStore(const BlockStore&) = delete;
   BlockStore& operator=(const BlockStore&) = delete;
 
-  /// A buffer of that many pixels at least: one that was put back, or a new one. It is not initialised. Those of other
-  /// types go.
+  /// A buffer of that many pixels: one that was put back, or a new one. It is not initialised. Those of other types and
+  /// sizes go: a last, lower block would else leave buffers behind that no other one fits into.
   void* Take(PixelDataType type, std::size_t pixels);
   /// Takes a fused block over: its bands, each null or of that many pixels, and their array, all made with new[].
   void Put(PixelDataType type, int bandCount, std::size_t pixels, void** bands);
@@ -33,7 +33,7 @@ class BlockStore {
     std::size_t pixels;
     void* values;
   };
-  void DropAllBut(PixelDataType type);
+  void DropAllBut(PixelDataType type, std::size_t pixels);
 
   std::mutex m_mutex;
   std::vector<Buffer> m_buffers;
