@@ -282,7 +282,7 @@ FuseRequest WithBestMethod(const FuseRequest& request, RunObserver* observer, No
   for (const Method& method : Methods()) {
     chosen.method = method.name;
     try {
-      CheckRequest(chosen);
+      CheckFuseRequest(chosen);
       assess.methods.emplace_back(method.name);
     } catch (const RunFailure& failure) {
       // What no method takes is refused as by the default one.

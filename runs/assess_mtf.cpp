@@ -19,12 +19,7 @@ struct PartBlur {
 PartBlur MeasurePart(AssessScene& scene, const CRect& part) {
   const PanGrid& grid = scene.Grid();
   std::vector<RegistrationTile> tiles;
-  for (const CRect& rect : ChooseTiles(part, grid)) {
-    RegistrationTile tile{grid.Positions(rect), scene.ReadMs(rect).image.bands, {}, {}};
-    tile.panRect = Registration::Reads(tile.positions, grid);
-    if (tile.panRect.Area() > 0) tile.pan = std::move(scene.ReadPan(tile.panRect).image.bands[0]);
-    tiles.push_back(std::move(tile));
-  }
+  for (const CRect& rect : ChooseTiles(part, grid)) tiles.push_back(scene.ReadTile(rect));
   Registration registration(std::move(tiles), grid, scene.Workers());
   // Images that lie beside each other look more blurred than they are.
   const RegistrationResult found = registration.Find(true);

@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "framework/messages.h"
 #include "framework/overlap.h"
 #include "platform/algorithm/base_algorithm.h"
-#include "platform/raster/pixel_type.h"
-#include "platform/utility/common_fun.h"
-#include "platform/validity/no_data.h"
 #include "runs/failures.h"
 #include "runs/notices.h"
-#include "runs/open_input.h"
-#include "runs/same_extent.h"
 #include "runs/threads.h"
 
 namespace fusion {
@@ -49,67 +45,21 @@ std::vector<int> Spread(int count, int some) {
 
 AssessScene::AssessScene(const AssessRequest& request, Notices& notices)
     : m_workers(MakeWorkers(request.threads)),
-      m_panFile(CommonFun::Utf82U(request.pan)),
-      m_msFile(CommonFun::Utf82U(request.ms)) {
-  OpenInput(m_pan, m_panFile);
-  OpenInput(m_ms, m_msFile);
-  ChooseBands(request);
-  if (request.noData) {
-    Declare(m_pan, m_panFile, *request.noData);
-    Declare(m_ms, m_msFile, *request.noData);
-  }
-  SettleExtent(request, notices);
-  m_pan.SetMaskNoData(true);
-  m_ms.SetMaskNoData(true);
-  const std::optional<CRect> common = FindOverlap(m_ms, m_pan, m_reproject);
+      m_pair({request.pan, request.ms, request.bands, request.panBand, request.sameExtent, request.noData}, notices) {
+  if (m_pair.Bands().size() < 2) throw UsageError("A fusion needs at least 2 multispectral bands.");
+  CRasterSource& ms = m_pair.Ms();
+  const std::optional<CRect> common = FindOverlap(ms, m_pair.Pan(), m_reproject);
   if (!common) throw RunError(ERR_NONE, messages::kWrongExtent);
   SettleGrid();
-  m_common = {std::max(common->left, 0), std::max(common->top, 0), std::min(common->right, m_ms.GetWidth()),
-              std::min(common->bottom, m_ms.GetHeight())};
+  m_common = {std::max(common->left, 0), std::max(common->top, 0), std::min(common->right, ms.GetWidth()),
+              std::min(common->bottom, ms.GetHeight())};
   ChooseTiles(m_common, request.tiles);
 }
 
-void AssessScene::Declare(CRasterSource& source, std::wstring& file, double value) {
-  if (source.GetRasterBand(0)->IsHaveNoData() || !platform::IsRepresentable(value, source.GetRasterDataType())) return;
-  m_views.push_back(std::make_unique<platform::VirtualRaster>(file, std::vector<int>{}, nullptr, nullptr, value));
-  file = m_views.back()->Path();
-  OpenInput(source, file);
-}
-
-void AssessScene::ChooseBands(const AssessRequest& request) {
-  const auto check = [](int band, const CRasterSource& source, const std::string& option, const std::string& image) {
-    if (band >= 1 && band <= source.GetBandCount()) return band - 1;
-    throw UsageError(option + " " + std::to_string(band) + ": the " + image + " image has bands 1 to " +
-                     std::to_string(source.GetBandCount()) + ".");
-  };
-  m_panBand = check(request.panBand, m_pan, "--pan-band", "pan");
-  for (const int band : request.bands) m_bands.push_back(check(band, m_ms, "--bands", "multispectral"));
-  for (int b = 0; request.bands.empty() && b < m_ms.GetBandCount(); ++b) {
-    if (!m_ms.GetRasterBand(b)->IsAlpha()) m_bands.push_back(b);
-  }
-  if (m_bands.size() < 2) throw UsageError("A fusion needs at least 2 multispectral bands.");
-  for (const int b : m_bands) {
-    const std::string label = CommonFun::U2Utf8(m_ms.GetRasterBand(b)->GetDescription());
-    m_labels.push_back(label.empty() ? "band " + std::to_string(b + 1) : label);
-  }
-}
-
-void AssessScene::SettleExtent(const AssessRequest& request, Notices& notices) {
-  if (request.sameExtent || LooksLikeSameExtent(m_pan, m_ms)) {
-    if (!request.sameExtent) {
-      notices.Add("Neither image has a georeference; they are taken as covering the same ground (--same-extent).");
-    }
-    m_views.push_back(SpanPan(m_pan, m_ms, m_msFile));
-    m_msFile = m_views.back()->Path();
-    OpenInput(m_ms, m_msFile);
-  } else if (!m_pan.HasGeoTransform() || !m_ms.HasGeoTransform()) {
-    notices.Add("An image has no georeference; the images are overlaid on their pixel coordinates.");
-  }
-}
-
 void AssessScene::SettleGrid() {
-  m_grid = std::make_unique<PanGrid>(m_pan, m_ms);
-  if (m_reproject && !m_grid->Reproject(m_pan, m_ms)) throw RunError(ERR_REPROJECT, messages::kReprojectFailed);
+  m_grid = std::make_unique<PanGrid>(m_pair.Pan(), m_pair.Ms());
+  if (m_reproject && !m_grid->Reproject(m_pair.Pan(), m_pair.Ms()))
+    throw RunError(ERR_REPROJECT, messages::kReprojectFailed);
   m_ratioX = static_cast<int>(std::lround(m_grid->RatioX()));
   m_ratioY = static_cast<int>(std::lround(m_grid->RatioY()));
   if (m_ratioX < 2 || m_ratioY < 2) {
@@ -122,8 +72,8 @@ void AssessScene::SettleGrid() {
 void AssessScene::ChooseTiles(const CRect& common, int most) {
   const int left = RoundDown(common.left, m_ratioX);
   const int top = RoundDown(common.top, m_ratioY);
-  const int right = RoundDown(std::min(RoundUp(common.right, m_ratioX), m_ms.GetWidth()), m_ratioX);
-  const int bottom = RoundDown(std::min(RoundUp(common.bottom, m_ratioY), m_ms.GetHeight()), m_ratioY);
+  const int right = RoundDown(std::min(RoundUp(common.right, m_ratioX), MsWidth()), m_ratioX);
+  const int bottom = RoundDown(std::min(RoundUp(common.bottom, m_ratioY), MsHeight()), m_ratioY);
   if (right - left < std::max(kLeast, m_ratioX) || bottom - top < std::max(kLeast, m_ratioY)) {
     throw UsageError("The images share " + std::to_string(std::max(common.Width(), 0)) + " x " +
                      std::to_string(std::max(common.Height(), 0)) + " multispectral pixels; at least " +
@@ -156,30 +106,24 @@ PixelDataType AssessScene::StoredType() const {
   const auto fits = [](PixelDataType type) {
     return type == PDT_UINT8 || type == PDT_UINT16 || type == PDT_INT16 || type == PDT_FLOAT32;
   };
-  return fits(m_pan.GetRasterDataType()) && fits(m_ms.GetRasterDataType()) ? PDT_FLOAT32 : PDT_FLOAT64;
+  return fits(m_pair.Pan().GetRasterDataType()) && fits(m_pair.Ms().GetRasterDataType()) ? PDT_FLOAT32 : PDT_FLOAT64;
 }
 
-PlacedImage AssessScene::ReadMs(const CRect& rect) { return Read(m_ms, m_bands, rect); }
+PlacedImage AssessScene::ReadMs(const CRect& rect) { return Placed(m_pair.Ms(), m_pair.ReadMs(rect), rect); }
 
-PlacedImage AssessScene::ReadPan(const CRect& rect) { return Read(m_pan, {m_panBand}, rect); }
+PlacedImage AssessScene::ReadPan(const CRect& rect) { return Placed(m_pair.Pan(), {m_pair.ReadPan(rect)}, rect); }
 
-PlacedImage AssessScene::Read(CRasterSource& source, const std::vector<int>& bands, const CRect& rect) const {
+PlacedImage AssessScene::Placed(const CRasterSource& source, std::vector<std::vector<double>> bands,
+                                const CRect& rect) {
   PlacedImage placed;
   placed.image.width = rect.Width();
   placed.image.height = rect.Height();
+  placed.image.bands = std::move(bands);
   source.GetGeoTransform(placed.geoTransform);
   double* t = placed.geoTransform;
   t[0] += rect.left * t[1];
   t[3] += rect.top * t[5];
   placed.wkt = source.GetSpatialReferenceWKT();
-  for (const int band : bands) {
-    std::vector<double> values(placed.image.PixelCount());
-    if (source.GetRasterBand(band)->ReadBlock(rect.left, rect.top, rect.Width(), rect.Height(), values.data(),
-                                              rect.Width(), rect.Height(), PDT_FLOAT64) != 0) {
-      throw RunError(ERR_READ, messages::kReadFailed);
-    }
-    placed.image.bands.push_back(std::move(values));
-  }
   return placed;
 }
 

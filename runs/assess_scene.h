@@ -5,11 +5,10 @@
 #include <vector>
 
 #include "estimation/pan_grid.h"
-#include "platform/raster/raster_source.h"
-#include "platform/raster/virtual_raster.h"
 #include "platform/system/workers.h"
 #include "quality/image.h"
 #include "runs/assess.h"
+#include "runs/scene_pair.h"
 
 namespace fusion {
 
@@ -42,33 +41,25 @@ class AssessScene {
   int RatioY() const { return m_ratioY; }
   const PanGrid& Grid() const { return *m_grid; }
   /// A label for each chosen band.
-  const std::vector<std::string>& BandLabels() const { return m_labels; }
-  int MsWidth() const { return m_ms.GetWidth(); }
-  int MsHeight() const { return m_ms.GetHeight(); }
+  const std::vector<std::string>& BandLabels() const { return m_pair.Labels(); }
+  int MsWidth() const { return m_pair.Ms().GetWidth(); }
+  int MsHeight() const { return m_pair.Ms().GetHeight(); }
   /// What samples of a tile are stored as: a float type that holds those of both images.
   PixelDataType StoredType() const;
 
   /// The chosen multispectral bands of a rectangle.
   PlacedImage ReadMs(const CRect& rect);
   PlacedImage ReadPan(const CRect& rect);
+  /// A tile for the search for blur and shift.
+  RegistrationTile ReadTile(const CRect& rect) { return m_pair.ReadTile(rect, m_grid->Positions(rect), *m_grid); }
 
  private:
-  void Declare(CRasterSource& source, std::wstring& file, double value);
-  void ChooseBands(const AssessRequest& request);
-  void SettleExtent(const AssessRequest& request, Notices& notices);
   void SettleGrid();
   void ChooseTiles(const CRect& common, int most);
-  PlacedImage Read(CRasterSource& source, const std::vector<int>& bands, const CRect& rect) const;
+  static PlacedImage Placed(const CRasterSource& source, std::vector<std::vector<double>> bands, const CRect& rect);
 
-  std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
   std::shared_ptr<platform::Workers> m_workers;
-  std::wstring m_panFile;
-  std::wstring m_msFile;
-  CRasterSource m_pan;
-  CRasterSource m_ms;
-  int m_panBand = 0;
-  std::vector<int> m_bands;
-  std::vector<std::string> m_labels;
+  ScenePair m_pair;
   bool m_reproject = false;
   std::unique_ptr<PanGrid> m_grid;
   int m_ratioX = 0;

@@ -80,7 +80,7 @@ void CheckKernel(const std::optional<int>& size, const char* option) {
 
 }  // namespace
 
-CheckedRequest CheckRequest(const FuseRequest& o) {
+CheckedRequest CheckFuseRequest(const FuseRequest& o) {
   CheckedRequest checked;
   checked.method = FindMethod(o.method);
   if (!checked.method) {

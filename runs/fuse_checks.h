@@ -32,6 +32,6 @@ PixelDataType ParsePixelType(const std::string& name);
 std::string TypeName(PixelDataType type);
 
 /// Throws a usage error for anything that cannot work, whatever the files.
-CheckedRequest CheckRequest(const FuseRequest& request);
+CheckedRequest CheckFuseRequest(const FuseRequest& request);
 
 }  // namespace fusion

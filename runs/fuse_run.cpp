@@ -44,7 +44,7 @@ FuseRun::FuseRun(const FuseRequest& options, RunLog& log, Notices& notices, RunP
       m_log(log),
       m_notices(notices),
       m_progress(progress),
-      m_checked(CheckRequest(options)),
+      m_checked(CheckFuseRequest(options)),
       m_output(CommonFun::Utf82U(options.out)),
       m_pending(m_output, options.overwrite, InputFiles(options)) {}
 

@@ -23,7 +23,7 @@ FuseRequest Options(const std::string& method) {
 /// The sentence of the refusal, empty where the options are taken.
 std::string Refusal(const FuseRequest& options) {
   try {
-    fusion::CheckRequest(options);
+    fusion::CheckFuseRequest(options);
     return "";
   } catch (const fusion::RunFailure& error) {
     EXPECT_EQ(error.GetKind(), fusion::RunFailure::Kind::kWrongUsage);
@@ -44,10 +44,10 @@ TEST(Methods, FiveAreMatchedByDefault) {
   const std::set<std::string> matched = {"brovey", "multiplicative", "weighted", "ihs", "sharpen"};
   for (const auto& method : fusion::Methods()) {
     const FuseRequest options = Options(method.name);
-    EXPECT_EQ(fusion::CheckRequest(options).matched, matched.contains(method.name)) << method.name;
+    EXPECT_EQ(fusion::CheckFuseRequest(options).matched, matched.contains(method.name)) << method.name;
     FuseRequest off = options;
     off.spectralMatch = "off";
-    EXPECT_FALSE(fusion::CheckRequest(off).matched) << method.name;
+    EXPECT_FALSE(fusion::CheckFuseRequest(off).matched) << method.name;
     FuseRequest on = options;
     on.spectralMatch = "on";
     EXPECT_EQ(Refusal(on).empty(), matched.contains(method.name)) << method.name;
@@ -137,7 +137,7 @@ TEST(Methods, RefuseWrongValues) {
 TEST(Methods, AutoLevelSwitchesTheMatchingOff) {
   FuseRequest options = Options("sharpen");
   options.autoLevel = true;
-  EXPECT_FALSE(fusion::CheckRequest(options).matched);
+  EXPECT_FALSE(fusion::CheckFuseRequest(options).matched);
 }
 
 TEST(HighPassKernels, GrowWithTheRatioOfThePixels) {
