@@ -6,6 +6,7 @@
 
 #include "framework/resampling/kernels.h"
 #include "framework/resampling/taps.h"
+#include "platform/system/multiversion.h"
 
 namespace fusion {
 namespace {
@@ -36,16 +37,44 @@ std::vector<double> Around(const double* samples, int width, int height) {
       }
     }
   }
-  std::vector<double> around(lines.size(), Extreme::kNone);
+  // One before the first, for positions off the rectangle.
+  std::vector<double> around(lines.size() + 1, Extreme::kNone);
   for (int y = 0; y < height; ++y) {
     for (int line = std::max(0, y - 1); line < std::min(height, y + 3); ++line) {
       for (int x = 0; x < width; ++x) {
-        double& extreme = around[static_cast<std::size_t>(row(y) + x)];
+        double& extreme = around[static_cast<std::size_t>(row(y) + x + 1)];
         extreme = Extreme::Of(extreme, lines[static_cast<std::size_t>(row(line) + x)]);
       }
     }
   }
   return around;
+}
+
+/// The place among a rectangle's samples of each position, below 0 off it.
+FUSION_MULTIVERSION
+void FindPlaces(const double* x, const double* y, int n, const CRect& rect, std::int64_t* places) {
+  const int left = rect.left;
+  const int top = rect.top;
+  const std::int64_t width = rect.Width();
+  const std::int64_t height = rect.Height();
+  for (int i = 0; i < n; ++i) {
+    const std::int64_t column = std::int64_t{WholeOf(Sane(x[i]), left)} - left;
+    const std::int64_t row = std::int64_t{WholeOf(Sane(y[i]), top)} - top;
+    const bool isOn = (column >= 0) & (column < width) & (row >= 0) & (row < height);
+    places[i] = isOn ? row * width + column : -1;
+  }
+}
+
+/// Cuts values to the limits of their places; where there is no sample there are no limits.
+FUSION_MULTIVERSION
+void Cut(const double* least, const double* most, const std::int64_t* places, int n, double* __restrict values) {
+  for (int i = 0; i < n; ++i) {
+    const double low = least[places[i]];
+    const double high = most[places[i]];
+    const double value = values[i];
+    const double cut = value < low ? low : value > high ? high : value;
+    values[i] = low <= high ? cut : value;
+  }
 }
 
 }  // namespace
@@ -64,18 +93,14 @@ bool SampleRange::IsNeededBy(ResampleType type) {
 }
 
 void SampleRange::Keep(const double* x, const double* y, int count, double* const* values) const {
-  for (int i = 0; i < count; ++i) {
-    const std::int64_t column = std::int64_t{WholeOf(Sane(x[i]), m_rect.left)} - m_rect.left;
-    const std::int64_t row = std::int64_t{WholeOf(Sane(y[i]), m_rect.top)} - m_rect.top;
-    if (column < 0 || column >= m_rect.Width() || row < 0 || row >= m_rect.Height()) continue;
-    const auto at = static_cast<std::size_t>(row * m_rect.Width() + column);
+  constexpr int kPiece = 512;
+  std::int64_t places[kPiece];
+  for (int first = 0; first < count; first += kPiece) {
+    const int n = std::min(kPiece, count - first);
+    FindPlaces(x + first, y + first, n, m_rect, places);
     for (std::size_t b = 0; b < m_bands.size(); ++b) {
-      const double least = m_bands[b].least[at];
-      const double most = m_bands[b].most[at];
-      // Where there is no sample there are no limits.
-      if (!(least <= most)) continue;
-      double& value = values[b][i];
-      value = value < least ? least : value > most ? most : value;
+      // Before the first sample stands what leaves every value alone.
+      Cut(m_bands[b].least.data() + 1, m_bands[b].most.data() + 1, places, n, values[b] + first);
     }
   }
 }

@@ -23,7 +23,9 @@ class SampleRange {
 
  private:
   struct Limits {
-    std::vector<double> least;  ///< of the sixteen samples around each sample and the three after it
+    /// Of the sixteen samples around each sample and the three after it; before the first one limits that limit
+    /// nothing.
+    std::vector<double> least;
     std::vector<double> most;
   };
 

@@ -10,6 +10,7 @@
 #include "evaluation/row_sums.h"
 #include "framework/resampling/kernels.h"
 #include "framework/resampling/row_resampler.h"
+#include "framework/resampling/sample_range.h"
 #include "framework/row_math.h"
 #include "framework/shared_division.h"
 #include "platform/algorithm/value_conversion.h"
@@ -108,6 +109,20 @@ void DigestDivision(std::mt19937& random, int n, Digest& digest) {
     for (double& v : out[1]) v = std::isnan(v) ? 0.0 : v;
     digest.Add(out[1]);
   }
+}
+
+void DigestSampleRange(std::mt19937& random, int n, Digest& digest) {
+  const CRect rect(3, 5, 20, 14);
+  const Row samples = MakeRow(random, static_cast<int>(rect.Area()));
+  const double* const bands[] = {samples.data()};
+  const fusion::SampleRange range(bands, 1, rect);
+  const Row x = MakePositions(random, n, 1.0, 22.0);
+  const Row y = MakePositions(random, n, 4.0, 15.0);
+  Row values = MakeRow(random, n);
+  double* const rows[] = {values.data()};
+  range.Keep(x.data(), y.data(), n, rows);
+  for (double& v : values) v = std::isnan(v) ? 0.0 : v;
+  digest.Add(values);
 }
 
 void DigestLowPass(std::mt19937& random, int n, Digest& digest) {
@@ -225,6 +240,8 @@ void DigestRows(Digest& digest) {
     digest.Print("resampling" + width);
     DigestRowMath(random, n, digest);
     digest.Print("row math" + width);
+    DigestSampleRange(random, n, digest);
+    digest.Print("sample range" + width);
     DigestDivision(random, n, digest);
     digest.Print("division" + width);
     DigestLowPass(random, n, digest);
