@@ -47,8 +47,10 @@ RasterDataFormat ChooseFormat(const std::string& out, const std::string& name) {
 void CheckCreationOptions(RasterDataFormat format, const std::vector<std::string>& options) {
   const platform::RasterFormat* found = platform::FindRasterFormat(format);
   if (!found || options.empty()) return;
-  const std::string fault = platform::CreationOptionFault(*found, options);
-  if (!fault.empty()) throw UsageError("--co: " + fault + ".");
+  std::string fault = platform::CreationOptionFault(*found, options);
+  if (fault.empty()) return;
+  if (fault.back() != '.') fault += '.';
+  throw UsageError("--co: " + fault);
 }
 
 void CheckFormatHolds(RasterDataFormat format, PixelDataType type, int bandCount, const Method& method) {

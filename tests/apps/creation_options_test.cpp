@@ -79,6 +79,7 @@ TEST_F(CreationOptions, ThatTheDriverDoesNotKnowAreRefusedInItsWords) {
     EXPECT_EQ(run.status, 2) << c.option;
     EXPECT_THAT(run.err, HasSubstr("--co")) << c.option;
     EXPECT_THAT(run.err, HasSubstr(c.words)) << c.option;
+    EXPECT_EQ(run.err.find(".."), std::string::npos) << run.err;
     EXPECT_FALSE(Open("out.tif")) << c.option;
   }
 }
