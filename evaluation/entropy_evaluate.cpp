@@ -120,9 +120,9 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
       CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], room.bins, m_pFusionHist + i * kBins);
     }
   };
-  const auto takeMul = [&](fusion::BandRoom& room, const double* lastFused, int y, int j) {
+  const auto takeMul = [&](fusion::BandRoom& room, const double* lastFused, const std::int64_t* cells, int j) {
     const platform::NoDataRule noData = MulNoData(static_cast<std::size_t>(j));
-    fusion::Gather(mulBufs[j], room.cells.Row(y, *blockRect, *mulRect), width, room.ms.data());
+    fusion::Gather(mulBufs[j], cells, width, room.ms.data());
     if (!ranges) {
       CountRow(room.ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], room.bins, m_pMulHist + j * kBins);
     } else {
@@ -131,18 +131,19 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
     }
   };
   // The multispectral bands, the fused ones, and pan.
-  fusion::ForBands(m_workers.get(), mulCount + fusionCount + 1, Cells(1), width, [&](fusion::BandRoom& room, int band) {
-    for (int y = blockRect->top; y < blockRect->bottom; ++y) {
+  const auto take = [&](fusion::BandRoom& room, int band, const fusion::SharedRows& rows) {
+    for (int y = rows.top; y < rows.bottom; ++y) {
       const std::ptrdiff_t line = y - blockRect->top;
       if (band < mulCount) {
-        takeMul(room, fusionCount > 0 ? fusionBufs[fusionCount - 1] + line * width : nullptr, y, band);
+        takeMul(room, fusionCount > 0 ? fusionBufs[fusionCount - 1] + line * width : nullptr, rows.Cells(y), band);
       } else if (band < mulCount + fusionCount) {
         takeFused(room, fusionBufs[band - mulCount] + line * width, band - mulCount);
       } else {
         takePan(room, panBuf + line * panRect->Width());
       }
     }
-  });
+  };
+  fusion::ForBands(m_workers.get(), mulCount + fusionCount + 1, Cells(1), *blockRect, *mulRect, take);
 }
 
 void CEntropyEvaluate::EndProccess() {

@@ -27,4 +27,5 @@ struct FusionEvaluateParam {
   /// Native blocks of the fused image that are as wide as it and hold more pixels than this are taken in pieces of
   /// whole rows, which gives the same figures and takes less memory; 0 leaves them whole.
   std::int64_t m_nMostBlockPixels = 0;
+  bool m_bWaitFirst = true;  ///< whether the run begins with a second's sleep
 };

@@ -78,7 +78,7 @@ CFusionEvaluate& CFusionEvaluate::operator=(const CFusionEvaluate&) = default;
 std::wstring CFusionEvaluate::Title() const { return messages::RunTitle(m_param.m_strTaskName); }
 
 void CFusionEvaluate::Process() {
-  platform::Sleep(1000);
+  if (m_param.m_bWaitFirst) platform::Sleep(1000);
   ClearError();
   const platform::RunThreads threads(*this);
   Run run;
@@ -177,9 +177,7 @@ void CFusionEvaluate::WalkPasses(Run& run) {
         EndBolckProcess();
         if (m_pProgress && !m_pProgress->Step(++position, messages::kProcessing)) {
           m_nLastErrorType = ERR_CANCELLED;
-          if (CLog::m_pLogger) {
-            CLog::m_pLogger->WriteLog(2, "FusionEvaluate", 294, "CFusionEvaluate::Process", messages::kCancelled);
-          }
+          platform::WriteLog(2, "FusionEvaluate", 294, "CFusionEvaluate::Process", messages::kCancelled);
           return;
         }
       }

@@ -44,16 +44,14 @@ void CGradEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, doubl
                                    CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   if (width < 2 || blockRect->Height() < 2) return;
-  fusion::ForBands(m_workers.get(), fusionCount, Cells(0), width, [&](fusion::BandRoom& room, int band) {
+  const auto take = [&](fusion::BandRoom& room, int band, const fusion::SharedRows& shared) {
     const auto i = static_cast<std::size_t>(band);
     std::vector<double> valid;
     // A row's samples serve it and the row above.
     std::vector<double> below(room.ms.size());
-    const auto gather = [&](int y) {
-      fusion::Gather(mulBufs[i], room.cells.Row(y, *blockRect, *mulRect), width, below.data());
-    };
-    gather(blockRect->top);
-    for (int y = blockRect->top; y < blockRect->bottom - 1; ++y) {
+    const auto gather = [&](int y) { fusion::Gather(mulBufs[i], shared.Cells(y), width, below.data()); };
+    gather(shared.top);
+    for (int y = shared.top; y < std::min(shared.bottom, blockRect->bottom - 1); ++y) {
       std::swap(room.ms, below);
       gather(y + 1);
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
@@ -62,7 +60,8 @@ void CGradEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, doubl
       AddFusionRow(i, rows, width - 1, valid);
       AddDifferenceRow(i, rows, width - 1, valid);
     }
-  });
+  };
+  fusion::ForBands(m_workers.get(), fusionCount, Cells(0), *blockRect, *mulRect, take);
 }
 
 /// Which pixels of a row count: those whose value, right neighbour and pixel below are not no-data.

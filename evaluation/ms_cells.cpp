@@ -26,21 +26,17 @@ MsCells::MsCells(const CRasterSource& fused, const CRasterSource& ms, const CRep
       m_shift(reprojectedShift),
       m_separable(!reproject && m_toGround.IsAxisAligned() && m_toPixel.IsAxisAligned()) {}
 
-const std::int64_t* MsCells::Row(int y, const CRect& block, const CRect& read) {
-  std::vector<std::int64_t>& cells = m_cells[m_next];
-  m_next = 1 - m_next;
-  cells.resize(static_cast<std::size_t>(block.Width()));
+void MsCells::Row(int y, const CRect& block, const CRect& read, std::int64_t* cells) {
   if (!m_separable) {
     MapPoints(y, block, read, cells);
-    return cells.data();
+    return;
   }
   MapColumns(block, read);
   const double gx = m_toGround.X(block.left + 0.5, y + 0.5);
   const double gy = m_toGround.Y(block.left + 0.5, y + 0.5);
   const double position = platform::SampleCoordinate(m_toPixel.Y(gx, gy), m_msHeight);
   const std::int64_t start = BufferCell(position, read.top, read.Height()) * read.Width();
-  for (std::size_t i = 0; i < cells.size(); ++i) cells[i] = start + m_columns[i];
-  return cells.data();
+  for (std::size_t i = 0; i < m_columns.size(); ++i) cells[i] = start + m_columns[i];
 }
 
 void MsCells::MapColumns(const CRect& block, const CRect& read) {
@@ -58,8 +54,8 @@ void MsCells::MapColumns(const CRect& block, const CRect& read) {
   }
 }
 
-void MsCells::MapPoints(int y, const CRect& block, const CRect& read, std::vector<std::int64_t>& cells) {
-  const std::size_t n = cells.size();
+void MsCells::MapPoints(int y, const CRect& block, const CRect& read, std::int64_t* cells) {
+  const auto n = static_cast<std::size_t>(block.Width());
   m_x.resize(n);
   m_y.resize(n);
   const double offset = m_reproject ? 0.0 : 0.5;

@@ -15,12 +15,12 @@ class MsCells {
   /// @param reprojectedShift columns added to a pixel's position under reprojection
   MsCells(const CRasterSource& fused, const CRasterSource& ms, const CReproject* reproject, int reprojectedShift);
 
-  /// Linear indices into a buffer that holds read, for the columns of a block. Valid until the next call but one.
-  const std::int64_t* Row(int y, const CRect& block, const CRect& read);
+  /// Linear indices into a buffer that holds read, for the columns of a block.
+  void Row(int y, const CRect& block, const CRect& read, std::int64_t* cells);
 
  private:
   void MapColumns(const CRect& block, const CRect& read);
-  void MapPoints(int y, const CRect& block, const CRect& read, std::vector<std::int64_t>& cells);
+  void MapPoints(int y, const CRect& block, const CRect& read, std::int64_t* cells);
 
   platform::Affine m_toGround;
   platform::Affine m_toPixel;
@@ -33,8 +33,6 @@ class MsCells {
   CRect m_block;  ///< columns of the block and of the buffer that m_columns was made for
   CRect m_read;
   std::vector<std::int64_t> m_columns;
-  std::vector<std::int64_t> m_cells[2];
-  int m_next = 0;
   std::vector<double> m_x;
   std::vector<double> m_y;
 };

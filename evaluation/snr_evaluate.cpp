@@ -31,7 +31,7 @@ void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double
                                   CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   const bool adds = m_pReproject != nullptr;
-  fusion::ForBands(m_workers.get(), fusionCount, Cells(1), width, [&](fusion::BandRoom& room, int i) {
+  const auto take = [&](fusion::BandRoom& room, int i, const fusion::SharedRows& rows) {
     const auto band = static_cast<std::size_t>(i);
     const platform::NoDataRule fusedNoData = FusionNoData(band);
     const platform::NoDataRule msNoData = MulNoData(band);
@@ -40,9 +40,9 @@ void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double
     double minimum = m_pMulMin[i];
     double maximum = m_pMulMax[i];
     std::int64_t pairs = 0;
-    for (int y = blockRect->top; y < blockRect->bottom; ++y) {
+    for (int y = rows.top; y < rows.bottom; ++y) {
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      fusion::Gather(mulBufs[i], room.cells.Row(y, *blockRect, *mulRect), width, room.ms.data());
+      fusion::Gather(mulBufs[i], rows.Cells(y), width, room.ms.data());
       for (int x = 0; x < width; ++x) {
         const double f = fused[x];
         const double m = room.ms[static_cast<std::size_t>(x)];
@@ -59,7 +59,8 @@ void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double
     m_pMulMin[i] = minimum;
     m_pMulMax[i] = maximum;
     m_pPairCount[i] += pairs;
-  });
+  };
+  fusion::ForBands(m_workers.get(), fusionCount, Cells(1), *blockRect, *mulRect, take);
 }
 
 void CSNREvaluate::EndProccess() {

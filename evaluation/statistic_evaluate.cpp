@@ -36,18 +36,19 @@ bool CStatisticEvaluate::IsFinished(int step) { return step == 2; }
 void CStatisticEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double** mulBufs, int /*mulCount*/,
                                         CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
-  fusion::ForBands(m_workers.get(), fusionCount, Cells(1), width, [&](fusion::BandRoom& room, int i) {
+  const auto take = [&](fusion::BandRoom& room, int i, const fusion::SharedRows& rows) {
     Valid valid;
-    for (int y = blockRect->top; y < blockRect->bottom; ++y) {
+    for (int y = rows.top; y < rows.bottom; ++y) {
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      fusion::Gather(mulBufs[i], room.cells.Row(y, *blockRect, *mulRect), width, room.ms.data());
+      fusion::Gather(mulBufs[i], rows.Cells(y), width, room.ms.data());
       if (m_nProcessStep == 1) {
         AddSums(static_cast<std::size_t>(i), fused, room.ms.data(), width);
       } else {
         AddDeviations(static_cast<std::size_t>(i), fused, room.ms.data(), width, valid);
       }
     }
-  });
+  };
+  fusion::ForBands(m_workers.get(), fusionCount, Cells(1), *blockRect, *mulRect, take);
 }
 
 void CStatisticEvaluate::AddSums(std::size_t i, const double* fused, const double* ms, int n) {

@@ -204,7 +204,7 @@ void** CFusion::FuseRows(const fusion::FusionBlock& block, const fusion::RowPoli
 
 std::shared_ptr<const fusion::SampleRange> CFusion::RangeOf(const fusion::FusionBlock& block) const {
   if (!m_param.m_bKeepSampleRange || !fusion::SampleRange::IsNeededBy(m_param.m_eResampleType)) return nullptr;
-  return std::make_shared<const fusion::SampleRange>(block.ms, block.msBandCount, *block.msRect);
+  return std::make_shared<const fusion::SampleRange>(block.ms, block.msBandCount, *block.msRect, m_workers.get());
 }
 
 fusion::RowSource CFusion::MakeRowSource(const fusion::FusionBlock& block) {

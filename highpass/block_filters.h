@@ -46,7 +46,4 @@ class BlockFilters {
   std::unique_ptr<platform::MixedBands> m_mixed;
 };
 
-/// Writes a line of a run to the log, where there is one.
-void LogLine(const char* file, int line, const char* function, const wchar_t* text);
-
 }  // namespace fusion

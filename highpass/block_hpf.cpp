@@ -5,6 +5,7 @@
 #include "framework/messages.h"
 #include "platform/processing/unwritten_figures.h"
 #include "platform/raster/cache_room.h"
+#include "platform/utility/log.h"
 
 namespace fusion {
 
@@ -29,10 +30,10 @@ void BlockHpf::Process() {
   variation.readPan = m_filters.ReadPan();
   if (m_hpfParam.m_bSecondFilter) variation.readDetail = m_filters.ReadDetail();
   if (m_hpfParam.m_bMakeGreen) variation.readMs = m_filters.ReadMs(m_param.m_vecMSBands);
-  LogLine("BlockHpf", __LINE__, "BlockHpf::Process", L"开始HPF融合处理");
+  platform::WriteLog(2, "BlockHpf", __LINE__, "BlockHpf::Process", L"开始HPF融合处理");
   RunBlocks(variation);
   m_filters = {};
-  if (Succeeded()) LogLine("BlockHpf", __LINE__, "BlockHpf::Process", L"HPF融合处理结束");
+  if (Succeeded()) platform::WriteLog(2, "BlockHpf", __LINE__, "BlockHpf::Process", L"HPF融合处理结束");
 }
 
 bool BlockHpf::OpenRasters(CRasterSource& pan, CRasterSource& ms) {

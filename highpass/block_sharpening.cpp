@@ -1,6 +1,7 @@
 #include "highpass/block_sharpening.h"
 
 #include "highpass/mean_filter.h"
+#include "platform/utility/log.h"
 
 namespace fusion {
 
@@ -19,10 +20,11 @@ void BlockSharpening::Process() {
   };
   variation.readDetail = m_filters.ReadDetail();
   if (m_hpfParam.m_bMakeGreen) variation.readMs = m_filters.ReadMs(m_param.m_vecMSBands);
-  LogLine("BlockSharpening", __LINE__, "BlockSharpening::Process", L"开始SimplePanSharpening融合处理");
+  platform::WriteLog(2, "BlockSharpening", __LINE__, "BlockSharpening::Process", L"开始SimplePanSharpening融合处理");
   RunBlocks(variation);
   m_filters = {};
-  if (Succeeded()) LogLine("BlockSharpening", __LINE__, "BlockSharpening::Process", L"SimplePanSharpening融合处理结束");
+  if (Succeeded())
+    platform::WriteLog(2, "BlockSharpening", __LINE__, "BlockSharpening::Process", L"SimplePanSharpening融合处理结束");
 }
 
 bool BlockSharpening::OpenRasters(CRasterSource& pan, CRasterSource& ms) {

@@ -81,10 +81,7 @@ GISError CHpfFusionProcessAlg::Preproccess() {
 GISError CHpfFusionProcessAlg::FailStatistics() {
   if (m_pProgress && m_pProgress->IsCancelRequested()) {
     m_nLastErrorType = ERR_CANCELLED;
-    if (CLog::m_pLogger) {
-      CLog::m_pLogger->WriteLog(2, "HpfFusionProcessAlg", __LINE__, "CHpfFusionProcessAlg::Process",
-                                messages::kCancelled);
-    }
+    platform::WriteLog(2, "HpfFusionProcessAlg", __LINE__, "CHpfFusionProcessAlg::Process", messages::kCancelled);
   } else {
     Fail(ERR_STATISTICS, messages::kMsStatisticsFailed);
   }

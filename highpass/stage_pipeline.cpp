@@ -174,7 +174,7 @@ void StagePipeline::BuildPyramids() {
 }
 
 void StagePipeline::WriteLog(const wchar_t* text) const {
-  if (CLog::m_pLogger) CLog::m_pLogger->WriteLog(2, m_log.file, m_log.line, m_log.function, text);
+  platform::WriteLog(2, m_log.file, m_log.line, m_log.function, text);
 }
 
 }  // namespace fusion

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <memory>
 
 #include "evaluation/entropy_evaluate.h"
@@ -12,7 +11,6 @@
 #include "evaluation/statistic_evaluate.h"
 #include "framework/overlap.h"
 #include "platform/algorithm/messages.h"
-#include "platform/system/sleep.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/notices.h"
@@ -139,6 +137,7 @@ class EvaluateInputs {
     CheckCommonGround(fused, ms);
     m_param.m_bMaskNoData = true;
     m_param.m_nMostBlockPixels = std::int64_t{1} << 20;
+    m_param.m_bWaitFirst = false;
   }
 
   const FusionEvaluateParam& Param() const { return m_param; }
@@ -207,23 +206,10 @@ class EvaluateInputs {
   std::unique_ptr<platform::VirtualRaster> m_view;
 };
 
-/// The library's runs wait a second first; whoever waits for a command's figures has waited enough.
-class NoWaiting {
- public:
-  NoWaiting() : m_before(platform::SetSleep([](unsigned int) {})) {}
-  ~NoWaiting() { platform::SetSleep(m_before); }
-  NoWaiting(const NoWaiting&) = delete;
-  NoWaiting& operator=(const NoWaiting&) = delete;
-
- private:
-  std::function<void(unsigned int)> m_before;
-};
-
 EvaluateReport Compare(const EvaluateRequest& request, Notices& notices, RunProgress& progress) {
   const std::vector<const Metric*> metrics = ChooseMetrics(request.metrics);
   const auto workers = MakeWorkers(request.threads);
   const EvaluateInputs inputs(request, notices);
-  const NoWaiting noWaiting;
   EvaluateReport report;
   report.bands = inputs.BandLabels();
   for (const Metric* metric : metrics) {

@@ -1,7 +1,7 @@
 #include "framework/resampling/sample_range.h"
 
 #include <algorithm>
-#include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include "framework/resampling/kernels.h"
@@ -13,38 +13,34 @@ namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-struct Less {
-  static constexpr double kNone = kInfinity;
-  static double Of(double a, double b) { return b < a ? b : a; }
-};
-struct More {
-  static constexpr double kNone = -kInfinity;
-  static double Of(double a, double b) { return b > a ? b : a; }
-};
+/// Widens ranges by values, of which a NaN is neither less nor more than anything.
+FUSION_MULTIVERSION
+void Widen(const double* least, const double* most, int n, double* __restrict low, double* __restrict high) {
+  for (int i = 0; i < n; ++i) {
+    low[i] = least[i] < low[i] ? least[i] : low[i];
+    high[i] = most[i] > high[i] ? most[i] : high[i];
+  }
+}
 
-/// The extreme of the four taps of every place on both axes, each cut to the rectangle.
-template <typename Extreme>
-std::vector<double> Around(const double* samples, int width, int height) {
+/// The extremes of the four taps of every place on both axes, each cut to the rectangle.
+SampleLimits Around(const double* samples, int width, int height) {
   const auto row = [width](int y) { return static_cast<std::ptrdiff_t>(y) * width; };
-  std::vector<double> lines(static_cast<std::size_t>(row(height)), Extreme::kNone);
+  const auto size = static_cast<std::size_t>(row(height));
+  std::vector<double> low(size, kInfinity);
+  std::vector<double> high(size, -kInfinity);
   for (int y = 0; y < height; ++y) {
     for (int k = -1; k <= 2; ++k) {
-      const int end = std::min(width, width - k);
-      // A NaN is neither less nor more than anything.
-      for (int x = std::max(0, -k); x < end; ++x) {
-        double& extreme = lines[static_cast<std::size_t>(row(y) + x)];
-        extreme = Extreme::Of(extreme, samples[row(y) + x + k]);
-      }
+      const int first = std::max(0, -k);
+      const double* taps = samples + row(y) + first + k;
+      Widen(taps, taps, width - std::abs(k), low.data() + row(y) + first, high.data() + row(y) + first);
     }
   }
   // One before the first, for positions off the rectangle.
-  std::vector<double> around(lines.size() + 1, Extreme::kNone);
+  SampleLimits around{std::vector<double>(size + 1, kInfinity), std::vector<double>(size + 1, -kInfinity)};
   for (int y = 0; y < height; ++y) {
     for (int line = std::max(0, y - 1); line < std::min(height, y + 3); ++line) {
-      for (int x = 0; x < width; ++x) {
-        double& extreme = around[static_cast<std::size_t>(row(y) + x + 1)];
-        extreme = Extreme::Of(extreme, lines[static_cast<std::size_t>(row(line) + x)]);
-      }
+      Widen(low.data() + row(line), high.data() + row(line), width, around.least.data() + row(y) + 1,
+            around.most.data() + row(y) + 1);
     }
   }
   return around;
@@ -52,22 +48,23 @@ std::vector<double> Around(const double* samples, int width, int height) {
 
 /// The place among a rectangle's samples of each position, below 0 off it.
 FUSION_MULTIVERSION
-void FindPlaces(const double* x, const double* y, int n, const CRect& rect, std::int64_t* places) {
+void FindPlaces(const double* x, const double* y, int n, const CRect& rect, std::int32_t* places) {
   const int left = rect.left;
   const int top = rect.top;
-  const std::int64_t width = rect.Width();
-  const std::int64_t height = rect.Height();
+  const auto width = static_cast<std::uint32_t>(rect.Width());
+  const auto height = static_cast<std::uint32_t>(rect.Height());
   for (int i = 0; i < n; ++i) {
-    const std::int64_t column = std::int64_t{WholeOf(Sane(x[i]), left)} - left;
-    const std::int64_t row = std::int64_t{WholeOf(Sane(y[i]), top)} - top;
-    const bool isOn = (column >= 0) & (column < width) & (row >= 0) & (row < height);
-    places[i] = isOn ? row * width + column : -1;
+    // Without a sign what lies before the first is beyond the last, too.
+    const auto column = static_cast<std::uint32_t>(WholeOf(Sane(x[i]), left)) - static_cast<std::uint32_t>(left);
+    const auto row = static_cast<std::uint32_t>(WholeOf(Sane(y[i]), top)) - static_cast<std::uint32_t>(top);
+    const bool isOn = (column < width) & (row < height);
+    places[i] = isOn ? static_cast<std::int32_t>(row * width + column) : -1;
   }
 }
 
 /// Cuts values to the limits of their places; where there is no sample there are no limits.
 FUSION_MULTIVERSION
-void Cut(const double* least, const double* most, const std::int64_t* places, int n, double* __restrict values) {
+void Cut(const double* least, const double* most, const std::int32_t* places, int n, double* __restrict values) {
   for (int i = 0; i < n; ++i) {
     const double low = least[places[i]];
     const double high = most[places[i]];
@@ -79,11 +76,11 @@ void Cut(const double* least, const double* most, const std::int64_t* places, in
 
 }  // namespace
 
-SampleRange::SampleRange(const double* const* bands, int bandCount, const CRect& rect) : m_rect(rect) {
-  for (int b = 0; b < bandCount; ++b) {
-    m_bands.push_back(
-        {Around<Less>(bands[b], rect.Width(), rect.Height()), Around<More>(bands[b], rect.Width(), rect.Height())});
-  }
+SampleRange::SampleRange(const double* const* bands, int bandCount, const CRect& rect, platform::Workers* workers)
+    : m_rect(rect), m_bands(static_cast<std::size_t>(bandCount)) {
+  platform::ForEach(workers, bandCount, [&](int b) {
+    m_bands[static_cast<std::size_t>(b)] = Around(bands[b], rect.Width(), rect.Height());
+  });
 }
 
 bool SampleRange::IsNeededBy(ResampleType type) {
@@ -94,7 +91,7 @@ bool SampleRange::IsNeededBy(ResampleType type) {
 
 void SampleRange::Keep(const double* x, const double* y, int count, double* const* values) const {
   constexpr int kPiece = 512;
-  std::int64_t places[kPiece];
+  std::int32_t places[kPiece];
   for (int first = 0; first < count; first += kPiece) {
     const int n = std::min(kPiece, count - first);
     FindPlaces(x + first, y + first, n, m_rect, places);

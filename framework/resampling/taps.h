@@ -13,7 +13,7 @@ inline bool RepeatsEdge(int first) { return first < 0; }
 /// The whole number in a position, cut to it, as kernels take it; before the image's first sample the one below.
 inline int WholeOf(double position, int first) {
   const int whole = static_cast<int>(position);
-  return RepeatsEdge(first) && position < whole ? whole - 1 : whole;
+  return whole - static_cast<int>(RepeatsEdge(first) & (position < whole));
 }
 
 /// The taps of one axis: samples in ascending order, counted from the rectangle's first, and a weight for each.
@@ -42,7 +42,7 @@ struct PointTaps {
 /// Positions that no image can hold would not survive the conversion to int.
 inline double Sane(double position) {
   constexpr double kFar = 1073741824.0;
-  return position >= -kFar && position <= kFar ? position : -1e9;
+  return (position >= -kFar) & (position <= kFar) ? position : -1e9;
 }
 
 }  // namespace fusion

@@ -159,11 +159,14 @@ bool BlockMatching::Write(void* const* bands, const CRect& rect, const unsigned 
   const int fileBlock = std::max(output.GetBlockYSize(), 1);
   const int step = (kRows + fileBlock - 1) / fileBlock * fileBlock;
   for (auto& pixels : m_pixels) pixels.resize(rowBytes * static_cast<std::size_t>(step));
+  const auto makeRows = [&] { return MakeRows(width); };
+  platform::SpareStates spare(m_workers, makeRows);
   for (int first = 0; first < rect.Height(); first += step) {
     const int count = std::min(step, rect.Height() - first);
     platform::ForEachWith(
-        m_workers, count, [&] { return MakeRows(width); },
-        [&](Rows& rows, int row) {
+        m_workers, count, [&] { return spare.Take(); },
+        [&](auto& taken, int row) {
+          Rows& rows = *taken;
           const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(first + row) * width;
           LoadRow(bands, at, width, rows);
           const unsigned char* marks = inside ? inside + at : nullptr;

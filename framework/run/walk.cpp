@@ -194,8 +194,7 @@ LoadResult Run::MaskBlock(BlockSet& blocks) {
 
 void Run::Cancel() {
   m_fusion.m_nLastErrorType = ERR_CANCELLED;
-  if (!CLog::m_pLogger) return;
-  CLog::m_pLogger->WriteLog(2, m_variation.logFile, m_variation.logLine, m_variation.logFunction, messages::kCancelled);
+  platform::WriteLog(2, m_variation.logFile, m_variation.logLine, m_variation.logFunction, messages::kCancelled);
 }
 
 }  // namespace fusion

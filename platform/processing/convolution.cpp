@@ -11,9 +11,7 @@ CConvolution::CConvolution(AlgorithmParam* param) : CSingleBandIOProcess(param) 
 CConvolution::~CConvolution() = default;
 
 bool CConvolution::Configure(const CRasterSource& input, platform::StagePlan& plan) {
-  const auto kernel = platform::MakeKernel(
-      {m_kernel.m_nWidth, m_kernel.m_nHeight, m_kernel.m_nCenterX, m_kernel.m_nCenterY, m_kernel.m_vecCoefficients},
-      m_kernel.m_dScale);
+  const auto kernel = platform::KernelOf(m_kernel);
   if (!kernel) {
     SetError(ERR_EXCEPTION, platform::messages::kWrongKernel);
     return false;

@@ -27,6 +27,12 @@ struct Kernel {
 /// The kernel with its coefficients times the scale; none where that is no kernel: 1 to 31 columns and rows, the centre
 /// among them, a finite coefficient for each place.
 std::optional<Kernel> MakeKernel(Kernel kernel, double scale);
+/// The kernel that a record's fields describe.
+template <typename Record>
+std::optional<Kernel> KernelOf(const Record& record) {
+  return MakeKernel({record.m_nWidth, record.m_nHeight, record.m_nCenterX, record.m_nCenterY, record.m_vecCoefficients},
+                    record.m_dScale);
+}
 
 /// A kernel as the sum of a product of a column and a row, which two one-dimensional passes compute, and a single
 /// coefficient at the centre: box filters, Gaussians and the usual high-pass kernels are of this kind.

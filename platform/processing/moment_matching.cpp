@@ -62,16 +62,6 @@ void MomentMatching::ForCounted(const double* const* rows, const unsigned char* 
   }
 }
 
-void MomentMatching::Count(const double* const* rows, const unsigned char* inside, int width) {
-  ForCounted(rows, inside, width, m_room, [&](const double* values, std::size_t b) {
-    if (m_statistics.empty()) {
-      m_robust[b].Add(values, width);
-    } else {
-      m_statistics[b].Add(values, width);
-    }
-  });
-}
-
 void MomentMatching::Reduce(const double* const* rows, const unsigned char* inside, int width, Room& room,
                             Part& part) const {
   part.pieces.resize(m_statistics.size());

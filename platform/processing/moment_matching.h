@@ -29,8 +29,6 @@ class MomentMatching {
   /// @param robust whether the bands' own moments are ClippedMoments
   explicit MomentMatching(std::vector<Band> bands, std::optional<GreenMix> mix, bool robust = false);
 
-  /// Takes a row of each band into the moments; inside is null where the whole row counts, else 0 marks what does not.
-  void Count(const double* const* rows, const unsigned char* inside, int width);
   /// What some rows come to.
   struct Part {
     std::vector<RowStatistics::Pieces> pieces;
@@ -42,17 +40,18 @@ class MomentMatching {
     std::vector<double> mixedGreen;
     std::vector<double> counted;
   };
-  /// The two halves of Count. The first may be called from several threads, with rooms and parts of their own.
+  /// Adds a row of each band to a part, which may begin empty. May be called from several threads, with rooms and parts
+  /// of their own.
+  /// @param inside null where the whole row counts, else 0 marks what does not
   void Reduce(const double* const* rows, const unsigned char* inside, int width, Room& room, Part& part) const;
+  /// Takes a part into the moments.
   void Add(const Part& part);
   /// Ends the counting.
   void EndCounting();
   /// What robust moments were spared: how many values, and the factor by which they would have widened a deviation.
   std::int64_t Outliers() const { return m_outliers; }
   double Widening() const { return m_widening; }
-  /// Matches a row of each band.
-  void Apply(const double* const* rows, int width, double* const* out) { Apply(rows, width, out, m_room); }
-  /// The same, from several threads with rooms of their own.
+  /// Matches a row of each band. May be called from several threads, with rooms of their own.
   void Apply(const double* const* rows, int width, double* const* out, Room& room) const;
 
  private:
@@ -69,7 +68,6 @@ class MomentMatching {
   std::int64_t m_outliers = 0;
   double m_widening = 1.0;
   std::optional<GreenMix> m_mix;
-  Room m_room;  ///< the caller's own
 };
 
 }  // namespace platform

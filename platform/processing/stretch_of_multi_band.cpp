@@ -72,5 +72,6 @@ bool CStretchOfMultiBand::Prepare() {
 
 void CStretchOfMultiBand::ProcessRow(const platform::RowBuffer& rows, int row, double* const* out) {
   for (std::size_t b = 0; b < m_rows.size(); ++b) m_rows[b] = rows.Row(static_cast<int>(b), row);
-  m_matching->Apply(m_rows.data(), rows.Width(), out);
+  platform::MomentMatching::Room room;
+  m_matching->Apply(m_rows.data(), rows.Width(), out, room);
 }

@@ -29,12 +29,14 @@ class ClippedMoments::Bins {
  public:
   Bins() : m_pages(std::size_t{1} << kPageBits) {}
 
-  void Add(double value) {
-    const std::uint64_t key = Sortable(value);
-    Bin& bin = PageOf(key >> (kPlaceBits + kBinBits))[(key >> kPlaceBits) & kBinMask];
-    bin.coarse += (key & kPlaceMask) >> kFineBits;
-    bin.fine += key & kFineMask;
-    ++bin.count;
+  void Add(const double* values, std::int64_t count, double noData) {
+    for (std::int64_t i = 0; i < count; ++i) {
+      if (!IsValidSample(values[i], noData)) continue;
+      const std::uint64_t key = Sortable(values[i]);
+      Bin& bin = PageOf(key >> (kPlaceBits + kBinBits))[(key >> kPlaceBits) & kBinMask];
+      bin.places += (key & kPlaceMask) >> kLostBits;
+      ++bin.count;
+    }
   }
 
   void Add(const Bins& other) {
@@ -42,10 +44,7 @@ class ClippedMoments::Bins {
       if (!other.m_pages[p]) continue;
       Page& page = PageOf(p);
       for (std::size_t b = 0; b < page.size(); ++b) {
-        const Bin& bin = (*other.m_pages[p])[b];
-        page[b].coarse += bin.coarse;
-        page[b].fine += bin.fine;
-        page[b].count += bin.count;
+        page[b] += (*other.m_pages[p])[b];
       }
     }
   }
@@ -64,24 +63,24 @@ class ClippedMoments::Bins {
 
  private:
   static constexpr int kPageBits = 12;   ///< sign and power of two
-  static constexpr int kBinBits = 10;    ///< thousandths of it
-  static constexpr int kPlaceBits = 42;  ///< the place in a bin, counted in steps of the last bit
-  static constexpr int kFineBits = 21;
+  static constexpr int kBinBits = 8;     ///< parts of it: few, which the processor's first cache has room for
+  static constexpr int kPlaceBits = 44;  ///< the place in a bin
+  static constexpr int kLostBits = 22;   ///< of it, far below what any deviation is known to
   static constexpr std::uint64_t kBinMask = (std::uint64_t{1} << kBinBits) - 1;
   static constexpr std::uint64_t kPlaceMask = (std::uint64_t{1} << kPlaceBits) - 1;
-  static constexpr std::uint64_t kFineMask = (std::uint64_t{1} << kFineBits) - 1;
 
   struct Bin {
-    // Sums of the halves of the places: whole numbers, which are the same in whatever order they are added.
-    std::uint64_t coarse = 0;
-    std::uint64_t fine = 0;
+    std::uint64_t places = 0;  ///< their sum: a whole number, which is the same in whatever order they are added
     std::int64_t count = 0;
 
+    Bin& operator+=(const Bin& other) {
+      places += other.places;
+      count += other.count;
+      return *this;
+    }
     double Mean(std::uint64_t first) const {
-      const double step = FromSortable(first + 1) - FromSortable(first);
-      const double places =
-          static_cast<double>(coarse) * static_cast<double>(std::uint64_t{1} << kFineBits) + static_cast<double>(fine);
-      return FromSortable(first) + step * (places / static_cast<double>(count));
+      const double step = FromSortable(first + (std::uint64_t{1} << kLostBits)) - FromSortable(first);
+      return FromSortable(first) + step * (static_cast<double>(places) / static_cast<double>(count));
     }
   };
   using Page = std::array<Bin, 1U << kBinBits>;
@@ -98,17 +97,13 @@ ClippedMoments::ClippedMoments(double noData) : m_noData(noData), m_all(noData),
 
 void ClippedMoments::Add(const double* values, std::int64_t count) {
   m_all.Add(values, count);
-  for (std::int64_t i = 0; i < count; ++i) {
-    if (IsValidSample(values[i], m_noData)) m_bins->Add(values[i]);
-  }
+  m_bins->Add(values, count, m_noData);
 }
 
 void ClippedMoments::Reduce(const double* values, std::int64_t count, Part& part) const {
   m_all.Reduce(values, count, part.pieces);
   if (!part.bins) part.bins = std::make_shared<Bins>();
-  for (std::int64_t i = 0; i < count; ++i) {
-    if (IsValidSample(values[i], m_noData)) part.bins->Add(values[i]);
-  }
+  part.bins->Add(values, count, m_noData);
 }
 
 void ClippedMoments::Add(const Part& part) {

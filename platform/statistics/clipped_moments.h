@@ -13,7 +13,7 @@ namespace platform {
 /// farther beyond the permille at either end of the distribution than these two lie apart counts as lying just there.
 /// Without such values the moments are those of RowStatistics to the last bit.
 ///
-/// One pass with bounded memory: values are counted in bins of a thousandth of their size. The order of the values
+/// One pass with bounded memory: values are counted in bins of a few thousandths of their size. The order of the values
 /// plays no part in which of them are cut, nor in what they come to then.
 class ClippedMoments {
  public:

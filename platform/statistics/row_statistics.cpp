@@ -91,10 +91,6 @@ Deviations Deviate(const double* values, std::int64_t count, double noData, doub
   return {std::accumulate(sums, sums + kLanes, 0.0), std::accumulate(squares, squares + kLanes, 0.0)};
 }
 
-}  // namespace
-
-namespace {
-
 /// Calls take(values, count) for pieces that stay in the cache for their second look.
 template <typename Take>
 void ForPieces(const double* values, std::int64_t count, const Take& take) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -64,6 +65,46 @@ void ForEach(Workers* workers, int count, const Work& work) {
       workers, count, [] { return 0; }, [&work](int, int i) { work(i); });
 }
 
+/// States that cost something to make, for work that comes in several calls of ForEachWith: each of them takes states
+/// that are left from the calls before. A state is in one thread's hands at a time.
+template <typename MakeState>
+class SpareStates {
+ public:
+  using State = decltype(std::declval<const MakeState&>()());
+  struct GiveBack {
+    SpareStates* states;
+    void operator()(State* state) const { states->Keep(std::unique_ptr<State>(state)); }
+  };
+
+  /// @param makeState kept by reference
+  SpareStates(const Workers* workers, const MakeState& makeState) : m_makeState(makeState) {
+    m_spare.reserve(workers ? static_cast<std::size_t>(workers->Count()) : 1);
+  }
+
+  std::unique_ptr<State, GiveBack> Take() {
+    {
+      const std::lock_guard lock(m_mutex);
+      if (!m_spare.empty()) {
+        std::unique_ptr<State, GiveBack> state(m_spare.back().release(), GiveBack{this});
+        m_spare.pop_back();
+        return state;
+      }
+    }
+    return {new State(m_makeState()), GiveBack{this}};
+  }
+
+ private:
+  /// There is room for it: no more of them are out at a time than threads work.
+  void Keep(std::unique_ptr<State> state) {
+    const std::lock_guard lock(m_mutex);
+    m_spare.push_back(std::move(state));
+  }
+
+  const MakeState& m_makeState;
+  std::mutex m_mutex;
+  std::vector<std::unique_ptr<State>> m_spare;
+};
+
 /// Calls fold(part) with what make(state, i) makes of each of count pieces, as ForEachWith does it. The parts are
 /// folded on the caller's thread in the order of the pieces, so that sums are the same whoever has made their parts.
 template <typename MakeState, typename Make, typename Fold>
@@ -75,11 +116,13 @@ void FoldInOrder(Workers* workers, int count, const MakeState& makeState, const 
   }
   // A few at a time, since each of them takes memory until it is folded.
   const int most = 8 * workers->Count();
-  using Part = decltype(make(std::declval<decltype(makeState())&>(), 0));
+  SpareStates states(workers, makeState);
+  using Part = decltype(make(*states.Take(), 0));
   for (int first = 0; first < count; first += most) {
     std::vector<Part> parts(static_cast<std::size_t>(std::min(most, count - first)));
-    ForEachWith(workers, static_cast<int>(parts.size()), makeState,
-                [&](auto& state, int i) { parts[static_cast<std::size_t>(i)] = make(state, first + i); });
+    ForEachWith(
+        workers, static_cast<int>(parts.size()), [&] { return states.Take(); },
+        [&](auto& state, int i) { parts[static_cast<std::size_t>(i)] = make(*state, first + i); });
     for (const Part& part : parts) fold(part);
   }
 }

@@ -41,3 +41,11 @@ void CLog::WriteLog(int level, const char* file, int line, const char* function,
   m_impl->logger->log(spdlog::source_loc(file ? file : "", line, function ? function : ""), spdLevel,
                       spdlog::string_view_t(utf8.data(), utf8.size()));
 }
+
+namespace platform {
+
+void WriteLog(int level, const char* file, int line, const char* function, const wchar_t* text) {
+  if (CLog::m_pLogger) CLog::m_pLogger->WriteLog(level, file, line, function, text);
+}
+
+}  // namespace platform

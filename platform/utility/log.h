@@ -27,3 +27,10 @@ class FUSION_API CLog {
   struct Impl;
   std::unique_ptr<Impl> m_impl;
 };
+
+namespace platform {
+
+/// Writes to the program's log, where there is one.
+void WriteLog(int level, const char* file, int line, const char* function, const wchar_t* text);
+
+}  // namespace platform

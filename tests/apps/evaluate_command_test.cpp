@@ -224,7 +224,7 @@ TEST_F(EvaluateCommand, DoesNotWaitForEachMetric) {
 }
 
 /// In this process, where sleeping can be watched.
-TEST_F(EvaluateCommand, PassesTheWaitByAndPutsTheSleepBack) {
+TEST_F(EvaluateCommand, DoesNotSleep) {
   int waits = 0;
   platform::SetSleep([&](unsigned int) { ++waits; });
   app::EvaluateOptions options;
@@ -238,9 +238,7 @@ TEST_F(EvaluateCommand, PassesTheWaitByAndPutsTheSleepBack) {
   EXPECT_THROW(app::RunEvaluate(options), fusion::RunFailure);
   testing::internal::GetCapturedStdout();
   EXPECT_EQ(waits, 0);
-  platform::Sleep(5);
-  EXPECT_EQ(waits, 1);
-  EXPECT_TRUE(platform::SetSleep({}));
+  platform::SetSleep({});
 }
 
 TEST_F(EvaluateCommand, ImagesWithoutCommonGroundAreToldSo) {

@@ -135,6 +135,26 @@ TEST_F(GradEvaluate, StepOnTheSeamOfTwoBlocksIsNotSeen) {
   EXPECT_EQ(metric->m_pMulMeanGrad[0], 0.0);
 }
 
+TEST_F(GradEvaluate, RowsTakenTogetherOneAfterAnotherLeaveNoSeams) {
+  // One block, of more pixels than are taken at a time: m = 3 x + 4 y has its slope everywhere.
+  constexpr int kWidth = 500;
+  constexpr int kHeight = 700;
+  Band plane;
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) plane.push_back(3.0 * x + 4.0 * y);
+  }
+  WritePair(kWidth, kHeight, plane, plane);
+  for (const int threads : {1, 3}) {
+    Grad metric(&param);
+    metric.SetThreads(threads);
+    metric.Process();
+    EXPECT_DOUBLE_EQ(metric.m_pMulMeanGrad[0], 5.0);
+    EXPECT_DOUBLE_EQ(metric.m_pMulRmsGrad[0], 5.0);
+    EXPECT_DOUBLE_EQ(metric.m_pFusionMeanGrad[0], 5.0);
+    EXPECT_EQ(metric.m_pMeanAbsDiff[0], 0.0);
+  }
+}
+
 TEST_F(GradEvaluate, BlocksAreNoLargerThanThePanImage) {
   // Native blocks play no part: these would be 16 x 16.
   fusedStorage.options = {"TILED=YES", "BLOCKXSIZE=16", "BLOCKYSIZE=16"};

@@ -230,4 +230,35 @@ TEST(Workers, PartsAreFoldedInTheirOrderByTheCaller) {
   }
 }
 
+TEST(Workers, PartsAreMadeWithNoMoreStatesThanThreads) {
+  for (const int threads : {1, 2, 3}) {
+    Workers workers(threads);
+    std::atomic<int> made = 0;
+    int sum = 0;
+    FoldInOrder(
+        &workers, 1000, [&] { return ++made; }, [](int, int i) { return i; }, [&](int part) { sum += part; });
+    EXPECT_EQ(sum, 499500);
+    EXPECT_GE(made, 1);
+    EXPECT_LE(made, threads);
+  }
+}
+
+TEST(Workers, AStateIsInOneHandAtATime) {
+  Workers workers(4);
+  struct State {
+    std::atomic<bool> taken = false;
+  };
+  std::atomic<int> shared = 0;
+  FoldInOrder(
+      &workers, 500, [] { return State(); },
+      [&](State& state, int i) {
+        if (state.taken.exchange(true)) ++shared;
+        std::this_thread::yield();
+        state.taken = false;
+        return i;
+      },
+      [](int) {});
+  EXPECT_EQ(shared, 0);
+}
+
 }  // namespace
