@@ -12,7 +12,9 @@
 #include "runs/failures.h"
 #include "runs/highpass_setup.h"
 #include "runs/open_input.h"
+#include "runs/room.h"
 #include "runs/same_extent.h"
+#include "runs/text.h"
 
 namespace fusion {
 namespace {
@@ -67,13 +69,23 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
   }
 
   const std::optional<CRect> overlap = FindOverlap(m_pan, m_ms, m_needReproject);
-  if (!overlap) throw RunError(ERR_NONE, messages::kWrongExtent);
+  if (overlap) {
+    CheckPixelSizes();
+    m_area = {std::max(overlap->left, 0), std::max(overlap->top, 0), std::min(overlap->right, m_pan.GetWidth()),
+              std::min(overlap->bottom, m_pan.GetHeight())};
+  }
+  if (m_area.Area() == 0) throw RunError(ERR_NONE, messages::kWrongExtent);
   if (!options.window.empty()) {
     CutWindow(*overlap);
+    m_area = m_window;
     if (checked.sceneStatistics) m_scene = *overlap;
   }
   if (checked.method->Takes(kTakesKernels) && !options.kernelSize) {
     m_pixelRatio = fusion::PixelRatio(m_pan, m_ms, m_needReproject);
+  }
+  // An area of interest may be much smaller than the ground around it.
+  if (options.aoi.empty()) {
+    CheckMemory(m_area, static_cast<int>(m_chosen.size()), checked.type == PDT_UNKNOWN ? m_msType : checked.type);
   }
   CheckValidPixels();
 }
@@ -231,6 +243,16 @@ void FuseInputs::CutWindow(const CRect& overlap) {
                   std::to_string(m_window.top) + "," + std::to_string(m_window.Width()) + "," +
                   std::to_string(m_window.Height()) + ".");
   }
+}
+
+/// A georeference that makes one image's pixels a dust grain in the other's is wrong, and its positions mean nothing.
+void FuseInputs::CheckPixelSizes() {
+  if (m_needReproject) return;
+  constexpr double kMost = 1e5;
+  const double ratio = fusion::PixelRatio(m_pan, m_ms, false);
+  if (ratio <= kMost && ratio >= 1.0 / kMost) return;
+  throw UsageError("A multispectral pixel is as wide as " + Formatted("%.3g", ratio) +
+                   " pan pixels: check the georeferences, or use --same-extent.");
 }
 
 void FuseInputs::CheckValidPixels() const {

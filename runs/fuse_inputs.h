@@ -37,6 +37,8 @@ class FuseInputs {
   const std::vector<int>& Bands() const { return m_chosen; }
   /// What the multispectral image says of them.
   const platform::RasterDescription& Description() const { return m_description; }
+  /// The part of the pan image that the run covers at most.
+  const CRect& Area() const { return m_area; }
   /// Whether the run is a part of a scene, with statistics of the whole.
   bool IsPart() const { return !m_scene.IsRectEmpty(); }
   /// Whether the run takes pixels without data for missing.
@@ -56,6 +58,7 @@ class FuseInputs {
   /// Has a file seen through a view from now on.
   void LookThrough(std::unique_ptr<platform::VirtualRaster> view, std::wstring& file);
   void CutWindow(const CRect& overlap);
+  void CheckPixelSizes();
   void CheckValidPixels() const;
 
   const FuseRequest& m_options;
@@ -70,6 +73,7 @@ class FuseInputs {
   std::vector<int> m_bands;  ///< zero-based, of m_msFile
   int m_panBand = 0;         ///< zero-based, of m_panFile
   CRect m_window;
+  CRect m_area;
   CRect m_scene;  ///< the common area that the window is a part of; empty without window, or with its own statistics
   bool m_needReproject = false;
   double m_pixelRatio = 0.0;

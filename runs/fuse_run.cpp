@@ -15,6 +15,7 @@
 #include "runs/notices.h"
 #include "runs/output_file.h"
 #include "runs/output_format.h"
+#include "runs/room.h"
 #include "runs/run_log.h"
 #include "runs/run_progress.h"
 #include "runs/sample_share.h"
@@ -75,6 +76,7 @@ FuseReport FuseRun::FuseAndPublish() {
   }
 
   CheckFormatHolds(m_checked.format, m_type, static_cast<int>(inputs.Bands().size()), *m_checked.method);
+  CheckDisk(inputs.Area(), static_cast<int>(inputs.Bands().size()), m_type, m_options);
   Describe(inputs.Description());
   if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
   const std::wstring result = m_pending.WorkPath();

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/algorithm/string_param_parser.h"
+#include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
 #include "runs/fuse_checks.h"
 #include "runs/run_failure.h"
@@ -33,6 +34,9 @@ std::string KnownExtensions() {
 
 RasterDataFormat ChooseFormat(const std::string& out, const std::string& name) {
   if (out == "-") throw UsageError("Images are not written to standard output; name a file in the place of '-'.");
+  if (platform::OwnsProcess() && out.starts_with("/vsimem/")) {
+    throw UsageError(out + " would be gone with this program; name a file on a disk.");
+  }
   if (!name.empty()) return FormatByName(name);
   const std::wstring extension = CommonFun::GetExtensionName(CommonFun::Utf82U(out));
   if (const platform::RasterFormat* format = platform::FindRasterFormat(extension)) return format->number;

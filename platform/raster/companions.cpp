@@ -80,7 +80,7 @@ bool HoldsItsPixels(const std::wstring& image) {
   const GdalErrors quiet;
   const std::string name = CommonFun::U2Utf8(image);
   VSIStatBufL status;
-  const std::unique_ptr<GDALDataset> dataset(GDALDataset::Open(name.c_str(), GDAL_OF_RASTER));
+  const std::unique_ptr<GDALDataset> dataset(OpenNamed(name, GDAL_OF_RASTER));
   if (!dataset || VSIStatL(name.c_str(), &status) != 0) return false;
   if (dataset->GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) return true;
   double bytes = 0.0;
@@ -115,13 +115,8 @@ bool IsRegularFile(const std::wstring& path) {
 
 std::vector<std::wstring> FilesOf(const std::wstring& image) {
   InitialiseGdal();
-  VSIStatBufL status;
-  const bool exists = VSIStatL(CommonFun::U2Utf8(image).c_str(), &status) == 0;
-  // Opening a pipe waits for its other end.
-  if (exists && !VSI_ISREG(status.st_mode) && !VSI_ISDIR(status.st_mode)) return {};
   const GdalErrors quiet;
-  const std::unique_ptr<GDALDataset> dataset(
-      GDALDataset::Open(CommonFun::U2Utf8(image).c_str(), GDAL_OF_RASTER | GDAL_OF_VECTOR));
+  const std::unique_ptr<GDALDataset> dataset(OpenNamed(CommonFun::U2Utf8(image), GDAL_OF_RASTER | GDAL_OF_VECTOR));
   std::vector<std::wstring> files;
   const CPLStringList list(dataset ? dataset->GetFileList() : nullptr);
   for (int i = 0; i < list.size(); ++i) files.push_back(CommonFun::Utf82U(list[i]));

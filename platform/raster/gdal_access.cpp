@@ -66,13 +66,23 @@ bool DecodesBandByBand(GDALDataset& dataset) {
   return dataset.GetRasterCount() == 1 || (interleave && EQUAL(interleave, "BAND"));
 }
 
+GDALDataset* OpenNamed(const std::string& name, unsigned int flags, const char* const* options) {
+  VSIStatBufL status;
+  const bool exists = VSIStatL(name.c_str(), &status) == 0;
+  if (exists && !VSI_ISREG(status.st_mode) && !VSI_ISDIR(status.st_mode)) {
+    CPLError(CE_Failure, CPLE_OpenFailed, "it is no regular file");
+    return nullptr;
+  }
+  return GDALDataset::Open(name.c_str(), flags, nullptr, options);
+}
+
 GDALDataset* OpenDataset(const std::string& name, bool update) {
   CPLStringList options;
   const auto open = [&] {
-    return GDALDataset::Open(name.c_str(),
-                             static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR |
-                                                       (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)),
-                             nullptr, options.List());
+    return OpenNamed(name,
+                     static_cast<unsigned int>(GDAL_OF_RASTER | GDAL_OF_VERBOSE_ERROR |
+                                               (update ? GDAL_OF_UPDATE : GDAL_OF_READONLY)),
+                     options.List());
   };
   GDALDataset* dataset = open();
   if (dataset && !update && HasLargePlainStrips(*dataset)) {
@@ -86,13 +96,17 @@ GDALDataset* OpenDataset(const std::string& name, bool update) {
     GDALClose(dataset);
     dataset = open();
   }
-  if (dataset && dataset->GetRasterCount() == 0) {
-    GDALClose(dataset);
-    dataset = nullptr;
-    CPLError(CE_Failure, CPLE_OpenFailed,
-             "it has no band of its own; an image inside it is opened by that image's name");
-  }
-  return dataset;
+  if (!dataset) return nullptr;
+  // Sums over an image count its pixels in doubles.
+  constexpr double kMostPixels = 9007199254740992.0;
+  const double pixels = static_cast<double>(dataset->GetRasterXSize()) * dataset->GetRasterYSize();
+  if (dataset->GetRasterCount() > 0 && pixels <= kMostPixels) return dataset;
+  const bool empty = dataset->GetRasterCount() == 0;
+  GDALClose(dataset);
+  CPLError(CE_Failure, CPLE_OpenFailed, "%s",
+           empty ? "it has no band of its own; an image inside it is opened by that image's name"
+                 : CPLSPrintf("it declares %.3g pixels, more than can be counted", pixels));
+  return nullptr;
 }
 
 GDALDataset* DatasetOf(const CRasterSource& source) { return static_cast<GDALDataset*>(source.NativeHandle()); }

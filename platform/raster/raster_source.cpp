@@ -71,6 +71,10 @@ bool IsIdentity(const double t[6]) {
   return t[0] == 0.0 && t[1] == 1.0 && t[2] == 0.0 && t[3] == 0.0 && t[4] == 0.0 && t[5] == 1.0;
 }
 
+bool IsFinite(const double t[6]) {
+  return std::all_of(t, t + 6, [](double term) { return std::isfinite(term); });
+}
+
 /// The caller's creation options over ours.
 CPLStringList CreationOptions(const char* driver, const char* const* options) {
   CPLStringList result;
@@ -149,7 +153,9 @@ void CRasterSource::Adopt(void* handle, const std::wstring& path, bool writable)
   m_impl->toGround = {};
   m_impl->toPixel = {};
   double t[6];
-  m_impl->hasGeoTransform = dataset->GetGeoTransform(t) == CE_None && GDALInvGeoTransform(t, m_impl->toPixel.t) != 0;
+  m_impl->hasGeoTransform = dataset->GetGeoTransform(t) == CE_None && GDALInvGeoTransform(t, m_impl->toPixel.t) != 0 &&
+                            IsFinite(t) && IsFinite(m_impl->toPixel.t);
+  if (!m_impl->hasGeoTransform) m_impl->toPixel = {};
   if (m_impl->hasGeoTransform) std::copy_n(t, 6, m_impl->toGround.t);
   for (int b = 0; b < dataset->GetRasterCount(); ++b) {
     m_impl->bands.push_back(std::make_unique<CRasterBand>(this, b));

@@ -38,7 +38,7 @@ VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& b
   InitialiseGdal();
   const GdalErrors quiet;
   const std::string name = CommonFun::U2Utf8(file);
-  std::unique_ptr<GDALDataset> source(GDALDataset::Open(name.c_str(), GDAL_OF_RASTER));
+  std::unique_ptr<GDALDataset> source(OpenNamed(name, GDAL_OF_RASTER));
   if (!source) throw std::runtime_error("cannot open " + name);
   if (northUp && NeedsNorthUpView(*source)) {
     const std::string turned = NewName();
@@ -96,7 +96,7 @@ VirtualRaster::~VirtualRaster() {
 void VirtualRaster::AddBand(const std::wstring& file, int band) {
   const GdalErrors quiet;
   const std::string name = CommonFun::U2Utf8(file);
-  const std::unique_ptr<GDALDataset> source(GDALDataset::Open(name.c_str(), GDAL_OF_RASTER));
+  const std::unique_ptr<GDALDataset> source(OpenNamed(name, GDAL_OF_RASTER));
   if (!source || band < 0 || band >= source->GetRasterCount()) throw std::runtime_error("no such band in " + name);
   const std::unique_ptr<GDALDataset> view(
       GDALDataset::Open(CommonFun::U2Utf8(m_strPath).c_str(), GDAL_OF_RASTER | GDAL_OF_UPDATE));

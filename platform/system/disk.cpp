@@ -1,6 +1,7 @@
 #include "platform/system/disk.h"
 
 #include <cerrno>
+#include <limits>
 #include <system_error>
 
 #ifndef _WIN32
@@ -10,17 +11,19 @@
 
 namespace platform {
 
-int LackOfRoom(const std::filesystem::path& folder, double bytes) {
+double FreeRoom(const std::filesystem::path& folder) {
   std::error_code error;
   const std::filesystem::space_info space = std::filesystem::space(folder, error);
   // Some file systems have no capacity to tell of.
-  if (!error && space.capacity > 0) {
-    auto room = space.available;
+  if (error || space.capacity == 0) return std::numeric_limits<double>::infinity();
 #ifndef _WIN32
-    if (geteuid() == 0) room = space.free;
+  if (geteuid() == 0) return static_cast<double>(space.free);
 #endif
-    if (bytes > static_cast<double>(room)) return ENOSPC;
-  }
+  return static_cast<double>(space.available);
+}
+
+int LackOfRoom(const std::filesystem::path& folder, double bytes) {
+  if (bytes > FreeRoom(folder)) return ENOSPC;
 #ifndef _WIN32
   rlimit most{};
   if (getrlimit(RLIMIT_FSIZE, &most) == 0 && most.rlim_cur != RLIM_INFINITY &&

@@ -178,8 +178,8 @@ bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
   *m_impl = Impl();
   const platform::GdalErrors errors;
   const std::unique_ptr<GDALDataset> file(
-      GDALDataset::Open(CommonFun::U2Utf8(path).c_str(),
-                        static_cast<unsigned int>(GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR)));
+      platform::OpenNamed(CommonFun::U2Utf8(path),
+                          static_cast<unsigned int>(GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR)));
   if (!file) {
     m_impl->failure = CommonFun::Utf82U(errors.Reason());
     return false;
