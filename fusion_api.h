@@ -41,6 +41,7 @@
 #include "quality/spatial_correlation.h"
 #include "quality/uiqi.h"
 #include "runs/assess.h"
+#include "runs/check.h"
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "runs/methods.h"

@@ -1,5 +1,5 @@
-/* Runs of the library for C (C99) and whatever calls C: what runs/fuse.h, runs/evaluate.h, runs/assess.h and
- * runs/sample.h are for C++.
+/* Runs of the library for C (C99) and whatever calls C: what runs/fuse.h, runs/check.h, runs/evaluate.h,
+ * runs/assess.h and runs/sample.h are for C++.
  *
  * Text is UTF-8 and ends with a 0. Handles are opaque; whoever makes one frees it. What a function answers as text or
  * array belongs to the handle it was asked of and lives as long. No function lets an exception out; all of them take
@@ -34,9 +34,10 @@ FUSION_API const char* fusion_method_summary(size_t index);
 /* What is to be done. */
 typedef struct fusion_request fusion_request;
 
-/* A fusion, a comparison of a fused image with its inputs, a comparison of the methods on a scene, a made-up scene;
- * with all defaults. Null without memory. */
+/* A fusion, a look at a pair of images before one, a comparison of a fused image with its inputs, a comparison of the
+ * methods on a scene, a made-up scene; with all defaults. Null without memory. */
 FUSION_API fusion_request* fusion_fuse_request(void);
+FUSION_API fusion_request* fusion_check_request(void);
 FUSION_API fusion_request* fusion_evaluate_request(void);
 FUSION_API fusion_request* fusion_assess_request(void);
 FUSION_API fusion_request* fusion_sample_request(void);
@@ -118,6 +119,40 @@ typedef struct fusion_registration {
 
 /* Fills it in after a fusion that succeeded and looked for it, and answers 1; else 0. */
 FUSION_API int fusion_outcome_registration(const fusion_outcome* outcome, fusion_registration* registration);
+
+/* What was seen of a pair of images. */
+typedef struct fusion_checked {
+  int fine;           /* whether there is nothing to warn of */
+  double ratio_x;     /* multispectral over pan pixel width */
+  double ratio_y;     /* likewise of the heights */
+  double pan_overlap; /* share of pan's ground, 0 to 1, that the multispectral image covers */
+  double ms_overlap;  /* and the other way round */
+  double covered;     /* share of the pixels there with data in all bands and in pan */
+  int has_shift;      /* 0 where the images show no common detail: nothing below is known then */
+  double dx;          /* pan pixels by which the multispectral image has to be moved to the right */
+  double dy;          /* and down */
+  double spread_x;    /* of the windows that this was measured in */
+  double spread_y;
+  int windows;
+  double score;       /* share of the blurred pan's detail that the detail of the bands explains */
+  double blur;        /* width of the Gaussian that makes pan look like the bands; 0 for the mean over a pixel */
+} fusion_checked;
+
+/* Fills it in after a check that succeeded and answers 1; else 0. Its figures are below: metric is "check", and there is
+ * a value for pan and one for each band. */
+FUSION_API int fusion_outcome_checked(const fusion_outcome* outcome, fusion_checked* checked);
+
+/* Something to be known before a fusion. */
+typedef struct fusion_finding {
+  int is_warning;     /* 0: a fact that needs nothing to be done */
+  const char* name;   /* a word that stays as it is: "shift" */
+  const char* text;   /* an English sentence */
+  const char* advice; /* what to do; empty where nothing is */
+} fusion_finding;
+
+/* The findings of a check that succeeded, warnings first; 0 beyond the last. */
+FUSION_API size_t fusion_outcome_finding_count(const fusion_outcome* outcome);
+FUSION_API int fusion_outcome_finding(const fusion_outcome* outcome, size_t index, fusion_finding* finding);
 
 /* A result array of an evaluation. */
 typedef struct fusion_figures {

@@ -6,7 +6,7 @@
 
 namespace app {
 
-enum ExitStatus : int { kSuccess = 0, kRunFailed = 1, kWrongUsage = 2, kCancelled = 130 };
+enum ExitStatus : int { kSuccess = 0, kRunFailed = 1, kWrongUsage = 2, kWarnings = 3, kCancelled = 130 };
 
 /// The exit status that tells of a kind of failure.
 ExitStatus StatusOf(const fusion::RunFailure& failure);

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "apps/assess_command.h"
+#include "apps/check_command.h"
 #include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_command.h"
@@ -28,6 +29,7 @@ class Command {
     app::AddFuseOptions(*m_fuse, m_fuseOptions);
     app::AddEvaluateOptions(*m_evaluate, m_evaluateOptions);
     app::AddAssessOptions(*m_assess, m_assessOptions);
+    app::AddCheckOptions(*m_check, m_checkOptions);
     app::AddSampleOptions(*m_sample, m_sampleOptions);
     m_methods->add_flag("--json", m_json, "As JSON");
     m_methods->add_flag("--names", m_namesOnly, "Names only, one a line");
@@ -46,6 +48,7 @@ class Command {
       if (*m_fuse) return app::RunFuse(m_fuseOptions);
       if (*m_evaluate) return app::RunEvaluate(m_evaluateOptions);
       if (*m_assess) return app::RunAssess(m_assessOptions);
+      if (*m_check) return app::RunCheck(m_checkOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
       return app::RunMethods(m_json, m_namesOnly);
     } catch (const fusion::RunFailure& e) {
@@ -96,11 +99,13 @@ class Command {
 
   CLI::App m_parser{"Pan-sharpening of satellite and aerial images.", "fusion"};
   CLI::App* m_fuse = m_parser.add_subcommand("fuse", "Fuse a pan and a multispectral image");
+  CLI::App* m_check = m_parser.add_subcommand("check", "Look at a pair of images before fusing it");
   CLI::App* m_evaluate = m_parser.add_subcommand("evaluate", "Measure the quality of a fused image");
   CLI::App* m_assess = m_parser.add_subcommand("assess", "Compare the methods on a pair of images");
   CLI::App* m_sample = m_parser.add_subcommand("sample", "Write a made-up scene to try things with");
   CLI::App* m_methods = m_parser.add_subcommand("methods", "List the fusion methods");
   app::FuseOptions m_fuseOptions;
+  app::CheckOptions m_checkOptions;
   app::EvaluateOptions m_evaluateOptions;
   app::AssessOptions m_assessOptions;
   app::SampleCommandOptions m_sampleOptions;

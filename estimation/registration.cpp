@@ -251,6 +251,20 @@ void Registration::Climb(const PanBlur& blur, double& shiftX, double& shiftY) {
   }
 }
 
+RegistrationShift Registration::Locate(const PanBlur& blur, double shiftX, double shiftY) {
+  Climb(blur, shiftX, shiftY);
+  // Far enough apart that the bend of the scores is more than the noise in them.
+  const double step = std::max(m_grid.RatioX(), m_grid.RatioY()) / 8.0;
+  const auto topOf = [&](double at, const auto& score) {
+    const double places[] = {at - step, at, at + step};
+    const double scores[] = {score(places[0]), score(at), score(places[2])};
+    return TopOf(places, scores);
+  };
+  const double x = topOf(shiftX, [&](double at) { return Score(blur, at, shiftY); });
+  const double y = topOf(shiftY, [&](double at) { return Score(blur, shiftX, at); });
+  return {x, y, Score(blur, x, y)};
+}
+
 double Registration::Agreement(const PanBlur& first, const PanBlur& blur, double shiftX, double shiftY) {
   const std::vector<Moments> before = MomentsOfTiles(first, 0.0, 0.0);
   const std::vector<Moments> after = MomentsOfTiles(blur, shiftX, shiftY);

@@ -27,6 +27,13 @@ struct RegistrationResult {
   double score = 0.0;      ///< share of the low-passed pan's detail that the detail of the bands explains
 };
 
+/// Where the detail of both images agrees best.
+struct RegistrationShift {
+  double x = 0.0;  ///< pan pixels by which the multispectral image is to be moved
+  double y = 0.0;
+  double score = 0.0;
+};
+
 /// Finds the blur between pan and the multispectral bands, and their shift, from the detail that both show: pan
 /// low-passed at the right place by the right amount has the detail of the bands.
 class Registration {
@@ -43,6 +50,9 @@ class Registration {
   RegistrationResult Find(bool searchesShift);
   /// Pixels that a shift must be found from, or a blur.
   static constexpr std::int64_t kLeastEvidence = 500;
+  /// Climbs from a shift to the best one around it, and on to the top between the steps of the climb. No threshold
+  /// keeps the images where they are.
+  RegistrationShift Locate(const PanBlur& blur, double shiftX, double shiftY);
   /// Whether a blur is a Gaussian, and no end of those that are looked at.
   static bool IsInside(const PanBlur& blur);
   /// Pixels of which both images show the detail.

@@ -1,7 +1,5 @@
 #include "runs/bayesian_setup.h"
 
-#include <cmath>
-
 #include "highpass/bayes_pan_sharpening_fusion.h"
 #include "runs/failures.h"
 #include "runs/fuse.h"
@@ -20,28 +18,14 @@ BayesianRegistration RegistrationOf(const FuseRequest& request) {
   return word == "report" ? BayesianRegistration::kReport : BayesianRegistration::kMove;
 }
 
-/// "0.5 pixels of pan to the left"
-std::string Way(double shift, const char* backward, const char* forward) {
-  return Formatted("%.3g", std::fabs(shift)) + (std::fabs(shift) == 1.0 ? " pan pixel " : " pan pixels ") +
-         (shift < 0.0 ? backward : forward);
-}
-
-std::string Way(const BayesianEstimate& estimate) {
-  std::string way;
-  if (estimate.shiftX != 0.0) way = Way(estimate.shiftX, "to the left", "to the right");
-  if (estimate.shiftX != 0.0 && estimate.shiftY != 0.0) way += " and ";
-  if (estimate.shiftY != 0.0) way += Way(estimate.shiftY, "up", "down");
-  return way;
-}
-
 void TellShift(const BayesianEstimate& estimate, Notices& notices) {
   if (estimate.shiftX == 0.0 && estimate.shiftY == 0.0) return;
   if (estimate.moved) {
-    notices.Add("The multispectral image is moved " + Way(estimate) +
+    notices.Add("The multispectral image is moved " + MoveInWords(estimate.shiftX, estimate.shiftY) +
                 ", where its detail lies on that of pan; --registration off leaves it in its place.");
   } else {
-    notices.Add("The detail of the multispectral image lies on that of pan when it is moved " + Way(estimate) +
-                "; --registration auto does so.");
+    notices.Add("The detail of the multispectral image lies on that of pan when it is moved " +
+                MoveInWords(estimate.shiftX, estimate.shiftY) + "; --registration auto does so.");
   }
 }
 

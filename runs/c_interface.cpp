@@ -13,7 +13,9 @@
 using fusion::RunFailure;
 
 struct fusion_request {
-  std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest, fusion::AssessRequest> what;
+  std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest, fusion::AssessRequest,
+               fusion::CheckRequest>
+      what;
   std::string error;
 };
 
@@ -31,6 +33,7 @@ struct fusion_outcome {
   std::optional<fusion::FuseReport> fused;
   std::vector<Figure> figures;
   std::vector<std::string> labels;
+  std::optional<fusion::CheckReport> checked;
   std::vector<fusion::SampleFile> files;
   std::string best;
   std::string advice;
@@ -125,6 +128,28 @@ struct Runner {
       }
     }
   }
+  void operator()(const fusion::CheckRequest& request) const {
+    outcome.checked = fusion::Check(request, &observer);
+    const fusion::CheckReport& report = *outcome.checked;
+    std::vector<fusion::CheckBand> bands;
+    if (report.panBand) bands.push_back(*report.panBand);
+    bands.insert(bands.end(), report.bands.begin(), report.bands.end());
+    for (const fusion::CheckBand& band : bands) outcome.labels.push_back(band.name);
+    const auto add = [&](const char* name, double fusion::CheckBand::*figure) {
+      std::vector<double> values;
+      for (const fusion::CheckBand& band : bands) values.push_back(band.*figure);
+      outcome.figures.push_back({"check", {name, std::move(values)}});
+    };
+    using Band = fusion::CheckBand;
+    add("minimum", &Band::minimum);
+    add("maximum", &Band::maximum);
+    add("mean", &Band::mean);
+    add("deviation", &Band::stdDev);
+    add("no_data", &Band::noData);
+    add("pan_ratio", &Band::panRatio);
+    add("correlation", &Band::correlation);
+    add("detail", &Band::detail);
+  }
   void operator()(const fusion::SampleRequest& request) const {
     outcome.files = fusion::MakeSample(request, &observer).files;
   }
@@ -178,6 +203,7 @@ const char* fusion_method_summary(size_t index) {
 }
 
 fusion_request* fusion_fuse_request(void) { return NewRequest<fusion::FuseRequest>(); }
+fusion_request* fusion_check_request(void) { return NewRequest<fusion::CheckRequest>(); }
 fusion_request* fusion_evaluate_request(void) { return NewRequest<fusion::EvaluateRequest>(); }
 fusion_request* fusion_assess_request(void) { return NewRequest<fusion::AssessRequest>(); }
 fusion_request* fusion_sample_request(void) { return NewRequest<fusion::SampleRequest>(); }
@@ -256,6 +282,38 @@ int fusion_outcome_registration(const fusion_outcome* outcome, fusion_registrati
   if (!outcome || !registration || !outcome->fused || !outcome->fused->registration) return 0;
   const fusion::FuseRegistration& found = *outcome->fused->registration;
   *registration = {found.dx, found.dy, found.applied ? 1 : 0, found.agreement, found.score};
+  return 1;
+}
+
+int fusion_outcome_checked(const fusion_outcome* outcome, fusion_checked* checked) {
+  if (!outcome || !checked || !outcome->checked) return 0;
+  const fusion::CheckReport& report = *outcome->checked;
+  *checked = {};
+  checked->fine = report.IsFine() ? 1 : 0;
+  checked->ratio_x = report.ratioX;
+  checked->ratio_y = report.ratioY;
+  checked->pan_overlap = report.pan.overlap;
+  checked->ms_overlap = report.ms.overlap;
+  checked->covered = report.covered;
+  if (!report.shift) return 1;
+  checked->has_shift = 1;
+  checked->dx = report.shift->dx;
+  checked->dy = report.shift->dy;
+  checked->spread_x = report.shift->spreadX;
+  checked->spread_y = report.shift->spreadY;
+  checked->windows = report.shift->windows;
+  checked->score = report.shift->score;
+  checked->blur = report.blur->shape == "box" ? 0.0 : report.blur->width;
+  return 1;
+}
+
+size_t fusion_outcome_finding_count(const fusion_outcome* outcome) {
+  return outcome && outcome->checked ? outcome->checked->findings.size() : 0;
+}
+int fusion_outcome_finding(const fusion_outcome* outcome, size_t index, fusion_finding* finding) {
+  if (!finding || index >= fusion_outcome_finding_count(outcome)) return 0;
+  const fusion::CheckFinding& found = outcome->checked->findings[index];
+  *finding = {found.isWarning ? 1 : 0, found.name.c_str(), found.text.c_str(), found.advice.c_str()};
   return 1;
 }
 

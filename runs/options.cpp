@@ -152,6 +152,13 @@ constexpr Option<A> kAssessOptions[] = {
     {"overwrite", Take<&A::overwrite>},
 };
 
+using C = CheckRequest;
+constexpr Option<C> kCheckOptions[] = {
+    {"pan", Take<&C::pan>},          {"ms", Take<&C::ms>},         {"bands", Take<&C::bands>},
+    {"pan-band", Take<&C::panBand>}, {"nodata", Take<&C::noData>}, {"same-extent", Take<&C::sameExtent>},
+    {"threads", Take<&C::threads>},
+};
+
 using S = SampleRequest;
 constexpr Option<S> kSampleOptions[] = {
     {"folder", Take<&S::folder>},       {"size", TakeSize},         {"seed", Take<&S::seed>},
@@ -179,6 +186,10 @@ void Set(Request& request, std::span<const Option<Request>> options, const std::
 
 void SetOption(FuseRequest& request, const std::string& option, const std::string& value) {
   Set<FuseRequest>(request, kFuseOptions, option, value);
+}
+
+void SetOption(CheckRequest& request, const std::string& option, const std::string& value) {
+  Set<CheckRequest>(request, kCheckOptions, option, value);
 }
 
 void SetOption(AssessRequest& request, const std::string& option, const std::string& value) {

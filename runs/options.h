@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "runs/assess.h"
+#include "runs/check.h"
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "runs/sample.h"
@@ -15,6 +16,7 @@ namespace fusion {
 // commas. They throw a RunFailure of wrong usage for an unknown option and for a text that is no value of its kind.
 
 FUSION_API void SetOption(FuseRequest& request, const std::string& option, const std::string& value);
+FUSION_API void SetOption(CheckRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(AssessRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(EvaluateRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(SampleRequest& request, const std::string& option, const std::string& value);

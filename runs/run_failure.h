@@ -7,8 +7,8 @@
 
 namespace fusion {
 
-/// How a run ends without success; the one exception that Fuse, Evaluate and MakeSample throw. what() is the sentence,
-/// and behind it, in brackets, the library's own message where there is one; UTF-8, one line.
+/// How a run ends without success; the one exception that Fuse, Check, Evaluate, Assess and MakeSample throw. what() is
+/// the sentence, and behind it, in brackets, the library's own message where there is one; UTF-8, one line.
 class FUSION_API RunFailure : public std::runtime_error {
  public:
   enum class Kind {

@@ -1,6 +1,7 @@
 #include "runs/text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace fusion {
@@ -15,6 +16,18 @@ std::string Formatted(const char* format, double value) {
   char text[64];
   std::snprintf(text, sizeof(text), format, value);
   return text;
+}
+
+std::string MoveInWords(double right, double down) {
+  std::vector<std::string> ways;
+  const auto add = [&ways](double by, const char* backward, const char* forward) {
+    if (by == 0.0) return;
+    ways.push_back(Formatted("%.3g", std::fabs(by)) + (std::fabs(by) == 1.0 ? " pan pixel " : " pan pixels ") +
+                   (by < 0.0 ? backward : forward));
+  };
+  add(right, "to the left", "to the right");
+  add(down, "up", "down");
+  return Join(ways);
 }
 
 std::string Join(const std::vector<std::string>& parts, const std::string& last) {

@@ -11,6 +11,10 @@ std::string Lower(std::string text);
 /// A number as printf shows it.
 std::string Formatted(const char* format, double value);
 
+/// Where a move of some pan pixels to the right and down leads: "0.5 pan pixels to the left and 1 pan pixel down";
+/// empty for none.
+std::string MoveInWords(double right, double down);
+
 /// "a, b and c", with the last separator as given.
 std::string Join(const std::vector<std::string>& parts, const std::string& last = " and ");
 

@@ -218,7 +218,41 @@ int main(int argc, char** argv) {
   fusion_free_outcome(assessed);
   fusion_free_request(assess);
 
+  fusion_request* check = fusion_check_request();
+  EXPECT(fusion_set(check, "pan", pan) == FUSION_OK);
+  EXPECT(fusion_set(check, "ms", ms) == FUSION_OK);
+  EXPECT(fusion_set(check, "bands", "1,3") == FUSION_OK);
+  EXPECT(fusion_set(check, "method", "brovey") == FUSION_WRONG_USAGE);
+  fusion_outcome* checked = fusion_run(check, NULL);
+  fusion_checked looked;
+  fusion_finding finding;
+  EXPECT(fusion_outcome_status(checked) == FUSION_OK);
+  EXPECT(fusion_outcome_checked(checked, &looked) == 1);
+  printf("%d %.17g %.17g %.17g %d", looked.fine, looked.pan_overlap, looked.dx, looked.blur, looked.windows);
+  printf(" %d\n", (int)fusion_outcome_finding_count(checked));
+  EXPECT(fusion_outcome_label_count(checked) == 3);
+  EXPECT(strcmp(fusion_outcome_label(checked, 0), "pan") == 0);
+  EXPECT(fusion_outcome_figures(checked, 2, &array) == 1);
+  EXPECT(strcmp(array.metric, "check") == 0 && strcmp(array.name, "mean") == 0 && array.count == 3);
+  EXPECT(fusion_outcome_finding(checked, fusion_outcome_finding_count(checked), &finding) == 0);
+  fusion_free_outcome(checked);
+  /* The other way round there is something to be told. */
+  EXPECT(fusion_set(check, "pan", ms) == FUSION_OK);
+  EXPECT(fusion_set(check, "ms", pan) == FUSION_OK);
+  EXPECT(fusion_set(check, "bands", "") == FUSION_OK);
+  checked = fusion_run(check, NULL);
+  EXPECT(fusion_outcome_checked(checked, &looked) == 1);
+  EXPECT(looked.fine == 0 && looked.has_shift == 0);
+  EXPECT(fusion_outcome_finding(checked, 0, &finding) == 1);
+  EXPECT(finding.is_warning && strcmp(finding.name, "order") == 0);
+  EXPECT(strlen(finding.text) > 0 && strlen(finding.advice) > 0);
+  EXPECT(fusion_outcome_fused(checked, &report) == 0);
+  fusion_free_outcome(checked);
+  fusion_free_request(check);
+
   /* Nothing where there is nothing. */
+  EXPECT(fusion_outcome_checked(NULL, &looked) == 0);
+  EXPECT(fusion_outcome_finding_count(NULL) == 0);
   EXPECT(strcmp(fusion_outcome_best(NULL), "") == 0);
   EXPECT(strcmp(fusion_outcome_advice(NULL), "") == 0);
   fusion_free_request(NULL);

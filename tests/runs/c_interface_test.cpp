@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "runs/assess.h"
+#include "runs/check.h"
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "tests/support/command.h"
@@ -83,6 +84,26 @@ TEST(CInterface, AnswersWhatCppAnswers) {
   std::string best;
   lines >> best;
   EXPECT_EQ(best, report.best);
+
+  fusion::CheckRequest check;
+  check.pan = assess.pan;
+  check.ms = assess.ms;
+  check.bands = {1, 3};
+  const fusion::CheckReport seen = fusion::Check(check);
+  int fine = 0;
+  double overlap = 0.0;
+  double dx = 0.0;
+  double blur = 0.0;
+  int windows = 0;
+  std::size_t findings = 0;
+  lines >> fine >> overlap >> dx >> blur >> windows >> findings;
+  EXPECT_EQ(fine != 0, seen.IsFine());
+  EXPECT_EQ(overlap, seen.pan.overlap);
+  ASSERT_TRUE(seen.shift && seen.blur);
+  EXPECT_EQ(dx, seen.shift->dx);
+  EXPECT_EQ(blur, seen.blur->width);
+  EXPECT_EQ(windows, seen.shift->windows);
+  EXPECT_EQ(findings, seen.findings.size());
 }
 
 }  // namespace
