@@ -11,6 +11,7 @@
 
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/companions.h"
+#include "platform/raster/leftovers.h"
 #include "platform/raster/renames.h"
 #include "platform/raster/write_guard.h"
 #include "platform/system/files.h"
@@ -163,7 +164,8 @@ struct PendingOutput::Impl {
     return extension != L"aux" && extension != L"rrd" && extension != L"ige";
   }
 
-  std::wstring InFolder(const std::wstring& file) const { return folder + file.substr(FolderOf(target).size()); }
+  std::wstring NameOf(const std::wstring& file) const { return file.substr(FolderOf(target).size()); }
+  std::wstring InFolder(const std::wstring& file) const { return folder + NameOf(file); }
 
   OutputObstacle CheckAll() const {
     const Neighbours neighbours = NeighboursOf(target);
@@ -209,6 +211,7 @@ bool PendingOutput::Concerns(const std::wstring& file) const {
 bool PendingOutput::Begin() {
   const std::wstring& target = m_impl->target;
   if (target.empty()) return false;
+  SweepLeftovers(FolderOf(target));
   constexpr long kForTheUserAlone = 0700;
   for (int attempt = 0; attempt < 16; ++attempt) {
     // Named like a temporary file, without its extension.
@@ -267,9 +270,15 @@ OutputObstacle PendingOutput::Publish(const std::vector<PendingOutput*>& outputs
   for (const PendingOutput* output : outputs) {
     const Impl& impl = *output->m_impl;
     const std::vector<std::wstring> companions = impl.NewCompanions();
-    int aside = 0;
+    std::vector<std::wstring> names = {impl.NameOf(impl.target)};
+    for (const std::wstring& file : companions) names.push_back(impl.NameOf(file));
+    errno = 0;
+    if (!NoteNewFiles(impl.folder, names)) {
+      KeepWriteError(errno);
+      return {OutputObstacle::kNotGiven, impl.target, errno};
+    }
     for (const std::wstring& file : impl.OldCompanions(NeighboursOf(impl.target))) {
-      renames.Move(file, impl.folder + L"~" + std::to_wstring(aside++));
+      renames.Move(file, PlaceForOld(impl.folder, impl.NameOf(file)));
     }
     for (const std::wstring& file : companions) renames.Move(impl.InFolder(file), file);
   }
@@ -277,7 +286,7 @@ OutputObstacle PendingOutput::Publish(const std::vector<PendingOutput*>& outputs
   for (const PendingOutput* output : outputs) {
     const Impl& impl = *output->m_impl;
     if (Exists(impl.target)) {
-      renames.Replace(impl.work, impl.target, impl.folder + L"~replaced");
+      renames.Replace(impl.work, impl.target, PlaceForOld(impl.folder, impl.NameOf(impl.target)));
     } else {
       renames.Move(impl.work, impl.target);
     }

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "platform/raster/raster_fault.h"
 #include "platform/system/files.h"
 #include "platform/utility/common_fun.h"
 
@@ -12,6 +13,7 @@ namespace platform {
 namespace {
 
 std::error_code Rename(const std::wstring& from, const std::wstring& to, bool over) {
+  if (RasterFails(RasterOperation::kRename, to)) return std::make_error_code(std::errc::io_error);
   if (!CommonFun::IsVirtualFile(from)) {
     std::error_code error;
     if (over) {

@@ -8,6 +8,7 @@
 #else
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +24,8 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
   if (GetLastError() == ERROR_ALREADY_EXISTS) return std::make_error_code(std::errc::file_exists);
   return {static_cast<int>(GetLastError()), std::system_category()};
 }
+
+bool IsOwnFile(const std::filesystem::path& /*path*/) { return true; }
 
 FolderLock::FolderLock(const std::filesystem::path& /*folder*/) {}
 FolderLock::~FolderLock() = default;
@@ -45,6 +48,11 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
   }
   std::filesystem::rename(from, to, error);
   return error;
+}
+
+bool IsOwnFile(const std::filesystem::path& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && status.st_uid == geteuid();
 }
 
 FolderLock::FolderLock(const std::filesystem::path& folder) : m_file(open(folder.c_str(), O_RDONLY | O_CLOEXEC)) {

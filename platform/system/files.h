@@ -8,6 +8,9 @@ namespace platform {
 /// Gives a file another name in its file system, unless that name is taken: then the error is file_exists.
 std::error_code RenameFresh(const std::filesystem::path& from, const std::filesystem::path& to);
 
+/// Whether a file, or the link of that name, belongs to the user whose program this is.
+bool IsOwnFile(const std::filesystem::path& path);
+
 /// While it lives, another lock on the same folder waits, in whatever program. Where the file system knows no locks it
 /// does nothing.
 class FolderLock {

@@ -7,9 +7,10 @@
 #include <cwchar>
 #include <filesystem>
 #include <iterator>
-#include <random>
 #include <system_error>
 #include <type_traits>
+
+#include "platform/raster/leftovers.h"
 
 #ifdef _WIN32
 #ifndef NOMINMAX
@@ -163,10 +164,7 @@ std::wstring CommonFun::MakeTempName(const std::wstring& path) {
   const std::size_t dot = ExtensionDot(path);
   // A long name is cut so that the longer one beside it still fits the file system.
   constexpr std::size_t kLongestStem = 32;
-  std::random_device random;
-  wchar_t suffix[24];
-  std::swprintf(suffix, std::size(suffix), L"~%08x%08x", random(), random());
-  return path.substr(0, start + std::min(dot - start, kLongestStem)) + suffix + path.substr(dot);
+  return path.substr(0, start + std::min(dot - start, kLongestStem)) + platform::TemporarySuffix() + path.substr(dot);
 }
 
 std::wstring CommonFun::GetTempFilePath(const std::wstring& path) {

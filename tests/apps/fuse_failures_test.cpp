@@ -26,8 +26,9 @@ TEST_F(FuseFailures, AFailureAnywhereLeavesTheOldOutputAndNothingElse) {
     ASSERT_EQ(app::RunFuse(options), app::kSuccess);
     std::string before = test_support::FileBytes(options.out);
     const auto names = m_folder.Names();
-    for (const auto operation : {RasterOperation::kOpen, RasterOperation::kCreate, RasterOperation::kRead,
-                                 RasterOperation::kWrite, RasterOperation::kClose, RasterOperation::kStore}) {
+    for (const auto operation :
+         {RasterOperation::kOpen, RasterOperation::kCreate, RasterOperation::kRead, RasterOperation::kWrite,
+          RasterOperation::kClose, RasterOperation::kStore, RasterOperation::kRename}) {
       for (int failing = 0; failing < 200; ++failing) {
         int count = 0;
         bool hit = false;
