@@ -136,6 +136,7 @@ void AddAssessOptions(CLI::App& command, AssessOptions& o) {
   command.add_option("--keep", o.keep, "Folder to leave the fused pairs and the results in");
   AddList(command, "--extra", o.extra, "Results NAME.tif that another program has added to those kept");
   command.add_flag("--overwrite", o.overwrite, "Replace existing files");
+  AddReferences(command, o.allowNetwork, o.confined);
   AddThreads(command, o.threads);
   command.add_flag("--json", o.json, "As one JSON object");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");

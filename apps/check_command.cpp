@@ -82,6 +82,7 @@ void AddCheckOptions(CLI::App& command, CheckOptions& o) {
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
+  AddReferences(command, o.allowNetwork, o.confined);
   command.add_option("--nodata", o.noData, "No-data value of inputs that declare none");
   AddThreads(command, o.threads);
   command.add_flag("--json", o.json, "As one JSON object");

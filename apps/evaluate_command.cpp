@@ -32,6 +32,7 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
   AddList(command, "--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)");
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take pan and multispectral image as covering the same ground");
+  AddReferences(command, o.allowNetwork, o.confined);
   AddThreads(command, o.threads);
   command.add_flag("--json", o.json, "As one JSON object");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");

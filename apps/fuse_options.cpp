@@ -52,6 +52,11 @@ void AddThreads(CLI::App& command, std::string& threads) {
                      "Threads to compute on, a number or all (default: FUSION_THREADS, OMP_NUM_THREADS or all)");
 }
 
+void AddReferences(CLI::App& command, bool& allowNetwork, bool& confined) {
+  command.add_flag("--allow-network", allowNetwork, "Let what inputs refer to be read across the network");
+  command.add_flag("--confined", confined, "Let inputs refer to nothing outside the folders that they lie in");
+}
+
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image")->required();
   command.add_option("MS", o.ms, "Multispectral image")->required();
@@ -88,6 +93,7 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
                      "scene or window: what a window's statistics are taken from; with scene it is a crop of the whole "
                      "result (default: scene)");
   command.add_option("--aoi", o.aoi, "Vector file: fuse only inside its polygons");
+  AddReferences(command, o.allowNetwork, o.confined);
   command
       .add_option("--spectral-match", o.spectralMatch,
                   "auto, on or off: bring the fused bands to the multispectral means and deviations")

@@ -26,6 +26,8 @@ void AddList(CLI::App& command, const std::string& name, std::vector<int>& value
 void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,
              const std::string& description);
 
+/// --allow-network and --confined.
+void AddReferences(CLI::App& command, bool& allowNetwork, bool& confined);
 /// Declares the option for the threads of a run.
 void AddThreads(CLI::App& command, std::string& threads);
 

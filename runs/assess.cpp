@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "platform/raster/references.h"
 #include "platform/raster/write_guard.h"
 #include "runs/assess_methods.h"
 #include "runs/notices.h"
@@ -16,6 +17,7 @@ AssessRequest& AssessRequest::operator=(const AssessRequest&) = default;
 
 AssessReport Assess(const AssessRequest& request, RunObserver* observer) {
   const auto start = std::chrono::steady_clock::now();
+  const platform::ReferenceScope references({request.allowNetwork, request.confined});
   platform::ClearWriteError();
   try {
     Notices notices(observer);

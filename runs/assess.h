@@ -24,6 +24,8 @@ struct FUSION_API AssessRequest {
   std::vector<int> bands;        ///< multispectral, counted from 1; empty: all but alpha
   int panBand = 1;               ///< counted from 1
   bool sameExtent = false;       ///< take both images as covering the same ground
+  bool allowNetwork = false;     ///< let what inputs refer to be read across the network
+  bool confined = false;         ///< and nothing outside the folder of the input that refers to it
   std::optional<double> noData;  ///< no-data value of inputs that declare none
   /// gain of the bands' filter at their Nyquist frequency, and of pan's there; or the first of them alone. Empty: by
   /// what the images tell of the blur between them

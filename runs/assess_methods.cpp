@@ -274,6 +274,8 @@ FuseRequest WithBestMethod(const FuseRequest& request, RunObserver* observer, No
   assess.bands = request.bands;
   assess.panBand = request.panBand;
   assess.sameExtent = request.sameExtent;
+  assess.allowNetwork = request.allowNetwork;
+  assess.confined = request.confined;
   assess.noData = request.noData;
   assess.threads = request.threads;
   assess.protocol = "wald";

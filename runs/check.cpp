@@ -10,6 +10,7 @@
 #include "framework/overlap.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/gis_data_source.h"
+#include "platform/raster/references.h"
 #include "platform/raster/write_guard.h"
 #include "platform/utility/common_fun.h"
 #include "runs/check_figures.h"
@@ -198,6 +199,7 @@ CheckRequest::CheckRequest(const CheckRequest&) = default;
 CheckRequest& CheckRequest::operator=(const CheckRequest&) = default;
 
 CheckReport Check(const CheckRequest& request, RunObserver* observer) {
+  const platform::ReferenceScope references({request.allowNetwork, request.confined});
   const auto start = std::chrono::steady_clock::now();
   platform::ClearWriteError();
   try {

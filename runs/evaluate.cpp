@@ -11,6 +11,7 @@
 #include "evaluation/statistic_evaluate.h"
 #include "framework/overlap.h"
 #include "platform/algorithm/messages.h"
+#include "platform/raster/references.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/notices.h"
@@ -236,6 +237,7 @@ EvaluateRequest::EvaluateRequest(const EvaluateRequest&) = default;
 EvaluateRequest& EvaluateRequest::operator=(const EvaluateRequest&) = default;
 
 EvaluateReport Evaluate(const EvaluateRequest& request, RunObserver* observer) {
+  const platform::ReferenceScope references({request.allowNetwork, request.confined});
   try {
     Notices notices(observer);
     RunProgress progress(observer);

@@ -23,6 +23,8 @@ struct FUSION_API EvaluateRequest {
   std::vector<int> fusedBands;       ///< counted from 1, as many, compared in pairs; empty: all but alpha
   int panBand = 1;                   ///< counted from 1
   bool sameExtent = false;           ///< take pan and multispectral image as covering the same ground
+  bool allowNetwork = false;         ///< let what inputs refer to be read across the network
+  bool confined = false;             ///< and nothing outside the folder of the input that refers to it
   std::string threads;               ///< as FuseRequest::threads
 };
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 
+#include "platform/raster/references.h"
 #include "platform/raster/write_guard.h"
 #include "runs/assess_methods.h"
 #include "runs/fuse_run.h"
@@ -20,6 +21,7 @@ FuseRequest& FuseRequest::operator=(const FuseRequest&) = default;
 
 FuseReport Fuse(const FuseRequest& request, RunObserver* observer) {
   const auto start = std::chrono::steady_clock::now();
+  const platform::ReferenceScope references({request.allowNetwork, request.confined});
   platform::ClearWriteError();
   RunLog log;
   const auto logged = [&log](const RunFailure& failure) {

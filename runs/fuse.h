@@ -57,6 +57,8 @@ struct FUSION_API FuseRequest {
   std::optional<double> bayesWeight;
   std::string registration = "auto";         ///< bayesian: auto, off or report: what to make of a shift of the images
   bool sameExtent = false;                   ///< take both images as covering the same ground
+  bool allowNetwork = false;                 ///< let what inputs refer to be read across the network
+  bool confined = false;                     ///< and nothing outside the folder of the input that refers to it
   bool noOverviews = false;                  ///< hpf, ihs, sharpen: no overviews of the output
   std::string format;                        ///< by name; empty: by the extension of out
   std::vector<std::string> creationOptions;  ///< of the format's driver in GDAL: NAME=VALUE each

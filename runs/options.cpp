@@ -113,6 +113,8 @@ constexpr Option<F> kFuseOptions[] = {
     {"format", Take<&F::format>},
     {"co", Take<&F::creationOptions>},
     {"overwrite", Take<&F::overwrite>},
+    {"allow-network", Take<&F::allowNetwork>},
+    {"confined", Take<&F::confined>},
     {"threads", Take<&F::threads>},
     {"log", Take<&F::log>},
     {"given", Take<&F::given>},
@@ -121,11 +123,12 @@ constexpr Option<F> kFuseOptions[] = {
 
 using E = EvaluateRequest;
 constexpr Option<E> kEvaluateOptions[] = {
-    {"pan", Take<&E::pan>},          {"ms", Take<&E::ms>},
-    {"fused", Take<&E::fused>},      {"metric", Take<&E::metrics>},
-    {"bands", Take<&E::bands>},      {"fused-bands", Take<&E::fusedBands>},
-    {"pan-band", Take<&E::panBand>}, {"same-extent", Take<&E::sameExtent>},
-    {"threads", Take<&E::threads>},
+    {"pan", Take<&E::pan>},           {"ms", Take<&E::ms>},
+    {"fused", Take<&E::fused>},       {"metric", Take<&E::metrics>},
+    {"bands", Take<&E::bands>},       {"fused-bands", Take<&E::fusedBands>},
+    {"pan-band", Take<&E::panBand>},  {"same-extent", Take<&E::sameExtent>},
+    {"threads", Take<&E::threads>},   {"allow-network", Take<&E::allowNetwork>},
+    {"confined", Take<&E::confined>},
 };
 
 /// "auto" or gains.
@@ -150,12 +153,20 @@ constexpr Option<A> kAssessOptions[] = {
     {"keep", Take<&A::keep>},
     {"extra", Take<&A::extra>},
     {"overwrite", Take<&A::overwrite>},
+    {"allow-network", Take<&A::allowNetwork>},
+    {"confined", Take<&A::confined>},
 };
 
 using C = CheckRequest;
 constexpr Option<C> kCheckOptions[] = {
-    {"pan", Take<&C::pan>},          {"ms", Take<&C::ms>},         {"bands", Take<&C::bands>},
-    {"pan-band", Take<&C::panBand>}, {"nodata", Take<&C::noData>}, {"same-extent", Take<&C::sameExtent>},
+    {"pan", Take<&C::pan>},
+    {"ms", Take<&C::ms>},
+    {"bands", Take<&C::bands>},
+    {"pan-band", Take<&C::panBand>},
+    {"nodata", Take<&C::noData>},
+    {"same-extent", Take<&C::sameExtent>},
+    {"allow-network", Take<&C::allowNetwork>},
+    {"confined", Take<&C::confined>},
     {"threads", Take<&C::threads>},
 };
 

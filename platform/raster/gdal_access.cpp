@@ -4,9 +4,11 @@
 #include <ogr_spatialref.h>
 
 #include <cerrno>
+#include <memory>
 #include <mutex>
 
 #include "platform/raster/raster_source.h"
+#include "platform/raster/references.h"
 #include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
 
@@ -73,7 +75,26 @@ GDALDataset* OpenNamed(const std::string& name, unsigned int flags, const char* 
     CPLError(CE_Failure, CPLE_OpenFailed, "it is no regular file");
     return nullptr;
   }
-  return GDALDataset::Open(name.c_str(), flags, nullptr, options);
+  const ReferencePolicy* policy = CurrentReferences();
+  if (!policy) return GDALDataset::Open(name.c_str(), flags, nullptr, options);
+  const std::string fault = ForbiddenReference(name, *policy);
+  if (!fault.empty()) {
+    CPLError(CE_Failure, CPLE_OpenFailed, "%s", fault.c_str());
+    return nullptr;
+  }
+  // Of what descriptions of rare kinds name, too.
+  std::unique_ptr<CPLConfigOptionSetter> nothingElsewhere;
+  if (!policy->network && !IsElsewhere(name)) {
+    nothingElsewhere = std::make_unique<CPLConfigOptionSetter>("CPL_VSIL_CURL_ALLOWED_FILENAME", "none", true);
+  }
+  GDALDataset* dataset = GDALDataset::Open(name.c_str(), flags, nullptr, options);
+  if (!dataset || !policy->confined) return dataset;
+  const CPLStringList files(dataset->GetFileList());
+  const std::string part = ForbiddenPart(name, *policy, files.List());
+  if (part.empty()) return dataset;
+  GDALClose(dataset);
+  CPLError(CE_Failure, CPLE_OpenFailed, "%s", part.c_str());
+  return nullptr;
 }
 
 GDALDataset* OpenDataset(const std::string& name, bool update) {
