@@ -46,6 +46,7 @@
 #include "runs/fuse.h"
 #include "runs/methods.h"
 #include "runs/options.h"
+#include "runs/provenance.h"
 #include "runs/sample.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"

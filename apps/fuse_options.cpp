@@ -2,29 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "runs/fuse_checks.h"
 #include "runs/options.h"
 #include "runs/text.h"
 
 namespace app {
-
-namespace {
-
-/// The options that were given, as they may be given again.
-std::string Given(const CLI::App& command) {
-  std::string text;
-  for (const CLI::Option* option : command.get_options()) {
-    if (option->count() == 0 || option->get_positional()) continue;
-    if (!text.empty()) text += ' ';
-    text += option->get_name();
-    if (option->get_items_expected_max() == 0) continue;
-    for (const std::string& value : option->results()) text += ' ' + value;
-  }
-  return text;
-}
-
-}  // namespace
 
 void AddText(CLI::App& command, const std::string& name, const std::string& description, const char* shape,
              const std::function<void(const std::string& text)>& take) {
@@ -58,9 +42,9 @@ void AddReferences(CLI::App& command, bool& allowNetwork, bool& confined) {
 }
 
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
-  command.add_option("PAN", o.pan, "Panchromatic image")->required();
-  command.add_option("MS", o.ms, "Multispectral image")->required();
-  command.add_option("OUT", o.out, "Fused image to write")->required();
+  command.add_option("PAN", o.pan, "Panchromatic image");
+  command.add_option("MS", o.ms, "Multispectral image");
+  command.add_option("OUT", o.out, "Fused image to write");
   command.add_option("--method", o.method, "Fusion method, see 'fusion methods', or best")->capture_default_str();
   command.add_option("--resample", o.resample,
                      fusion::Join(fusion::ResampleWords(), " or ") +
@@ -121,12 +105,20 @@ void AddFuseOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("--format", o.format, "Output format (default: by the extension of OUT)");
   command.add_option("--co", o.creationOptions, "Creation option of GDAL's driver, NAME=VALUE; as often as needed")
       ->allow_extra_args(false);
+  command.add_flag("--no-provenance", o.noProvenance, "Let OUT not tell how it was made");
+  command.add_flag("--sync", o.sync, "End when OUT lies on the disk");
   command.add_flag("--overwrite", o.overwrite, "Replace an existing OUT");
   AddThreads(command, o.threads);
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
   command.add_option("--log", o.log, "Append the library's log to this file");
   command.add_flag("--json", o.json, "Describe the outcome as one JSON object on standard output");
-  command.callback([&command, &o] { o.given = Given(command); });
+  command.add_option("--repeat", o.repeat, "Print the command that made this image, and do nothing else");
+  command.callback([&o] {
+    if (!o.repeat.empty()) return;
+    for (const auto& [name, file] : {std::pair{"PAN", &o.pan}, {"MS", &o.ms}, {"OUT", &o.out}}) {
+      if (file->empty()) throw CLI::RequiredError(name);
+    }
+  });
 }
 
 }  // namespace app

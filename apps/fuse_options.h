@@ -16,6 +16,7 @@ namespace app {
 struct FuseOptions : fusion::FuseRequest {
   bool quiet = false;
   bool json = false;
+  std::string repeat = {};  ///< an output whose command is to be printed, and nothing else done
 };
 
 /// Declares an option that takes a text of a certain shape in one argument.

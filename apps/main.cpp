@@ -12,6 +12,7 @@
 #include "apps/fuse_command.h"
 #include "apps/methods_command.h"
 #include "apps/nearest_word.h"
+#include "apps/output_commands.h"
 #include "apps/sample_command.h"
 #include "platform/system/console.h"
 #include "platform/system/interrupts.h"
@@ -31,6 +32,8 @@ class Command {
     app::AddAssessOptions(*m_assess, m_assessOptions);
     app::AddCheckOptions(*m_check, m_checkOptions);
     app::AddSampleOptions(*m_sample, m_sampleOptions);
+    app::AddInfoOptions(*m_info, m_infoOptions);
+    app::AddVerifyOptions(*m_verify, m_verifyOptions);
     m_methods->add_flag("--json", m_json, "As JSON");
     m_methods->add_flag("--names", m_namesOnly, "Names only, one a line");
   }
@@ -45,10 +48,13 @@ class Command {
       return Refuse(error, argc, argv);
     }
     try {
+      if (*m_fuse && !m_fuseOptions.repeat.empty()) return app::RunRepeat(m_fuseOptions.repeat);
       if (*m_fuse) return app::RunFuse(m_fuseOptions);
       if (*m_evaluate) return app::RunEvaluate(m_evaluateOptions);
       if (*m_assess) return app::RunAssess(m_assessOptions);
       if (*m_check) return app::RunCheck(m_checkOptions);
+      if (*m_info) return app::RunInfo(m_infoOptions);
+      if (*m_verify) return app::RunVerify(m_verifyOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
       return app::RunMethods(m_json, m_namesOnly);
     } catch (const fusion::RunFailure& e) {
@@ -103,12 +109,16 @@ class Command {
   CLI::App* m_evaluate = m_parser.add_subcommand("evaluate", "Measure the quality of a fused image");
   CLI::App* m_assess = m_parser.add_subcommand("assess", "Compare the methods on a pair of images");
   CLI::App* m_sample = m_parser.add_subcommand("sample", "Write a made-up scene to try things with");
+  CLI::App* m_info = m_parser.add_subcommand("info", "Tell how a fused image was made");
+  CLI::App* m_verify = m_parser.add_subcommand("verify", "Compare a fused image with what was written");
   CLI::App* m_methods = m_parser.add_subcommand("methods", "List the fusion methods");
   app::FuseOptions m_fuseOptions;
   app::CheckOptions m_checkOptions;
   app::EvaluateOptions m_evaluateOptions;
   app::AssessOptions m_assessOptions;
   app::SampleCommandOptions m_sampleOptions;
+  app::OutputOptions m_infoOptions;
+  app::OutputOptions m_verifyOptions;
   bool m_json = false;
   bool m_namesOnly = false;
 };

@@ -103,6 +103,7 @@ CWeightFusion& CWeightFusion::operator=(const CWeightFusion&) = default;
 GISError CWeightFusion::Preproccess() {
   const std::size_t bandCount = m_param.m_vecMSBands.size();
   m_doubts.clear();
+  m_weights.clear();
   Figures figures;
   figures.means.resize(bandCount);
   figures.stdDevs.resize(bandCount);
@@ -121,6 +122,7 @@ GISError CWeightFusion::Preproccess() {
     const double r = covSum[i] / (figures.panStdDev * figures.stdDevs[i] * static_cast<double>(count));
     m_pWeight[i] = std::sqrt(r);
     m_doubts.push_back(DoubtOf(figures, i, r));
+    m_weights.push_back(std::isfinite(m_pWeight[i]) ? m_pWeight[i] : 0.0);
   }
   return result;
 }

@@ -31,6 +31,9 @@ class FUSION_API CWeightFusion : public CRowFusion {
   /// One of the last run for each chosen band; empty where the run did not come so far.
   const std::vector<WeightDoubt>& GetWeightDoubts() const { return m_doubts; }
 
+  /// What a band takes of pan, the a above, one for each chosen band of the last run; 0 where it has none.
+  const std::vector<double>& GetWeights() const { return m_weights; }
+
   /// Adds a block's (ms - mean) (pan - mean) to covSum, for every pixel in the area of interest and every band, and 1
   /// to count for each of them: count grows by the number of bands per pixel. The deviations are not read.
   void ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double panStdDev, double** mulBufs, int bandCount,
@@ -52,5 +55,6 @@ class FUSION_API CWeightFusion : public CRowFusion {
   bool SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count);
 
   std::vector<WeightDoubt> m_doubts;
+  std::vector<double> m_weights;
   bool m_keepsBands = false;
 };

@@ -6,6 +6,7 @@
 #include "framework/overlap.h"
 #include "framework/run/run.h"
 #include "platform/raster/raster_algorithm.h"
+#include "platform/raster/raster_notes.h"
 #include "platform/utility/common_fun.h"
 
 namespace messages = fusion::messages;
@@ -122,6 +123,8 @@ bool CFusion::CreateOutput(FusionParam* param, CRasterSource* pan, CRasterSource
     return false;
   }
   if (param->m_pDescription && !param->m_bSpectralMatch) param->m_pDescription->Apply(*dst);
+  if (param->m_pNotes && !param->m_bSpectralMatch) param->m_pNotes->Apply(*dst);
+  if (param->m_pWritten && !param->m_bSpectralMatch) dst->TellWritten(param->m_pWritten);
   if (param->m_bMaskNoData) dst->DeclareNoData(0.0);
   return true;
 }

@@ -84,6 +84,10 @@ GISError BlockHpf::Preproccess() {
   return GIS_SUCCESS;
 }
 
+std::vector<double> BlockHpf::ValuesOf(const double* values) const {
+  return values ? std::vector<double>(values, values + m_param.m_nOutBandCount) : std::vector<double>();
+}
+
 bool BlockHpf::MeasureFiltered(const platform::FilteredBand& filtered, const platform::Stage& stage,
                                const wchar_t* title, BandFigures& figures) {
   constexpr int kPercent = 100;

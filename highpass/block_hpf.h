@@ -20,10 +20,15 @@ class BlockHpf : public CHpfFusion {
   double GetDetailWeight() const { return m_detailWeight; }
   bool HasCappedDetail() const { return m_detailWeight < m_hpfParam.m_dDetailWeight1; }
 
+  /// What the bands are brought to at the end, one for each chosen band.
+  std::vector<double> GetBandMeans() const { return ValuesOf(m_means); }
+  std::vector<double> GetBandDeviations() const { return ValuesOf(m_stdDevs); }
+
   void Process() override;
   GISError Preproccess() override;
 
  private:
+  std::vector<double> ValuesOf(const double* values) const;
   bool OpenRasters(CRasterSource& pan, CRasterSource& ms);
   bool MeasureFiltered(const platform::FilteredBand& filtered, const platform::Stage& stage, const wchar_t* title,
                        platform::BandFigures& figures);

@@ -110,6 +110,11 @@ GISError CHpfFusion::Preproccess() {
   return taken ? GIS_SUCCESS : GIS_FAILED;
 }
 
+std::vector<double> CHpfFusion::GetGains(bool second) const {
+  const double* gains = second ? m_pSecondGains : m_pFirstGains;
+  return gains ? std::vector<double>(gains, gains + m_param.m_nOutBandCount) : std::vector<double>();
+}
+
 bool CHpfFusion::SetGains(bool second, double stdv, double weight) {
   if (std::fabs(stdv) < 1e-8) {
     SetError(ERR_ZERO_DEVIATION,

@@ -29,6 +29,9 @@ class FUSION_API CHpfFusion : public CFusion {
   void SetMulMeanValue(double* means) { m_pMulMeans = means; }
   void SetMulStdvValue(double* stdvs) { m_pMulStdvs = stdvs; }
 
+  /// Of the first detail, or of the second one, in the bands of the last run; empty where it has none.
+  std::vector<double> GetGains(bool second) const;
+
   void Process() override;
   using CFusion::ConfigDstRaster;
   /// Opens the three inputs and creates the output. False, with the error state set, also when the second high-pass

@@ -104,6 +104,7 @@ FuseRequest TileFiles::Complete(FuseRequest request) const {
   const Method* method = FindMethod(request.method);
   if (method && method->Takes(kTakesType)) request.type = TypeName(m_type);
   request.noOverviews = true;
+  request.noProvenance = true;
   request.overwrite = true;
   return request;
 }

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "runs/model_facts.h"
 #include "runs/run_failure.h"
 #include "runs/run_observer.h"
 
@@ -62,11 +63,13 @@ struct FUSION_API FuseRequest {
   bool noOverviews = false;                  ///< hpf, ihs, sharpen: no overviews of the output
   std::string format;                        ///< by name; empty: by the extension of out
   std::vector<std::string> creationOptions;  ///< of the format's driver in GDAL: NAME=VALUE each
+  bool noProvenance = false;                 ///< the output does not tell how it was made
+  bool sync = false;                         ///< ends when the output lies on the disk
   bool overwrite = false;                    ///< replace an existing out, and what belongs to it
 
   std::string threads;        ///< to compute on: a number, or all; empty: FUSION_THREADS, OMP_NUM_THREADS or all
   std::string log;            ///< file that the library's log is appended to while the run lasts; empty: none
-  std::string given;          ///< what is to be done, in the caller's words, for the log
+  std::string given;          ///< what is to be done, in the caller's words, for the log beside the options
   bool measureValid = false;  ///< let the report tell the share of pixels with data, which takes a pass over the output
 };
 

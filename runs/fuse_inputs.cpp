@@ -12,6 +12,7 @@
 #include "runs/failures.h"
 #include "runs/highpass_setup.h"
 #include "runs/open_input.h"
+#include "runs/output_notes.h"
 #include "runs/room.h"
 #include "runs/same_extent.h"
 #include "runs/text.h"
@@ -21,6 +22,13 @@ namespace {
 
 std::unique_ptr<platform::VirtualRaster> View(const std::wstring& file, const std::vector<int>& bands) {
   return std::make_unique<platform::VirtualRaster>(file, bands, nullptr, nullptr);
+}
+
+/// A rotated image is seen through a view of another size.
+std::string SizeOf(const CRasterSource& image) {
+  if (!image.IsNorthUpView()) return SizeText(image);
+  CRasterSource plain;
+  return plain.OpenSimple(image.GetPath()) ? SizeText(plain) : std::string();
 }
 
 /// Corrects a band's moments where single values decide them. False after a failed read or a cancellation.
@@ -52,6 +60,8 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
       m_msFile(CommonFun::Utf82U(options.ms)) {
   OpenInput(m_pan, m_panFile);
   OpenInput(m_ms, m_msFile);
+  m_panSize = SizeOf(m_pan);
+  m_msSize = SizeOf(m_ms);
   m_msType = m_ms.GetRasterDataType();
   CheckArea();
   SettleNoData(progress);

@@ -33,6 +33,9 @@ class FuseInputs {
   /// Multispectral over pan pixel width, both on pan's ground; 0 where the run does not ask for it.
   double PixelRatio() const { return m_pixelRatio; }
   PixelDataType MsType() const { return m_msType; }
+  /// "1024x1024, 1 band of uint16", as the files have it.
+  const std::string& PanSize() const { return m_panSize; }
+  const std::string& MsSize() const { return m_msSize; }
   /// The chosen bands of the multispectral image as it was given, counted from 0.
   const std::vector<int>& Bands() const { return m_chosen; }
   /// What the multispectral image says of them.
@@ -68,6 +71,8 @@ class FuseInputs {
   std::wstring m_msFile;
   CRasterSource m_pan;
   CRasterSource m_ms;
+  std::string m_panSize;
+  std::string m_msSize;
   std::vector<int> m_chosen;  ///< zero-based, of the multispectral image as it was given
   platform::RasterDescription m_description;
   std::vector<int> m_bands;  ///< zero-based, of m_msFile

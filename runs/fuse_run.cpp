@@ -9,12 +9,14 @@
 #include "platform/algorithm/build_raster_overviews.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
+#include "platform/raster/written_raster.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/fuse_inputs.h"
 #include "runs/notices.h"
 #include "runs/output_file.h"
 #include "runs/output_format.h"
+#include "runs/output_notes.h"
 #include "runs/room.h"
 #include "runs/run_log.h"
 #include "runs/run_progress.h"
@@ -49,6 +51,8 @@ FuseRun::FuseRun(const FuseRequest& options, RunLog& log, Notices& notices, RunP
       m_output(CommonFun::Utf82U(options.out)),
       m_pending(m_output, options.overwrite, InputFiles(options)) {}
 
+FuseRun::~FuseRun() = default;
+
 FuseReport FuseRun::Run() {
   try {
     return FuseAndPublish();
@@ -78,6 +82,8 @@ FuseReport FuseRun::FuseAndPublish() {
   CheckFormatHolds(m_checked.format, m_type, static_cast<int>(inputs.Bands().size()), *m_checked.method);
   CheckDisk(inputs.Area(), static_cast<int>(inputs.Bands().size()), m_type, m_options);
   Describe(inputs.Description());
+  m_written = std::make_shared<platform::WrittenRaster>();
+  if (!m_options.noProvenance) m_notes = std::make_unique<OutputNotes>(m_options, m_checked, inputs);
   if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
   const std::wstring result = m_pending.WorkPath();
   MatchTargets targets;
@@ -89,7 +95,10 @@ FuseReport FuseRun::FuseAndPublish() {
   Fuse(inputs, result, m_checked.matched ? &targets : nullptr);
   FuseReport report = Look(result, inputs.MsType());
   if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
+  if (m_notes) TellOrigin(result, targets);
+  if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
   ThrowObstacle(m_pending.Publish(), m_output);
+  if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
   return report;
 }
 
@@ -119,6 +128,8 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   param.m_eOutDataType = m_type;
   param.m_eOutFormat = m_checked.format;
   param.m_pDescription = m_description;
+  if (m_notes) param.m_pNotes = m_notes->Notes();
+  param.m_pWritten = m_written;
   param.m_vecCreationOptions = m_options.creationOptions;
   param.m_eResampleType = m_checked.resample;
   param.m_bRepeatMsEdges = m_checked.guards.edges;
@@ -142,6 +153,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   algorithm->SetBuildsOverviews(false);
   Carry(*algorithm);
   if (targets) TellOutliers(dynamic_cast<CFusion&>(*algorithm).GetMatchOutliers());
+  if (m_checked.method->tell) m_checked.method->tell(*algorithm, m_facts);
   if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_notices);
 }
 
@@ -172,6 +184,10 @@ void FuseRun::Carry(CBaseAlgorithm& algorithm) {
 FuseReport FuseRun::Look(const std::wstring& file, PixelDataType msType) const {
   CRasterSource source;
   if (!source.OpenSimple(file)) throw RunError(ERR_WRITE, messages::kWriteFailed);
+  const std::string difference = m_written->Difference(source);
+  if (!difference.empty()) {
+    throw RunError(ERR_WRITE, L"", m_options.out + " was not written as it should be: " + difference + ".");
+  }
   FuseReport report = m_found;
   report.method = m_options.method;
   report.output = m_options.out;
@@ -209,6 +225,38 @@ void FuseRun::BuildOverviews(const std::wstring& file) {
   if (!source.OpenSimple(file)) return;
   CBuildRasterOverviews overviews(&source, "AVERAGE", 0, nullptr, &m_progress, L"", false);
   Carry(overviews);
+}
+
+void FuseRun::TellOrigin(const std::wstring& file, const MatchTargets& targets) {
+  ModelFacts facts;
+  if (m_found.registration) {
+    facts.push_back({"shift", {m_found.registration->dx, m_found.registration->dy}});
+    facts.push_back({"shift_applied", {m_found.registration->applied ? 1.0 : 0.0}});
+  }
+  if (m_found.model) {
+    facts.push_back({m_found.model->shape + "_blur", {m_found.model->blur}});
+    facts.push_back({"restoring", {m_found.model->restoring}});
+    facts.push_back({"gains", m_found.model->gains});
+    facts.push_back({"samples", {static_cast<double>(m_found.model->samples)}});
+  }
+  facts.insert(facts.end(), m_facts.begin(), m_facts.end());
+  if (m_checked.matched) {
+    facts.push_back({"target_means", targets.means});
+    facts.push_back({"target_deviations", targets.stdDevs});
+  }
+  if (!m_notes->Complete(file, facts, Checksums(file))) throw FileFailure(m_output);
+}
+
+std::vector<std::string> FuseRun::Checksums(const std::wstring& file) const {
+  std::vector<std::string> sums = m_written->Checksums();
+  if (!sums.empty() && !MayLoseValues(m_checked.format, m_options.creationOptions)) return sums;
+  sums.clear();
+  CRasterSource source;
+  const auto goesOn = [](void* progress, int) { return !static_cast<CBaseProgress*>(progress)->IsCancelRequested(); };
+  if (source.OpenSimple(file)) sums = platform::ChecksumsOf(source, goesOn, &m_progress);
+  if (!sums.empty()) return sums;
+  const bool cancelled = m_progress.IsCancelRequested();
+  throw RunError(cancelled ? ERR_CANCELLED : ERR_WRITE, cancelled ? messages::kCancelled : messages::kWriteFailed);
 }
 
 }  // namespace fusion

@@ -14,6 +14,7 @@ namespace fusion {
 
 class FuseInputs;
 class Notices;
+class OutputNotes;
 class RunLog;
 class RunProgress;
 struct MatchOutliers;
@@ -26,6 +27,7 @@ class FuseRun {
   FuseRun(const FuseRequest& options, RunLog& log, Notices& notices, RunProgress& progress);
 
   /// Throws RunFailure. The report's time and notices are the caller's.
+  ~FuseRun();
   FuseReport Run();
 
  private:
@@ -45,6 +47,10 @@ class FuseRun {
   bool MayExceedType(PixelDataType msType) const;
   void TellWhatWasCut(const CRasterSource& output) const;
   void BuildOverviews(const std::wstring& file);
+  /// Lets the finished file tell how it was made.
+  void TellOrigin(const std::wstring& file, const MatchTargets& targets);
+  /// Of each band, as it was written, or, where the format may change what is written, as it reads.
+  std::vector<std::string> Checksums(const std::wstring& file) const;
 
   const FuseRequest& m_options;
   RunLog& m_log;
@@ -57,6 +63,9 @@ class FuseRun {
   bool m_masks = false;
   FuseReport m_found;  ///< what is known of the report before there is an output
   std::shared_ptr<const platform::RasterDescription> m_description;
+  std::shared_ptr<platform::WrittenRaster> m_written;
+  std::unique_ptr<OutputNotes> m_notes;  ///< null where the output is not to tell
+  ModelFacts m_facts;
 };
 
 }  // namespace fusion

@@ -80,6 +80,27 @@ void TellBandsWithoutWeight(const CBaseAlgorithm& algorithm, const std::vector<i
   }
 }
 
+void TellComponents(const CBaseAlgorithm& algorithm, ModelFacts& facts) {
+  const auto& fusion = dynamic_cast<const CPrinComponentFusion&>(algorithm);
+  facts.push_back({"means", fusion.GetMeans()});
+  facts.push_back({"components", fusion.GetComponents()});
+  facts.push_back({"pan_factor", {fusion.GetPanFactor()}});
+  facts.push_back({"pan_offset", {fusion.GetPanOffset()}});
+}
+
+void TellWeights(const CBaseAlgorithm& algorithm, ModelFacts& facts) {
+  facts.push_back({"weights", dynamic_cast<const CWeightFusion&>(algorithm).GetWeights()});
+}
+
+void TellGains(const CBaseAlgorithm& algorithm, ModelFacts& facts) {
+  const auto& fusion = dynamic_cast<const BlockHpf&>(algorithm);
+  facts.push_back({"detail_weight", {fusion.GetDetailWeight()}});
+  facts.push_back({"gains", fusion.GetGains(false)});
+  if (!fusion.GetGains(true).empty()) facts.push_back({"second_gains", fusion.GetGains(true)});
+  facts.push_back({"target_means", fusion.GetBandMeans()});
+  facts.push_back({"target_deviations", fusion.GetBandDeviations()});
+}
+
 constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
 
 }  // namespace
@@ -109,6 +130,7 @@ const std::vector<Method>& Methods() {
        .takes = kRaster | kTakesMatch | kTakesKeepBands,
        .make = MakeWeighted,
        .remark = TellBandsWithoutWeight,
+       .tell = TellWeights,
        .matchedByDefault = true},
       {.name = "ihs",
        .summary = "pan in place of the intensity of three bands",
@@ -124,6 +146,7 @@ const std::vector<Method>& Methods() {
        .takes = kRaster | kTakesPcaMatch,
        .make = MakePca,
        .remark = TellPanMatch,
+       .tell = TellComponents,
        .wholeFileBands = true,
        .onBandScale = true},
       {.name = "hpf",
@@ -131,6 +154,7 @@ const std::vector<Method>& Methods() {
        .takes = kTakesAutoLevel | kTakesKernels,
        .make = MakeHpf,
        .remark = TellDetailCap,
+       .tell = TellGains,
        .mixesGreen = true,
        .wholeFileBands = true,
        .buildsOverviews = true,

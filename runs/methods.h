@@ -7,6 +7,7 @@
 #include "framework/fusion_param.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/system/export.h"
+#include "runs/model_facts.h"
 
 namespace fusion {
 
@@ -51,6 +52,8 @@ struct Method {
   /// What is to be said of a run that has succeeded; null for nothing. For the run itself.
   /// @param bands the chosen multispectral bands, counted from 0
   void (*remark)(const CBaseAlgorithm& algorithm, const std::vector<int>& bands, Notices& notices) = nullptr;
+  /// Adds what a run that has succeeded worked with; null for nothing. For the run itself.
+  void (*tell)(const CBaseAlgorithm& algorithm, ModelFacts& facts) = nullptr;
   /// --spectral-match auto means on.
   bool matchedByDefault = false;
   /// Mixes near infrared into green by itself, in the bands that it is given; else that is a part of the matching.

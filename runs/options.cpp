@@ -5,6 +5,7 @@
 #include <span>
 #include <stdexcept>
 #include <system_error>
+#include <type_traits>
 
 namespace fusion {
 namespace {
@@ -14,6 +15,10 @@ template <typename Request>
 struct Option {
   const char* name;
   void (*take)(Request& request, const std::string& text);
+  /// The text that take would take for what the request has; empty where it has the default.
+  std::string (*tell)(const Request& request) = nullptr;
+  bool shapes = true;  ///< has a say in the picture, beside its files
+  bool isSwitch = false;
 };
 
 template <typename Number>
@@ -43,6 +48,24 @@ void Read(const std::string& text, std::vector<std::string>& field) {
   field = text.empty() ? std::vector<std::string>() : WordsOf(text);
 }
 
+template <typename Number>
+std::string TextOf(Number number) {
+  char text[64];
+  return {text, std::to_chars(text, text + sizeof(text), number).ptr};
+}
+std::string TextOf(const std::string& text) { return text; }
+std::string TextOf(bool on) { return on ? "on" : "off"; }
+template <typename Part>
+std::string TextOf(const std::vector<Part>& parts) {
+  std::string text;
+  for (const Part& part : parts) text += (text.empty() ? "" : ",") + TextOf(part);
+  return text;
+}
+template <typename Value>
+std::string TextOf(const std::optional<Value>& value) {
+  return value ? TextOf(*value) : std::string();
+}
+
 void Read(const std::string& text, bool& field) {
   if (text != "on" && text != "off") throw std::invalid_argument("a switch is on or off, not '" + text + "'");
   field = text == "on";
@@ -58,6 +81,19 @@ void Read(const std::string& text, std::optional<Value>& field) {
 template <auto Member, typename Request>
 void Take(Request& request, const std::string& text) {
   Read(text, request.*Member);
+}
+
+template <auto Member, typename Request>
+std::string Tell(const Request& request) {
+  static const Request defaults;
+  return request.*Member == defaults.*Member ? std::string() : TextOf(request.*Member);
+}
+
+/// Both ways.
+template <auto Member, typename Request>
+constexpr Option<Request> Field(const char* name, bool shapes = true) {
+  return {name, Take<Member, Request>, Tell<Member, Request>, shapes,
+          std::is_same_v<decltype(Member), bool Request::*>};
 }
 
 /// "N" or "WxH".
@@ -76,49 +112,52 @@ void TakeSize(SampleRequest& request, const std::string& text) {
 }
 
 using F = FuseRequest;
+constexpr bool kBeside = false;
 constexpr Option<F> kFuseOptions[] = {
-    {"pan", Take<&F::pan>},
-    {"ms", Take<&F::ms>},
-    {"out", Take<&F::out>},
-    {"method", Take<&F::method>},
-    {"resample", Take<&F::resample>},
-    {"edges", Take<&F::edges>},
-    {"match-moments", Take<&F::matchMoments>},
-    {"product-root", Take<&F::productRoot>},
-    {"detail-cap", Take<&F::detailCap>},
-    {"pca-match", Take<&F::pcaMatch>},
-    {"keep-bands", Take<&F::keepBands>},
-    {"as-published", Take<&F::asPublished>},
-    {"type", Take<&F::type>},
-    {"bands", Take<&F::bands>},
-    {"pan-band", Take<&F::panBand>},
-    {"rgb", Take<&F::rgb>},
-    {"window", Take<&F::window>},
-    {"statistics", Take<&F::statistics>},
-    {"aoi", Take<&F::aoi>},
-    {"spectral-match", Take<&F::spectralMatch>},
-    {"nodata-mask", Take<&F::noDataMask>},
-    {"nodata", Take<&F::noData>},
-    {"make-green", Take<&F::makeGreen>},
-    {"auto-level", Take<&F::autoLevel>},
-    {"stretch", Take<&F::stretch>},
-    {"kernel-size", Take<&F::kernelSize>},
-    {"second-kernel-size", Take<&F::secondKernelSize>},
-    {"detail-weight", Take<&F::detailWeight>},
-    {"second-detail-weight", Take<&F::secondDetailWeight>},
-    {"bayes-weight", Take<&F::bayesWeight>},
-    {"registration", Take<&F::registration>},
-    {"same-extent", Take<&F::sameExtent>},
-    {"no-overviews", Take<&F::noOverviews>},
-    {"format", Take<&F::format>},
-    {"co", Take<&F::creationOptions>},
-    {"overwrite", Take<&F::overwrite>},
-    {"allow-network", Take<&F::allowNetwork>},
-    {"confined", Take<&F::confined>},
-    {"threads", Take<&F::threads>},
-    {"log", Take<&F::log>},
-    {"given", Take<&F::given>},
-    {"measure-valid", Take<&F::measureValid>},
+    Field<&F::pan, F>("pan", kBeside),
+    Field<&F::ms, F>("ms", kBeside),
+    Field<&F::out, F>("out", kBeside),
+    Field<&F::method, F>("method"),
+    Field<&F::resample, F>("resample"),
+    Field<&F::edges, F>("edges"),
+    Field<&F::matchMoments, F>("match-moments"),
+    Field<&F::productRoot, F>("product-root"),
+    Field<&F::detailCap, F>("detail-cap"),
+    Field<&F::pcaMatch, F>("pca-match"),
+    Field<&F::keepBands, F>("keep-bands"),
+    Field<&F::asPublished, F>("as-published"),
+    Field<&F::type, F>("type"),
+    Field<&F::bands, F>("bands"),
+    Field<&F::panBand, F>("pan-band"),
+    Field<&F::rgb, F>("rgb"),
+    Field<&F::window, F>("window"),
+    Field<&F::statistics, F>("statistics"),
+    Field<&F::aoi, F>("aoi"),
+    Field<&F::spectralMatch, F>("spectral-match"),
+    Field<&F::noDataMask, F>("nodata-mask"),
+    Field<&F::noData, F>("nodata"),
+    Field<&F::makeGreen, F>("make-green"),
+    Field<&F::autoLevel, F>("auto-level"),
+    Field<&F::stretch, F>("stretch"),
+    Field<&F::kernelSize, F>("kernel-size"),
+    Field<&F::secondKernelSize, F>("second-kernel-size"),
+    Field<&F::detailWeight, F>("detail-weight"),
+    Field<&F::secondDetailWeight, F>("second-detail-weight"),
+    Field<&F::bayesWeight, F>("bayes-weight"),
+    Field<&F::registration, F>("registration"),
+    Field<&F::sameExtent, F>("same-extent"),
+    Field<&F::noOverviews, F>("no-overviews"),
+    Field<&F::format, F>("format"),
+    Field<&F::creationOptions, F>("co"),
+    Field<&F::noProvenance, F>("no-provenance", kBeside),
+    Field<&F::sync, F>("sync", kBeside),
+    Field<&F::overwrite, F>("overwrite", kBeside),
+    Field<&F::allowNetwork, F>("allow-network"),
+    Field<&F::confined, F>("confined"),
+    Field<&F::threads, F>("threads", kBeside),
+    Field<&F::log, F>("log", kBeside),
+    Field<&F::given, F>("given", kBeside),
+    Field<&F::measureValid, F>("measure-valid", kBeside),
 };
 
 using E = EvaluateRequest;
@@ -213,6 +252,28 @@ void SetOption(EvaluateRequest& request, const std::string& option, const std::s
 
 void SetOption(SampleRequest& request, const std::string& option, const std::string& value) {
   Set<SampleRequest>(request, kSampleOptions, option, value);
+}
+
+std::vector<std::string> ArgumentsOf(const FuseRequest& request) {
+  std::vector<std::string> arguments;
+  for (const Option<F>& option : kFuseOptions) {
+    const std::string text = option.shapes ? option.tell(request) : std::string();
+    if (text.empty()) continue;
+    const std::string name = std::string("--") + option.name;
+    // Those of a driver may have commas of their own.
+    const std::vector<std::string> values =
+        option.take == Take<&F::creationOptions, F> ? request.creationOptions : std::vector{text};
+    for (const std::string& value : values) {
+      if (option.isSwitch) {
+        arguments.push_back(name);
+      } else if (value.starts_with('-')) {
+        arguments.push_back(name + '=' + value);
+      } else {
+        arguments.insert(arguments.end(), {name, value});
+      }
+    }
+  }
+  return arguments;
 }
 
 std::vector<std::string> WordsOf(const std::string& list) {

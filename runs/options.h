@@ -21,6 +21,10 @@ FUSION_API void SetOption(AssessRequest& request, const std::string& option, con
 FUSION_API void SetOption(EvaluateRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(SampleRequest& request, const std::string& option, const std::string& value);
 
+/// The command's arguments for what a request has beside its defaults, without its files and without what has no say in
+/// the picture (threads, log, replacing): a fusion with them makes the same one.
+FUSION_API std::vector<std::string> ArgumentsOf(const FuseRequest& request);
+
 /// The parts of a list between its commas or ends of lines; one, which is empty, of an empty text.
 FUSION_API std::vector<std::string> WordsOf(const std::string& list);
 /// The same as whole numbers. Throws std::invalid_argument, in words, for a part that is none.

@@ -4,6 +4,8 @@
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/fuse.h"
+#include "runs/options.h"
+#include "runs/text.h"
 
 namespace fusion {
 
@@ -22,7 +24,9 @@ void RunLog::Open(const FuseRequest& request) {
   CLog::m_pLogger = &*m_log;
   LogInformation("fuse pan " + request.pan + ", multispectral " + request.ms + " by " + request.method + " into " +
                  request.out);
-  if (!request.given.empty()) LogInformation("options: " + request.given);
+  const std::string options = ShellWords(ArgumentsOf(request));
+  if (!options.empty()) LogInformation("options: " + options);
+  if (!request.given.empty()) LogInformation(request.given);
 }
 
 void RunLog::Fail(const RunFailure& failure) {

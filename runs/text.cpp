@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace fusion {
 
@@ -37,6 +38,26 @@ std::string Join(const std::vector<std::string>& parts, const std::string& last)
     text += parts[i];
   }
   return text;
+}
+
+std::string ShellWords(const std::vector<std::string>& words) {
+  static constexpr char kPlain[] = "-_./,:=+%@";
+  const auto isPlain = [](unsigned char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           std::strchr(kPlain, c) != nullptr;
+  };
+  std::string line;
+  for (const std::string& word : words) {
+    if (!line.empty()) line += ' ';
+    if (!word.empty() && std::all_of(word.begin(), word.end(), isPlain)) {
+      line += word;
+      continue;
+    }
+    line += '\'';
+    for (const char c : word) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    line += '\'';
+  }
+  return line;
 }
 
 }  // namespace fusion

@@ -18,4 +18,7 @@ std::string MoveInWords(double right, double down);
 /// "a, b and c", with the last separator as given.
 std::string Join(const std::vector<std::string>& parts, const std::string& last = " and ");
 
+/// "a b 'c d'": words as a shell takes them apart again.
+std::string ShellWords(const std::vector<std::string>& words);
+
 }  // namespace fusion

@@ -93,6 +93,8 @@ GISError CPrinComponentFusion::Preproccess() {
   CRasterAlgorithm::ComputeStaticsFromAOI(m_pMSSrc, nullptr, count, m_pSecondStatics, m_pFirstStatics, variances,
                                           m_pTransform, false, nullptr);
   std::copy_n(static_cast<double*>(m_pTransform), size * size, static_cast<double*>(m_pInverseTransform));
+  m_means.assign(&m_pSecondStatics[0], &m_pSecondStatics[0] + size);
+  m_components.assign(&m_pTransform[0], &m_pTransform[0] + size * size);
   CMatrixOperation::InverseMatrix(m_pInverseTransform, n);
   m_panFactor = 1.0;
   m_panOffset = 0.0;

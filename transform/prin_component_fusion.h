@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "framework/row_fusion.h"
 
 /// Principal-component fusion: every resampled multispectral vector goes through the component matrix of the whole
@@ -23,6 +25,10 @@ class FUSION_API CPrinComponentFusion : public CRowFusion {
   double GetPanFactor() const { return m_panFactor; }
   double GetPanOffset() const { return m_panOffset; }
 
+  /// Of the last run: the means of the bands, and the components, n x n, row-major, one a row.
+  const std::vector<double>& GetMeans() const { return m_means; }
+  const std::vector<double>& GetComponents() const { return m_components; }
+
   /// The component matrix and its inverse. Refuses a number of output bands that is not the image's.
   GISError Preproccess() override;
   void EndProccess() override;
@@ -43,4 +49,6 @@ class FUSION_API CPrinComponentFusion : public CRowFusion {
   bool m_matchesPan = false;
   double m_panFactor = 1.0;
   double m_panOffset = 0.0;
+  std::vector<double> m_means;
+  std::vector<double> m_components;
 };

@@ -10,6 +10,11 @@
 #include "platform/system/export.h"
 #include "platform/system/window.h"
 
+namespace platform {
+class RasterNotes;
+class WrittenRaster;
+}  // namespace platform
+
 /// What every algorithm's parameter record carries.
 struct FUSION_API AlgorithmParam {
   AlgorithmParam();
@@ -35,6 +40,8 @@ struct FUSION_API AlgorithmParam {
   bool m_bMaskNoData = false;
   /// What the output says of its bands and itself beside its samples; null for nothing.
   std::shared_ptr<const platform::RasterDescription> m_pDescription;
-  std::vector<std::string> m_vecCreationOptions;  ///< for the driver that writes the output: NAME=VALUE each
+  std::shared_ptr<const platform::RasterNotes> m_pNotes;  ///< in a domain of their own; null for nothing
+  std::shared_ptr<platform::WrittenRaster> m_pWritten;    ///< learns what the output is and gets; null for nobody
+  std::vector<std::string> m_vecCreationOptions;          ///< for the driver that writes the output: NAME=VALUE each
   bool m_bOpenOption = true;  ///< present inputs through a north-up warp where they are not north-up
 };

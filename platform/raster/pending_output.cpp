@@ -15,6 +15,7 @@
 #include "platform/raster/renames.h"
 #include "platform/raster/write_guard.h"
 #include "platform/system/files.h"
+#include "platform/system/sync.h"
 #include "platform/utility/common_fun.h"
 
 namespace platform {
@@ -244,6 +245,24 @@ std::wstring PendingOutput::InTermsOfOutput(std::wstring text) const {
     at += m_impl->given.size();
   }
   return text;
+}
+
+bool PendingOutput::Sync() const {
+  const Impl& impl = *m_impl;
+  if (CommonFun::IsVirtualFile(impl.target)) return true;
+  const std::wstring folder = FolderOf(impl.target);
+  std::vector<std::wstring> names = {folder.empty() ? L"." : folder};
+  if (Exists(impl.work)) {
+    names.push_back(impl.work);
+    for (const std::wstring& file : impl.NewCompanions()) names.push_back(impl.InFolder(file));
+  }
+  for (const std::wstring& name : names) {
+    const int error = SyncToDisk(CommonFun::ToPath(name));
+    if (error == 0) continue;
+    KeepWriteError(error);
+    return false;
+  }
+  return true;
 }
 
 OutputObstacle PendingOutput::Publish() { return Publish({this}); }

@@ -46,6 +46,9 @@ class PendingOutput {
   /// A text for the user, with the output's name in the place of names in the folder.
   std::wstring InTermsOfOutput(std::wstring text) const;
 
+  /// Waits until what is made, or what was published, lies on the disk. False, with the write error kept, where it
+  /// cannot.
+  bool Sync() const;
   OutputObstacle Publish();
   /// All outputs, or none.
   static OutputObstacle Publish(const std::vector<PendingOutput*>& outputs);

@@ -15,6 +15,7 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
+#include "platform/raster/written_raster.h"
 #include "platform/statistics/band_figures.h"
 #include "platform/statistics/row_statistics.h"
 #include "platform/system/task_queue.h"
@@ -82,6 +83,8 @@ int CRasterBand::Transfer(bool write, const CRect& rect, void* buffer, int buffe
   const auto operation = write ? platform::RasterOperation::kWrite : platform::RasterOperation::kRead;
   if (platform::RasterFails(operation, m_pSource->GetPath(), m_nIndex, rect)) return kFailed;
   const std::lock_guard lock(m_pSource->TransferLock());
+  platform::WrittenRaster* written = write ? m_pSource->GetWritten() : nullptr;
+  if (written) written->Add(m_nIndex, rect, buffer, type, pixelSpace, lineSpace);
   const platform::GdalErrors quiet;
   // A lack of memory is told as one, not as a failure of the disk.
   const auto answer = [&](bool ok) {

@@ -24,6 +24,7 @@
 #include "platform/raster/position_grid.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/write_guard.h"
+#include "platform/raster/written_raster.h"
 #include "platform/utility/common_fun.h"
 
 using platform::GdalErrors;
@@ -43,6 +44,7 @@ struct CRasterSource::Impl {
   bool maskNoData = false;
   bool readAhead = false;
   platform::Workers* workers = nullptr;
+  std::shared_ptr<platform::WrittenRaster> written;
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
   std::wstring copySource;                             ///< the temporary raster it is copied from
@@ -321,6 +323,12 @@ bool CRasterSource::IsReadAhead() const { return m_impl->readAhead; }
 
 void CRasterSource::SetWorkers(platform::Workers* workers) { m_impl->workers = workers; }
 platform::Workers* CRasterSource::GetWorkers() const { return m_impl->workers; }
+
+void CRasterSource::TellWritten(std::shared_ptr<platform::WrittenRaster> written) {
+  m_impl->written = std::move(written);
+  if (m_impl->written) m_impl->written->Begin(*this);
+}
+platform::WrittenRaster* CRasterSource::GetWritten() const { return m_impl->written.get(); }
 
 void CRasterSource::DeclareNoData(double value) {
   for (const auto& band : m_impl->bands) band->DeclareNoData(value);

@@ -19,7 +19,8 @@ class CBaseProgress;
 
 namespace platform {
 class Workers;
-}
+class WrittenRaster;
+}  // namespace platform
 
 /// A raster file. Pixel coordinates are corner-based: pixel (c, r) covers c..c+1 by r..r+1. Samples may be read and
 /// written from several threads while it stays open.
@@ -64,6 +65,9 @@ class FUSION_API CRasterSource {
   /// Until it is closed, such passes share their work out among these; null: among nobody. Not owned.
   void SetWorkers(platform::Workers* workers);
   platform::Workers* GetWorkers() const;
+  /// Until it is closed, a raster just created tells what it is and what its bands get; null: nobody.
+  void TellWritten(std::shared_ptr<platform::WrittenRaster> written);
+  platform::WrittenRaster* GetWritten() const;
   /// Declares one no-data value for all bands of a raster just created, where its type can hold it. Formats that cannot
   /// keep it do without.
   void DeclareNoData(double value);

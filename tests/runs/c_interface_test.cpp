@@ -18,8 +18,9 @@ TEST(CInterface, AnswersWhatCppAnswers) {
   ASSERT_EQ(run.status, 0) << run.err;
 
   fusion::FuseRequest fuse;
-  fuse.pan = folder.Path("pan.tif");
-  fuse.ms = folder.Path("ms.tif");
+  // By the very names that the other program gives.
+  fuse.pan = folder.Path("") + "/pan.tif";
+  fuse.ms = folder.Path("") + "/ms.tif";
   fuse.out = folder.Path("cpp.tif");
   fuse.bands = {3, 1};
   fuse.window = {-8, 4, 30, 20};

@@ -72,6 +72,15 @@ int RunShell(const std::string& line) {
 #endif
 }
 
+#ifndef _WIN32
+namespace {
+
+/// Outputs tell when they were made. In tests that is always the same time, so that they can be compared by bytes.
+const bool kTimeStandsStill = setenv("SOURCE_DATE_EPOCH", "1700000000", 1) == 0;
+
+}  // namespace
+#endif
+
 CommandResult RunCommand(const std::string& program, const std::vector<std::string>& arguments) {
   const TemporaryFolder folder;
   std::string line = Quoted(program);

@@ -1,0 +1,143 @@
+// Outputs that are looked at before they get their names, and what they tell, for programs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
+#include "runs/options.h"
+#include "runs/output_notes.h"
+#include "runs/provenance.h"
+#include "tests/support/run_scene.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class ProvenanceRun : public test_support::RunScene {
+ protected:
+  static std::string Refusal(const std::function<void()>& work) {
+    try {
+      work();
+    } catch (const fusion::RunFailure& failure) {
+      return failure.Sentence();
+    }
+    return "";
+  }
+};
+
+TEST_F(ProvenanceRun, AnOutputThatReadsAsAnotherThingGetsNoName) {
+  auto request = Request("brovey", "out.tif");
+  // Something replaces the file as soon as it is closed.
+  struct Intruder : fusion::RunObserver {
+    explicit Intruder(const test_support::TemporaryFolder& f) : folder(f) {}
+    void Progress(int percent) override { done = percent == 100; }
+    void StageEnds() override {
+      if (!done) return;
+      for (const std::string& name : folder.Names()) {
+        if (!name.starts_with("out~")) continue;
+        std::filesystem::copy_file(CommonFun::ToPath(folder.WidePath("ms.tif")),
+                                   CommonFun::ToPath(folder.WidePath(name + "/out.tif")),
+                                   std::filesystem::copy_options::overwrite_existing);
+      }
+    }
+    const test_support::TemporaryFolder& folder;
+    bool done = false;
+  } intruder(m_folder);
+  EXPECT_EQ(Refusal([&] { fusion::Fuse(request, &intruder); }),
+            request.out +
+                " was not written as it should be: it was made as 40x40 with 4 bands and reads as 20x20 with "
+                "4 bands.");
+  EXPECT_FALSE(m_folder.Has("out.tif"));
+}
+
+TEST_F(ProvenanceRun, ArgumentsAreThoseThatDifferFromTheDefaults) {
+  fusion::FuseRequest request;
+  EXPECT_THAT(fusion::ArgumentsOf(request), IsEmpty());
+  request.pan = "pan.tif";
+  request.threads = "3";
+  request.overwrite = true;
+  request.method = "hpf";
+  request.bands = {3, 1};
+  request.makeGreen = true;
+  request.detailWeight = -0.1;
+  request.kernelSize = 7;
+  request.creationOptions = {"A=1,2", "B=3"};
+  EXPECT_THAT(fusion::ArgumentsOf(request),
+              ElementsAre("--method", "hpf", "--bands", "3,1", "--make-green", "--kernel-size", "7",
+                          "--detail-weight=-0.1", "--co", "A=1,2", "--co", "B=3"));
+}
+
+TEST_F(ProvenanceRun, IsThereForPrograms) {
+  auto request = Request("weighted");
+  request.bands = {2, 4};
+  fusion::Fuse(request);
+  const fusion::Provenance p = fusion::VerifyOutput(request.out);
+  EXPECT_EQ(p.method, "weighted");
+  EXPECT_EQ(p.options, "--method weighted --bands 2,4");
+  EXPECT_EQ(p.output, "40x40, 2 bands of uint16");
+  ASSERT_EQ(p.inputs.size(), 2U);
+  EXPECT_EQ(p.inputs[1].path, request.ms);
+  EXPECT_EQ(p.checksums.size(), 2U);
+  ASSERT_EQ(p.model.size(), 3U);
+  EXPECT_EQ(p.model[1].name, "target_means");
+  EXPECT_EQ(p.model[1].values.size(), 2U);
+}
+
+TEST_F(ProvenanceRun, AFileThatIsCutToAPartIsNoLongerTheOutput) {
+  const auto request = Request("brovey");
+  fusion::Fuse(request);
+  CRasterSource whole;
+  ASSERT_TRUE(whole.OpenSimple(CommonFun::Utf82U(request.out)));
+  auto facts = platform::RasterNotes::Read(whole, fusion::kNotesDomain);
+  platform::RasterNotes notes(fusion::kNotesDomain);
+  for (const auto& [name, value] : facts) notes.Set(name, value);
+  {
+    CRasterSource part;
+    ASSERT_TRUE(part.CreateRaster(kFormatGeoTiff, m_folder.WidePath("part.tif"), 40, 20, 4, PDT_UINT16, nullptr, L"",
+                                  std::vector<std::string>{}));
+    notes.Apply(part);
+  }
+  EXPECT_THAT(Refusal([&] { fusion::VerifyOutput(m_folder.Path("part.tif")); }),
+              HasSubstr("was written as 40x40, 4 bands of uint16 and reads as 40x20, 4 bands of uint16."));
+}
+
+TEST_F(ProvenanceRun, AWatcherMayEndTheReading) {
+  struct Impatient : fusion::RunObserver {
+    bool WantsCancel() override { return true; }
+  } impatient;
+  const auto request = Request("brovey");
+  fusion::Fuse(request);
+  try {
+    fusion::VerifyOutput(request.out, &impatient);
+    FAIL();
+  } catch (const fusion::RunFailure& failure) {
+    EXPECT_EQ(failure.GetKind(), fusion::RunFailure::Kind::kCancelled);
+  }
+}
+
+TEST(ModelText, IsReadAsItWasWritten) {
+  const fusion::ModelFacts model = {{"gains", {0.5, -1.25e-7, 3e200}}, {"none", {}}, {"one", {7}}};
+  const auto read = fusion::ModelOf(fusion::TextOf(model, 1000));
+  ASSERT_EQ(read.size(), 3U);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(read[i].name, model[i].name);
+    EXPECT_EQ(read[i].values, model[i].values);
+  }
+  EXPECT_EQ(fusion::TextOf(model, 12), "none; one 7") << "the longest is left out";
+  EXPECT_THAT(fusion::ModelOf(""), IsEmpty());
+}
+
+TEST(LossyOptions, AreAllButThoseKnownToKeepValues) {
+  EXPECT_FALSE(fusion::MayLoseValues(kFormatGeoTiff, {}));
+  EXPECT_FALSE(fusion::MayLoseValues(kFormatGeoTiff, {"COMPRESS=DEFLATE", "tiled=yes", "PREDICTOR=2"}));
+  for (const char* option : {"COMPRESS=JPEG", "NBITS=12", "DISCARD_LSB=2", "MAX_Z_ERROR=1", "COMPRESS"}) {
+    EXPECT_TRUE(fusion::MayLoseValues(kFormatGeoTiff, {option})) << option;
+  }
+}
+
+}  // namespace
