@@ -30,6 +30,11 @@ FUSION_API const char* fusion_version(void);
 FUSION_API size_t fusion_method_count(void);
 FUSION_API const char* fusion_method_name(size_t index);
 FUSION_API const char* fusion_method_summary(size_t index);
+/* Its formula, where it was published, when to take it and when not. */
+FUSION_API const char* fusion_method_formula(size_t index);
+FUSION_API const char* fusion_method_source(size_t index);
+FUSION_API const char* fusion_method_suits(size_t index);
+FUSION_API const char* fusion_method_spares(size_t index);
 
 /* What is to be done. */
 typedef struct fusion_request fusion_request;
@@ -78,6 +83,13 @@ typedef struct fusion_outcome fusion_outcome;
  * outcome itself. */
 FUSION_API fusion_outcome* fusion_run(const fusion_request* request, const fusion_watcher* watcher);
 FUSION_API void fusion_free_outcome(fusion_outcome* outcome);
+
+/* How a fused image was made, as it tells itself; and the same after comparing its samples with its checksums. */
+FUSION_API fusion_outcome* fusion_info(const char* file);
+FUSION_API fusion_outcome* fusion_verify(const char* file, const fusion_watcher* watcher);
+/* What they have found: "version", "time", "method", "options", "guards", "output", "checksums" (with spaces), and
+ * "command", which makes it again. Empty for what is not told, and after a failure. */
+FUSION_API const char* fusion_outcome_fact(const fusion_outcome* outcome, const char* name);
 
 /* FUSION_FAILED for null. */
 FUSION_API fusion_status fusion_outcome_status(const fusion_outcome* outcome);

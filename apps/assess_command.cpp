@@ -121,19 +121,25 @@ void AddAssessOptions(CLI::App& command, AssessOptions& o) {
   command
       .add_option("--protocol", o.protocol,
                   "wald: both images degraded, the multispectral one is the truth; full: as they are; or both")
+      ->type_name("wald|full|both")
       ->capture_default_str();
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
-  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
+  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")
+      ->type_name("N")
+      ->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
-  command.add_option("--nodata", o.noData, "No-data value of inputs that declare none");
+  command.add_option("--nodata", o.noData, "No-data value of inputs that declare none")->type_name("VALUE");
   AddText(command, "--mtf",
           "auto, or the gain of the bands' filter at their Nyquist frequency and of pan's there (default: auto, by the "
           "blur between pan and bands; where that cannot be told, 0.3,0.15)",
           "G,P", [&o](const std::string& text) { fusion::SetOption(o, "mtf", text); });
-  command.add_option("--tiles", o.tiles, "The most parts of a large scene to look at")->capture_default_str();
-  command.add_option("-o,--report", o.report, "File for the JSON object");
-  command.add_option("--picture", o.picture, "PNG for crops of pan, multispectral image and every result");
-  command.add_option("--keep", o.keep, "Folder to leave the fused pairs and the results in");
+  command.add_option("--tiles", o.tiles, "The most parts of a large scene to look at")
+      ->type_name("N")
+      ->capture_default_str();
+  command.add_option("-o,--report", o.report, "File for the JSON object")->type_name("FILE");
+  command.add_option("--picture", o.picture, "PNG for crops of pan, multispectral image and every result")
+      ->type_name("FILE");
+  command.add_option("--keep", o.keep, "Folder to leave the fused pairs and the results in")->type_name("FOLDER");
   AddList(command, "--extra", o.extra, "Results NAME.tif that another program has added to those kept");
   command.add_flag("--overwrite", o.overwrite, "Replace existing files");
   AddReferences(command, o.allowNetwork, o.confined);

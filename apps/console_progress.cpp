@@ -1,11 +1,23 @@
 #include "apps/console_progress.h"
 
 #include <algorithm>
+#include <cmath>
+#include <iomanip>
 #include <iostream>
 
 #include "platform/system/console.h"
 
 namespace app {
+
+std::string Remaining(int percent, double seconds) {
+  constexpr double kWorthAWord = 2.0;
+  if (percent <= 0 || percent >= 100 || seconds < kWorthAWord) return {};
+  const long left = std::lround(seconds * (100 - percent) / percent);
+  if (left < 90) return std::to_string(left) + " s left";
+  const long minutes = std::lround(static_cast<double>(left) / 60.0);
+  if (minutes < 90) return std::to_string(minutes) + " min left";
+  return std::to_string(std::lround(static_cast<double>(minutes) / 60.0)) + " h left";
+}
 
 ConsoleProgress::ConsoleProgress(bool silent)
     : m_silent(silent),
@@ -14,7 +26,10 @@ ConsoleProgress::ConsoleProgress(bool silent)
 
 ConsoleProgress::~ConsoleProgress() { StageEnds(); }
 
-void ConsoleProgress::StageBegins(const fusion::RunStage& stage) { m_title = stage.title; }
+void ConsoleProgress::StageBegins(const fusion::RunStage& stage) {
+  m_title = stage.title;
+  m_begin = std::chrono::steady_clock::now();
+}
 
 void ConsoleProgress::Progress(int percent) {
   if (m_silent) return;
@@ -43,7 +58,10 @@ void ConsoleProgress::DrawBar(int percent) {
   constexpr int kWidth = 40;
   const auto filled = static_cast<std::size_t>(percent * kWidth / 100);
   std::cerr << '\r' << m_title << " [" << std::string(filled, '=') << std::string(kWidth - filled, ' ') << "] "
-            << percent << '%' << std::flush;
+            << percent << '%';
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - m_begin;
+  // Whatever a longer text has left there goes.
+  std::cerr << ' ' << std::left << std::setw(12) << Remaining(percent, seconds.count()) << std::flush;
 }
 
 void ConsoleProgress::DrawDots(int percent) {

@@ -30,7 +30,9 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
   AddList(command, "--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)");
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
   AddList(command, "--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)");
-  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
+  command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")
+      ->type_name("N")
+      ->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take pan and multispectral image as covering the same ground");
   AddReferences(command, o.allowNetwork, o.confined);
   AddThreads(command, o.threads);

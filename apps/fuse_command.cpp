@@ -1,10 +1,13 @@
 #include "apps/fuse_command.h"
 
 #include <chrono>
+#include <iomanip>
+#include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
+#include "runs/text.h"
 
 namespace app {
 namespace {
@@ -27,21 +30,60 @@ nlohmann::ordered_json Json(const std::optional<fusion::FuseModel>& model) {
           {"samples", model->samples}};
 }
 
+nlohmann::ordered_json Json(const fusion::FusePlan& plan) {
+  return {{"pan", plan.pan},
+          {"ms", plan.ms},
+          {"area", plan.area},
+          {"origin", plan.origin},
+          {"pixel_size", plan.pixelSize},
+          {"format", plan.format},
+          {"memory", plan.memory},
+          {"disk", plan.disk},
+          {"free", plan.free ? nlohmann::ordered_json(*plan.free) : nullptr}};
+}
+
+std::string Bytes(double bytes) {
+  return bytes < 1e9 ? fusion::Formatted("%.3g", bytes / 1e6) + " MB" : fusion::Formatted("%.3g", bytes / 1e9) + " GB";
+}
+
+/// What would be done, for people.
+void PrintPlan(const fusion::FuseReport& report) {
+  const fusion::FusePlan& plan = *report.plan;
+  const auto print = [](const char* name, const std::string& text) {
+    std::cout << std::left << std::setw(15) << name << text << '\n';
+  };
+  const auto number = [](double value) { return fusion::Formatted("%.12g", value); };
+  print("pan", plan.pan);
+  print("multispectral", plan.ms);
+  print("method", report.method);
+  print("guards", fusion::Join(report.guards, ", "));
+  print("output", report.output + ", " + plan.format + ", " + std::to_string(report.width) + "x" +
+                      std::to_string(report.height) + ", " + std::to_string(report.bands) + " bands of " + report.type);
+  print("pan pixels", "from column " + std::to_string(plan.area[0]) + ", row " + std::to_string(plan.area[1]));
+  print("grid", "origin " + number(plan.origin[0]) + ", " + number(plan.origin[1]) + "; pixel " +
+                    number(plan.pixelSize[0]) + " x " + number(plan.pixelSize[1]));
+  print("memory", "about " + Bytes(plan.memory));
+  print("disk", Bytes(plan.disk) + " without compression" + (plan.free ? ", " + Bytes(*plan.free) + " are free" : ""));
+}
+
 void Describe(const fusion::FuseReport& report, int errorType, const std::string& message) {
-  PrintJson({{"method", report.method},
-             {"output", report.output},
-             {"width", report.width},
-             {"height", report.height},
-             {"bands", report.bands},
-             {"type", report.type},
-             {"seconds", report.seconds},
-             {"valid_share", report.validShare ? nlohmann::ordered_json(*report.validShare) : nullptr},
-             {"registration", Json(report.registration)},
-             {"model", Json(report.model)},
-             {"error_type", errorType},
-             {"message", message},
-             {"guards", report.guards},
-             {"notices", report.notices}});
+  nlohmann::ordered_json object = {
+      {"method", report.method},
+      {"output", report.output},
+      {"width", report.width},
+      {"height", report.height},
+      {"bands", report.bands},
+      {"type", report.type},
+      {"seconds", report.seconds},
+      {"valid_share", report.validShare ? nlohmann::ordered_json(*report.validShare) : nullptr},
+      {"registration", Json(report.registration)},
+      {"model", Json(report.model)},
+      {"error_type", errorType},
+      {"message", message},
+      {"guards", report.guards},
+      {"notices", report.notices}};
+  if (report.plan) object["plan"] = Json(*report.plan);
+  PrintJson(object);
 }
 
 /// The same keys where nothing was written.
@@ -65,7 +107,11 @@ int RunFuse(const FuseOptions& options) {
   request.measureValid = options.json;
   try {
     const fusion::FuseReport report = fusion::Fuse(request, &console);
-    if (options.json) Describe(report, 0, "");
+    if (options.json) {
+      Describe(report, 0, "");
+    } else if (report.plan) {
+      PrintPlan(report);
+    }
     return kSuccess;
   } catch (const fusion::RunFailure& failure) {
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;

@@ -16,7 +16,9 @@ namespace app {
 struct FuseOptions : fusion::FuseRequest {
   bool quiet = false;
   bool json = false;
-  std::string repeat = {};  ///< an output whose command is to be printed, and nothing else done
+  std::vector<std::string> files = {};     ///< behind PAN
+  std::vector<std::string> patterns = {};  ///< of --ms
+  std::string repeat = {};                 ///< an output whose command is to be printed, and nothing else done
 };
 
 /// Declares an option that takes a text of a certain shape in one argument.

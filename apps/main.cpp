@@ -3,17 +3,23 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "apps/assess_command.h"
 #include "apps/check_command.h"
+#include "apps/completion.h"
 #include "apps/evaluate_command.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_command.h"
+#include "apps/help_text.h"
 #include "apps/methods_command.h"
 #include "apps/nearest_word.h"
+#include "apps/option_reference.h"
 #include "apps/output_commands.h"
 #include "apps/sample_command.h"
+#include "apps/short_options.h"
 #include "platform/system/console.h"
 #include "platform/system/interrupts.h"
 #include "platform/system/memory.h"
@@ -25,6 +31,10 @@ namespace {
 class Command {
  public:
   Command() {
+    const auto help = std::make_shared<app::HelpText>();
+    m_parser.formatter(help);
+    for (CLI::App* command : m_parser.get_subcommands({})) command->formatter(help);
+    m_completion->add_option("SHELL", m_shell, "bash, zsh or fish")->required()->type_name("bash|zsh|fish");
     m_parser.set_version_flag("--version", "fusion " FUSION_VERSION);
     m_parser.require_subcommand(1);
     app::AddFuseOptions(*m_fuse, m_fuseOptions);
@@ -34,6 +44,7 @@ class Command {
     app::AddSampleOptions(*m_sample, m_sampleOptions);
     app::AddInfoOptions(*m_info, m_infoOptions);
     app::AddVerifyOptions(*m_verify, m_verifyOptions);
+    m_methods->add_option("NAME", m_method, "Explain this one: formula, source, when to take it")->type_name("METHODS");
     m_methods->add_flag("--json", m_json, "As JSON");
     m_methods->add_flag("--names", m_namesOnly, "Names only, one a line");
   }
@@ -56,7 +67,9 @@ class Command {
       if (*m_info) return app::RunInfo(m_infoOptions);
       if (*m_verify) return app::RunVerify(m_verifyOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
-      return app::RunMethods(m_json, m_namesOnly);
+      if (*m_completion) return Print(app::Completion(m_shell, app::CommandsOf(m_parser)));
+      if (*m_man) return Print(app::ManualPage(app::TextOf(m_parser), app::CommandsOf(m_parser), FUSION_VERSION));
+      return app::RunMethods(m_method, m_json, m_namesOnly);
     } catch (const fusion::RunFailure& e) {
       return app::Report(e);
     } catch (const std::exception& e) {
@@ -69,6 +82,7 @@ class Command {
     std::vector<std::string> arguments;
     try {
       arguments = platform::Utf8Arguments(argc, argv);
+      arguments = InLongOptions(arguments);
       // The parser takes them last first.
       m_parser.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::Success&) {
@@ -77,11 +91,47 @@ class Command {
       const auto word = std::find_if(arguments.begin(), arguments.end(),
                                      [](const std::string& argument) { return !argument.starts_with('-'); });
       if (m_parser.get_subcommands().empty() && word != arguments.end()) throw UnknownCommand(*word);
+      ThrowUnknownOption(arguments);
       const std::string command = m_parser.get_subcommands().empty() ? "" : m_parser.get_subcommands()[0]->get_name();
       throw fusion::UsageError(e.what() + (" (see fusion " + command) + (command.empty() ? "--help)" : " --help)"));
     } catch (const std::invalid_argument& e) {
       throw fusion::UsageError(e.what());
     }
+  }
+
+  /// The options of the command that is asked for, as the parser knows them; none where there is no such command.
+  std::vector<std::string> OptionNames(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> names;
+    for (const app::CommandText& command : app::CommandsOf(m_parser)) {
+      if (arguments.empty() || command.name != arguments.front()) continue;
+      for (const app::OptionText& option : command.options) {
+        names.push_back(option.name);
+        if (!option.shortName.empty()) names.push_back(option.shortName);
+      }
+    }
+    return names;
+  }
+
+  std::vector<std::string> InLongOptions(const std::vector<std::string>& arguments) const {
+    return app::WithLongOptions(arguments, OptionNames(arguments));
+  }
+
+  void ThrowUnknownOption(const std::vector<std::string>& arguments) const {
+    const std::vector<std::string> names = OptionNames(arguments);
+    if (names.empty()) return;
+    for (const std::string& argument : arguments) {
+      const bool isOption = argument.size() > 1 && argument[0] == '-' && argument.find_first_of("0123456789.") != 1;
+      const std::string name = argument.substr(0, argument.find('='));
+      if (name == "--") return;
+      if (!isOption || name == "-h" || std::find(names.begin(), names.end(), name) != names.end()) continue;
+      throw fusion::UsageError("Unknown option '" + name + "'; did you mean '" + app::NearestWord(name, names) +
+                               "'? (see fusion " + arguments.front() + " --help)");
+    }
+  }
+
+  static int Print(const std::string& text) {
+    std::cout << text;
+    return app::kSuccess;
   }
 
   fusion::RunFailure UnknownCommand(const std::string& word) const {
@@ -112,6 +162,8 @@ class Command {
   CLI::App* m_info = m_parser.add_subcommand("info", "Tell how a fused image was made");
   CLI::App* m_verify = m_parser.add_subcommand("verify", "Compare a fused image with what was written");
   CLI::App* m_methods = m_parser.add_subcommand("methods", "List the fusion methods");
+  CLI::App* m_completion = m_parser.add_subcommand("completion", "Print what completes arguments in a shell");
+  CLI::App* m_man = m_parser.add_subcommand("man", "Print the manual page");
   app::FuseOptions m_fuseOptions;
   app::CheckOptions m_checkOptions;
   app::EvaluateOptions m_evaluateOptions;
@@ -119,6 +171,8 @@ class Command {
   app::SampleCommandOptions m_sampleOptions;
   app::OutputOptions m_infoOptions;
   app::OutputOptions m_verifyOptions;
+  std::string m_method;
+  std::string m_shell;
   bool m_json = false;
   bool m_namesOnly = false;
 };

@@ -11,16 +11,20 @@
 namespace app {
 void AddSampleOptions(CLI::App& command, SampleCommandOptions& o) {
   command.add_option("DIR", o.folder, "Folder for pan.tif, ms.tif and truth.tif, made where it is missing")->required();
-  command.add_option("--size", o.size, "N or WxH in pan pixels")->capture_default_str();
-  command.add_option("--seed", o.seed, "Another seed gives another landscape")->capture_default_str();
-  command.add_option("--type", o.type, "Pixel type of the files")->capture_default_str();
-  command.add_option("--ratio", o.ratio, "Multispectral pixel over pan pixel, 1 to 16")->capture_default_str();
-  command.add_option("--bands", o.bands, "Multispectral bands, 1 to 16")->capture_default_str();
+  command.add_option("--size", o.size, "N or WxH in pan pixels")->type_name("N|WxH")->capture_default_str();
+  command.add_option("--seed", o.seed, "Another seed gives another landscape")->type_name("N")->capture_default_str();
+  command.add_option("--type", o.type, "Pixel type of the files")->type_name("TYPE")->capture_default_str();
+  command.add_option("--ratio", o.ratio, "Multispectral pixel over pan pixel, 1 to 16")
+      ->type_name("N")
+      ->capture_default_str();
+  command.add_option("--bands", o.bands, "Multispectral bands, 1 to 16")->type_name("N")->capture_default_str();
   AddText(command, "--shift", "How far the multispectral picture lies to the right and down, in pan pixels", "DX,DY",
           [&o](const std::string& text) { fusion::SetOption(o, "shift", text); });
   command.add_option("--noise", o.noise, "Standard deviation of both sensors' noise; 1 is the brightest white")
       ->capture_default_str();
-  command.add_option("--clouds", o.clouds, "Share of the scene that clouds hide, 0 to 1")->capture_default_str();
+  command.add_option("--clouds", o.clouds, "Share of the scene that clouds hide, 0 to 1")
+      ->type_name("SHARE")
+      ->capture_default_str();
   command.add_flag("--overwrite", o.overwrite, "Replace existing files");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
 }

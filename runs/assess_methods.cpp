@@ -17,6 +17,7 @@
 #include "runs/failures.h"
 #include "runs/fuse_checks.h"
 #include "runs/methods.h"
+#include "runs/ms_files.h"
 #include "runs/notices.h"
 #include "runs/run_progress.h"
 #include "runs/text.h"
@@ -268,9 +269,10 @@ AssessReport AssessMethods(const AssessRequest& request, const FuseRequest& prot
 }
 
 FuseRequest WithBestMethod(const FuseRequest& request, RunObserver* observer, Notices& notices, RunProgress& progress) {
+  const MsImage ms(request.ms, request.moreMs, request.pan);
   AssessRequest assess;
   assess.pan = request.pan;
-  assess.ms = request.ms;
+  assess.ms = ms.Path();
   assess.bands = request.bands;
   assess.panBand = request.panBand;
   assess.sameExtent = request.sameExtent;

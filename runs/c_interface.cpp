@@ -1,14 +1,18 @@
 #include <algorithm>
 #include <charconv>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
 #include "fusion_c.h"
 #include "runs/methods.h"
 #include "runs/options.h"
+#include "runs/provenance.h"
 
 using fusion::RunFailure;
 
@@ -37,6 +41,7 @@ struct fusion_outcome {
   std::vector<fusion::SampleFile> files;
   std::string best;
   std::string advice;
+  std::map<std::string, std::string, std::less<>> facts;
 };
 
 namespace {
@@ -184,6 +189,36 @@ const fusion::Method* MethodAt(std::size_t index) {
   });
 }
 
+/// How some work went.
+template <typename Work>
+fusion_outcome* OutcomeOf(const fusion_watcher* watcher, const Work& work) {
+  return Contain<fusion_outcome*>(nullptr, [&] {
+    auto outcome = std::make_unique<fusion_outcome>();
+    try {
+      Watcher observer(watcher, outcome->notices);
+      work(*outcome, observer);
+    } catch (const RunFailure& failure) {
+      Fail(*outcome, failure);
+    } catch (const std::exception& e) {
+      Fail(*outcome, fusion::ExceptionError(e));
+    }
+    return outcome.release();
+  });
+}
+
+void Tell(const fusion::Provenance& provenance, const char* file, fusion_outcome& outcome) {
+  std::string sums;
+  for (const std::string& sum : provenance.checksums) sums += (sums.empty() ? "" : " ") + sum;
+  outcome.facts = {{"version", provenance.version},
+                   {"time", provenance.time},
+                   {"method", provenance.method},
+                   {"options", provenance.options},
+                   {"guards", provenance.guards},
+                   {"output", provenance.output},
+                   {"checksums", sums},
+                   {"command", fusion::RepeatCommand(provenance, file)}};
+}
+
 }  // namespace
 
 const char* fusion_version(void) { return FUSION_VERSION; }
@@ -200,6 +235,26 @@ const char* fusion_method_name(size_t index) {
 const char* fusion_method_summary(size_t index) {
   const fusion::Method* method = MethodAt(index);
   return method ? method->summary : nullptr;
+}
+
+const char* fusion_method_formula(size_t index) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->formula : nullptr;
+}
+
+const char* fusion_method_source(size_t index) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->source : nullptr;
+}
+
+const char* fusion_method_suits(size_t index) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->suits : nullptr;
+}
+
+const char* fusion_method_spares(size_t index) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->spares : nullptr;
 }
 
 fusion_request* fusion_fuse_request(void) { return NewRequest<fusion::FuseRequest>(); }
@@ -237,18 +292,28 @@ const char* fusion_request_error(const fusion_request* request) { return request
 
 fusion_outcome* fusion_run(const fusion_request* request, const fusion_watcher* watcher) {
   if (!request) return nullptr;
-  return Contain<fusion_outcome*>(nullptr, [&] {
-    auto outcome = std::make_unique<fusion_outcome>();
-    try {
-      Watcher observer(watcher, outcome->notices);
-      std::visit(Runner{*outcome, observer}, request->what);
-    } catch (const RunFailure& failure) {
-      Fail(*outcome, failure);
-    } catch (const std::exception& e) {
-      Fail(*outcome, fusion::ExceptionError(e));
-    }
-    return outcome.release();
+  return OutcomeOf(watcher, [&](fusion_outcome& outcome, Watcher& observer) {
+    std::visit(Runner{outcome, observer}, request->what);
   });
+}
+
+fusion_outcome* fusion_info(const char* file) {
+  if (!file) return nullptr;
+  return OutcomeOf(nullptr,
+                   [&](fusion_outcome& outcome, Watcher&) { Tell(fusion::ReadProvenance(file), file, outcome); });
+}
+
+fusion_outcome* fusion_verify(const char* file, const fusion_watcher* watcher) {
+  if (!file) return nullptr;
+  return OutcomeOf(watcher, [&](fusion_outcome& outcome, Watcher& observer) {
+    Tell(fusion::VerifyOutput(file, &observer), file, outcome);
+  });
+}
+
+const char* fusion_outcome_fact(const fusion_outcome* outcome, const char* name) {
+  if (!outcome || !name) return "";
+  const auto fact = outcome->facts.find(std::string_view(name));
+  return fact == outcome->facts.end() ? "" : fact->second.c_str();
 }
 
 void fusion_free_outcome(fusion_outcome* outcome) { delete outcome; }

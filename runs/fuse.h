@@ -21,8 +21,11 @@ struct FUSION_API FuseRequest {
   FuseRequest(const FuseRequest&);
   FuseRequest& operator=(const FuseRequest&);
 
-  std::string pan;     ///< panchromatic image
-  std::string ms;      ///< multispectral image
+  std::string pan;  ///< panchromatic image
+  std::string ms;   ///< multispectral image; its file name may be a pattern (LC08*_B[2-5].TIF) that several have
+  /// Further files of it, likewise: with more than one each has one band, and they are seen as one image with pixels as
+  /// small as their smallest
+  std::vector<std::string> moreMs;
   std::string out;     ///< fused image to write
   std::string method;  ///< of Methods(), or kBestMethod; DefaultMethod() by default
 
@@ -62,8 +65,10 @@ struct FUSION_API FuseRequest {
   bool confined = false;                     ///< and nothing outside the folder of the input that refers to it
   bool noOverviews = false;                  ///< hpf, ihs, sharpen: no overviews of the output
   std::string format;                        ///< by name; empty: by the extension of out
+  std::string compress;                      ///< compression of the format's driver, by its name; empty: none
   std::vector<std::string> creationOptions;  ///< of the format's driver in GDAL: NAME=VALUE each
   bool noProvenance = false;                 ///< the output does not tell how it was made
+  bool dryRun = false;                       ///< nothing is computed and written; the report tells what would be
   bool sync = false;                         ///< ends when the output lies on the disk
   bool overwrite = false;                    ///< replace an existing out, and what belongs to it
 
@@ -91,6 +96,19 @@ struct FuseModel {
   long long samples = 0;      ///< multispectral pixels that they are fitted to
 };
 
+/// What a fusion would do.
+struct FusePlan {
+  std::string pan;             ///< "1024x1024, 1 band of uint16"
+  std::string ms;              ///< likewise
+  std::vector<int> area;       ///< of the output: column, row, width and height in pan pixels
+  double origin[2] = {};       ///< of the output, on the ground
+  double pixelSize[2] = {};    ///< likewise
+  std::string format;          ///< by name
+  double memory = 0.0;         ///< bytes that the run takes at most, about
+  double disk = 0.0;           ///< bytes of the output, overviews among them, without compression
+  std::optional<double> free;  ///< bytes that the disk has left, where that can be told
+};
+
 /// What a fusion has written.
 struct FuseReport {
   std::string method;
@@ -103,6 +121,7 @@ struct FuseReport {
   std::optional<double> validShare;  ///< of the pixels, 0 to 1, where asked for and the run masked those without data
   std::optional<FuseRegistration> registration;  ///< where the run looked for one
   std::optional<FuseModel> model;                ///< where the method estimates one
+  std::optional<FusePlan> plan;                  ///< of a dry run; the size above is that of the output to come
   std::vector<std::string> guards;               ///< the options of those in effect: edges, resample, ...
   std::vector<std::string> notices;              ///< what the observer was told, too
 };

@@ -116,7 +116,7 @@ CheckedRequest CheckFuseRequest(const FuseRequest& o) {
   if (o.resample) checked.resample = ParseResample(*o.resample);
   if (o.type) checked.type = ParsePixelType(*o.type);
   checked.format = ChooseFormat(o.out, o.format);
-  CheckCreationOptions(checked.format, o.creationOptions);
+  checked.creationOptions = CreationOptions(checked.format, o.creationOptions, o.compress);
   if (o.stretch && platform::IsFloatType(checked.type)) {
     throw UsageError("--stretch fills the range of an integer type; it does not go with a float type.");
   }

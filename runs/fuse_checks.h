@@ -20,6 +20,7 @@ struct CheckedRequest {
   bool sceneStatistics = true;       ///< a window's statistics are those of the whole scene
   PixelDataType type = PDT_UNKNOWN;  ///< PDT_UNKNOWN: the multispectral image's own
   RasterDataFormat format = kFormatUnknown;
+  std::vector<std::string> creationOptions;  ///< with that of the compression
   bool matched = false;
   std::shared_ptr<platform::Workers> workers;
 };

@@ -56,8 +56,9 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
                        const CBaseProgress& progress)
     : m_options(options),
       m_notices(notices),
+      m_msImage(options.ms, options.moreMs, options.pan),
       m_panFile(CommonFun::Utf82U(options.pan)),
-      m_msFile(CommonFun::Utf82U(options.ms)) {
+      m_msFile(CommonFun::Utf82U(m_msImage.Path())) {
   OpenInput(m_pan, m_panFile);
   OpenInput(m_ms, m_msFile);
   m_panSize = SizeOf(m_pan);
@@ -142,11 +143,12 @@ void FuseInputs::LookThrough(std::unique_ptr<platform::VirtualRaster> view, std:
 }
 
 /// A run that computes something beforehand would find an area that is none too late.
-void FuseInputs::CheckArea() const {
+void FuseInputs::CheckArea() {
   if (m_options.aoi.empty()) return;
   const std::wstring file = CommonFun::Utf82U(m_options.aoi);
   CRasterAOI area;
   if (!area.Load(file, m_pan)) throw OpenError(file, area.GetLoadFailure());
+  m_aoi = area.GetCoveringRect();
 }
 
 void FuseInputs::SettleNoData(const CBaseProgress& progress) {
@@ -263,6 +265,12 @@ void FuseInputs::CheckPixelSizes() {
   if (ratio <= kMost && ratio >= 1.0 / kMost) return;
   throw UsageError("A multispectral pixel is as wide as " + Formatted("%.3g", ratio) +
                    " pan pixels: check the georeferences, or use --same-extent.");
+}
+
+CRect FuseInputs::OutputArea() const {
+  if (m_options.aoi.empty()) return m_area;
+  return {std::max(m_area.left, m_aoi.left), std::max(m_area.top, m_aoi.top), std::min(m_area.right, m_aoi.right),
+          std::min(m_area.bottom, m_aoi.bottom)};
 }
 
 void FuseInputs::CheckValidPixels() const {

@@ -9,6 +9,7 @@
 #include "platform/raster/raster_source.h"
 #include "platform/raster/virtual_raster.h"
 #include "runs/fuse_checks.h"
+#include "runs/ms_files.h"
 #include "runs/notices.h"
 
 namespace fusion {
@@ -36,19 +37,27 @@ class FuseInputs {
   /// "1024x1024, 1 band of uint16", as the files have it.
   const std::string& PanSize() const { return m_panSize; }
   const std::string& MsSize() const { return m_msSize; }
+  /// Pixels of one of its bands.
+  double MsPixels() const { return static_cast<double>(m_ms.GetWidth()) * m_ms.GetHeight(); }
   /// The chosen bands of the multispectral image as it was given, counted from 0.
   const std::vector<int>& Bands() const { return m_chosen; }
   /// What the multispectral image says of them.
   const platform::RasterDescription& Description() const { return m_description; }
   /// The part of the pan image that the run covers at most.
   const CRect& Area() const { return m_area; }
+  /// The files of the multispectral image, as they were given or found.
+  const std::vector<std::string>& MsFiles() const { return m_msImage.Files(); }
+  const CRasterSource& Pan() const { return m_pan; }
+  /// Pan pixels that the output covers: where both images are, cut to the window and to the area of interest. Until
+  /// Close.
+  CRect OutputArea() const;
   /// Whether the run is a part of a scene, with statistics of the whole.
   bool IsPart() const { return !m_scene.IsRectEmpty(); }
   /// Whether the run takes pixels without data for missing.
   bool MasksNoData() const { return m_maskNoData; }
 
  private:
-  void CheckArea() const;
+  void CheckArea();
   void CheckBands(const Method& method);
   std::vector<int> ChosenBands() const;
   /// Declares --nodata, settles whether the run masks, and leaves alpha out of the bands then.
@@ -66,6 +75,7 @@ class FuseInputs {
 
   const FuseRequest& m_options;
   Notices& m_notices;
+  MsImage m_msImage;
   std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
   std::wstring m_panFile;
   std::wstring m_msFile;
@@ -77,6 +87,7 @@ class FuseInputs {
   platform::RasterDescription m_description;
   std::vector<int> m_bands;  ///< zero-based, of m_msFile
   int m_panBand = 0;         ///< zero-based, of m_panFile
+  CRect m_aoi;               ///< what covers the area of interest; empty without one
   CRect m_window;
   CRect m_area;
   CRect m_scene;  ///< the common area that the window is a part of; empty without window, or with its own statistics

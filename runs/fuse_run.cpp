@@ -13,6 +13,8 @@
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/fuse_inputs.h"
+#include "runs/fuse_plan.h"
+#include "runs/ms_files.h"
 #include "runs/notices.h"
 #include "runs/output_file.h"
 #include "runs/output_format.h"
@@ -27,7 +29,9 @@ namespace {
 
 std::vector<std::wstring> InputFiles(const FuseRequest& options) {
   std::vector<std::wstring> files;
-  for (const auto& file : {options.pan, options.ms, options.aoi}) {
+  std::vector<std::string> names = MsFiles(options.ms, options.moreMs, options.pan);
+  names.insert(names.end(), {options.pan, options.aoi});
+  for (const auto& file : names) {
     if (!file.empty()) files.push_back(CommonFun::Utf82U(file));
   }
   return files;
@@ -81,6 +85,7 @@ FuseReport FuseRun::FuseAndPublish() {
 
   CheckFormatHolds(m_checked.format, m_type, static_cast<int>(inputs.Bands().size()), *m_checked.method);
   CheckDisk(inputs.Area(), static_cast<int>(inputs.Bands().size()), m_type, m_options);
+  if (m_options.dryRun) return Plan(inputs);
   Describe(inputs.Description());
   m_written = std::make_shared<platform::WrittenRaster>();
   if (!m_options.noProvenance) m_notes = std::make_unique<OutputNotes>(m_options, m_checked, inputs);
@@ -99,6 +104,19 @@ FuseReport FuseRun::FuseAndPublish() {
   if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
   ThrowObstacle(m_pending.Publish(), m_output);
   if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
+  return report;
+}
+
+FuseReport FuseRun::Plan(const FuseInputs& inputs) const {
+  FuseReport report;
+  report.method = m_options.method;
+  report.output = m_options.out;
+  report.guards = m_checked.guards.Names();
+  report.bands = static_cast<int>(inputs.Bands().size());
+  report.type = TypeName(m_type);
+  report.plan = MakePlan(inputs, m_checked, m_output, m_type, !m_options.noOverviews);
+  report.width = report.plan->area[2];
+  report.height = report.plan->area[3];
   return report;
 }
 
@@ -130,7 +148,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   param.m_pDescription = m_description;
   if (m_notes) param.m_pNotes = m_notes->Notes();
   param.m_pWritten = m_written;
-  param.m_vecCreationOptions = m_options.creationOptions;
+  param.m_vecCreationOptions = m_checked.creationOptions;
   param.m_eResampleType = m_checked.resample;
   param.m_bRepeatMsEdges = m_checked.guards.edges;
   param.m_bKeepSampleRange = m_checked.guards.resample;
@@ -249,7 +267,7 @@ void FuseRun::TellOrigin(const std::wstring& file, const MatchTargets& targets) 
 
 std::vector<std::string> FuseRun::Checksums(const std::wstring& file) const {
   std::vector<std::string> sums = m_written->Checksums();
-  if (!sums.empty() && !MayLoseValues(m_checked.format, m_options.creationOptions)) return sums;
+  if (!sums.empty() && !MayLoseValues(m_checked.format, m_checked.creationOptions)) return sums;
   sums.clear();
   CRasterSource source;
   const auto goesOn = [](void* progress, int) { return !static_cast<CBaseProgress*>(progress)->IsCancelRequested(); };

@@ -32,6 +32,8 @@ class FuseRun {
 
  private:
   FuseReport FuseAndPublish();
+  /// What would be done.
+  FuseReport Plan(const FuseInputs& inputs) const;
   /// What the multispectral image says of its bands goes to the output where it holds there, too.
   void Describe(platform::RasterDescription description);
   PixelDataType DefaultType(PixelDataType msType) const;

@@ -109,17 +109,36 @@ const std::vector<Method>& Methods() {
   static const std::vector<Method> methods = {
       {.name = "bayesian",
        .summary = "the likeliest image: the bands plus pan's detail, weighed as it was one level down",
+       .formula =
+           "fused = band + gain x (pan - low-passed pan), and what the other bands tell beside that; low-pass, gains "
+           "and a shift between the images are estimated from the images, one level down, where the answer is known",
+       .source = "Fasbender, Radoux and Bogaert 2008 (Bayesian data fusion); Aiazzi et al. 2006 (the sensor's transfer "
+                 "function, gains a level down); Garzelli, Nencini and Capobianco 2008 (gains from all bands); Vivone "
+                 "et al. 2015 (blind estimate of the low-pass)",
+       .suits = "nearly always: for maps, classification and figures it keeps the bands' colours, and it adds to each "
+                "band what its sensor would have seen, whether pan covers it or not",
+       .spares = "where pan and bands were taken at different times, and where nothing may swing below 0 beside hard "
+                 "edges, dark water above all (a smaller --bayes-weight helps)",
        .takes = kRaster | kTakesBayesModel,
        .make = MakeBayesian,
        .onBandScale = true},
       {.name = "brovey",
        .summary = "each band times pan over the sum of the bands",
+       .formula = "fused = band x pan / sum of the bands, brought back to each band's mean and deviation",
+       .source = "Gillespie, Kahle and Walker 1987 (chromaticity transform)",
+       .suits = "pictures of three visible bands that pan covers: sharp, and fast",
+       .spares = "where bands lie outside pan's range (near infrared), for indices and classification: every band gets "
+                 "the same detail, and ratios of bands stay those of the coarse image",
        .takes = kRaster | kTakesMatch,
        .make = Make<CBroveyFusion>,
        .matchedByDefault = true,
        .isRatio = true},
       {.name = "multiplicative",
        .summary = "each band times pan",
+       .formula = "fused = band x pan, of which the root is brought back to each band's mean and deviation",
+       .source = "Pohl and van Genderen 1998 (arithmetic combinations)",
+       .suits = "a strong picture of roads and roofs, where colours matter little",
+       .spares = "wherever colours or values count: pan is mixed into every band alike, which pales them",
        .takes = kRaster | kTakesMatch | kTakesProductRoot,
        .make = Make<CMultipleFusion>,
        .matchedByDefault = true,
@@ -127,6 +146,10 @@ const std::vector<Method>& Methods() {
        .rawType = PDT_FLOAT32},
       {.name = "weighted",
        .summary = "mean of band and pan, weighted by their correlation",
+       .formula = "fused = ((1 - a) band + (1 + a) pan) / 2, a = sqrt(correlation of band and pan / number of bands)",
+       .source = "Pohl and van Genderen 1998 (weighted combination by correlation coefficients)",
+       .suits = "bands that go closely together with pan",
+       .spares = "bands that hardly do: at least half of every fused band is pan",
        .takes = kRaster | kTakesMatch | kTakesKeepBands,
        .make = MakeWeighted,
        .remark = TellBandsWithoutWeight,
@@ -134,6 +157,11 @@ const std::vector<Method>& Methods() {
        .matchedByDefault = true},
       {.name = "ihs",
        .summary = "pan in place of the intensity of three bands",
+       .formula = "intensity, hue and saturation of three bands, pan in the place of the intensity, and back; further "
+                  "bands are resampled",
+       .source = "Carper, Lillesand and Kiefer 1990; the model of Gonzalez and Woods",
+       .suits = "pictures of red, green and blue under a pan that covers just these",
+       .spares = "more than three bands, and pan that sees near infrared: grass comes out bright green",
        .takes = kRaster | kTakesMatch | kTakesRgb,
        .make = Make<CIhsTranFusion>,
        .matchedByDefault = true,
@@ -143,6 +171,11 @@ const std::vector<Method>& Methods() {
        .minimumBands = 3},
       {.name = "pca",
        .summary = "pan in place of the first principal component",
+       .formula = "the bands' principal components, pan on the scale of the first one in its place, and back",
+       .source = "Chavez, Sides and Anderson 1991",
+       .suits = "many bands that mostly vary in brightness together",
+       .spares = "scenes whose first component is another thing than brightness (near infrared over vegetation): "
+                 "colours are cast",
        .takes = kRaster | kTakesPcaMatch,
        .make = MakePca,
        .remark = TellPanMatch,
@@ -151,6 +184,13 @@ const std::vector<Method>& Methods() {
        .onBandScale = true},
       {.name = "hpf",
        .summary = "bands plus the high-pass filtered pan, scaled to each band's spread",
+       .formula = "fused = band + weight x deviation of the band / deviation of the detail x detail; detail = pan less "
+                  "the mean around it, by a kernel as wide as the ratio of the pixels asks for; ends with each band's "
+                  "mean and deviation",
+       .source = "Schowengerdt 1980; Gangkofner, Pradhan and Holcomb 2008",
+       .suits = "a robust second choice for every band, also those that pan does not cover; the amount of detail is "
+                "yours (--detail-weight)",
+       .spares = "where thin bright or dark rims along edges disturb",
        .takes = kTakesAutoLevel | kTakesKernels,
        .make = MakeHpf,
        .remark = TellDetailCap,
@@ -161,6 +201,11 @@ const std::vector<Method>& Methods() {
        .onBandScale = true},
       {.name = "sharpen",
        .summary = "bands times the ratio of pan to its 7 x 7 mean, plus pan",
+       .formula =
+           "fused = band x pan / mean of pan over 7 x 7 pixels + pan, brought back to each band's mean and deviation",
+       .source = "Liu 2000 (smoothing-filter-based intensity modulation), with pan added on top",
+       .suits = "pictures with crisp edges",
+       .spares = "for values: pan is mixed into every band, and dark ground beside bright edges is exaggerated",
        .takes = kTakesType | kTakesMatch | kTakesAutoLevel,
        .make = Make<BlockSharpening>,
        .matchedByDefault = true,

@@ -46,7 +46,12 @@ enum MethodOption : unsigned {
 struct Method {
   const char* name;     ///< as in FuseRequest::method
   const char* summary;  ///< in English, one line
-  unsigned takes = 0;   ///< of MethodOption
+  // For whoever chooses one, in English.
+  const char* formula = "";
+  const char* source = "";  ///< publications
+  const char* suits = "";   ///< when to take it
+  const char* spares = "";  ///< when not
+  unsigned takes = 0;       ///< of MethodOption
   /// The algorithm for a filled record. Throws RunFailure where preparing it fails. For the run itself.
   std::unique_ptr<CBaseAlgorithm> (*make)(HpfFusionParam& param, const MethodSetup& setup);
   /// What is to be said of a run that has succeeded; null for nothing. For the run itself.

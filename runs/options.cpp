@@ -3,6 +3,7 @@
 #include <charconv>
 #include <optional>
 #include <span>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <type_traits>
@@ -112,10 +113,19 @@ void TakeSize(SampleRequest& request, const std::string& text) {
 }
 
 using F = FuseRequest;
+/// File names, one a line.
+template <auto Member, typename Request>
+void TakeLines(Request& request, const std::string& text) {
+  std::istringstream lines(text);
+  (request.*Member).clear();
+  for (std::string line; std::getline(lines, line);) (request.*Member).push_back(line);
+}
+
 constexpr bool kBeside = false;
 constexpr Option<F> kFuseOptions[] = {
     Field<&F::pan, F>("pan", kBeside),
     Field<&F::ms, F>("ms", kBeside),
+    {"more-ms", TakeLines<&F::moreMs>, nullptr, kBeside},
     Field<&F::out, F>("out", kBeside),
     Field<&F::method, F>("method"),
     Field<&F::resample, F>("resample"),
@@ -148,7 +158,9 @@ constexpr Option<F> kFuseOptions[] = {
     Field<&F::sameExtent, F>("same-extent"),
     Field<&F::noOverviews, F>("no-overviews"),
     Field<&F::format, F>("format"),
+    Field<&F::compress, F>("compress"),
     Field<&F::creationOptions, F>("co"),
+    Field<&F::dryRun, F>("dry-run", kBeside),
     Field<&F::noProvenance, F>("no-provenance", kBeside),
     Field<&F::sync, F>("sync", kBeside),
     Field<&F::overwrite, F>("overwrite", kBeside),

@@ -48,13 +48,25 @@ RasterDataFormat ChooseFormat(const std::string& out, const std::string& name) {
   return kFormatGeoTiff;
 }
 
-void CheckCreationOptions(RasterDataFormat format, const std::vector<std::string>& options) {
+std::vector<std::string> CreationOptions(RasterDataFormat format, std::vector<std::string> options,
+                                         const std::string& compress) {
   const platform::RasterFormat* found = platform::FindRasterFormat(format);
-  if (!found || options.empty()) return;
+  if (!compress.empty()) {
+    const std::string driver = found ? found->driver : "";
+    if (driver != "GTiff" && driver != "COG") {
+      throw UsageError("--compress is for GeoTIFF and COG; what the driver of another format knows is told by --co.");
+    }
+    for (const std::string& option : options) {
+      if (!Lower(option).starts_with("compress=")) continue;
+      throw UsageError("--compress " + compress + " and --co " + option + " say the same; give one of them.");
+    }
+    options.push_back("COMPRESS=" + compress);
+  }
+  if (!found || options.empty()) return options;
   std::string fault = platform::CreationOptionFault(*found, options);
-  if (fault.empty()) return;
+  if (fault.empty()) return options;
   if (fault.back() != '.') fault += '.';
-  throw UsageError("--co: " + fault);
+  throw UsageError((compress.empty() ? "--co: " : "--compress or --co: ") + fault);
 }
 
 void CheckFormatHolds(RasterDataFormat format, PixelDataType type, int bandCount, const Method& method) {

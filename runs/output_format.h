@@ -12,8 +12,10 @@ namespace fusion {
 /// a usage error for an unknown name, and for an OUT that would pass for a file of another kind.
 RasterDataFormat ChooseFormat(const std::string& out, const std::string& name);
 
-/// Throws a usage error, in GDAL's words, where the format's driver does not take the creation options.
-void CheckCreationOptions(RasterDataFormat format, const std::vector<std::string>& options);
+/// The creation options of the format's driver, with that of a compression unless its name is empty. Throws a usage
+/// error, in GDAL's words where it has some, for what the driver does not take.
+std::vector<std::string> CreationOptions(RasterDataFormat format, std::vector<std::string> options,
+                                         const std::string& compress);
 
 /// Throws a usage error, which says what to do, where the format does not hold so many bands of the type.
 void CheckFormatHolds(RasterDataFormat format, PixelDataType type, int bandCount, const Method& method);

@@ -71,7 +71,11 @@ OutputNotes::OutputNotes(const FuseRequest& request, const CheckedRequest& check
     if (!digest.empty()) m_notes->Set(role + "_HEADER", digest);
   };
   tell("PAN", request.pan, inputs.PanSize());
-  tell("MS", request.ms, inputs.MsSize());
+  const std::vector<std::string>& ms = inputs.MsFiles();
+  for (std::size_t i = 0; i < ms.size(); ++i) {
+    // Of several the size is that of all of them as one image.
+    tell(i == 0 ? "MS" : "MS_" + std::to_string(i + 1), ms[i], i == 0 ? inputs.MsSize() : "");
+  }
   tell("AOI", request.aoi, "");
   // A matrix, some figures of each band, and some more; a number takes up to 20 bytes.
   constexpr std::size_t kNumber = 20;

@@ -33,7 +33,9 @@ void CheckMemory(const CRect& area, int bands, PixelDataType type) {
 
 void CheckDisk(const CRect& area, int bands, PixelDataType type, const FuseRequest& request) {
   const std::wstring out = CommonFun::Utf82U(request.out);
-  if (CommonFun::IsVirtualFile(out) || !request.creationOptions.empty() || !request.aoi.empty()) return;
+  if (CommonFun::IsVirtualFile(out) || !request.creationOptions.empty() || !request.compress.empty() ||
+      !request.aoi.empty())
+    return;
   const std::wstring folder = platform::FolderOf(out);
   const double needed = static_cast<double>(area.Area()) * bands * platform::PixelSize(type);
   const double left = platform::FreeRoom(CommonFun::ToPath(folder.empty() ? L"." : folder));

@@ -22,7 +22,9 @@ void RunLog::Open(const FuseRequest& request) {
   }
   m_before = CLog::m_pLogger;
   CLog::m_pLogger = &*m_log;
-  LogInformation("fuse pan " + request.pan + ", multispectral " + request.ms + " by " + request.method + " into " +
+  std::string ms = request.ms;
+  for (const std::string& file : request.moreMs) ms += " " + file;
+  LogInformation("fuse pan " + request.pan + ", multispectral " + ms + " by " + request.method + " into " +
                  request.out);
   const std::string options = ShellWords(ArgumentsOf(request));
   if (!options.empty()) LogInformation("options: " + options);

@@ -120,6 +120,23 @@ int main(int argc, char** argv) {
   EXPECT(fusion_outcome_fused(fused, &report) == 1);
   EXPECT(strcmp(report.method, "bayesian") == 0);
   EXPECT(strcmp(report.output, out) == 0);
+  /* The file tells the same. */
+  fusion_outcome* told = fusion_verify(out, &watcher);
+  EXPECT(fusion_outcome_status(told) == FUSION_OK);
+  EXPECT(strcmp(fusion_outcome_fact(told, "method"), "bayesian") == 0);
+  EXPECT(strcmp(fusion_outcome_fact(told, "output"), "22x20, 2 bands of float64") == 0);
+  EXPECT(strlen(fusion_outcome_fact(told, "checksums")) == 17);
+  EXPECT(strcmp(fusion_outcome_fact(told, "colour"), "") == 0);
+  fusion_free_outcome(told);
+  told = fusion_info(pan);
+  EXPECT(fusion_outcome_status(told) == FUSION_WRONG_USAGE);
+  EXPECT(strcmp(fusion_outcome_fact(told, "method"), "") == 0);
+  fusion_free_outcome(told);
+  EXPECT(fusion_info(NULL) == NULL && fusion_verify(NULL, NULL) == NULL);
+  EXPECT(strcmp(fusion_outcome_fact(NULL, "method"), "") == 0);
+  EXPECT(strlen(fusion_method_formula(0)) > 0 && strlen(fusion_method_source(0)) > 0);
+  EXPECT(strlen(fusion_method_suits(0)) > 0 && strlen(fusion_method_spares(0)) > 0);
+  EXPECT(fusion_method_formula(1000) == NULL);
   EXPECT(report.width == 22 && report.height == 20 && report.bands == 2);
   EXPECT(strcmp(report.type, "float64") == 0);
   EXPECT(report.seconds > 0.0);
