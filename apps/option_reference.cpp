@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include "platform/algorithm/string_param_parser.h"
-#include "platform/utility/common_fun.h"
 #include "runs/methods.h"
 
 namespace app {
@@ -20,11 +19,16 @@ std::vector<std::string> WordsOf(const std::string& shape) {
   } else if (shape == "TYPE") {
     words = {"uint8", "uint16", "int16", "uint32", "int32", "float32", "float64"};
   } else if (shape == "FORMAT") {
-    for (const auto& format : platform::RasterFormats()) words.push_back(CommonFun::U2Utf8(format.name));
+    for (const auto& format : platform::RasterFormats()) words.emplace_back(format.driver);
   } else if (shape.find('|') != std::string::npos) {
     std::istringstream parts(shape);
     for (std::string word; std::getline(parts, word, '|');) {
-      if (word != "N" && word != "G,P") words.push_back(word);
+      // Others stand for what is free: N|all.
+      if (std::any_of(word.begin(), word.end(), [](char c) { return c >= 'a' && c <= 'z'; }) && word != "WxH") {
+        words.push_back(word);
+      } else if (shape.starts_with("LZW")) {
+        words.push_back(word);
+      }
     }
   }
   return words;
@@ -35,12 +39,14 @@ OptionText TextOf(const CLI::Option& option) {
   const bool positional = option.get_positional();
   text.name = positional ? option.get_name(true) : "--" + option.get_lnames().front();
   if (!option.get_snames().empty()) text.shortName = "-" + option.get_snames().front();
-  if (option.get_items_expected_max() > 0) text.shape = option.get_type_name();
+  if (option.get_items_expected_max() > 0 && !(positional && option.get_type_name() == "TEXT"))
+    text.shape = option.get_type_name();
   text.words = WordsOf(text.shape);
   text.description = option.get_description();
   const std::string preset = option.get_default_str();
   if (!preset.empty() && !positional) text.description += " (default: " + preset + ")";
   text.group = option.get_group();
+  if (positional && !text.words.empty()) text.shape.clear();
   text.isFile = positional || text.shape == "FILE" || text.shape == "FOLDER" || text.shape == "PATTERN";
   return text;
 }

@@ -14,15 +14,17 @@
 namespace fusion {
 namespace {
 
-/// Blocks of 512 rows: pan and the multispectral samples under them as doubles, both read ahead, the fused bands, one
-/// block being made and one being written, and some rows of them beside that.
+/// Blocks of 512 rows: pan and the multispectral samples under them as doubles, both read ahead, and the fused bands,
+/// one block being made and one being written. Half as much again goes into what works on them.
 double MemoryOf(const CRect& area, double msPixels, double bands, double fusedSize) {
-  constexpr double kProgram = 60e6;
+  constexpr double kProgram = 90e6;
   constexpr double kRows = 512.0;
+  constexpr double kAgain = 1.5;
   const double rows = std::min<double>(kRows, area.Height());
   const double pixels = rows * area.Width();
-  const double msRows = std::min(1.0, (rows + 40.0) / std::max(1, area.Height()));
-  return kProgram + 2.0 * 8.0 * pixels + 2.0 * 8.0 * bands * msPixels * msRows + 2.0 * fusedSize * bands * pixels;
+  const double msShare = std::min(1.0, (rows + 40.0) / std::max(1, area.Height()));
+  return kProgram +
+         kAgain * (2.0 * 8.0 * pixels + 2.0 * 8.0 * bands * msPixels * msShare + 2.0 * fusedSize * bands * pixels);
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ TEST_F(FuseCommand, WrongArgumentsAreStatusTwo) {
                                 {"melt"},
                                 {"fuse"},
                                 {"fuse", "a", "b"},
-                                {"fuse", "a", "b", "c", "d"},
+                                {"fuse", "a", "--ms", "b", "c", "d"},
                                 {"fuse", "a", "b", "c", "--magic"},
                                 {"fuse", "a", "b", "c", "--bands", "1,x"},
                                 {"evaluate", "a", "b"},
