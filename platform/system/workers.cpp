@@ -71,9 +71,7 @@ Workers::~Workers() {
     m_impl->ending = true;
   }
   m_impl->wake.notify_all();
-  for (std::thread& thread : m_impl->threads) {
-    if (thread.joinable()) thread.join();
-  }
+  for (std::thread& thread : m_impl->threads) thread.join();
 }
 
 void Workers::Share(int count, const std::function<void()>& share) {

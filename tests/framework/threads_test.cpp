@@ -156,8 +156,9 @@ TEST(Threads, AreStartedOnRequestAndWorkTogether) {
     if (asked) {
       fusion.SetThreads(3);
       // A row is held until three threads have one.
-      fusion.onRow = [&] {
-        for (int waited = 0; waited < 5000; ++waited) {
+      const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+      fusion.onRow = [&fusion, until] {
+        while (std::chrono::steady_clock::now() < until) {
           {
             const std::lock_guard lock(fusion.mutex);
             if (fusion.seen.size() >= 3) return;

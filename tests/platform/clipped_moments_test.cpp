@@ -68,6 +68,25 @@ TEST(ClippedMoments, AreThePlainOnesWhereNothingLiesFarOff) {
   EXPECT_EQ(moments.Widening(), 1.0);
 }
 
+TEST(ClippedMoments, AreTheSameFromParts) {
+  std::vector<double> values = Ramp(9000, 100.0, 0.37);
+  for (const std::size_t far : {700U, 4000U, 8999U}) values[far] = 1e7 + static_cast<double>(far);
+  const ClippedMoments whole = Of(values);
+  ASSERT_EQ(whole.Outliers(), 3);
+  ClippedMoments moments;
+  std::vector<ClippedMoments::Part> parts(3);
+  for (std::size_t p = 0; p < 3; ++p) {
+    // Each of two pieces.
+    moments.Reduce(values.data() + 3000 * p, 2048, parts[p]);
+    moments.Reduce(values.data() + 3000 * p + 2048, 952, parts[p]);
+  }
+  for (const ClippedMoments::Part& part : parts) moments.Add(part);
+  moments.Settle();
+  EXPECT_EQ(moments.Outliers(), 3);
+  EXPECT_EQ(moments.Mean(), whole.Mean());
+  EXPECT_EQ(moments.StdDev(), whole.StdDev());
+}
+
 TEST(ClippedMoments, TakeSingleValuesForLyingJustBeyondTheOthers) {
   for (const auto& [first, step] : {std::pair{100.0, 0.5}, {-3000.0, 0.5}, {-9000.0, 1.0}, {0.001, 1e-6}}) {
     std::vector<double> values = Ramp(6000, first, step);

@@ -43,6 +43,24 @@ TEST_F(RunThreadsTest, FusionsComputeOnAsManyAsAreAskedFor) {
   }
 }
 
+TEST_F(RunThreadsTest, TheEstimateOfAModelIsMadeOnThemToo) {
+  /// Knows how many threads were started when the last stage, the fusion, begins.
+  class Counter : public fusion::RunObserver {
+   public:
+    void StageBegins(const fusion::RunStage&) override { started = g_started; }
+    int started = 0;
+  };
+  const auto started = [&](const std::string& threads) {
+    auto request = Request("bayesian");
+    request.threads = threads;
+    request.overwrite = true;
+    Counter counter;
+    Started([&] { fusion::Fuse(request, &counter); });
+    return counter.started;
+  };
+  EXPECT_EQ(started("2"), started("1") + 1);
+}
+
 TEST_F(RunThreadsTest, EvaluationsDoSo) {
   fusion::Fuse(Request("brovey"));
   const auto started = [&](const std::string& threads) {
