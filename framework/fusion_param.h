@@ -7,6 +7,9 @@
 #include "platform/algorithm/algorithm_param.h"
 #include "platform/algorithm/string_param_parser.h"
 
+/// Blocks are not taken lower than this: neighbours read the rows twice that kernels reach beyond them.
+inline constexpr std::int64_t kLeastBlockRows = 64;
+
 /// Parameters of a fusion run. A value: every algorithm keeps its own copy.
 struct FUSION_API FusionParam : AlgorithmParam {
   FusionParam();
@@ -25,6 +28,9 @@ struct FUSION_API FusionParam : AlgorithmParam {
   bool m_bRepeatMsEdges = false;
   /// Keep what bicubic resampling makes between the least and the largest of the samples that it is made from.
   bool m_bKeepSampleRange = false;
+  /// Blocks as wide as the output that hold more pixels than this are taken lower, but no lower than kLeastBlockRows
+  /// and in whole blocks of the output, which gives the same result and takes less memory; 0 leaves them as they are.
+  std::int64_t m_nMostBlockPixels = 0;
   std::int32_t m_nPanBand = 0;              ///< zero-based
   std::vector<std::int32_t> m_vecMSBands;   ///< zero-based, in output order; empty means all
   bool m_bSpectralMatch = false;            ///< stretch the result to the multispectral means and deviations

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "framework/fusion_param.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/messages.h"
 #include "platform/raster/companions.h"
@@ -20,8 +21,8 @@ std::string Megabytes(double bytes) { return Formatted(bytes < 1e8 ? "%.1f MB" :
 
 void CheckMemory(const CRect& area, int bands, PixelDataType type) {
   // Of whole rows of pan in doubles and of the output in its own type, while the block before is being written.
-  constexpr int kRows = 2 * 512;
-  const double rows = std::min(area.Height(), kRows);
+  const std::int64_t block = std::max<std::int64_t>(kMostBlockPixels / area.Width(), kLeastBlockRows);
+  const auto rows = static_cast<double>(std::min<std::int64_t>(area.Height(), 2 * block));
   const double needed = rows * area.Width() * (sizeof(double) + bands * platform::PixelSize(type));
   const double left = platform::FreeMemory();
   if (needed <= left) return;

@@ -166,18 +166,24 @@ BlockGrid Run::MakeBlockGrid() {
   int width = 1024;
   int height = 1024;
   m_fusion.GetBlockSize(width, height);
-  return {m_dst.GetWidth(), m_dst.GetHeight(), width, height};
+  return Lower({m_dst.GetWidth(), m_dst.GetHeight(), width, height});
+}
+
+BlockGrid Run::Lower(BlockGrid grid) const {
+  const std::int64_t most = m_fusion.m_param.m_nMostBlockPixels;
+  if (most <= 0 || grid.Across() != 1) return grid;
+  // A block of the file that is written in parts is encoded more than once.
+  const std::int64_t whole = std::max(m_dst.GetBlockYSize(), 1);
+  const std::int64_t rows = std::max({most / grid.blockWidth, kLeastBlockRows, whole});
+  grid.blockHeight = static_cast<int>(std::min<std::int64_t>(grid.blockHeight, rows / whole * whole));
+  return grid;
 }
 
 BlockGrid Run::MakeSceneGrid() {
   if (m_scene.Area() == 0) return MakeBlockGrid();
   constexpr int kRows = 512;
-  return {m_scene.Width(),
-          m_scene.Height(),
-          m_scene.Width(),
-          std::min(kRows, m_scene.Height()),
-          m_scene.left - m_fusion.m_param.m_rcProcess.left,
-          m_scene.top - m_fusion.m_param.m_rcProcess.top};
+  return Lower({m_scene.Width(), m_scene.Height(), m_scene.Width(), std::min(kRows, m_scene.Height()),
+                m_scene.left - m_fusion.m_param.m_rcProcess.left, m_scene.top - m_fusion.m_param.m_rcProcess.top});
 }
 
 void Run::Abandon() {

@@ -56,6 +56,8 @@ class Run {
   void DropReprojection();
   /// The output raster in blocks of GetBlockSize's size.
   BlockGrid MakeBlockGrid();
+  /// The same blocks as low as the run asks for.
+  BlockGrid Lower(BlockGrid grid) const;
   /// The area that statistics passes go over, in the output raster's pixels, in blocks of whole rows: the output
   /// raster, or, where the run is a part of a scene, the whole of that, around the output.
   BlockGrid MakeSceneGrid();

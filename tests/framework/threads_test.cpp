@@ -50,6 +50,8 @@ void ExpectSameBytes(const Case& given, PixelDataType type = PDT_FLOAT32) {
       param.m_eResampleType = resample;
       std::vector<std::vector<double>> expected;
       for (const int threads : kThreads) {
+        // Of lower blocks, too.
+        param.m_nMostBlockPixels = threads % 2 == 0 ? 1 : 0;
         method.runWith(param, {.overlapped = threads % 2 == 1, .threads = threads});
         const reference::Image image = test_support::ReadImage(param.m_strOutFile);
         if (threads == 1) expected = image.bands;
@@ -147,6 +149,41 @@ class Watched : public CRowFusion {
             }};
   }
 };
+
+/// Knows how high its blocks were.
+class Heights : public CBroveyFusion {
+ public:
+  using CBroveyFusion::CBroveyFusion;
+  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override {
+    heights.push_back(dstBlock->Height());
+    return CBroveyFusion::AlgorithmProcess(pan, panRect, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi);
+  }
+  std::vector<int> heights;
+};
+
+TEST(BlockHeight, IsThatOfTheClassUnlessTheRunAsksForLess) {
+  const Scene scene(208, Blocks());
+  FusionParam param = scene.Param();
+  const auto heights = [&](std::int64_t mostPixels, const std::vector<std::string>& options = {"BLOCKYSIZE=1"}) {
+    param.m_nMostBlockPixels = mostPixels;
+    param.m_vecCreationOptions = options;
+    Heights fusion(&param);
+    fusion.Process();
+    EXPECT_TRUE(fusion.Succeeded());
+    return fusion.heights;
+  };
+  using Rows = std::vector<int>;
+  EXPECT_EQ(heights(0), (Rows{512, 512, 76}));
+  EXPECT_EQ(heights(33 * 512), (Rows{512, 512, 76}));
+  EXPECT_EQ(heights(33 * 300 + 5), (Rows{300, 300, 300, 200}));
+  // Not below what makes up for the rows that neighbours read twice, and of whole blocks of the file.
+  Rows low(17, 64);
+  low.push_back(12);
+  EXPECT_EQ(heights(1), low);
+  const std::vector<std::string> tiles = {"TILED=YES", "BLOCKXSIZE=48", "BLOCKYSIZE=48"};
+  EXPECT_EQ(heights(33 * 100, tiles), (Rows{96, 96, 96, 96, 96, 96, 96, 96, 96, 96, 96, 44}));
+}
 
 TEST(Threads, AreStartedOnRequestAndWorkTogether) {
   const Scene scene(207, Blocks());
