@@ -36,7 +36,7 @@ int ThreadsOf(const std::string& wanted) {
 
 std::shared_ptr<platform::Workers> MakeWorkers(const std::string& wanted) {
   auto workers = std::make_shared<platform::Workers>(ThreadsOf(wanted));
-  platform::SetDecodingThreads(workers->Count());
+  platform::SetCodecThreads(workers->Count());
   return workers;
 }
 

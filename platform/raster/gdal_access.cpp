@@ -112,8 +112,8 @@ GDALDataset* OpenDataset(const std::string& name, bool update) {
     GDALClose(dataset);
     dataset = open();
   }
-  if (dataset && !update && DecodingThreads() > 1 && DecodesBandByBand(*dataset)) {
-    options.SetNameValue("NUM_THREADS", std::to_string(DecodingThreads()).c_str());
+  if (dataset && !update && CodecThreads() > 1 && DecodesBandByBand(*dataset)) {
+    options.SetNameValue("NUM_THREADS", std::to_string(CodecThreads()).c_str());
     GDALClose(dataset);
     dataset = open();
   }

@@ -25,6 +25,7 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/write_guard.h"
 #include "platform/raster/written_raster.h"
+#include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
 
 using platform::GdalErrors;
@@ -83,6 +84,10 @@ CPLStringList CreationOptions(const char* driver, const char* const* options) {
   if (EQUAL(driver, "GTiff")) {
     result.SetNameValue("BIGTIFF", "IF_SAFER");
     result.SetNameValue("INTERLEAVE", "BAND");
+    // The file is the same, byte for byte.
+    if (platform::CodecThreads() > 1 && CSLFetchNameValue(options, "COMPRESS")) {
+      result.SetNameValue("NUM_THREADS", std::to_string(platform::CodecThreads()).c_str());
+    }
   } else if (EQUAL(driver, "JP2OpenJPEG")) {
     // Lossless, where the driver left to itself would not keep the values.
     result.SetNameValue("QUALITY", "100");

@@ -10,7 +10,7 @@ namespace platform {
 namespace {
 
 std::atomic<bool> g_owns = false;
-std::atomic<int> g_decodingThreads = 1;
+std::atomic<int> g_codecThreads = 1;
 
 }  // namespace
 
@@ -25,7 +25,7 @@ void OwnProcess(bool owns) {
 
 bool OwnsProcess() { return g_owns; }
 
-void SetDecodingThreads(int threads) { g_decodingThreads = threads; }
-int DecodingThreads() { return g_owns ? g_decodingThreads.load() : 1; }
+void SetCodecThreads(int threads) { g_codecThreads = threads; }
+int CodecThreads() { return g_owns ? g_codecThreads.load() : 1; }
 
 }  // namespace platform

@@ -8,9 +8,10 @@ namespace platform {
 void OwnProcess(bool owns = true);
 bool OwnsProcess();
 
-/// Lets such a program's compressed files be decoded on several threads, which GDAL keeps for all of the process.
-void SetDecodingThreads(int threads);
+/// Lets such a program's compressed files be decoded and encoded on several threads, which GDAL keeps for all of the
+/// process.
+void SetCodecThreads(int threads);
 /// 1 in another program's process.
-int DecodingThreads();
+int CodecThreads();
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// Compressed files that are decoded on several threads, where the library is all of its process.
+// Compressed files that are decoded and encoded on several threads, where the library is all of its process.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -31,7 +31,7 @@ class Decoding : public testing::Test {
                              {"COMPRESS=DEFLATE", "TILED=YES"});
   }
   void TearDown() override {
-    platform::SetDecodingThreads(1);
+    platform::SetCodecThreads(1);
     platform::OwnProcess(false);
   }
 
@@ -58,13 +58,38 @@ TEST_F(Decoding, TakesTheThreadsThatItMay) {
   const std::ptrdiff_t before = ThreadsOfProcess();
   EXPECT_EQ(Read(), expected);
   EXPECT_EQ(ThreadsOfProcess(), before);
-  platform::SetDecodingThreads(3);
+  platform::SetCodecThreads(3);
   platform::OwnProcess(false);
   EXPECT_EQ(Read(), expected);
   EXPECT_EQ(ThreadsOfProcess(), before) << "another program's process stays as it is";
   platform::OwnProcess();
   EXPECT_EQ(Read(), expected);
   EXPECT_GT(ThreadsOfProcess(), before);
+}
+
+TEST_F(Decoding, EncodingTakesThemTooAndWritesTheSameFile) {
+  const auto write = [&](const std::string& name, const std::vector<std::string>& options) {
+    const double transform[] = {0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
+    const std::ptrdiff_t before = ThreadsOfProcess();
+    CRasterSource created;
+    EXPECT_TRUE(created.CreateRaster(kFormatGeoTiff, folder.WidePath(name), kSize, kSize, 1, PDT_UINT16, transform, L"",
+                                     options));
+    EXPECT_EQ(created.GetRasterBand(0)->WriteBlock(0, 0, kSize, kSize, expected.data(), kSize, kSize, PDT_FLOAT64), 0);
+    EXPECT_TRUE(created.Close());
+    return ThreadsOfProcess() - before;
+  };
+  const std::vector<std::string> packed = {"COMPRESS=DEFLATE", "TILED=YES"};
+  EXPECT_EQ(write("one.tif", packed), 0);
+  // More than any test before may have asked for, since they stay.
+  platform::SetCodecThreads(6);
+  EXPECT_EQ(write("plain.tif", {}), 0) << "nothing is encoded";
+  EXPECT_EQ(write("own.tif", {"COMPRESS=DEFLATE", "TILED=YES", "NUM_THREADS=1"}), 0) << "the caller's word counts";
+  EXPECT_GT(write("six.tif", packed), 0);
+  const auto bytes = [&](const std::string& name) {
+    std::ifstream file(folder.Path(name), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  EXPECT_EQ(bytes("six.tif"), bytes("one.tif"));
 }
 #endif
 
@@ -76,7 +101,7 @@ TEST_F(Decoding, ADamagedFileFailsWithoutAWordOfItsOwn) {
     file << std::string(20000, 'U');
   }
   for (const int threads : {1, 3}) {
-    platform::SetDecodingThreads(threads);
+    platform::SetCodecThreads(threads);
     testing::internal::CaptureStderr();
     EXPECT_TRUE(Read().empty()) << threads;
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
