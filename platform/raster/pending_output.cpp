@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <list>
+#include <new>
 #include <system_error>
 
 #include "platform/algorithm/string_param_parser.h"
@@ -191,7 +192,15 @@ PendingOutput::PendingOutput(const std::wstring& path, bool replace, const std::
 }
 
 PendingOutput::~PendingOutput() {
-  if (!m_impl->folder.empty()) RemoveFolder(m_impl->folder);
+  // Where memory is short, some more of it may be there a moment later.
+  for (int attempt = 0; attempt < 2 && !m_impl->folder.empty(); ++attempt) {
+    try {
+      RemoveFolder(m_impl->folder);
+      return;
+    } catch (const std::bad_alloc&) {
+      // The next run sweeps it.
+    }
+  }
 }
 
 OutputObstacle PendingOutput::Foresee(RasterDataFormat format) const {

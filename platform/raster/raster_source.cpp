@@ -149,7 +149,15 @@ struct CopyProgress {
 
 CRasterSource::CRasterSource() : m_impl(std::make_unique<Impl>()) {}
 
-CRasterSource::~CRasterSource() { Close(); }
+CRasterSource::~CRasterSource() {
+  try {
+    Close();
+  } catch (const std::bad_alloc&) {
+    // Nobody can be told any more.
+    m_impl->bands.clear();
+    if (m_impl->dataset) GDALClose(m_impl->dataset);
+  }
+}
 
 void CRasterSource::Adopt(void* handle, const std::wstring& path, bool writable) {
   auto* dataset = static_cast<GDALDataset*>(handle);
@@ -272,7 +280,7 @@ bool CRasterSource::Close(CBaseProgress* progress, bool* cancelled) {
       }
     }
     m_impl->bands.clear();
-    GDALClose(m_impl->dataset);
+    GDALClose(std::exchange(m_impl->dataset, nullptr));
     ok = !m_impl->writable || !(errors.Any() || (m_impl->guard && m_impl->guard->HasFailed()));
   }
   if (m_impl->writable && RasterFails(RasterOperation::kClose, m_impl->path)) ok = false;

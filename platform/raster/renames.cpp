@@ -3,6 +3,7 @@
 #include <cpl_vsi.h>
 
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 #include "platform/raster/raster_fault.h"
@@ -39,7 +40,16 @@ bool GiveSecondName(const std::wstring& file, const std::wstring& second) {
 }  // namespace
 
 Renames::~Renames() {
-  for (auto done = m_done.rbegin(); done != m_done.rend(); ++done) Rename(done->second, done->first, true);
+  for (auto done = m_done.rbegin(); done != m_done.rend(); ++done) {
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      try {
+        Rename(done->second, done->first, true);
+        break;
+      } catch (const std::bad_alloc&) {
+        // Some more memory may be there a moment later.
+      }
+    }
+  }
 }
 
 void Renames::Move(const std::wstring& from, const std::wstring& to) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <new>
 #include <stdexcept>
 
 #include "platform/raster/gdal_access.h"
@@ -89,8 +90,12 @@ VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& b
 }
 
 VirtualRaster::~VirtualRaster() {
-  VSIUnlink(CommonFun::U2Utf8(m_strPath).c_str());
-  if (!m_strNorthUpPath.empty()) VSIUnlink(CommonFun::U2Utf8(m_strNorthUpPath).c_str());
+  try {
+    VSIUnlink(CommonFun::U2Utf8(m_strPath).c_str());
+    if (!m_strNorthUpPath.empty()) VSIUnlink(CommonFun::U2Utf8(m_strNorthUpPath).c_str());
+  } catch (const std::bad_alloc&) {
+    // A few bytes of memory stay taken.
+  }
 }
 
 void VirtualRaster::AddBand(const std::wstring& file, int band) {

@@ -1,0 +1,264 @@
+// What the platform can fail at, one thing after another, and the user's change of mind at every question: by every
+// method, matched and raw, masked, with a reprojection, by every evaluation, and by an assessment.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <iostream>
+
+#include "platform/algorithm/base_algorithm.h"
+#include "platform/raster/pending_output.h"
+#include "platform/raster/raster_fault.h"
+#include "platform/raster/raster_source.h"
+#include "platform/raster/renames.h"
+#include "platform/raster/virtual_raster.h"
+#include "platform/system/start_thread.h"
+#include "platform/utility/common_fun.h"
+#include "runs/assess.h"
+#include "runs/evaluate.h"
+#include "tests/attacks/failing_memory.h"
+#include "tests/support/run_scene.h"
+#include "tests/support/test_raster.h"
+
+namespace {
+
+/// Threads until none can be started any more.
+std::atomic<long> g_threads{-1};
+
+using fusion::RunFailure;
+using platform::RasterOperation;
+
+constexpr RasterOperation kOperations[] = {RasterOperation::kOpen,  RasterOperation::kCreate, RasterOperation::kRead,
+                                           RasterOperation::kWrite, RasterOperation::kClose,  RasterOperation::kStore,
+                                           RasterOperation::kRename};
+
+/// Wants out at one of the questions.
+class ChangedMind : public fusion::RunObserver {
+ public:
+  explicit ChangedMind(int at) : m_at(at) {}
+  bool WantsCancel() override { return m_asked++ >= m_at; }
+  int Asked() const { return m_asked; }
+
+ private:
+  int m_at;
+  int m_asked = 0;
+};
+
+class Faults : public test_support::RunScene {
+ protected:
+  void TearDown() override {
+    attacks::allocationsLeft = -1;
+    platform::SetThreadFault(nullptr);
+    RunScene::TearDown();
+    std::cout << m_what << ": " << m_runs << " runs, " << m_failed << " failed, " << m_runs - m_failed
+              << " went on without\n";
+  }
+
+  /// The runs of a method: matched, raw, masked, another coordinate system.
+  std::vector<fusion::FuseRequest> Requests(const std::string& method) {
+    std::vector<fusion::FuseRequest> requests(4, Request(method));
+    requests[1].asPublished = true;
+    requests[2].noData = 500.0;
+    reference::Image pan = Read("pan.tif");
+    reference::Image ms = Read("ms.tif");
+    for (reference::Image* image : {&pan, &ms}) {
+      image->geoTransform[0] = 500000.0;
+      image->geoTransform[3] = 4400000.0;
+    }
+    test_support::WriteImage(pan, m_folder.WidePath("placed.tif"), PDT_UINT16, test_support::WktOfEpsg(32630));
+    // Another coordinate system in which the place has the same coordinates.
+    test_support::WriteImage(ms, m_folder.WidePath("other.tif"), PDT_UINT16, test_support::WktOfEpsg(25830));
+    requests[3].pan = m_folder.Path("placed.tif");
+    requests[3].ms = m_folder.Path("other.tif");
+    for (auto& request : requests) {
+      request.overwrite = true;
+      request.threads = "2";
+    }
+    return requests;
+  }
+
+  /// A run with one fault. What it leaves must be what was there, or what it makes without a fault.
+  template <typename Run>
+  bool Hit(const std::string& what, const std::string& good, const Run& run) {
+    ++m_runs;
+    const auto names = m_folder.Names();
+    bool failed = false;
+    try {
+      run();
+    } catch (const RunFailure& failure) {
+      failed = true;
+      ++m_failed;
+      EXPECT_FALSE(failure.Sentence().empty()) << what;
+    }
+    platform::SetRasterFault({});
+    attacks::allocationsLeft = -1;
+    EXPECT_EQ(m_folder.Names(), names) << what;
+    if (failed) {
+      EXPECT_TRUE(test_support::FileBytes(m_folder.Path("out.tif")) == good) << what;
+    } else {
+      std::ofstream(CommonFun::ToPath(m_folder.WidePath("out.tif")), std::ios::binary) << good;
+    }
+    return failed;
+  }
+
+  /// Lets one operation after another fail, until none is left to fail.
+  template <typename Run>
+  void FailOperations(const std::string& what, const std::string& good, const Run& run) {
+    for (const RasterOperation operation : kOperations) {
+      bool hit = true;
+      for (int at = 0; hit && at < 400; ++at) {
+        std::atomic<int> count = 0;
+        std::atomic<bool> met = false;
+        platform::SetRasterFault([&](RasterOperation asked, const std::wstring&, int, const CRect&) {
+          const bool now = asked == operation && count++ == at;
+          if (now) met = true;
+          return now;
+        });
+        Hit(what + " operation " + std::to_string(static_cast<int>(operation)) + ' ' + std::to_string(at), good, run);
+        hit = met;
+      }
+    }
+  }
+
+  std::string m_what;
+  int m_runs = 0;
+  int m_failed = 0;
+};
+
+std::string NameOf(const testing::TestParamInfo<const char*>& info) { return info.param; }
+
+class FaultsOfAMethod : public Faults, public testing::WithParamInterface<const char*> {};
+
+TEST_P(FaultsOfAMethod, OfOperationsAndThreadsLeaveTheOlderOutput) {
+  m_what = GetParam() + std::string(" with faults");
+  const char* const kinds[] = {"", " raw", " masked", " reprojected"};
+  int kind = 0;
+  for (const fusion::FuseRequest& request : Requests(GetParam())) {
+    const std::string what = std::string(GetParam()) + kinds[kind++];
+    ASSERT_NO_THROW(fusion::Fuse(request)) << what;
+    const std::string good = test_support::FileBytes(request.out);
+    const auto run = [&] { fusion::Fuse(request); };
+    FailOperations(what, good, run);
+    // Without a thread everything is done by the one there is.
+    for (const long at : {0L, 1L, 2L, 3L}) {
+      g_threads = at;
+      platform::SetThreadFault([] { return g_threads-- <= 0; });
+      EXPECT_FALSE(Hit(what + " thread " + std::to_string(at), good, run));
+      platform::SetThreadFault(nullptr);
+    }
+  }
+  EXPECT_GT(m_failed, 100);
+}
+
+TEST_P(FaultsOfAMethod, EveryQuestionCanBeAnsweredWithNo) {
+  m_what = GetParam() + std::string(" cancelled");
+  for (const fusion::FuseRequest& request : Requests(GetParam())) {
+    ChangedMind never(1 << 30);
+    ASSERT_NO_THROW(fusion::Fuse(request, &never));
+    const std::string good = test_support::FileBytes(request.out);
+    for (int at = 0; at < never.Asked(); ++at) {
+      Hit(m_what + ' ' + std::to_string(at), good, [&] {
+        ChangedMind observer(at);
+        try {
+          fusion::Fuse(request, &observer);
+        } catch (const RunFailure& failure) {
+          EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kCancelled) << at << failure.what();
+          throw;
+        }
+        ADD_FAILURE() << m_what << " went on after question " << at;
+      });
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultsOfAMethod,
+                         testing::Values("bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf",
+                                         "sharpen"),
+                         NameOf);
+
+/// Destructors run where memory was short, and must not end the program.
+TEST_F(Faults, NoDestructorEndsTheProgramWhereMemoryIsShort) {
+  if (!attacks::memoryFails) GTEST_SKIP() << "allocations cannot be made to fail here";
+  m_what = "destructors";
+  const std::wstring file = m_folder.WidePath("pan.tif");
+  for (long at = 0; at < 12; ++at) {
+    ++m_runs;
+    {
+      CRasterSource source;
+      ASSERT_TRUE(source.Open(file, GDA_READ, true));
+      attacks::allocationsLeft = at;
+    }
+    attacks::allocationsLeft = -1;
+    {
+      const platform::VirtualRaster view(file, {0}, nullptr, nullptr);
+      attacks::allocationsLeft = at;
+    }
+    attacks::allocationsLeft = -1;
+    {
+      platform::PendingOutput output(m_folder.WidePath("out.tif"));
+      ASSERT_TRUE(output.Begin());
+      attacks::allocationsLeft = at;
+    }
+    attacks::allocationsLeft = -1;
+    {
+      platform::Renames renames;
+      renames.Move(file, m_folder.WidePath("moved.tif"));
+      attacks::allocationsLeft = at;
+    }
+    attacks::allocationsLeft = -1;
+    EXPECT_EQ(m_folder.Names(), (std::vector<std::string>{"ms.tif", "pan.tif"})) << at;
+  }
+}
+
+class FaultsOfMeasures : public Faults, public testing::WithParamInterface<const char*> {
+ protected:
+  template <typename Request, typename Run>
+  void Try(const Request& request, const Run& run) {
+    fusion::Fuse(Requests("brovey")[0]);
+    const std::string good = test_support::FileBytes(m_folder.Path("out.tif"));
+    const auto plain = [&] { run(request, nullptr); };
+    ASSERT_NO_THROW(plain());
+    FailOperations(m_what, good, plain);
+    ChangedMind never(1 << 30);
+    run(request, &never);
+    const int step = std::max(1, never.Asked() / 200);
+    for (int at = 0; at < never.Asked(); at += step) {
+      Hit(m_what + " cancelled " + std::to_string(at), good, [&] {
+        ChangedMind observer(at);
+        try {
+          run(request, &observer);
+        } catch (const RunFailure& failure) {
+          EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kCancelled) << at << failure.what();
+          throw;
+        }
+        ADD_FAILURE() << m_what << " went on after question " << at;
+      });
+    }
+  }
+};
+
+TEST_P(FaultsOfMeasures, AreToldAndLeaveNothing) {
+  m_what = GetParam();
+  if (m_what == "assess") {
+    fusion::AssessRequest request;
+    request.pan = m_folder.Path("pan.tif");
+    request.ms = m_folder.Path("ms.tif");
+    request.methods = {"brovey"};
+    request.protocol = "wald";
+    Try(request, [](const auto& r, fusion::RunObserver* observer) { fusion::Assess(r, observer); });
+    return;
+  }
+  fusion::EvaluateRequest request;
+  request.pan = m_folder.Path("pan.tif");
+  request.ms = m_folder.Path("ms.tif");
+  request.fused = m_folder.Path("out.tif");
+  request.metrics = {m_what};
+  Try(request, [](const auto& r, fusion::RunObserver* observer) { fusion::Evaluate(r, observer); });
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FaultsOfMeasures, testing::Values("entropy", "statistics", "snr", "gradient", "assess"),
+                         NameOf);
+
+}  // namespace
