@@ -31,8 +31,9 @@ bool IsLink(const std::wstring& path) {
   return !CommonFun::IsVirtualFile(path) && fs::is_symlink(CommonFun::ToPath(path), error);
 }
 
-/// The file that a link leads to; empty where it leads nowhere.
+/// The file that a link leads to; empty where it leads nowhere, or may have been put there to lead astray.
 std::wstring TargetOf(const std::wstring& link) {
+  if (!IsTrustedLink(CommonFun::ToPath(link))) return {};
   std::error_code error;
   const std::u8string target = fs::canonical(CommonFun::ToPath(link), error).u8string();
   return error ? std::wstring() : CommonFun::Utf82U({target.begin(), target.end()});

@@ -26,6 +26,7 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
 }
 
 bool IsOwnFile(const std::filesystem::path& /*path*/) { return true; }
+bool IsTrustedLink(const std::filesystem::path& /*link*/) { return true; }
 
 FolderLock::FolderLock(const std::filesystem::path& /*folder*/) {}
 FolderLock::~FolderLock() = default;
@@ -53,6 +54,15 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
 bool IsOwnFile(const std::filesystem::path& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && status.st_uid == geteuid();
+}
+
+bool IsTrustedLink(const std::filesystem::path& link) {
+  struct stat of {};
+  struct stat folder {};
+  const std::filesystem::path parent = link.parent_path();
+  if (lstat(link.c_str(), &of) != 0 || stat(parent.empty() ? "." : parent.c_str(), &folder) != 0) return false;
+  const bool everybodys = (folder.st_mode & S_ISVTX) != 0 && (folder.st_mode & S_IWOTH) != 0;
+  return !everybodys || of.st_uid == geteuid() || of.st_uid == folder.st_uid;
 }
 
 FolderLock::FolderLock(const std::filesystem::path& folder) : m_file(open(folder.c_str(), O_RDONLY | O_CLOEXEC)) {

@@ -11,6 +11,10 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
 /// Whether a file, or the link of that name, belongs to the user whose program this is.
 bool IsOwnFile(const std::filesystem::path& path);
 
+/// Whether a link may be written through: in a folder where everybody may put one, only the user's own and those of the
+/// folder's owner.
+bool IsTrustedLink(const std::filesystem::path& link);
+
 /// While it lives, another lock on the same folder waits, in whatever program. Where the file system knows no locks it
 /// does nothing.
 class FolderLock {

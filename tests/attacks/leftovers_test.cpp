@@ -217,6 +217,23 @@ TEST_F(Leftovers, TemporaryFilesAreTheUsersAloneAndTheOutputIsAsTheMaskSays) {
             fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
 }
 
+TEST_F(Leftovers, AnotherUsersLinkWhereEverybodyMayPutOneIsNotWrittenThrough) {
+  if (geteuid() != 0) GTEST_SKIP() << "cannot make another user's link";
+  fs::create_directory(Native("everybodys"));
+  fs::permissions(Native("everybodys"), fs::perms::all | fs::perms::sticky_bit);
+  Write("precious.tif", "mine");
+  fs::create_symlink("../precious.tif", Native("everybodys/out.tif"));
+  auto request = Request("brovey", "everybodys/out.tif");
+  request.overwrite = true;
+  ASSERT_EQ(lchown(Native("everybodys/out.tif").c_str(), 65534, 65534), 0);
+  EXPECT_THROW(fusion::Fuse(request), fusion::RunFailure);
+  EXPECT_EQ(Bytes("precious.tif"), "mine");
+  // In a folder of the user's own whoever may put one there is trusted.
+  fs::permissions(Native("everybodys"), fs::perms::owner_all);
+  EXPECT_NO_THROW(fusion::Fuse(request));
+  EXPECT_NE(Bytes("precious.tif"), "mine");
+}
+
 /// A few of what scripts/torment does by the hundred.
 TEST_F(Leftovers, KilledAtSeededMomentsTheNextRunFindsItsWayClear) {
   std::mt19937 random(7);
