@@ -10,17 +10,20 @@
 #include "platform/raster/pixel_type.h"
 #include "platform/utility/common_fun.h"
 #include "runs/fuse_inputs.h"
+#include "runs/room.h"
 
 namespace fusion {
 namespace {
 
-/// Blocks of 512 rows: pan and the multispectral samples under them as doubles, both read ahead, and the fused bands,
-/// one block being made and one being written. Half as much again goes into what works on them.
+/// Blocks of at most 512 rows: pan and the multispectral samples under them as doubles, both read ahead, and the fused
+/// bands, one block being made and one being written. Half as much again goes into what works on them.
 double MemoryOf(const CRect& area, double msPixels, double bands, double fusedSize) {
   constexpr double kProgram = 90e6;
   constexpr double kRows = 512.0;
   constexpr double kAgain = 1.5;
-  const double rows = std::min<double>(kRows, area.Height());
+  // As the run takes them: fewer of wide images.
+  const auto fewer = static_cast<double>(std::max(kMostBlockPixels / std::max(1, area.Width()), kLeastBlockRows));
+  const double rows = std::min({kRows, fewer, static_cast<double>(area.Height())});
   const double pixels = rows * area.Width();
   const double msShare = std::min(1.0, (rows + 40.0) / std::max(1, area.Height()));
   return kProgram +
