@@ -49,10 +49,10 @@ FUSION_API fusion_request* fusion_sample_request(void);
 FUSION_API void fusion_free_request(fusion_request* request);
 
 /* Sets an option by the command's name for it, without dashes: "spectral-match", "bands". Files are "pan", "ms", "out",
- * "fused", "picture"; "folder" and "keep" are folders. Switches take "on" and "off", lists have commas: "3,2,1". Two
- * that the command has not: "measure-valid" (a switch: measure fusion_fused.valid_share) and "given" (words for the
- * log). FUSION_WRONG_USAGE for an unknown option and for a value of another kind; whether the value can work is told by
- * the run. */
+ * "fused", "picture", "quicklook"; "folder" and "keep" are folders. Switches take "on" and "off", lists have commas:
+ * "3,2,1". Two that the command has not: "measure-valid" (a switch: measure fusion_fused.valid_share) and "given"
+ * (words for the log). FUSION_WRONG_USAGE for an unknown option and for a value of another kind; whether the value can
+ * work is told by the run. */
 FUSION_API fusion_status fusion_set(fusion_request* request, const char* option, const char* value);
 /* The same with numbers as they are: no locale, no rounding. */
 FUSION_API fusion_status fusion_set_int(fusion_request* request, const char* option, int value);
@@ -146,12 +146,12 @@ typedef struct fusion_checked {
   double spread_x;    /* of the windows that this was measured in */
   double spread_y;
   int windows;
-  double score;       /* share of the blurred pan's detail that the detail of the bands explains */
-  double blur;        /* width of the Gaussian that makes pan look like the bands; 0 for the mean over a pixel */
+  double score; /* share of the blurred pan's detail that the detail of the bands explains */
+  double blur;  /* width of the Gaussian that makes pan look like the bands; 0 for the mean over a pixel */
 } fusion_checked;
 
-/* Fills it in after a check that succeeded and answers 1; else 0. Its figures are below: metric is "check", and there is
- * a value for pan and one for each band. */
+/* Fills it in after a check that succeeded and answers 1; else 0. Its figures are below: metric is "check", and there
+ * is a value for pan and one for each band. */
 FUSION_API int fusion_outcome_checked(const fusion_outcome* outcome, fusion_checked* checked);
 
 /* Something to be known before a fusion. */

@@ -66,6 +66,8 @@ void AddFiles(CLI::App& command, FuseOptions& o) {
   command.add_flag("--no-provenance", o.noProvenance, "Let OUT not tell how it was made");
   command.add_flag("--sync", o.sync, "End when OUT lies on the disk");
   command.add_flag("--overwrite", o.overwrite, "Replace an existing OUT");
+  command.add_option("--quicklook", o.quicklook, "PNG of pan, upsampled multispectral and fused image side by side")
+      ->type_name("FILE");
 }
 
 void AddPixels(CLI::App& command, FuseOptions& o) {

@@ -104,9 +104,8 @@ class ShiftSearch {
     // What Registration reaches by itself is its own.
     if (std::max(std::abs(far.x), std::abs(far.y)) > 1) {
       PairShift other = Around(far);
-      constexpr double kLeastScore = 0.2;
       constexpr double kLeastFall = 0.2;
-      if (other.score >= kLeastScore && 1.0 - other.score <= (1.0 - kLeastFall) * (1.0 - result.score)) {
+      if (1.0 - other.score <= (1.0 - kLeastFall) * (1.0 - result.score)) {
         other.inPlace = result.inPlace;
         other.isFar = true;
         return other;

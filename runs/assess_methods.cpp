@@ -19,6 +19,7 @@
 #include "runs/methods.h"
 #include "runs/ms_files.h"
 #include "runs/notices.h"
+#include "runs/picture.h"
 #include "runs/run_progress.h"
 #include "runs/text.h"
 
@@ -88,6 +89,7 @@ class Assessment {
     if (!request.picture.empty()) {
       const std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan), CommonFun::Utf82U(request.ms)};
       m_sheet = std::make_unique<ContactSheet>(request.picture, request.overwrite, inputs);
+      m_colours = NaturalColours(m_scene->Described());
     }
   }
 
@@ -187,7 +189,7 @@ class Assessment {
       entry.moves.x += move.x;
       entry.moves.y += move.y;
       ++entry.parts;
-      if (drawn) m_sheet->AddColour(entry.name, image, Colours());
+      if (drawn) m_sheet->AddColour(entry.name, image, m_colours);
     };
     if (entry.name == kUpsampled) {
       take(tile.Upsampled(), {});
@@ -217,20 +219,6 @@ class Assessment {
     return (protocol == "full") == full && number == static_cast<int>(m_scene->Tiles().size() + 1) / 2;
   }
 
-  /// Red, green and blue: bands of these names; else of four and more, which begin with blue, the third to the first.
-  std::vector<int> Colours() const {
-    const auto& labels = m_scene->BandLabels();
-    std::vector<int> named;
-    for (const char* colour : {"red", "green", "blue"}) {
-      const auto found = std::find_if(labels.begin(), labels.end(), [&](const auto& l) { return Lower(l) == colour; });
-      if (found != labels.end()) named.push_back(static_cast<int>(found - labels.begin()));
-    }
-    if (named.size() == 3) return named;
-    if (labels.size() == 2) return {0, 1, 1};
-    if (labels.size() == 3) return {0, 1, 2};
-    return {2, 1, 0};
-  }
-
   bool HasFailed(const std::string& name) const {
     return std::any_of(m_failures.begin(), m_failures.end(), [&](const auto& f) { return f.method == name; });
   }
@@ -256,6 +244,7 @@ class Assessment {
   double m_ratio = 1.0;
   ScratchFolder m_scratch;
   std::unique_ptr<ContactSheet> m_sheet;
+  std::vector<int> m_colours;  ///< of its crops
   std::vector<Row> m_rows;
   std::vector<AssessFailure> m_failures;
   int m_step = 0;
@@ -302,6 +291,7 @@ FuseRequest WithBestMethod(const FuseRequest& request, RunObserver* observer, No
   prototype.aoi.clear();
   prototype.format.clear();
   prototype.log.clear();
+  prototype.quicklook.clear();
   prototype.noData.reset();
   prototype.noDataMask = "auto";
   prototype.sameExtent = false;

@@ -40,6 +40,8 @@ class AssessScene {
   int RatioX() const { return m_ratioX; }
   int RatioY() const { return m_ratioY; }
   const PanGrid& Grid() const { return *m_grid; }
+  /// What the multispectral image says of the chosen bands.
+  std::vector<platform::BandDescription> Described() const { return m_pair.Described(); }
   /// A label for each chosen band.
   const std::vector<std::string>& BandLabels() const { return m_pair.Labels(); }
   int MsWidth() const { return m_pair.Ms().GetWidth(); }

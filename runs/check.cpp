@@ -82,8 +82,7 @@ class PairCheck {
                      .declaresMs = Declares(m_pair.Ms(), m_pair.Bands().empty() ? 0 : m_pair.Bands()[0])};
     if (FindGround(facts)) {
       figures = WalkPair(m_pair, *m_grid, m_msArea, m_panArea, m_workers.get(),
-                         [this](double done) { return m_progress.Step(static_cast<int>(done * kWalked), L""); });
-      if (m_progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
+                         [this](double done) { Tell(static_cast<int>(done * kWalked)); });
       Take(figures);
       facts.figures = &figures;
       shift = Measure();
@@ -98,6 +97,10 @@ class PairCheck {
  private:
   static constexpr int kSteps = 100;
   static constexpr int kWalked = 60;  ///< of the steps, when the figures are taken
+
+  void Tell(int step) {
+    if (!m_progress.Step(step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
+  }
 
   /// The common ground, and the grids that lie on it. False where there is none.
   bool FindGround(CheckFacts& facts) {
@@ -167,8 +170,7 @@ class PairCheck {
     return MeasureShift(
         windows, *m_grid,
         [&](const CRect& rect, const PanPositions& positions) {
-          const int step = kWalked + std::min(read++, kSteps - kWalked);
-          if (!m_progress.Step(step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
+          Tell(kWalked + std::min(read++, kSteps - kWalked));
           return m_pair.ReadTile(rect, positions, *m_grid);
         },
         m_workers.get());

@@ -191,7 +191,7 @@ bool ValueFigures::IsCut(const End& end, double direction) const {
 }
 
 PairFigures WalkPair(ScenePair& pair, const PanGrid& grid, const CRect& msArea, const CRect& panArea,
-                     platform::Workers* workers, const std::function<bool(double done)>& goesOn) {
+                     platform::Workers* workers, const std::function<void(double done)>& tell) {
   PairFigures result;
   const std::vector<CRect> panStrips = Strips(panArea, kEnoughPan, 1.0);
   const std::vector<CRect> msStrips =
@@ -202,7 +202,7 @@ PairFigures WalkPair(ScenePair& pair, const PanGrid& grid, const CRect& msArea, 
   ValueFigures pan(AreaOf(panStrips), panArea.Width());
   for (const CRect& strip : panStrips) {
     pan.Add(pair.ReadPan(strip), workers);
-    if (!goesOn(++step / steps)) return result;
+    tell(++step / steps);
   }
   pan.Fill(result.pan);
   result.isPanCutLow = pan.IsCutLow();
@@ -225,7 +225,7 @@ PairFigures WalkPair(ScenePair& pair, const PanGrid& grid, const CRect& msArea, 
     covered += values.Add(images);
     for (auto& image : images) image = DetailOf(image, strip.Width(), strip.Height());
     details.Add(images);
-    if (!goesOn(++step / steps)) return result;
+    tell(++step / steps);
   }
   for (std::size_t b = 0; b < n; ++b) {
     CheckBand band;

@@ -57,8 +57,8 @@ struct PairFigures {
 
 /// Walks over the common ground in strips of whole rows, of a large one over some that are spread evenly.
 /// @param msArea, panArea the common ground in either image
-/// @param goesOn is asked after each strip with the share that is done; false ends the walk
+/// @param tell is called after each strip with the share that is done
 PairFigures WalkPair(ScenePair& pair, const PanGrid& grid, const CRect& msArea, const CRect& panArea,
-                     platform::Workers* workers, const std::function<bool(double done)>& goesOn);
+                     platform::Workers* workers, const std::function<void(double done)>& tell);
 
 }  // namespace fusion

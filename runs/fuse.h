@@ -71,6 +71,7 @@ struct FUSION_API FuseRequest {
   bool dryRun = false;                       ///< nothing is computed and written; the report tells what would be
   bool sync = false;                         ///< ends when the output lies on the disk
   bool overwrite = false;                    ///< replace an existing out, and what belongs to it
+  std::string quicklook;                     ///< PNG of pan, upsampled multispectral and fused image; empty: none
 
   std::string threads;        ///< to compute on: a number, or all; empty: FUSION_THREADS, OMP_NUM_THREADS or all
   std::string log;            ///< file that the library's log is appended to while the run lasts; empty: none

@@ -19,6 +19,7 @@
 #include "runs/output_file.h"
 #include "runs/output_format.h"
 #include "runs/output_notes.h"
+#include "runs/quicklook.h"
 #include "runs/room.h"
 #include "runs/run_log.h"
 #include "runs/run_progress.h"
@@ -74,6 +75,9 @@ FuseReport FuseRun::FuseAndPublish() {
   if (!m_options.log.empty() && m_pending.Concerns(CommonFun::Utf82U(m_options.log))) {
     throw UsageError("--log " + m_options.log + " is a file of this run's images.");
   }
+  if (!m_options.quicklook.empty()) {
+    m_quicklook = std::make_unique<Quicklook>(m_options, InputFiles(m_options), m_pending);
+  }
   m_log.Open(m_options);
   FuseInputs inputs(m_options, m_checked, m_notices, m_progress);
   m_masks = inputs.MasksNoData();
@@ -102,8 +106,10 @@ FuseReport FuseRun::FuseAndPublish() {
   if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
   if (m_notes) TellOrigin(result, targets);
   if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
+  Picture([&] { m_quicklook->Draw(result, report.method, inputs.Bands(), IsOnBandScale(), m_progress); });
   ThrowObstacle(m_pending.Publish(), m_output);
   if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
+  Picture([&] { m_quicklook->Save(); });
   return report;
 }
 
@@ -120,10 +126,30 @@ FuseReport FuseRun::Plan(const FuseInputs& inputs) const {
   return report;
 }
 
+template <typename Work>
+void FuseRun::Picture(const Work& work) {
+  if (!m_quicklook) return;
+  const auto tell = [this](const std::string& why) {
+    m_quicklook.reset();
+    m_notices.Add("The fusion has succeeded, but there is no picture of it: " + why);
+  };
+  try {
+    work();
+  } catch (const RunFailure& failure) {
+    if (failure.GetKind() == RunFailure::Kind::kCancelled) throw;
+    tell(failure.Sentence());
+  } catch (const std::exception& e) {
+    tell(ExceptionError(e).Sentence());
+  }
+}
+
 void FuseRun::Describe(platform::RasterDescription description) {
-  const bool onBandScale = m_checked.matched || (m_checked.method->onBandScale && !m_options.stretch);
-  if (!onBandScale || m_options.autoLevel) description.ForgetValues();
+  if (!IsOnBandScale()) description.ForgetValues();
   m_description = std::make_shared<const platform::RasterDescription>(std::move(description));
+}
+
+bool FuseRun::IsOnBandScale() const {
+  return !m_options.autoLevel && (m_checked.matched || (m_checked.method->onBandScale && !m_options.stretch));
 }
 
 PixelDataType FuseRun::DefaultType(PixelDataType msType) const {

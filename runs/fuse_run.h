@@ -15,6 +15,7 @@ namespace fusion {
 class FuseInputs;
 class Notices;
 class OutputNotes;
+class Quicklook;
 class RunLog;
 class RunProgress;
 struct MatchOutliers;
@@ -25,9 +26,9 @@ class FuseRun {
  public:
   /// Throws RunFailure for what cannot work whatever the files.
   FuseRun(const FuseRequest& options, RunLog& log, Notices& notices, RunProgress& progress);
+  ~FuseRun();
 
   /// Throws RunFailure. The report's time and notices are the caller's.
-  ~FuseRun();
   FuseReport Run();
 
  private:
@@ -39,6 +40,8 @@ class FuseRun {
   PixelDataType DefaultType(PixelDataType msType) const;
   void Fuse(const FuseInputs& inputs, const std::wstring& file, const MatchTargets* targets);
   void TellOutliers(const MatchOutliers& outliers) const;
+  /// Whether the result's values mean what those of the bands do.
+  bool IsOnBandScale() const;
   /// Whether the raw result would look black in the type.
   bool IsOnByteScale() const;
   /// Runs an algorithm and throws its failure.
@@ -48,6 +51,9 @@ class FuseRun {
   /// Whether values of the result may lie far beyond those of an integer output type.
   bool MayExceedType(PixelDataType msType) const;
   void TellWhatWasCut(const CRasterSource& output) const;
+  /// A picture that fails costs no result.
+  template <typename Work>
+  void Picture(const Work& work);
   void BuildOverviews(const std::wstring& file);
   /// Lets the finished file tell how it was made.
   void TellOrigin(const std::wstring& file, const MatchTargets& targets);
@@ -61,6 +67,7 @@ class FuseRun {
   const CheckedRequest m_checked;
   std::wstring m_output;
   platform::PendingOutput m_pending;
+  std::unique_ptr<Quicklook> m_quicklook;  ///< null where none is asked for
   PixelDataType m_type = PDT_UNKNOWN;
   bool m_masks = false;
   FuseReport m_found;  ///< what is known of the report before there is an output

@@ -164,6 +164,7 @@ constexpr Option<F> kFuseOptions[] = {
     Field<&F::noProvenance, F>("no-provenance", kBeside),
     Field<&F::sync, F>("sync", kBeside),
     Field<&F::overwrite, F>("overwrite", kBeside),
+    Field<&F::quicklook, F>("quicklook", kBeside),
     Field<&F::allowNetwork, F>("allow-network"),
     Field<&F::confined, F>("confined"),
     Field<&F::threads, F>("threads", kBeside),

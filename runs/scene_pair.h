@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "estimation/registration.h"
+#include "platform/raster/raster_description.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/virtual_raster.h"
 
@@ -47,6 +48,8 @@ class ScenePair {
   /// The chosen multispectral bands, counted from 0, and a label for each.
   const std::vector<int>& Bands() const { return m_bands; }
   const std::vector<std::string>& Labels() const { return m_labels; }
+  /// What the image says of them.
+  std::vector<platform::BandDescription> Described() const { return platform::RasterDescription(m_ms, m_bands).bands; }
   Placing HowPlaced() const { return m_placing; }
 
   // Samples row by row. They throw RunFailure after a failed read.

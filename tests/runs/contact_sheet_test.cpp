@@ -27,8 +27,8 @@ class ContactSheetTest : public test_support::RunScene {
   }
 };
 
-/// The sample of a picture at a place in a crop: crops begin 6 pixels from the edges, under 16 of title.
-double At(const Image& sheet, std::size_t band, int x, int y, int left = 6, int top = 22) {
+/// The sample of a picture at a place in a crop: crops begin 6 pixels from the edges, under 20 of title.
+double At(const Image& sheet, std::size_t band, int x, int y, int left = 6, int top = 26) {
   return sheet.bands[band][static_cast<std::size_t>((top + y) * sheet.width + left + x)];
 }
 
@@ -42,7 +42,7 @@ TEST_F(ContactSheetTest, HasOneStretchForAllColours) {
   const Image picture = Read("sheet.png");
   ASSERT_EQ(picture.bands.size(), 3U);
   EXPECT_EQ(picture.width, 3 * (101 + 6) + 6);
-  EXPECT_EQ(picture.height, 1 + 16 + 6 + 6);
+  EXPECT_EQ(picture.height, 1 + 20 + 6 + 6);
   for (int x = 0; x <= 100; ++x) {
     const auto scaled = [](double v) { return std::round(255.0 * std::clamp((v - 2.0) / 96.0, 0.0, 1.0)); };
     for (std::size_t b = 0; b < 3; ++b) {
@@ -61,7 +61,7 @@ TEST_F(ContactSheetTest, ShowsTheMiddleOfLargeImagesAndPaperForWhatHasNoData) {
   sheet.Write();
   const Image picture = Read("sheet.png");
   EXPECT_EQ(picture.width, 256 + 12);
-  EXPECT_EQ(picture.height, 256 + 28);
+  EXPECT_EQ(picture.height, 256 + 32);
   EXPECT_EQ(At(picture, 0, 5, 0), 255.0);
   EXPECT_EQ(At(picture, 0, 4, 0), 0.0);
   EXPECT_EQ(At(picture, 0, 255, 255), 255.0);
@@ -73,9 +73,9 @@ TEST_F(ContactSheetTest, NamesWiderThanTheImagesDoNotMeet) {
   sheet.AddColour("i", Ramp(20, 20, 3, 0.0, 1.0), {0, 1, 2});
   sheet.Write();
   const Image picture = Read("sheet.png");
-  // 14 letters of 8 pixels, and the gap.
-  EXPECT_EQ(picture.width, 2 * (14 * 8 + 6) + 6);
-  EXPECT_EQ(At(picture, 0, 0, 10, 6 + 14 * 8 + 6), At(picture, 0, 0, 10)) << "the same image in the second place";
+  // 14 letters of 12 pixels, and the gap.
+  EXPECT_EQ(picture.width, 2 * (14 * 12 + 6) + 6);
+  EXPECT_EQ(At(picture, 0, 0, 10, 6 + 14 * 12 + 6), At(picture, 0, 0, 10)) << "the same image in the second place";
 }
 
 TEST_F(ContactSheetTest, StandsForAnAssessment) {
@@ -89,8 +89,8 @@ TEST_F(ContactSheetTest, StandsForAnAssessment) {
     fusion::Assess(request);
     const Image picture = Read(protocol + ".png");
     // Wide enough for the nine letters of "upsampled".
-    EXPECT_EQ(picture.width, 4 * (9 * 8 + 6) + 6) << protocol;
-    EXPECT_EQ(picture.height, size + 28) << protocol;
+    EXPECT_EQ(picture.width, 4 * (9 * 12 + 6) + 6) << protocol;
+    EXPECT_EQ(picture.height, size + 32) << protocol;
   }
   // Pan, from its 2nd to its 98th percentile.
   std::vector<double> pan = Read("pan.tif").bands[0];
@@ -118,16 +118,17 @@ TEST_F(ContactSheetTest, ThatCannotBeWrittenIsAFailure) {
 }
 
 TEST(Letters, AreDrawnByTheirDots) {
-  // An I and a T of 3 x 5 dots of 2 x 2 pixels, a blank dot between them; what does not fit is left out.
-  const std::vector<std::string> dots = {"111.111", ".1...1.", ".1...1.", ".1...1.", "111..1."};
-  constexpr int kWidth = 18;
-  std::vector<std::uint8_t> pixels(kWidth * 12, 9);
-  fusion::DrawText("it", 2, 1, kWidth, 12, 5, pixels);
-  for (int y = 0; y < 12; ++y) {
+  // An I and a T of 5 x 7 dots of 2 x 2 pixels, a blank dot between them; what does not fit is left out.
+  const std::vector<std::string> dots = {".111..11111", "..1.....1..", "..1.....1..", "..1.....1..",
+                                         "..1.....1..", "..1.....1..", ".111....1.."};
+  constexpr int kWidth = 26;
+  std::vector<std::uint8_t> pixels(kWidth * 16, 9);
+  fusion::DrawText("it", 2, 1, kWidth, 16, 5, pixels);
+  for (int y = 0; y < 16; ++y) {
     for (int x = 0; x < kWidth; ++x) {
       const int column = (x - 2) / 2;
       const int row = (y - 1) / 2;
-      const bool inside = x >= 2 && y >= 1 && column < 7 && row < 5;
+      const bool inside = x >= 2 && y >= 1 && column < 11 && row < 7;
       const bool ink = inside && dots[static_cast<std::size_t>(row)][static_cast<std::size_t>(column)] == '1';
       EXPECT_EQ(pixels[static_cast<std::size_t>(y * kWidth + x)], ink ? 5 : 9) << x << ' ' << y;
     }
