@@ -83,7 +83,7 @@ int RunInfo(const OutputOptions& o) {
       Print("  header SHA-256", input.header);
     }
     for (const fusion::ModelFact& fact : p.model) Print(fact.name, Row(fact.values));
-    Print("CRC-32 of bands", Row(p.checksums));
+    Print("CRC-32C of bands", Row(p.checksums));
     Print("command", fusion::RepeatCommand(p, o.file));
   });
 }

@@ -242,7 +242,11 @@ FuseReport FuseRun::Look(const std::wstring& file, PixelDataType msType) const {
   report.type = TypeName(source.GetRasterDataType());
   report.guards = m_checked.guards.Names();
   // A run that masks writes 0 where there is no data, and nowhere else.
-  if (m_masks && m_options.measureValid) report.validShare = SampleShare(source, 1, [](double v) { return v != 0.0; });
+  if (m_masks && m_options.measureValid) {
+    report.validShare = SampleShare(source, 1, [](const double* values, std::int64_t n) {
+      return std::int64_t{n - std::count(values, values + n, 0.0)};
+    });
+  }
   if (MayExceedType(msType)) TellWhatWasCut(source);
   return report;
 }
@@ -257,7 +261,12 @@ bool FuseRun::MayExceedType(PixelDataType msType) const {
 void FuseRun::TellWhatWasCut(const CRasterSource& output) const {
   constexpr double kWorthAWord = 0.01;
   const double largest = LargestOf(m_type);
-  const double share = SampleShare(output, output.GetBandCount(), [=](double v) { return v >= largest; });
+  // As many as tell one in a hundred for certain.
+  constexpr int kRows = 1024;
+  const auto count = [=](const double* values, std::int64_t n) {
+    return std::int64_t{std::count_if(values, values + n, [=](double v) { return v >= largest; })};
+  };
+  const double share = SampleShare(output, output.GetBandCount(), count, kRows);
   if (share < kWorthAWord) return;
   std::string remedy = m_checked.matched ? "--spectral-match off --stretch" : "--stretch";
   if (!m_checked.method->Takes(kTakesStretch)) remedy = "--auto-level";

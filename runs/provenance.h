@@ -28,7 +28,7 @@ struct Provenance {
   std::string output;   ///< "1024x1024, 4 bands of uint16"
   std::vector<ProvenanceInput> inputs;
   ModelFacts model;
-  std::vector<std::string> checksums;  ///< CRC-32 of each band's samples, row by row, little-endian: eight digits
+  std::vector<std::string> checksums;  ///< CRC-32C of each band's samples, row by row, little-endian: eight digits
 };
 
 /// Throws RunFailure: of wrong usage where the file tells nothing.

@@ -96,7 +96,7 @@ std::vector<std::string> ChecksumsOf(const CRasterSource& raster, bool (*goesOn)
   constexpr int kRows = 64;
   const int width = raster.GetWidth();
   const int height = raster.GetHeight();
-  std::vector<Crc32> sums(static_cast<std::size_t>(raster.GetBandCount()));
+  std::vector<Crc32c> sums(static_cast<std::size_t>(raster.GetBandCount()));
   std::vector<unsigned char> rows;
   for (int top = 0; top < height; top += kRows) {
     const int count = std::min(kRows, height - top);
@@ -111,7 +111,7 @@ std::vector<std::string> ChecksumsOf(const CRasterSource& raster, bool (*goesOn)
     if (!goesOn(who, static_cast<int>(std::int64_t{100} * (top + count) / height))) return {};
   }
   std::vector<std::string> texts;
-  for (const Crc32& sum : sums) texts.push_back(sum.Text());
+  for (const Crc32c& sum : sums) texts.push_back(sum.Text());
   return texts;
 }
 

@@ -33,7 +33,7 @@ class WrittenRaster {
   std::array<double, 6> m_geoTransform{};
   bool m_hasSystem = false;
   struct Band {
-    Crc32 sum;
+    Crc32c sum;
     int next = 0;  ///< the row that is to come
     bool ordered = true;
   };

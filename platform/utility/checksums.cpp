@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstring>
 
+#include "platform/system/multiversion.h"
+
 namespace platform {
 namespace {
 
@@ -15,7 +17,7 @@ constexpr CrcTables MakeCrcTables() {
   CrcTables tables{};
   for (std::uint32_t byte = 0; byte < 256; ++byte) {
     std::uint32_t remainder = byte;
-    for (int bit = 0; bit < 8; ++bit) remainder = (remainder >> 1U) ^ ((remainder & 1U) != 0 ? 0xEDB88320U : 0U);
+    for (int bit = 0; bit < 8; ++bit) remainder = (remainder >> 1U) ^ ((remainder & 1U) != 0 ? 0x82F63B78U : 0U);
     tables[0][byte] = remainder;
   }
   for (std::size_t zeros = 1; zeros < kStep; ++zeros) {
@@ -34,6 +36,41 @@ std::uint32_t LittleEndian(const unsigned char* bytes) {
          static_cast<std::uint32_t>(bytes[3]) << 24U;
 }
 
+std::uint32_t AddByTable(std::uint32_t state, const unsigned char* next, std::size_t count) {
+  for (; count >= kStep; count -= kStep, next += kStep) {
+    const std::uint32_t low = state ^ LittleEndian(next);
+    const std::uint32_t high = LittleEndian(next + 4);
+    state = kCrc[7][low & 0xFFU] ^ kCrc[6][(low >> 8U) & 0xFFU] ^ kCrc[5][(low >> 16U) & 0xFFU] ^ kCrc[4][low >> 24U] ^
+            kCrc[3][high & 0xFFU] ^ kCrc[2][(high >> 8U) & 0xFFU] ^ kCrc[1][(high >> 16U) & 0xFFU] ^
+            kCrc[0][high >> 24U];
+  }
+  for (; count > 0; --count) state = (state >> 8U) ^ kCrc[0][(state ^ *next++) & 0xFFU];
+  return state;
+}
+
+#ifdef FUSION_TARGETS
+bool HasInstruction() { return __builtin_cpu_supports("sse4.2"); }
+
+__attribute__((target("sse4.2"))) std::uint32_t AddByInstruction(std::uint32_t state, const unsigned char* next,
+                                                                 std::size_t count) {
+  std::uint64_t wide = state;
+  for (; count >= sizeof(std::uint64_t); count -= sizeof(std::uint64_t), next += sizeof(std::uint64_t)) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, next, sizeof(word));
+    wide = __builtin_ia32_crc32di(wide, word);
+  }
+  state = static_cast<std::uint32_t>(wide);
+  for (; count > 0; --count) state = __builtin_ia32_crc32qi(state, *next++);
+  return state;
+}
+#else
+bool HasInstruction() { return false; }
+
+std::uint32_t AddByInstruction(std::uint32_t state, const unsigned char* next, std::size_t count) {
+  return AddByTable(state, next, count);
+}
+#endif
+
 std::string Digits(std::uint32_t word) {
   static constexpr char kDigits[] = "0123456789abcdef";
   std::string text(8, '0');
@@ -43,21 +80,14 @@ std::string Digits(std::uint32_t word) {
 
 }  // namespace
 
-void Crc32::Add(const void* bytes, std::size_t count) {
+Crc32c::Crc32c(bool byTable) : m_byTable(byTable || !HasInstruction()) {}
+
+void Crc32c::Add(const void* bytes, std::size_t count) {
   const auto* next = static_cast<const unsigned char*>(bytes);
-  std::uint32_t state = m_state;
-  for (; count >= kStep; count -= kStep, next += kStep) {
-    const std::uint32_t low = state ^ LittleEndian(next);
-    const std::uint32_t high = LittleEndian(next + 4);
-    state = kCrc[7][low & 0xFFU] ^ kCrc[6][(low >> 8U) & 0xFFU] ^ kCrc[5][(low >> 16U) & 0xFFU] ^ kCrc[4][low >> 24U] ^
-            kCrc[3][high & 0xFFU] ^ kCrc[2][(high >> 8U) & 0xFFU] ^ kCrc[1][(high >> 16U) & 0xFFU] ^
-            kCrc[0][high >> 24U];
-  }
-  for (; count > 0; --count) state = (state >> 8U) ^ kCrc[0][(state ^ *next++) & 0xFFU];
-  m_state = state;
+  m_state = m_byTable ? AddByTable(m_state, next, count) : AddByInstruction(m_state, next, count);
 }
 
-std::string Crc32::Text() const { return Digits(Value()); }
+std::string Crc32c::Text() const { return Digits(Value()); }
 
 Sha256::Sha256()
     : m_state{0x6a09e667U, 0xbb67ae85U, 0x3c6ef372U, 0xa54ff53aU, 0x510e527fU, 0x9b05688cU, 0x1f83d9abU, 0x5be0cd19U} {}

@@ -7,15 +7,20 @@
 
 namespace platform {
 
-/// The cyclic redundancy check of 32 bits that Ethernet, zip and PNG have (ISO 3309), over bytes that come in pieces.
-class Crc32 {
+/// CRC-32C, the cyclic redundancy check of 32 bits that iSCSI and file systems have (RFC 3720), over bytes that come in
+/// pieces. Processors compute it as fast as memory gives the bytes.
+class Crc32c {
  public:
+  Crc32c() : Crc32c(false) {}
+  /// @param byTable in the way that every processor has
+  explicit Crc32c(bool byTable);
   void Add(const void* bytes, std::size_t count);
   std::uint32_t Value() const { return ~m_state; }
   /// Eight digits, base 16.
   std::string Text() const;
 
  private:
+  bool m_byTable;
   std::uint32_t m_state = 0xFFFFFFFFU;
 };
 

@@ -42,7 +42,7 @@ class ProvenanceTest : public SceneCommand {
     for (const double v : samples) {
       const auto sample = static_cast<std::uint32_t>(v);
       for (unsigned bit = 0; bit < 16; ++bit) {
-        state = (state >> 1U) ^ (((state ^ (sample >> bit)) & 1U) != 0 ? 0xEDB88320U : 0U);
+        state = (state >> 1U) ^ (((state ^ (sample >> bit)) & 1U) != 0 ? 0x82F63B78U : 0U);
       }
     }
     char text[16];

@@ -7,7 +7,7 @@
 
 namespace {
 
-using platform::Crc32;
+using platform::Crc32c;
 using platform::Sha256;
 
 /// Bit by bit, as the polynomial is divided.
@@ -16,7 +16,7 @@ std::uint32_t BitByBit(const std::vector<unsigned char>& bytes) {
   for (const unsigned char byte : bytes) {
     for (int bit = 0; bit < 8; ++bit) {
       const bool one = ((state ^ (static_cast<unsigned>(byte) >> bit)) & 1U) != 0;
-      state = (state >> 1U) ^ (one ? 0xEDB88320U : 0U);
+      state = (state >> 1U) ^ (one ? 0x82F63B78U : 0U);
     }
   }
   return ~state;
@@ -28,23 +28,27 @@ std::string Sha(const std::string& text) {
   return digest.Text();
 }
 
-TEST(Crc32Test, HasTheStandardsCheckValue) {
-  Crc32 sum;
-  sum.Add("123456789", 9);
-  EXPECT_EQ(sum.Text(), "cbf43926");
-  EXPECT_EQ(Crc32().Text(), "00000000");
+TEST(Crc32cTest, HasTheStandardsCheckValue) {
+  for (const bool byTable : {false, true}) {
+    Crc32c sum(byTable);
+    sum.Add("123456789", 9);
+    EXPECT_EQ(sum.Text(), "e3069283");
+    EXPECT_EQ(Crc32c(byTable).Text(), "00000000");
+  }
 }
 
-TEST(Crc32Test, IsTheDivisionWhateverThePieces) {
+TEST(Crc32cTest, IsTheDivisionWhateverThePieces) {
   std::vector<unsigned char> bytes(1000);
   unsigned state = 7;
   for (auto& byte : bytes) byte = static_cast<unsigned char>((state = state * 1664525U + 1013904223U) >> 24U);
   for (const std::size_t piece : {1U, 3U, 7U, 8U, 9U, 64U, 1000U}) {
-    Crc32 sum;
-    for (std::size_t at = 0; at < bytes.size(); at += piece) {
-      sum.Add(bytes.data() + at, std::min(piece, bytes.size() - at));
+    for (const bool byTable : {false, true}) {
+      Crc32c sum(byTable);
+      for (std::size_t at = 0; at < bytes.size(); at += piece) {
+        sum.Add(bytes.data() + at, std::min(piece, bytes.size() - at));
+      }
+      EXPECT_EQ(sum.Value(), BitByBit(bytes)) << piece;
     }
-    EXPECT_EQ(sum.Value(), BitByBit(bytes)) << piece;
   }
 }
 

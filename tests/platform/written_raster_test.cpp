@@ -40,7 +40,7 @@ class WrittenRasterTest : public testing::Test {
     return static_cast<std::uint16_t>(1000 * band + 50 * row + x);
   }
   static std::string Expected(int band) {
-    platform::Crc32 sum;
+    platform::Crc32c sum;
     for (int row = 0; row < 4; ++row) {
       for (int x = 0; x < 5; ++x) {
         const unsigned char bytes[] = {static_cast<unsigned char>(Sample(band, row, x) & 0xFF),
