@@ -36,7 +36,8 @@ class GdalErrors {
 
 GDALDataset* DatasetOf(const CRasterSource& source);
 
-/// Opens what a name leads to, as GDALDataset::Open does. Null for a pipe or a device too: opening one may wait for ever.
+/// Opens what a name leads to, as GDALDataset::Open does. Null for a pipe or a device too: opening one may wait for
+/// ever.
 GDALDataset* OpenNamed(const std::string& name, unsigned int flags, const char* const* options = nullptr);
 
 /// Opens a raster; null where that fails, or where it has no bands. A file that is only read and whose uncompressed

@@ -243,8 +243,8 @@ bool CRasterBand::IsAlpha() const { return BandOf(*m_pSource, m_nIndex)->GetColo
 
 bool CRasterBand::HasMask() const { return platform::ValidityBand(*BandOf(*m_pSource, m_nIndex)) != nullptr; }
 
-void CRasterBand::SetMaskNoData(bool mask) {
-  m_bMask = mask && HasMask();
+void CRasterBand::SetMaskNoData(bool mask, bool hasMask) {
+  m_bMask = mask && hasMask;
   m_bGaps = m_bMask || (mask && (m_noData.declared || platform::IsFloatType(m_eType)));
 }
 

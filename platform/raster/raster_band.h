@@ -49,8 +49,8 @@ class FUSION_API CRasterBand {
   bool IsAlpha() const;
   /// Whether a mask band or another band's alpha says which samples are valid.
   bool HasMask() const;
-  /// For CRasterSource, which sets all its bands.
-  void SetMaskNoData(bool mask);
+  /// For CRasterSource, which sets all its bands and knows whether HasMask is true.
+  void SetMaskNoData(bool mask, bool hasMask);
   void DeclareNoData(double value);
   /// Whether reads may answer NaN for samples that are not valid, see CRasterSource::SetMaskNoData. No sample is looked
   /// at.

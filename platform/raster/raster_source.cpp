@@ -27,6 +27,7 @@
 #include "platform/raster/written_raster.h"
 #include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
+#include "platform/validity/sample_mask.h"
 
 using platform::GdalErrors;
 using platform::RasterFails;
@@ -326,7 +327,13 @@ bool CRasterSource::CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) 
 bool CRasterSource::IsOpen() const { return m_impl->dataset != nullptr; }
 void CRasterSource::SetMaskNoData(bool mask) {
   m_impl->maskNoData = mask;
-  for (const auto& band : m_impl->bands) band->SetMaskNoData(mask);
+  // Looked for once, whatever number of bands a file declares.
+  GDALRasterBand* const alpha = mask ? platform::AlphaBand(m_impl->dataset) : nullptr;
+  for (std::size_t b = 0; b < m_impl->bands.size(); ++b) {
+    const auto number = static_cast<int>(b) + 1;
+    m_impl->bands[b]->SetMaskNoData(
+        mask, mask && platform::ValidityBand(*m_impl->dataset->GetRasterBand(number), alpha) != nullptr);
+  }
 }
 
 bool CRasterSource::IsNorthUpView() const { return m_impl->northUpView; }

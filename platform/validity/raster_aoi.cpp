@@ -177,9 +177,8 @@ bool CRasterAOI::Load(const std::wstring& path, const CRasterSource& raster) {
   platform::InitialiseGdal();
   *m_impl = Impl();
   const platform::GdalErrors errors;
-  const std::unique_ptr<GDALDataset> file(
-      platform::OpenNamed(CommonFun::U2Utf8(path),
-                          static_cast<unsigned int>(GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR)));
+  const std::unique_ptr<GDALDataset> file(platform::OpenNamed(
+      CommonFun::U2Utf8(path), static_cast<unsigned int>(GDAL_OF_VECTOR | GDAL_OF_READONLY | GDAL_OF_VERBOSE_ERROR)));
   if (!file) {
     m_impl->failure = CommonFun::Utf82U(errors.Reason());
     return false;

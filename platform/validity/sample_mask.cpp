@@ -23,19 +23,24 @@ FUSION_MULTIVERSION std::int64_t CountInvalid(double noData, const double* value
 
 }  // namespace
 
-GDALRasterBand* ValidityBand(GDALRasterBand& band) {
+GDALRasterBand* AlphaBand(GDALDataset* dataset) {
+  for (int b = 1; dataset && b <= dataset->GetRasterCount(); ++b) {
+    GDALRasterBand* band = dataset->GetRasterBand(b);
+    if (band->GetColorInterpretation() == GCI_AlphaBand) return band;
+  }
+  return nullptr;
+}
+
+GDALRasterBand* ValidityBand(GDALRasterBand& band) { return ValidityBand(band, AlphaBand(band.GetDataset())); }
+
+GDALRasterBand* ValidityBand(GDALRasterBand& band, GDALRasterBand* alpha) {
   const GdalErrors quiet;
-  GDALDataset* dataset = band.GetDataset();
   if (band.GetColorInterpretation() == GCI_AlphaBand) return nullptr;
   const int flags = band.GetMaskFlags();
   const bool ownValueOnly = (flags & GMF_NODATA) != 0 && (flags & GMF_PER_DATASET) == 0;
   if ((flags & (GMF_ALL_VALID | GMF_ALPHA)) == 0 && !ownValueOnly) return band.GetMaskBand();
   // Asked itself, since the mask made of it rounds, and since a declared no-data value hides it.
-  for (int b = 1; dataset && b <= dataset->GetRasterCount(); ++b) {
-    GDALRasterBand* other = dataset->GetRasterBand(b);
-    if (other->GetColorInterpretation() == GCI_AlphaBand) return other;
-  }
-  return nullptr;
+  return alpha;
 }
 
 bool ClearNoData(double noData, double* values, std::int64_t count) {

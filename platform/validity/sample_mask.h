@@ -4,6 +4,7 @@
 
 #include "platform/raster/raster_types.h"
 
+class GDALDataset;
 class GDALRasterBand;
 
 namespace platform {
@@ -11,6 +12,10 @@ namespace platform {
 /// The band that says by 0 which samples of another one are not valid: the dataset's or the band's mask, else the
 /// dataset's alpha band; null where there is none. Declared no-data values are none of its business.
 GDALRasterBand* ValidityBand(GDALRasterBand& band);
+/// A dataset's alpha band; null where there is none.
+GDALRasterBand* AlphaBand(GDALDataset* dataset);
+/// The first one with the alpha band that was found before.
+GDALRasterBand* ValidityBand(GDALRasterBand& band, GDALRasterBand* alpha);
 
 /// Puts NaN in the place of a no-data value (NaN: none) and of infinities. True where any of the values is NaN then.
 bool ClearNoData(double noData, double* values, std::int64_t count);
