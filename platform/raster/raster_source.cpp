@@ -203,6 +203,7 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
                                  int bandCount, PixelDataType type, const double geoTransform[6],
                                  const std::wstring& wkt, const std::vector<std::string>& options) {
   std::vector<const char*> list;
+  list.reserve(options.size() + 1);
   for (const std::string& option : options) list.push_back(option.c_str());
   list.push_back(nullptr);
   return CreateRaster(format, path, width, height, bandCount, type, geoTransform, wkt, list.data());
