@@ -90,6 +90,7 @@ class PairCheck {
       Take(shift);
     }
     m_report.findings = JudgePair(facts);
+    Tell(kSteps);
     m_progress.Finish();
     return m_report;
   }
