@@ -24,7 +24,8 @@ run(${WORK_DIR}/build/brovey ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif 
 if(NOT EXISTS ${WORK_DIR}/fused.tif)
   message(FATAL_ERROR "the example left no fused image")
 endif()
-# Whole runs, from C++ and from C: the same bytes.
+# Whole runs, from C++ and from C: the same bytes, at the same time.
+set(ENV{SOURCE_DATE_EPOCH} 1700000000)
 foreach(example fuse fuse_c)
   run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR}/../${example} -B ${WORK_DIR}/${example}
       -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
