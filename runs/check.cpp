@@ -27,7 +27,7 @@ namespace {
 
 /// The first name in a description of a coordinate system.
 std::string SystemName(const CRasterSource& source) {
-  const std::string wkt = CommonFun::U2Utf8(source.GetSpatialReferenceWKT());
+  std::string wkt = CommonFun::U2Utf8(source.GetSpatialReferenceWKT());
   const std::size_t start = wkt.find('"');
   if (start == std::string::npos) return wkt;
   return wkt.substr(start + 1, wkt.find('"', start + 1) - start - 1);

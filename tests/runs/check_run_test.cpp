@@ -30,7 +30,10 @@ TEST(CheckRun, LooksAtPartsOfALargeScene) {
     image.geoTransform[5] = -2.0 / ratio;
     image.bands.assign(1, {});
     for (auto& band : image.bands) {
-      for (int y = 0; y < image.height; ++y) band.insert(band.end(), static_cast<std::size_t>(image.width), y / ratio);
+      for (int y = 0; y < image.height; ++y) {
+        const int value = y / ratio;
+        band.insert(band.end(), static_cast<std::size_t>(image.width), value);
+      }
     }
     test_support::WriteImage(image, folder.WidePath(name), PDT_UINT16);
     return folder.Path(name);

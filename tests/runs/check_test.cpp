@@ -69,13 +69,17 @@ double Correlation(const std::vector<double>& a, const std::vector<double>& b) {
 std::vector<double> Detail(const std::vector<double>& image, int width) {
   std::vector<double> detail;
   const auto height = static_cast<int>(image.size()) / width;
+  const auto at = [&](int x, int y) {
+    const int place = y * width + x;
+    return image[static_cast<std::size_t>(place)];
+  };
   for (int y = 1; y + 1 < height; ++y) {
     for (int x = 1; x + 1 < width; ++x) {
       double sum = 0.0;
       for (int j = -1; j <= 1; ++j) {
-        for (int i = -1; i <= 1; ++i) sum += image[static_cast<std::size_t>((y + j) * width + x + i)];
+        for (int i = -1; i <= 1; ++i) sum += at(x + i, y + j);
       }
-      detail.push_back(image[static_cast<std::size_t>(y * width + x)] - sum / 9.0);
+      detail.push_back(at(x, y) - sum / 9.0);
     }
   }
   return detail;
@@ -138,7 +142,8 @@ TEST(Check, TellsTheFiguresOfTheBands) {
     for (int c = 0; c < 64; ++c) {
       double sum = 0.0;
       for (int k = 0; k < 16; ++k) {
-        sum += scene.pan.bands[0][static_cast<std::size_t>((4 * r + k / 4) * 256 + 4 * c + k % 4)];
+        const int place = (4 * r + k / 4) * 256 + 4 * c + k % 4;
+        sum += scene.pan.bands[0][static_cast<std::size_t>(place)];
       }
       averaged.push_back(sum / 16.0);
     }
