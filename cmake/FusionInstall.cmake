@@ -1,30 +1,36 @@
-# cmake --install and the package that find_package(Fusion CONFIG) finds.
+# cmake --install and the package that find_package(Fusion CONFIG) finds. Components are what is packed apart: the library
+# that programs need, what it takes to build them (development), and the command (tools, apps/CMakeLists.txt).
 include(CMakePackageConfigHelpers)
 include(FusionPublicHeaders)
 
 install(
   TARGETS fusion
   EXPORT FusionTargets
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+          COMPONENT library
+          NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 
 fusion_public_headers(FUSION_PUBLIC_HEADERS fusion_api.h fusion_c.h)
 foreach(header ${FUSION_PUBLIC_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion/${folder})
+  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/fusion/${folder}
+          COMPONENT development)
 endforeach()
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Fusion)
 install(
   EXPORT FusionTargets
   NAMESPACE Fusion::
-  DESTINATION ${config_dir})
+  DESTINATION ${config_dir}
+  COMPONENT development)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/FusionConfig.cmake.in ${PROJECT_BINARY_DIR}/FusionConfig.cmake
                               INSTALL_DESTINATION ${config_dir})
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/FusionConfig.cmake ${PROJECT_BINARY_DIR}/FusionConfigVersion.cmake
-        DESTINATION ${config_dir})
+        DESTINATION ${config_dir}
+        COMPONENT development)
 
 # The same for pkg-config.
 if(NOT WIN32 AND NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
@@ -36,7 +42,7 @@ if(NOT WIN32 AND NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
     list(JOIN OpenMP_CXX_FLAGS " " FUSION_PC_LIBS)
   endif()
   configure_file(${CMAKE_CURRENT_LIST_DIR}/fusion.pc.in ${PROJECT_BINARY_DIR}/fusion.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/fusion.pc DESTINATION ${pc_dir})
+  install(FILES ${PROJECT_BINARY_DIR}/fusion.pc DESTINATION ${pc_dir} COMPONENT development)
 endif()
 
 # The loader looks into its own folders by a list that it does not renew by itself.
@@ -44,5 +50,5 @@ find_program(FUSION_LDCONFIG ldconfig PATHS /sbin /usr/sbin)
 mark_as_advanced(FUSION_LDCONFIG)
 if(FUSION_LDCONFIG AND CMAKE_HOST_SYSTEM_NAME STREQUAL "Linux" AND NOT CMAKE_CROSSCOMPILING)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/TellLoader.cmake.in ${PROJECT_BINARY_DIR}/TellLoader.cmake @ONLY)
-  install(SCRIPT ${PROJECT_BINARY_DIR}/TellLoader.cmake)
+  install(SCRIPT ${PROJECT_BINARY_DIR}/TellLoader.cmake COMPONENT library)
 endif()

@@ -143,6 +143,16 @@ TEST(Documents, ListTheOptionsThatTheHelpLists) {
   for (const std::string& named : OptionsOf(usage)) EXPECT_TRUE(all.contains(named)) << "usage.md names " << named;
 }
 
+TEST(Documents, TellTheVersionThatTheCommandTells) {
+  const std::string told = Output({"--version"});
+  const std::string version =
+      told.substr(std::string("fusion ").size(), told.find('\n') - std::string("fusion ").size());
+  const auto released = All(TextOf("CHANGELOG.md"), "\n## ([0-9][0-9.]*)", 1);
+  ASSERT_FALSE(released.empty());
+  EXPECT_EQ(released[0], version);
+  EXPECT_THAT(TextOf("cmake/debian/changelog"), testing::StartsWith("fusion (" + version + "-1) "));
+}
+
 template <typename Request>
 void ExpectSetByName(const std::string& command) {
   // How the outcome is told is the command's own.
