@@ -239,6 +239,7 @@ RowSource::RowSource(const RowGeometry& geometry, ResampleType type, const Fusio
   for (int b = 0; gaps.ms && b < block.msBandCount; ++b) {
     if (gaps.ms[b]) m_gapBands.push_back(b);
   }
+  if (m_range && m_separable) m_limits.emplace(*m_range);
 }
 
 void RowSource::SetColumns(int first, int count) {
@@ -249,6 +250,7 @@ void RowSource::SetColumns(int first, int count) {
   if (!m_separable) return;
   MapRow(0);
   m_resampler.SetColumns(m_x.data(), count);
+  if (m_limits) m_limits->SetColumns(m_x.data(), count);
 }
 
 void MapPixels(const RowGeometry& g, int first, int count, int row, double* x, double* y) {
@@ -268,6 +270,7 @@ void MapPixels(const RowGeometry& g, int first, int count, int row, double* x, d
 void RowSource::MapRow(int row) { MapPixels(m_geometry, m_first, m_count, row, m_x.data(), m_y.data()); }
 
 void RowSource::Resample(int row, double* const* out) {
+  double msRow = 0.0;
   if (!m_separable) {
     MapRow(row);
     m_resampler.ResamplePoints(m_x.data(), m_y.data(), m_count, out);
@@ -276,12 +279,16 @@ void RowSource::Resample(int row, double* const* out) {
     const double x = static_cast<double>(g.rect.left) + g.offset;
     const double y = static_cast<double>(g.rect.top + row) + g.offset;
     const double corner = g.groundToMs.Y(g.toGround.X(x, y), g.toGround.Y(x, y));
-    const double msRow = platform::SampleCoordinate(corner, g.msHeight, g.edge);
+    msRow = platform::SampleCoordinate(corner, g.msHeight, g.edge);
     m_resampler.ResampleRow(msRow, out);
-    if (!m_gapBands.empty() || m_range) std::fill(m_y.begin(), m_y.end(), msRow);
+    if (!m_gapBands.empty()) std::fill(m_y.begin(), m_y.end(), msRow);
   }
   if (!m_gapBands.empty()) FillGaps(row, out);
-  if (m_range) m_range->Keep(m_x.data(), m_y.data(), m_count, out);
+  if (m_limits) {
+    m_limits->Keep(msRow, out);
+  } else if (m_range) {
+    m_range->Keep(m_x.data(), m_y.data(), m_count, out);
+  }
 }
 
 /// A sample without data makes a NaN of every pixel that it is a tap of, and of no other.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "framework/fusion_block.h"
@@ -76,6 +77,7 @@ class RowSource {
   std::vector<double> m_y;
   std::vector<int> m_gapBands;
   std::shared_ptr<const SampleRange> m_range;
+  std::optional<RowLimits> m_limits;  ///< of the range, where a row's position depends on the row alone
 };
 
 /// Runs the arithmetic over a block row by row and converts to the output type, which must be one of the seven; see

@@ -9,11 +9,10 @@
 
 namespace fusion {
 
-/// Of the sixteen samples around each sample of a rectangle, from the one before it on both axes to the two behind it;
-/// before the first one limits that limit nothing.
+/// What a value is to lie between.
 struct SampleLimits {
-  std::vector<double> least;
-  std::vector<double> most;
+  double least;
+  double most;
 };
 
 /// Keeps values that the bicubic kernel has made between the least and the largest of the samples it has made them
@@ -31,8 +30,32 @@ class SampleRange {
   void Keep(const double* x, const double* y, int count, double* const* values) const;
 
  private:
+  friend class RowLimits;
+
   CRect m_rect;
-  std::vector<SampleLimits> m_bands;
+  /// Of each band the limits around each sample, those of the sixteen from the one before it on both axes to the two
+  /// behind it; before the first sample stands what limits nothing.
+  std::vector<std::vector<SampleLimits>> m_bands;
+};
+
+/// What SampleRange::Keep does, for rows whose columns all have the same positions: the limits at the columns are
+/// fetched once for all rows that share them. One per thread.
+class RowLimits {
+ public:
+  explicit RowLimits(const SampleRange& range) : m_range(range) {}
+
+  /// Column positions of the rows that follow.
+  void SetColumns(const double* x, int count);
+  /// Cuts one row of values per band at the columns set and the row position y.
+  void Keep(double y, double* const* values);
+
+ private:
+  void Fetch(std::int64_t row);
+
+  const SampleRange& m_range;
+  std::vector<std::int32_t> m_columns;  ///< of the rectangle, below 0 off it
+  std::int64_t m_row = -1;              ///< of the rectangle, whose limits are at hand
+  std::vector<std::vector<SampleLimits>> m_bands;
 };
 
 }  // namespace fusion

@@ -66,6 +66,25 @@ TEST(SampleRange, IsThatOfTheKernelsTaps) {
         for (std::size_t k = 0; k < 3; ++k) ASSERT_EQ(values[b][k], expected[b][k]) << k << " off the rectangle from 1";
       }
     }
+    // The same for rows of columns.
+    const double x[] = {columns(random), rect.right + 40.0, columns(random), rect.right - 1.0};
+    fusion::RowLimits limits(range);
+    limits.SetColumns(x, 4);
+    for (int i = 0; i < 8; ++i) {
+      const double y = i == 3 ? rect.bottom + 3.0 : rows(random);
+      std::vector<std::vector<double>> kept(2, std::vector<double>(4));
+      for (auto& band : kept) std::generate(band.begin(), band.end(), [&] { return value(random); });
+      auto expected = kept;
+      for (std::size_t b = 0; b < 2; ++b) {
+        for (std::size_t k = 0; k < 4; ++k) {
+          const bool isOnIt = x[k] < rect.right && x[k] >= rect.left && y < rect.bottom;
+          if (isOnIt) expected[b][k] = Kept(kept[b][k], x[k], y, bands[b], rect);
+        }
+      }
+      double* const out[] = {kept[0].data(), kept[1].data()};
+      limits.Keep(y, out);
+      ASSERT_EQ(kept, expected) << i;
+    }
   }
 }
 
