@@ -15,6 +15,8 @@ struct MatchTargets {
   bool makeGreen = false;  ///< mix near infrared into green first
   /// The result's own moments are taken robustly: single values far beyond all others count as lying nearer.
   bool robust = false;
+  /// The result's own moments are taken from rows that lie evenly in the scene, of about so many pixels; 0: from all.
+  std::int64_t mostPixels = 0;
   /// The root of the result is matched (of a negative value that of its size, negative), for results that are products
   /// of two images and would be spread as such.
   bool root = false;
@@ -31,7 +33,8 @@ struct LevelTargets {
 
 /// What robust moments were spared, of all bands.
 struct MatchOutliers {
-  std::int64_t count = 0;  ///< values that counted as lying nearer
+  std::int64_t count = 0;  ///< values that counted as lying nearer,
+  std::int64_t of = 0;     ///< of so many looked at
   double widening = 1.0;   ///< by how much they would have widened a band's deviation at most, as a factor
 };
 

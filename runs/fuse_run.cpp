@@ -28,6 +28,9 @@
 namespace fusion {
 namespace {
 
+/// What robust moments of a result are taken from: they hardly change with more, and every pixel is fused for them.
+constexpr std::int64_t kMatchedPixels = std::int64_t{1} << 24;
+
 std::vector<std::wstring> InputFiles(const FuseRequest& options) {
   std::vector<std::wstring> files;
   std::vector<std::string> names = MsFiles(options.ms, options.moreMs, options.pan);
@@ -91,12 +94,13 @@ FuseReport FuseRun::FuseAndPublish() {
   CheckDisk(inputs.Area(), static_cast<int>(inputs.Bands().size()), m_type, m_options);
   if (m_options.dryRun) return Plan(inputs);
   Describe(inputs.Description());
-  m_written = std::make_shared<platform::WrittenRaster>();
+  m_written = std::make_shared<platform::WrittenRaster>(!m_options.noProvenance);
   if (!m_options.noProvenance) m_notes = std::make_unique<OutputNotes>(m_options, m_checked, inputs);
   if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
   const std::wstring result = m_pending.WorkPath();
   MatchTargets targets;
   targets.robust = m_checked.guards.matchMoments;
+  if (targets.robust) targets.mostPixels = kMatchedPixels;
   targets.root = m_checked.guards.productRoot;
   targets.makeGreen = m_options.makeGreen && !m_checked.method->mixesGreen;
   if (m_checked.matched) inputs.ComputeTargets(targets, m_progress);
@@ -206,7 +210,7 @@ void FuseRun::TellOutliers(const MatchOutliers& outliers) const {
   // What changes hardly anything needs no word.
   constexpr double kWorthAWord = 1.01;
   if (outliers.widening < kWorthAWord) return;
-  m_notices.Add(std::to_string(outliers.count) +
+  m_notices.Add(std::to_string(outliers.count) + " of " + std::to_string(outliers.of) +
                 " values of the unmatched result, far beyond all others, count in the matching as lying nearer "
                 "(--match-moments plain takes them as they are).");
 }

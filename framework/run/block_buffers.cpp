@@ -48,7 +48,7 @@ CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
 
 CRect BlockGrid::After(const CRect& block) const {
   const int column = (block.left - left) / blockWidth + 1;
-  const int row = (block.top - top) / blockHeight;
+  const int row = (block.top - top) / Step();
   if (column < Across()) return Block(column, row);
   return row + 1 < Down() ? Block(0, row + 1) : CRect();
 }

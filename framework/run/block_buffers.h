@@ -19,14 +19,16 @@ struct BlockGrid {
   int blockHeight;
   int left = 0;  ///< of the rectangle
   int top = 0;
+  int apart = 0;  ///< rows from one row of blocks to the next, where they leave some out; 0 where they touch
 
   int Across() const { return blockWidth > 0 ? Pieces(width, blockWidth) : 0; }
-  int Down() const { return blockHeight > 0 ? Pieces(height, blockHeight) : 0; }
+  int Down() const { return blockHeight > 0 ? Pieces(height, Step()) : 0; }
+  int Step() const { return apart > 0 ? apart : blockHeight; }
   int Count() const { return Across() * Down(); }
   /// How many pieces cover a size; without adding to it, since it may be the largest int.
   static int Pieces(int size, int piece) { return size > 0 ? (size - 1) / piece + 1 : 0; }
   /// Block in the given block column and block row, clipped to the rectangle.
-  CRect Block(int column, int row) const { return Cell(column, row, blockWidth, blockHeight); }
+  CRect Block(int column, int row) const { return Cell(column, row, blockWidth, Step()); }
   /// The block that follows one of the grid's blocks, empty behind the last.
   CRect After(const CRect& block) const;
   /// Calls visit with every block, row by row, until it answers false; false then.

@@ -49,7 +49,7 @@ BlockMatching::BlockMatching(const std::optional<MatchTargets>& match, const std
     : m_outType(outType),
       m_fusedType(FusedTypeOf(match, level, outType)),
       m_masked(masked),
-      m_root(match && match->root),
+      m_targets(match),
       m_store(outType, platform::ValueConversion::FullRange(outType), true, masked),
       m_bandCount(static_cast<std::size_t>(bandCount)),
       m_workers(workers),
@@ -66,17 +66,23 @@ BlockMatching::BlockMatching(const std::optional<MatchTargets>& match, const std
 }
 
 MatchOutliers BlockMatching::Outliers() const {
-  return m_matching ? MatchOutliers{m_matching->Outliers(), m_matching->Widening()} : MatchOutliers{};
+  if (!m_matching) return {};
+  return {m_matching->Outliers(), m_matching->Counted(), m_matching->Widening()};
 }
 
-void BlockMatching::EndCounting() {
-  --m_countsToCome;
+bool BlockMatching::EndCounting(std::int64_t enough) {
   if (m_matching && !m_matches) {
     m_matching->EndCounting();
+    if (m_matching->Fewest() < enough) {
+      m_matching = Matching(*m_targets);
+      return false;
+    }
     m_matches = true;
-    return;
+  } else {
+    for (platform::BandLevel& level : m_levels) level.EndPass();
   }
-  for (platform::BandLevel& level : m_levels) level.EndPass();
+  --m_countsToCome;
+  return true;
 }
 
 bool BlockMatching::Take(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,
@@ -106,7 +112,7 @@ void BlockMatching::LoadRow(void* const* bands, std::ptrdiff_t at, int width, Ro
     }
     const auto* pixels = static_cast<const unsigned char*>(bands[b]) + at * platform::PixelSize(m_fusedType);
     platform::LoadRow(m_fusedType, pixels, m_masked, row, width);
-    if (m_root) TakeRoots(row, width);
+    if (m_targets && m_targets->root) TakeRoots(row, width);
   }
 }
 

@@ -27,7 +27,9 @@ class BlockMatching {
   /// How often all blocks are still to be counted.
   int CountsToCome() const { return m_countsToCome; }
   bool IsCounting() const { return m_countsToCome > 0; }
-  void EndCounting();
+  /// @param enough values of each band that moments are taken from
+  /// @return false where there were fewer, and all blocks are to be counted once more
+  bool EndCounting(std::int64_t enough = 0);
   MatchOutliers Outliers() const;
 
   /// Counts or writes a block.
@@ -58,7 +60,7 @@ class BlockMatching {
   PixelDataType m_outType;
   PixelDataType m_fusedType;
   bool m_masked;
-  bool m_root;
+  std::optional<MatchTargets> m_targets;
   int m_countsToCome = 0;
   std::optional<platform::MomentMatching> m_matching;
   bool m_matches = false;                        ///< the moments are counted

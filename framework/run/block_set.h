@@ -25,6 +25,9 @@ struct BlockSet {
   bool IsCounting() const { return CountsToCome() > 0; }
   /// How often they still are.
   int CountsToCome() const { return range ? 1 : matching ? matching->CountsToCome() : 0; }
+  /// The blocks of the count at hand, where there is one, and of what comes behind it.
+  const BlockGrid& AtHand() const { return !IsCounting() ? grid : sampled ? *sampled : *counted; }
+  const BlockGrid& Behind() const { return CountsToCome() > 1 ? *counted : grid; }
   /// What they are fused in; the given type where they are written as they are.
   PixelDataType FusedType(PixelDataType outType) const {
     if (range) return BlockRange::kFusedType;
@@ -35,6 +38,7 @@ struct BlockSet {
 
   BlockGrid grid;
   std::optional<BlockGrid> counted;  ///< what statistics of the result are taken from, where there are any
+  std::optional<BlockGrid> sampled;  ///< what the first of them are taken from in place of all of that
   std::vector<int> msBands;
   int panLeft;
   int panTop;

@@ -33,7 +33,7 @@ void Run::Execute() {
   }
   m_fusion.Guard([&] {
     while (m_blocks->IsCounting()) {
-      if (!Walk(*m_blocks->counted)) return;
+      if (!Walk(m_blocks->AtHand())) return;
       EndCounting();
     }
     Walk(m_blocks->grid);
@@ -86,9 +86,18 @@ bool Run::Prepare() {
     return false;
   }
   PrepareRange();
-  const int counted = m_blocks->counted ? m_blocks->counted->Count() * m_blocks->CountsToCome() : 0;
-  if (progress) progress->Begin(m_fusion.m_param.m_stage, title, grid.Count() + counted);
+  BeginBlocks();
   return true;
+}
+
+void Run::BeginBlocks() {
+  BlockSet& blocks = *m_blocks;
+  int count = blocks.grid.Count();
+  for (int i = blocks.CountsToCome(); i > 0; --i) count += blocks.counted->Count();
+  if (blocks.sampled) count += blocks.sampled->Count() - blocks.counted->Count();
+  blocks.step = 0;
+  const FusionParam& param = m_fusion.m_param;
+  if (m_fusion.m_pProgress) m_fusion.m_pProgress->Begin(param.m_stage, messages::RunTitle(param.m_strAlgName), count);
 }
 
 bool Run::Configure(std::vector<int>& bands, CRect& dstRectInPan) {
@@ -133,8 +142,19 @@ bool Run::PrepareMatching() {
       std::make_unique<BlockMatching>(match, level, m_fusion.m_param.m_nOutBandCount, m_fusion.m_param.m_eOutDataType,
                                       m_fusion.m_param.m_bMaskNoData, m_fusion.m_workers.get());
   blocks.counted = MakeSceneGrid();
+  if (match) blocks.sampled = Sampled(*blocks.counted, match->mostPixels);
   m_fusion.SetOutRange(blocks.matching->FusedType());
   return true;
+}
+
+std::optional<BlockGrid> Run::Sampled(BlockGrid grid, std::int64_t mostPixels) const {
+  const std::int64_t share = mostPixels > 0 ? std::int64_t{grid.width} * grid.height / mostPixels : 0;
+  if (share < 2) return std::nullopt;
+  // Enough to pay for the multispectral rows around them; a block of the file is decoded as a whole.
+  constexpr int kRows = 32;
+  grid.blockHeight = std::min(grid.blockHeight, std::max(kRows, m_pan.GetBlockYSize()));
+  grid.apart = static_cast<int>(std::min<std::int64_t>(grid.blockHeight * share, grid.height));
+  return grid;
 }
 
 void Run::PrepareRange() {
@@ -150,7 +170,14 @@ void Run::PrepareRange() {
 void Run::EndCounting() {
   BlockSet& blocks = *m_blocks;
   if (blocks.matching) {
-    blocks.matching->EndCounting();
+    // Less than this share of what was looked at is too little to stand for all of it.
+    constexpr std::int64_t kShare = 16;
+    const bool ended = blocks.matching->EndCounting(blocks.sampled ? m_fusion.m_matchTargets->mostPixels / kShare : 0);
+    blocks.sampled.reset();
+    if (!ended) {
+      BeginBlocks();
+      return;
+    }
     m_fusion.m_matchOutliers = blocks.matching->Outliers();
   }
   if (!blocks.range) return;
@@ -174,7 +201,7 @@ BlockGrid Run::Lower(BlockGrid grid) const {
   if (most <= 0 || grid.Across() != 1) return grid;
   // A block of the file that is written in parts is encoded more than once.
   const std::int64_t whole = std::max(m_dst.GetBlockYSize(), 1);
-  const std::int64_t rows = std::max({most / grid.blockWidth, kLeastBlockRows, whole});
+  const std::int64_t rows = std::max(BlockRows(most, grid.blockWidth), whole);
   grid.blockHeight = static_cast<int>(std::min<std::int64_t>(grid.blockHeight, rows / whole * whole));
   return grid;
 }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,11 @@ class Run {
   /// The run's matching, none without targets. False with the error state set where they do not fit the bands.
   bool PrepareMatching();
   void PrepareRange();
+  /// Blocks that lie evenly in the rectangle of a grid, of about so many pixels in all as the matching's moments are to
+  /// be taken from; none where that is nearly all.
+  std::optional<BlockGrid> Sampled(BlockGrid grid, std::int64_t mostPixels) const;
+  /// Begins to tell how many blocks are done.
+  void BeginBlocks();
   /// Turns from the statistics of the result to the result.
   void EndCounting();
 

@@ -57,9 +57,8 @@ LoadResult Run::Load(BlockSet& blocks, const CRect& dstBlock) {
 
 void Run::ReadAhead(BlockSet& blocks) {
   if (!blocks.overlapped) return;
-  const bool counting = blocks.IsCounting();
-  CRect next = (counting ? *blocks.counted : blocks.grid).After(blocks.dstBlock);
-  if (next.Area() == 0 && counting) next = (blocks.CountsToCome() > 1 ? *blocks.counted : blocks.grid).Block(0, 0);
+  CRect next = blocks.AtHand().After(blocks.dstBlock);
+  if (next.Area() == 0 && blocks.IsCounting()) next = blocks.Behind().Block(0, 0);
   CRect msRect;
   // A guess by the common rule, since a derived class's own is to be asked only when the block's turn has come.
   if (next.Area() == 0 || !m_fusion.CFusion::GetReadBufferRect(&next, &msRect)) return;

@@ -81,11 +81,17 @@ void MomentMatching::Add(const Part& part) {
 }
 
 void MomentMatching::EndCounting() {
+  const auto note = [this](std::int64_t count) {
+    m_fewest = std::min(m_fewest, count);
+    m_counted += count;
+  };
   for (std::size_t b = 0; b < m_statistics.size(); ++b) {
+    note(m_statistics[b].Count());
     m_bands[b].mean = m_statistics[b].Mean();
     m_bands[b].stdDev = m_statistics[b].StdDev();
   }
   for (std::size_t b = 0; b < m_robust.size(); ++b) {
+    note(m_robust[b].Count());
     m_robust[b].Settle();
     m_bands[b].mean = m_robust[b].Mean();
     m_bands[b].stdDev = m_robust[b].StdDev();

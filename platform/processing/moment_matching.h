@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -50,6 +52,9 @@ class MomentMatching {
   void EndCounting();
   /// What robust moments were spared: how many values, and the factor by which they would have widened a deviation.
   std::int64_t Outliers() const { return m_outliers; }
+  /// Of the band that has fewest how many values were counted, and of all bands.
+  std::int64_t Fewest() const { return m_fewest; }
+  std::int64_t Counted() const { return m_counted; }
   double Widening() const { return m_widening; }
   /// Matches a row of each band. May be called from several threads, with rooms of their own.
   void Apply(const double* const* rows, int width, double* const* out, Room& room) const;
@@ -66,6 +71,8 @@ class MomentMatching {
   std::vector<RowStatistics> m_statistics;  ///< one of the two is used
   std::vector<ClippedMoments> m_robust;
   std::int64_t m_outliers = 0;
+  std::int64_t m_fewest = std::numeric_limits<std::int64_t>::max();
+  std::int64_t m_counted = 0;
   double m_widening = 1.0;
   std::optional<GreenMix> m_mix;
 };

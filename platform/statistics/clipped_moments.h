@@ -40,6 +40,7 @@ class ClippedMoments {
   /// Makes the moments those of all that was added.
   void Settle();
 
+  std::int64_t Count() const { return m_all.Count(); }
   double Mean() const { return m_mean; }
   double StdDev() const { return m_stdDev; }
   /// Values that count as lying nearer than they do.

@@ -37,6 +37,23 @@ TEST(BlockGrid, BlocksFollowEachOtherRowByRow) {
   EXPECT_EQ(grid.After(walked.back()).Area(), 0);
 }
 
+TEST(BlockGrid, RowsOfBlocksMayLieApart) {
+  BlockGrid grid{10, 17, 6, 3, 100, 200};
+  grid.apart = 5;
+  std::vector<CRect> walked;
+  grid.ForEach([&](const CRect& block) {
+    walked.push_back(block);
+    return true;
+  });
+  const std::vector<CRect> expected = {{100, 200, 106, 203}, {106, 200, 110, 203}, {100, 205, 106, 208},
+                                       {106, 205, 110, 208}, {100, 210, 106, 213}, {106, 210, 110, 213},
+                                       {100, 215, 106, 217}, {106, 215, 110, 217}};
+  EXPECT_EQ(walked, expected);
+  EXPECT_EQ(grid.Count(), 8);
+  for (std::size_t i = 0; i + 1 < walked.size(); ++i) EXPECT_EQ(grid.After(walked[i]), walked[i + 1]) << i;
+  EXPECT_EQ(grid.After(walked.back()).Area(), 0);
+}
+
 class BandBuffersTest : public testing::Test {
  protected:
   BandBuffersTest() {

@@ -305,6 +305,45 @@ TEST_F(GuardsTest, WeightedKeepsABandThatGoesAgainstPan) {
   for (const std::size_t b : {0U, 1U, 3U}) EXPECT_EQ(out.bands[b], others[b]);
 }
 
+TEST_F(GuardsTest, RobustMomentsOfALargeSceneAreThoseOfEvenlyLyingRows) {
+  // Twice what is looked at: of every 64 rows the first 32, which are darker than the others.
+  constexpr int kWidth = 4096;
+  constexpr int kHeight = 8256;
+  const double grid[6] = {0.0, 20.0 / kWidth, 0.0, 0.0, 0.0, -20.0 / kHeight};
+  CRasterSource pan;
+  ASSERT_TRUE(pan.CreateRaster(kFormatGeoTiff, m_folder.WidePath("pan.tif"), kWidth, kHeight, 1, PDT_UINT8, grid, L"",
+                               std::vector<std::string>{"BLOCKYSIZE=1"}));
+  std::vector<unsigned char> row(kWidth);
+  for (int y = 0; y < kHeight; ++y) {
+    for (std::size_t x = 0; x < row.size(); ++x) {
+      row[x] = static_cast<unsigned char>((y % 64 < 32 ? 100 : 200) + (x % 2 == 0 ? 6 : -6));
+    }
+    ASSERT_EQ(pan.GetRasterBand(0)->WriteBlock(0, y, kWidth, 1, row.data(), kWidth, 1, PDT_UINT8), 0);
+  }
+  ASSERT_TRUE(pan.Close());
+  Image ms = Read("ms.tif");
+  ms.bands.resize(2);
+  ms.bands[1] = ms.bands[0];
+  ms.geoTransform[1] = 1.0;
+  ms.geoTransform[5] = -1.0;
+  test_support::WriteImage(ms, m_folder.WidePath("ms.tif"), PDT_UINT16);
+  const double mean = MeanOf(ms.bands[0]);
+  double squares = 0.0;
+  for (const double v : ms.bands[0]) squares += (v - mean) * (v - mean);
+  const double deviation = std::sqrt(squares / static_cast<double>(ms.bands[0].size()));
+  // Of two like bands each gets half of pan.
+  auto request = Request("brovey");
+  request.type = "float64";
+  request.window = {0, 0, 64, 64};
+  Image out;
+  Fuse(request, out);
+  EXPECT_NEAR(out.bands[0][0], mean + deviation, 1e-6);
+  EXPECT_NEAR(out.bands[1][1], mean - deviation, 1e-6);
+  request.matchMoments = "plain";
+  Fuse(request, out);
+  EXPECT_NEAR(out.bands[0][0], mean - deviation * 44.0 / std::hypot(50.0, 6.0), 1e-6);
+}
+
 TEST_F(GuardsTest, AreRefusedWhereTheyHaveNoEffect) {
   const auto refusal = [&](const std::string& method, const std::string& option, const std::string& word) {
     auto request = Request(method);

@@ -1,0 +1,150 @@
+// Moments of large results, taken from rows that lie evenly in them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "band_arithmetic/multiple_fusion.h"
+#include "tests/support/recording_progress.h"
+#include "tests/support/scene.h"
+
+namespace {
+
+using test_support::ReadImage;
+using test_support::RecordingProgress;
+using test_support::Scene;
+using test_support::SceneOptions;
+
+using Bands = std::vector<std::vector<double>>;
+
+constexpr int kWidth = 13;
+constexpr int kHeight = 1100;
+
+/// A tall scene whose files' blocks have so many rows.
+class TallScene : public Scene {
+ public:
+  explicit TallScene(int fileRows) : Scene(84, Options()), m_fileRows(fileRows) { WritePan(); }
+  void WritePan() const {
+    test_support::WriteImage(pan, panFile, PDT_UINT16, "", std::nullopt, {"BLOCKYSIZE=" + std::to_string(m_fileRows)});
+  }
+
+ private:
+  static SceneOptions Options() {
+    SceneOptions options;
+    options.panWidth = kWidth;
+    options.panHeight = kHeight;
+    options.msBands = 2;
+    return options;
+  }
+  int m_fileRows;
+};
+
+fusion::MatchTargets Targets(std::int64_t mostPixels, bool robust = false) {
+  return {.means = {100.0, 107.0}, .stdDevs = {9.0, 10.0}, .robust = robust, .mostPixels = mostPixels};
+}
+
+Bands Fuse(FusionParam param, const fusion::MatchTargets* targets, RecordingProgress* progress = nullptr,
+           double level = 0.0) {
+  CMultipleFusion fusion(&param);
+  fusion.SetProgress(progress);
+  if (targets) fusion.MatchBlocks(*targets);
+  if (level > 0.0) fusion.LevelBlocks({.ratio = level});
+  fusion.Process();
+  EXPECT_TRUE(fusion.Succeeded());
+  return ReadImage(param.m_strOutFile).bands;
+}
+
+/// The definition: of every so many rows the first ones give the moments, and all rows are matched with them.
+Bands Matched(Bands raw, int every, int first, const fusion::MatchTargets& targets) {
+  for (std::size_t b = 0; b < raw.size(); ++b) {
+    long double n = 0;
+    long double sum = 0;
+    long double squares = 0;
+    const auto isLookedAt = [&](std::size_t i) { return static_cast<int>(i / kWidth) % every < first; };
+    for (std::size_t i = 0; i < raw[b].size(); ++i) {
+      if (!isLookedAt(i)) continue;
+      n += 1;
+      sum += raw[b][i];
+    }
+    const long double mean = sum / n;
+    for (std::size_t i = 0; i < raw[b].size(); ++i) {
+      if (isLookedAt(i)) squares += (raw[b][i] - mean) * (raw[b][i] - mean);
+    }
+    const long double deviation = std::sqrt(squares / n);
+    for (double& v : raw[b]) {
+      v = static_cast<double>((v - mean) / deviation * targets.stdDevs[b] + targets.means[b]);
+    }
+  }
+  return raw;
+}
+
+void ExpectNear(const Bands& values, const Bands& expected, const std::string& what) {
+  for (std::size_t b = 0; b < expected.size(); ++b) {
+    for (std::size_t i = 0; i < expected[b].size(); ++i) {
+      ASSERT_NEAR(values[b][i], expected[b][i], 1e-8) << what << ", band " << b << " at " << i;
+    }
+  }
+}
+
+TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
+  // 14300 pixels: about a third of them, or nearly all.
+  constexpr std::int64_t kThird = 14300 / 3;
+  constexpr std::int64_t kMost = 14300 / 2 + 1;
+  for (const bool robust : {false, true}) {
+    const TallScene scene(1);
+    const Bands raw = Fuse(scene.Param(), nullptr);
+    const auto targets = Targets(kThird, robust);
+    ExpectNear(Fuse(scene.Param(), &targets), Matched(raw, 96, 32, targets), "a third");
+    const auto nearlyAll = Targets(kMost, robust);
+    ExpectNear(Fuse(scene.Param(), &nearlyAll), Matched(raw, kHeight, kHeight, targets), "nearly all");
+    // A block of the file is decoded as a whole, so it is looked at as a whole.
+    const TallScene blocks(100);
+    ExpectNear(Fuse(blocks.Param(), &targets), Matched(raw, 300, 100, targets), "whole blocks");
+  }
+}
+
+TEST(SampledMoments, AreThoseOfAllRowsWhereThoseLookedAtHoldTooLittle) {
+  TallScene scene(1);
+  // Of the first 32 of every 96 rows two hold data.
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      if (y % 96 < 32 && y > 1) scene.pan.bands[0][static_cast<std::size_t>(y * kWidth + x)] = 0.0;
+    }
+  }
+  FusionParam param = scene.Param(PDT_FLOAT64);
+  param.m_bMaskNoData = true;
+  test_support::WriteImage(scene.pan, scene.panFile, PDT_UINT16, "", 0.0, {"BLOCKYSIZE=1"});
+  const auto whole = Targets(0);
+  const Bands expected = Fuse(param, &whole);
+  const auto sampled = Targets(14300 / 3);
+  RecordingProgress progress;
+  EXPECT_EQ(Fuse(param, &sampled, &progress), expected);
+  // Begun anew: after the blocks looked at in vain come three twice.
+  const auto& calls = progress.Calls();
+  const auto began = std::count_if(calls.begin(), calls.end(), [](const std::wstring& call) {
+    return call.starts_with(L"Start") && call.ends_with(L" 6");
+  });
+  EXPECT_EQ(began, 1);
+  EXPECT_TRUE(progress.Finished());
+}
+
+TEST(SampledMoments, LeaveWhatComesBehindThemWhole) {
+  TallScene scene(1);
+  // What is bright lies in rows that are not looked at for the moments.
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; y % 96 >= 32 && x < kWidth; ++x)
+      scene.pan.bands[0][static_cast<std::size_t>(y * kWidth + x)] += 900;
+  }
+  scene.WritePan();
+  auto targets = Targets(14300 / 3);
+  targets.means = {20000.0, 20000.0};
+  targets.stdDevs = {3000.0, 3000.0};
+  for (const auto& band : Fuse(scene.Param(PDT_UINT16), &targets, nullptr, 0.01)) {
+    const auto [least, most] = std::minmax_element(band.begin(), band.end());
+    // A hundredth of 14300 pixels at each end, and those of the same value.
+    EXPECT_NEAR(static_cast<double>(std::count(band.begin(), band.end(), *least)), 143, 20);
+    EXPECT_NEAR(static_cast<double>(std::count(band.begin(), band.end(), *most)), 143, 20);
+  }
+}
+
+}  // namespace
