@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -9,6 +10,10 @@
 
 /// Blocks are not taken lower than this: neighbours read the rows twice that kernels reach beyond them.
 inline constexpr std::int64_t kLeastBlockRows = 64;
+/// Rows of so wide a block that is to hold no more pixels than these, if kLeastBlockRows are not more.
+inline std::int64_t BlockRows(std::int64_t mostPixels, int width) {
+  return std::max(mostPixels / std::max(width, 1), kLeastBlockRows);
+}
 
 /// Parameters of a fusion run. A value: every algorithm keeps its own copy.
 struct FUSION_API FusionParam : AlgorithmParam {

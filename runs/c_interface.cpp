@@ -189,6 +189,11 @@ const fusion::Method* MethodAt(std::size_t index) {
   });
 }
 
+const char* TextOf(std::size_t index, const char* fusion::Method::*text) {
+  const fusion::Method* method = MethodAt(index);
+  return method ? method->*text : nullptr;
+}
+
 /// How some work went.
 template <typename Work>
 fusion_outcome* OutcomeOf(const fusion_watcher* watcher, const Work& work) {
@@ -227,35 +232,12 @@ size_t fusion_method_count(void) {
   return Contain<size_t>(0, [] { return fusion::Methods().size(); });
 }
 
-const char* fusion_method_name(size_t index) {
-  const fusion::Method* method = MethodAt(index);
-  return method ? method->name : nullptr;
-}
-
-const char* fusion_method_summary(size_t index) {
-  const fusion::Method* method = MethodAt(index);
-  return method ? method->summary : nullptr;
-}
-
-const char* fusion_method_formula(size_t index) {
-  const fusion::Method* method = MethodAt(index);
-  return method ? method->formula : nullptr;
-}
-
-const char* fusion_method_source(size_t index) {
-  const fusion::Method* method = MethodAt(index);
-  return method ? method->source : nullptr;
-}
-
-const char* fusion_method_suits(size_t index) {
-  const fusion::Method* method = MethodAt(index);
-  return method ? method->suits : nullptr;
-}
-
-const char* fusion_method_spares(size_t index) {
-  const fusion::Method* method = MethodAt(index);
-  return method ? method->spares : nullptr;
-}
+const char* fusion_method_name(size_t index) { return TextOf(index, &fusion::Method::name); }
+const char* fusion_method_summary(size_t index) { return TextOf(index, &fusion::Method::summary); }
+const char* fusion_method_formula(size_t index) { return TextOf(index, &fusion::Method::formula); }
+const char* fusion_method_source(size_t index) { return TextOf(index, &fusion::Method::source); }
+const char* fusion_method_suits(size_t index) { return TextOf(index, &fusion::Method::suits); }
+const char* fusion_method_spares(size_t index) { return TextOf(index, &fusion::Method::spares); }
 
 fusion_request* fusion_fuse_request(void) { return NewRequest<fusion::FuseRequest>(); }
 fusion_request* fusion_check_request(void) { return NewRequest<fusion::CheckRequest>(); }

@@ -22,7 +22,7 @@ double MemoryOf(const CRect& area, double msPixels, double bands, double fusedSi
   constexpr double kRows = 512.0;
   constexpr double kAgain = 1.5;
   // As the run takes them: fewer of wide images.
-  const auto fewer = static_cast<double>(std::max(kMostBlockPixels / std::max(1, area.Width()), kLeastBlockRows));
+  const auto fewer = static_cast<double>(BlockRows(kMostBlockPixels, area.Width()));
   const double rows = std::min({kRows, fewer, static_cast<double>(area.Height())});
   const double pixels = rows * area.Width();
   const double msShare = std::min(1.0, (rows + 40.0) / std::max(1, area.Height()));

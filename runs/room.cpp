@@ -21,7 +21,8 @@ std::string Megabytes(double bytes) { return Formatted(bytes < 1e8 ? "%.1f MB" :
 
 void CheckMemory(const CRect& area, int bands, PixelDataType type) {
   // Of whole rows of pan in doubles and of the output in its own type, while the block before is being written.
-  const std::int64_t block = std::max<std::int64_t>(kMostBlockPixels / area.Width(), kLeastBlockRows);
+  constexpr std::int64_t kRows = 512;
+  const std::int64_t block = std::min(BlockRows(kMostBlockPixels, area.Width()), kRows);
   const auto rows = static_cast<double>(std::min<std::int64_t>(area.Height(), 2 * block));
   const double needed = rows * area.Width() * (sizeof(double) + bands * platform::PixelSize(type));
   const double left = platform::FreeMemory();

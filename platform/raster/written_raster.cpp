@@ -51,6 +51,7 @@ void WrittenRaster::Begin(const CRasterSource& created) {
 
 void WrittenRaster::Add(int index, const CRect& rect, const void* samples, PixelDataType type, int pixelSpace,
                         int lineSpace) {
+  if (!m_sums) return;
   Band& band = m_bands[static_cast<std::size_t>(index)];
   const std::int64_t size = PixelSize(type);
   const std::int64_t rowBytes = size * rect.Width();

@@ -15,6 +15,8 @@ namespace platform {
 /// What a raster was made as, and what was written into it: what its file has to give back.
 class WrittenRaster {
  public:
+  /// @param sums whether Checksums is going to be asked
+  explicit WrittenRaster(bool sums) : m_sums(sums) {}
   /// Begins with a raster just created.
   void Begin(const CRasterSource& created);
   /// For CRasterBand: samples that a band has taken.
@@ -26,6 +28,7 @@ class WrittenRaster {
   std::vector<std::string> Checksums() const;
 
  private:
+  bool m_sums;
   int m_width = 0;
   int m_height = 0;
   PixelDataType m_type = PDT_UNKNOWN;

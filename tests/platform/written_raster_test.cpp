@@ -21,7 +21,7 @@ class WrittenRasterTest : public testing::Test {
   /// A raster of 5 x 4 pixels in two bands; the second band's rows come in an order of their own.
   void Write(const std::string& name, const std::vector<int>& secondRows, PixelDataType type = PDT_UINT16,
              const double* grid = kGrid) {
-    m_written = std::make_shared<platform::WrittenRaster>();
+    m_written = std::make_shared<platform::WrittenRaster>(true);
     CRasterSource file;
     ASSERT_TRUE(file.CreateRaster(kFormatGeoTiff, m_folder.WidePath(name), 5, 4, 2, type, grid, L"",
                                   std::vector<std::string>{}));
@@ -108,13 +108,26 @@ TEST_F(WrittenRasterTest, AnotherFileIsToldApart) {
   EXPECT_EQ(DifferenceOf("small.tif"), "it was made as 5x4 with 2 bands and reads as 5x3 with 2 bands");
 }
 
+TEST_F(WrittenRasterTest, SumsAreTakenWhereTheyAreGoingToBeAskedFor) {
+  for (const bool sums : {true, false}) {
+    const auto written = std::make_shared<platform::WrittenRaster>(sums);
+    CRasterSource file;
+    ASSERT_TRUE(file.CreateRaster(kFormatGeoTiff, m_folder.WidePath("a.tif"), 5, 4, 1, PDT_UINT8, kGrid, L"",
+                                  std::vector<std::string>{}));
+    file.TellWritten(written);
+    const std::vector<unsigned char> values(20, 7);
+    ASSERT_EQ(file.GetRasterBand(0)->WriteBlock(0, 0, 5, 4, values.data(), 5, 4, PDT_UINT8), 0);
+    EXPECT_EQ(written->Checksums().empty(), !sums);
+  }
+}
+
 TEST_F(WrittenRasterTest, ALostCoordinateSystemIsSeen) {
   const std::wstring metres = L"LOCAL_CS[\"plan\",UNIT[\"metre\",1]]";
   const auto make = [&](const std::string& name, const std::wstring& wkt) {
     CRasterSource file;
     EXPECT_TRUE(file.CreateRaster(kFormatGeoTiff, m_folder.WidePath(name), 5, 4, 1, PDT_UINT8, kGrid, wkt,
                                   std::vector<std::string>{}));
-    m_written = std::make_shared<platform::WrittenRaster>();
+    m_written = std::make_shared<platform::WrittenRaster>(true);
     file.TellWritten(m_written);
   };
   make("without.tif", L"");
