@@ -24,7 +24,7 @@ void CheckMemory(const CRect& area, int bands, PixelDataType type) {
   constexpr std::int64_t kRows = 512;
   const std::int64_t block = std::min(BlockRows(kMostBlockPixels, area.Width()), kRows);
   const auto rows = static_cast<double>(std::min<std::int64_t>(area.Height(), 2 * block));
-  const double needed = rows * area.Width() * (sizeof(double) + bands * platform::PixelSize(type));
+  const double needed = rows * area.Width() * (sizeof(double) + static_cast<double>(bands * platform::PixelSize(type)));
   const double left = platform::FreeMemory();
   if (needed <= left) return;
   throw RunFailure(RunFailure::Kind::kFailed,

@@ -42,7 +42,7 @@ struct PointTaps {
 /// Positions that no image can hold would not survive the conversion to int.
 inline double Sane(double position) {
   constexpr double kFar = 1073741824.0;
-  return (position >= -kFar) & (position <= kFar) ? position : -1e9;
+  return ((position >= -kFar) & (position <= kFar)) ? position : -1e9;
 }
 
 }  // namespace fusion

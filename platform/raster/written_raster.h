@@ -20,7 +20,7 @@ class WrittenRaster {
   /// Begins with a raster just created.
   void Begin(const CRasterSource& created);
   /// For CRasterBand: samples that a band has taken.
-  void Add(int band, const CRect& rect, const void* samples, PixelDataType type, int pixelSpace, int lineSpace);
+  void Add(int index, const CRect& rect, const void* samples, PixelDataType type, int pixelSpace, int lineSpace);
 
   /// Why a file is not what was made; empty where it is. Samples are not looked at.
   std::string Difference(const CRasterSource& file) const;

@@ -106,10 +106,10 @@ TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
 TEST(SampledMoments, AreThoseOfAllRowsWhereThoseLookedAtHoldTooLittle) {
   TallScene scene(1);
   // Of the first 32 of every 96 rows two hold data.
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; x < kWidth; ++x) {
-      if (y % 96 < 32 && y > 1) scene.pan.bands[0][static_cast<std::size_t>(y * kWidth + x)] = 0.0;
-    }
+  auto& pan = scene.pan.bands[0];
+  for (std::size_t i = 0; i < pan.size(); ++i) {
+    const std::size_t row = i / kWidth;
+    if (row % 96 < 32 && row > 1) pan[i] = 0.0;
   }
   FusionParam param = scene.Param(PDT_FLOAT64);
   param.m_bMaskNoData = true;
@@ -131,10 +131,8 @@ TEST(SampledMoments, AreThoseOfAllRowsWhereThoseLookedAtHoldTooLittle) {
 TEST(SampledMoments, LeaveWhatComesBehindThemWhole) {
   TallScene scene(1);
   // What is bright lies in rows that are not looked at for the moments.
-  for (int y = 0; y < kHeight; ++y) {
-    for (int x = 0; y % 96 >= 32 && x < kWidth; ++x)
-      scene.pan.bands[0][static_cast<std::size_t>(y * kWidth + x)] += 900;
-  }
+  auto& pan = scene.pan.bands[0];
+  for (std::size_t i = 0; i < pan.size(); ++i) pan[i] += i / kWidth % 96 < 32 ? 0.0 : 900.0;
   scene.WritePan();
   auto targets = Targets(14300 / 3);
   targets.means = {20000.0, 20000.0};
