@@ -117,8 +117,9 @@ TEST(SampleRange, IsKeptByRunsThatAreToldTo) {
       const CRect whole(0, 0, scene.ms.width, scene.ms.height);
       for (std::size_t i = 0; i < plain.bands[0].size(); ++i) {
         const double* p = scene.pan.geoTransform;
+        const std::size_t row = i / 37;
         const auto at = reference::GroundToSample(scene.ms, p[0] + (static_cast<double>(i % 37) + 0.5) * p[1],
-                                                  p[3] + (static_cast<double>((i - i % 37) / 37) + 0.5) * p[5]);
+                                                  p[3] + (static_cast<double>(row) + 0.5) * p[5]);
         for (std::size_t b = 0; b < 3; ++b) {
           ASSERT_EQ(kept.bands[b][i], Kept(plain.bands[b][i], at.x, at.y, scene.ms.bands[b], whole))
               << type << ' ' << i;
