@@ -8,6 +8,7 @@
 #include "apps/nearest_word.h"
 #include "apps/option_reference.h"
 #include "runs/methods.h"
+#include "runs/text.h"
 
 namespace app {
 
@@ -20,6 +21,7 @@ nlohmann::ordered_json ToJson(const fusion::Method& method) {
           {"source", method.source},
           {"suits", method.suits},
           {"spares", method.spares},
+          {"options", fusion::OwnOptions(method)},
           {"default", &method == &fusion::DefaultMethod()},
           {"spectral_match", method.matchedByDefault}};
 }
@@ -34,6 +36,7 @@ void Explain(const fusion::Method& method) {
   print("source", method.source);
   print("take it", method.suits);
   print("leave it", method.spares);
+  print("options", fusion::Join(fusion::OwnOptions(method), ", ") + "; and those that every method takes");
 }
 
 }  // namespace

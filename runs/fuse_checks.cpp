@@ -33,30 +33,22 @@ std::vector<std::string> ResampleWords() {
 
 namespace {
 
-void RefuseUnless(bool taken, bool given, const std::string& option, const Method& method, MethodOption kind) {
-  if (!given || taken) return;
-  throw UsageError(option + " has no effect on method " + method.name + "; it is taken by " + MethodsThatTake(kind) +
-                   ".");
-}
-
 void RefuseForeignOptions(const FuseRequest& o, const Method& m) {
-  const auto check = [&](bool given, const char* option, MethodOption kind) {
-    RefuseUnless(m.Takes(kind), given, option, m, kind);
-  };
+  const auto check = [&](bool given, const char* option) { RefuseForeign(given, option, m); };
   // What auto spares a ratio is asked of bicubic, too.
   const bool choosesKernel = o.resample && *o.resample != "auto" && !(m.isRatio && *o.resample == "bicubic");
-  check(choosesKernel, "--resample", kTakesResample);
-  check(o.type.has_value(), "--type", kTakesType);
-  check(!o.rgb.empty(), "--rgb", kTakesRgb);
-  check(o.stretch, "--stretch", kTakesStretch);
-  check(o.spectralMatch == "on", "--spectral-match on", kTakesMatch);
-  check(o.autoLevel, "--auto-level", kTakesAutoLevel);
-  check(o.kernelSize.has_value(), "--kernel-size", kTakesKernels);
-  check(o.secondKernelSize.has_value(), "--second-kernel-size", kTakesKernels);
-  check(o.detailWeight.has_value(), "--detail-weight", kTakesKernels);
-  check(o.secondDetailWeight.has_value(), "--second-detail-weight", kTakesKernels);
-  check(o.bayesWeight.has_value(), "--bayes-weight", kTakesBayesModel);
-  check(o.registration != "auto", "--registration", kTakesBayesModel);
+  check(choosesKernel, "--resample");
+  check(o.type.has_value(), "--type");
+  check(!o.rgb.empty(), "--rgb");
+  check(o.stretch, "--stretch");
+  check(o.spectralMatch == "on", "--spectral-match on");
+  check(o.autoLevel, "--auto-level");
+  check(o.kernelSize.has_value(), "--kernel-size");
+  check(o.secondKernelSize.has_value(), "--second-kernel-size");
+  check(o.detailWeight.has_value(), "--detail-weight");
+  check(o.secondDetailWeight.has_value(), "--second-detail-weight");
+  check(o.bayesWeight.has_value(), "--bayes-weight");
+  check(o.registration != "auto", "--registration");
 }
 
 ResampleType ParseResample(const std::string& name) {

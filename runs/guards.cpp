@@ -16,12 +16,6 @@ bool IsOn(const std::string& given, const char* option, const char* on, const ch
   throw UsageError("--" + std::string(option) + " is " + on + " or " + off + ", not '" + given + "'.");
 }
 
-void RefuseForeign(bool given, const char* option, const Method& method, MethodOption kind) {
-  if (!given || method.Takes(kind)) return;
-  throw UsageError("--" + std::string(option) + " has no effect on method " + method.name + "; it is taken by " +
-                   MethodsThatTake(kind) + ".");
-}
-
 }  // namespace
 
 std::vector<std::string> Guards::Names() const {
@@ -40,10 +34,10 @@ std::vector<std::string> Guards::Names() const {
 }
 
 Guards ChooseGuards(const FuseRequest& o, const Method& method, bool isMatched) {
-  RefuseForeign(!o.productRoot.empty(), "product-root", method, kTakesProductRoot);
-  RefuseForeign(!o.detailCap.empty(), "detail-cap", method, kTakesKernels);
-  RefuseForeign(!o.pcaMatch.empty(), "pca-match", method, kTakesPcaMatch);
-  RefuseForeign(!o.keepBands.empty(), "keep-bands", method, kTakesKeepBands);
+  RefuseForeign(!o.productRoot.empty(), "--product-root", method);
+  RefuseForeign(!o.detailCap.empty(), "--detail-cap", method);
+  RefuseForeign(!o.pcaMatch.empty(), "--pca-match", method);
+  RefuseForeign(!o.keepBands.empty(), "--keep-bands", method);
   Guards guards;
   guards.edges = IsOn(o.edges, "edges", "repeat", "off", o.asPublished);
   const bool isAuto = o.resample ? *o.resample == "auto" : !o.asPublished;

@@ -1,7 +1,5 @@
 #include "runs/methods.h"
 
-#include <algorithm>
-
 #include "band_arithmetic/brovey_fusion.h"
 #include "band_arithmetic/multiple_fusion.h"
 #include "band_arithmetic/weight_fusion.h"
@@ -11,6 +9,7 @@
 #include "runs/guards.h"
 #include "runs/highpass_setup.h"
 #include "runs/notices.h"
+#include "runs/run_failure.h"
 #include "runs/text.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"
@@ -100,6 +99,31 @@ void TellGains(const CBaseAlgorithm& algorithm, ModelFacts& facts) {
   facts.push_back({"target_means", fusion.GetBandMeans()});
   facts.push_back({"target_deviations", fusion.GetBandDeviations()});
 }
+
+struct OptionOfSome {
+  const char* name;
+  MethodOption kind;
+};
+
+constexpr OptionOfSome kOptionsOfSome[] = {
+    {"--resample", kTakesResample},
+    {"--type", kTakesType},
+    {"--rgb", kTakesRgb},
+    {"--stretch", kTakesStretch},
+    {"--spectral-match", kTakesMatch},
+    {"--match-moments", kTakesMatch},
+    {"--auto-level", kTakesAutoLevel},
+    {"--kernel-size", kTakesKernels},
+    {"--detail-weight", kTakesKernels},
+    {"--second-kernel-size", kTakesKernels},
+    {"--second-detail-weight", kTakesKernels},
+    {"--detail-cap", kTakesKernels},
+    {"--bayes-weight", kTakesBayesModel},
+    {"--registration", kTakesBayesModel},
+    {"--product-root", kTakesProductRoot},
+    {"--pca-match", kTakesPcaMatch},
+    {"--keep-bands", kTakesKeepBands},
+};
 
 constexpr unsigned kRaster = kTakesResample | kTakesType | kTakesStretch;
 
@@ -224,6 +248,23 @@ const Method* FindMethod(const std::string& name) {
 }
 
 const Method& DefaultMethod() { return Methods().front(); }
+
+std::vector<std::string> OwnOptions(const Method& method) {
+  std::vector<std::string> options;
+  for (const OptionOfSome& option : kOptionsOfSome) {
+    if (method.Takes(option.kind)) options.emplace_back(option.name);
+  }
+  return options;
+}
+
+void RefuseForeign(bool given, const std::string& option, const Method& method) {
+  const std::string name = option.substr(0, option.find(' '));
+  for (const OptionOfSome& known : kOptionsOfSome) {
+    if (!given || name != known.name || method.Takes(known.kind)) continue;
+    throw UsageError(option + " has no effect on method " + method.name + "; it is taken by " +
+                     MethodsThatTake(known.kind) + ".");
+  }
+}
 
 std::string MethodsThatTake(MethodOption option) {
   std::vector<std::string> names;

@@ -37,6 +37,9 @@ TEST_F(FuseCommand, HelpVersionAndMethodsGoToStandardOutput) {
   EXPECT_EQ(list[0]["name"], "bayesian");
   EXPECT_EQ(list[0]["default"], true);
   EXPECT_EQ(list[1]["spectral_match"], true);
+  EXPECT_EQ(list[5]["options"], (nlohmann::json{"--resample", "--type", "--stretch", "--pca-match"}));
+  EXPECT_THAT(Run({"methods", "pca"}).out,
+              HasSubstr("\noptions     --resample, --type, --stretch, --pca-match; and those"));
 }
 
 TEST_F(FuseCommand, WrongArgumentsAreStatusTwo) {

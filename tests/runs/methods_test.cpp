@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <functional>
+#include <map>
 #include <set>
 
 #include "runs/fuse_checks.h"
@@ -52,6 +53,18 @@ TEST(Methods, FiveAreMatchedByDefault) {
     on.spectralMatch = "on";
     EXPECT_EQ(Refusal(on).empty(), matched.contains(method.name)) << method.name;
   }
+}
+
+TEST(Methods, TellTheOptionsThatNotAllOfThemTake) {
+  const std::map<std::string, std::vector<std::string>> expected = {
+      {"bayesian", {"--resample", "--type", "--stretch", "--bayes-weight", "--registration"}},
+      {"ihs", {"--resample", "--type", "--rgb", "--stretch", "--spectral-match", "--match-moments"}},
+      {"hpf",
+       {"--auto-level", "--kernel-size", "--detail-weight", "--second-kernel-size", "--second-detail-weight",
+        "--detail-cap"}},
+      {"sharpen", {"--type", "--spectral-match", "--match-moments", "--auto-level"}}};
+  for (const auto& [name, options] : expected)
+    EXPECT_EQ(fusion::OwnOptions(*fusion::FindMethod(name)), options) << name;
 }
 
 TEST(Methods, RefuseOptionsWithoutEffectAndNameTheMethodsThatTakeThem) {
