@@ -24,6 +24,6 @@ struct Guards {
 };
 
 /// Throws a usage error for a word that an option does not know, and for one without effect on the method.
-Guards ChooseGuards(const FuseRequest& request, const Method& method, bool isMatched);
+Guards ChooseGuards(const FuseRequest& o, const Method& method, bool isMatched);
 
 }  // namespace fusion
