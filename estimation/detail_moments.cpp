@@ -38,8 +38,9 @@ AxisFilter HalvedAndBack(const PanBlur& blur, int size) {
   return back.Behind(halved);
 }
 
-DetailMoments::DetailMoments(int bands, int width, int height, const PanBlur& blur)
-    : m_images(bands + 1),
+DetailMoments::DetailMoments(int bands, int width, int height, const PanBlur& blur, platform::Workers* workers)
+    : m_workers(workers),
+      m_images(bands + 1),
       m_width(width),
       m_height(height),
       m_blur(blur),
@@ -103,10 +104,11 @@ void DetailMoments::CountRows(int first, int end) {
   const auto isGap = [this](int row) { return m_hasGaps[static_cast<std::size_t>(row - m_top)]; };
   bool gaps = false;
   for (int row = reads.top; row < reads.bottom; ++row) gaps = gaps || isGap(row);
-  for (std::size_t i = 0; i < m_rows.size(); ++i) {
-    m_low[i].resize(size);
-    if (i + 1 < m_rows.size() || gaps) m_lowPass.Apply(m_rows[i].data(), held, rect, m_low[i].data());
-  }
+  for (auto& low : m_low) low.resize(size);
+  platform::ForEach(m_workers, gaps ? m_images + 1 : m_images, [&](int image) {
+    const auto i = static_cast<std::size_t>(image);
+    m_lowPass.Apply(m_rows[i].data(), held, rect, m_low[i].data());
+  });
   for (auto& column : m_columns) column.clear();
   constexpr double kLeastData = 0.5;
   const std::size_t pan = m_rows.size() - 2;

@@ -18,7 +18,8 @@ class DetailMoments {
  public:
   /// @param bands of the multispectral image; pan on its grid comes as one image more
   /// @param blur between two levels
-  DetailMoments(int bands, int width, int height, const PanBlur& blur);
+  /// @param workers who low-pass the images; null: the caller alone
+  DetailMoments(int bands, int width, int height, const PanBlur& blur, platform::Workers* workers = nullptr);
 
   /// Begins another image of the same width behind the last one, whose moments are added to those there are.
   void Begin(int height);
@@ -36,6 +37,7 @@ class DetailMoments {
   void CountRows(int first, int end);
   void Forget(int first);
 
+  platform::Workers* m_workers;
   int m_images;
   int m_width;
   int m_height;

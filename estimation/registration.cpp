@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "framework/row_math.h"
 #include "platform/statistics/running_covariance.h"
 #include "platform/utility/matrix_operation.h"
 
@@ -157,16 +158,21 @@ Registration::Moments Registration::MomentsOf(std::size_t index, const PanBlur& 
   for (const auto& band : m_details[index]) details.push_back(band.data());
   details.push_back(pan.data());
 
-  std::vector<std::vector<double>> valid(details.size());
-  for (std::size_t i = 0; i < pan.size(); ++i) {
-    double sum = 0.0;
-    for (const double* detail : details) sum += detail[i];
-    if (sum != sum) continue;
-    for (std::size_t d = 0; d < details.size(); ++d) valid[d].push_back(details[d][i]);
+  std::vector<double> sums(pan.size());
+  for (const double* detail : details) AddRow(detail, static_cast<int>(pan.size()), sums.data());
+  // Where one has no value none of them has.
+  std::vector<std::vector<double>> valid(details.size(), std::vector<double>(pan.size()));
+  std::size_t count = 0;
+  for (std::size_t d = 0; d < details.size(); ++d) {
+    count = 0;
+    for (std::size_t i = 0; i < pan.size(); ++i) {
+      valid[d][count] = details[d][i];
+      count += sums[i] == sums[i] ? 1 : 0;
+    }
+    details[d] = valid[d].data();
   }
-  for (std::size_t d = 0; d < details.size(); ++d) details[d] = valid[d].data();
   platform::RunningCovariance products(static_cast<int>(details.size()));
-  products.Add(details.data(), static_cast<std::int64_t>(valid[0].size()));
+  products.Add(details.data(), static_cast<std::int64_t>(count));
   Moments moments{products.Count(), {}};
   const int size = static_cast<int>(details.size());
   for (int i = 0; i < size; ++i) {

@@ -11,13 +11,19 @@
 
 namespace {
 
-/// What the pan value adds to one band, and the band's transformed value.
+/// What the pan value adds to one band, and the band's transformed value, in the place of that.
 FUSION_MULTIVERSION
-void EstimateRow(const double* pan, double panMean, double gain, double covariance, double variance,
-                 const double* transformed, int n, double* out) {
+void EstimateRow(const double* pan, double panMean, double gain, double covariance, double variance, int n,
+                 double* transformed) {
   for (int i = 0; i < n; ++i) {
-    out[i] = (pan[i] - panMean) * gain * covariance / variance + gain * transformed[i];
+    transformed[i] = (pan[i] - panMean) * gain * covariance / variance + gain * transformed[i];
   }
+}
+
+/// The same to the last bit for a gain and a variance of 1, which estimated models have.
+FUSION_MULTIVERSION
+void EstimatePlainRow(const double* pan, double panMean, double covariance, int n, double* transformed) {
+  for (int i = 0; i < n; ++i) transformed[i] = (pan[i] - panMean) * covariance + transformed[i];
 }
 
 }  // namespace
@@ -65,13 +71,18 @@ fusion::RowMethod BayesPanSharpeningFusion::MakeRows(CRowFusion& fusion, const f
   for (int b = 0; b < n; ++b) {
     for (int i = 0; i < n; ++i) columns.push_back(self.m_pTransform[i * n + b]);
   }
-  return {{.scratchRows = 1}, [&self, n, columns = std::move(columns)](const fusion::FusionRow& row) {
+  return {{}, [&self, n, columns = std::move(columns)](const fusion::FusionRow& row) {
             const double gain = 2.0 * self.m_bayesParam.m_dBayesParam;
-            double* transformed = row.scratch[0];
+            const bool isPlain = gain == 1.0 && self.m_dPanVariance == 1.0;
             for (int b = 0; b < std::min(n, row.outBandCount); ++b) {
-              fusion::CombineRows(row.ms, columns.data() + b * n, n, row.width, transformed);
-              EstimateRow(row.pan, self.m_dPanMean, gain, self.m_pPanCovariance[b], self.m_dPanVariance, transformed,
-                          row.width, row.out[b]);
+              double* out = row.out[b];
+              fusion::CombineRows(row.ms, columns.data() + b * n, n, row.width, out);
+              const double covariance = self.m_pPanCovariance[b];
+              if (isPlain) {
+                EstimatePlainRow(row.pan, self.m_dPanMean, covariance, row.width, out);
+              } else {
+                EstimateRow(row.pan, self.m_dPanMean, gain, covariance, self.m_dPanVariance, row.width, out);
+              }
             }
             for (int b = n; b < row.outBandCount; ++b) fusion::ClearRow(row.width, row.out[b]);
           }};

@@ -101,7 +101,7 @@ bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const Registra
                                      .height = scene.Ms().GetHeight(),
                                      .geoTransform = found.accepted ? moved.t : nullptr},
       LowPassType(scene.PanType()), m_param.m_strOutFile);
-  fusion::DetailMoments moments(n, area.Width(), area.Height(), found.blur);
+  fusion::DetailMoments moments(n, area.Width(), area.Height(), found.blur, m_workers.get());
   int step = 1;
   bool written = true;
   const bool read = scene.ForEachStrip(found, m_estimate.restoring, [&](fusion::BayesianStrip& strip) {

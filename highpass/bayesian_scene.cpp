@@ -7,6 +7,7 @@
 #include "framework/messages.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/gis_data_source.h"
+#include "platform/raster/pixel_type.h"
 #include "platform/system/task_queue.h"
 #include "platform/validity/no_data.h"
 
@@ -45,7 +46,13 @@ CRect OverlapInPan(CRasterSource& pan, CRasterSource& ms, bool reprojects) {
 }  // namespace
 
 BayesianScene::BayesianScene(const BayesianFusionParam& param, bool overlapped, platform::Workers* workers)
-    : m_param(param), m_overlapped(overlapped), m_workers(workers), m_buffer(1, 0) {}
+    : m_param(param), m_overlapped(overlapped), m_workers(workers), m_buffer(2, 0), m_reader(1, overlapped) {
+  m_buffer.SetAfterRead([](const CRasterBand& band, int, double* values, std::int64_t count) {
+    const double noData = platform::NoDataSample(band);
+    const bool isAllValid = noData != noData && !platform::IsFloatType(band.GetRasterDataType());
+    if (!isAllValid) platform::MarkInvalid(values, count, noData);
+  });
+}
 
 std::optional<BayesianScene::Failure> BayesianScene::Open(const CRect& panArea) {
   for (const auto& [source, path] : {std::pair(&m_pan, m_param.m_strPanFile), std::pair(&m_ms, m_param.m_strMSFile)}) {
@@ -120,19 +127,14 @@ platform::Affine BayesianScene::Moved(double shiftX, double shiftY) const {
 bool BayesianScene::ReadBands(const CRect& rect, std::vector<std::vector<double>>& bands) {
   bands.resize(std::max(bands.size(), m_bands.size()));
   for (std::size_t b = 0; b < m_bands.size(); ++b) {
-    if (!m_buffer.Read(0, m_bands[b], rect)) return false;
-    platform::MarkInvalid(m_buffer[0], rect.Area(), platform::NoDataSample(*m_bands[b]));
-    bands[b].assign(m_buffer[0], m_buffer[0] + rect.Area());
+    if (!m_buffer.Read(1, m_bands[b], rect)) return false;
+    bands[b].assign(m_buffer[1], m_buffer[1] + rect.Area());
   }
   return true;
 }
 
 bool BayesianScene::ReadPan(const CRect& rect) {
-  if (rect.Area() == 0) return true;
-  CRasterBand* band = m_pan.GetRasterBand(m_param.m_nPanBand);
-  if (!m_buffer.Read(0, band, rect)) return false;
-  platform::MarkInvalid(m_buffer[0], rect.Area(), platform::NoDataSample(*band));
-  return true;
+  return rect.Area() == 0 || m_buffer.Read(0, m_pan.GetRasterBand(m_param.m_nPanBand), rect);
 }
 
 bool BayesianScene::ReadTiles(std::vector<RegistrationTile>& tiles) {
@@ -149,6 +151,9 @@ bool BayesianScene::ReadTiles(std::vector<RegistrationTile>& tiles) {
 
 bool BayesianScene::ForEachStrip(const RegistrationResult& found, double restoring,
                                  const std::function<bool(BayesianStrip&)>& use) {
+  // At once for the largest strip, which is none at an edge.
+  const CRect second = m_strips.Count() > 1 ? m_strips.Block(0, 1) : CRect();
+  if (m_grid->IsGrid() && second.Area() > 0) m_buffer.Reserve(FiltersOf(second, found, restoring).Reads());
   BayesianStrip strips[2];
   bool wanted = true;
   const auto load = [&](int i, int slot) { return LoadStrip(i, found, restoring, strips[slot]); };
@@ -159,13 +164,17 @@ bool BayesianScene::ForEachStrip(const RegistrationResult& found, double restori
   return platform::LoadInTurn(m_overlapped, m_strips.Count(), load, take) || !wanted;
 }
 
+bool BayesianScene::Counts(int strip) const {
+  const std::int64_t counted = m_countedStrips;
+  const std::int64_t count = std::max(m_strips.Count(), 1);
+  return (strip + 1) * counted / count != strip * counted / count;
+}
+
 bool BayesianScene::LoadStrip(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip) {
   strip.rect = m_strips.Block(0, i);
   strip.images.resize(m_bands.size() + 1);
-  const std::int64_t counted = m_countedStrips;
-  // NOLINTNEXTLINE(clang-analyzer-core.DivideZero): there is a strip i
-  strip.counts = (i + 1) * counted / m_strips.Count() != i * counted / m_strips.Count();
-  if (!LowPass(strip.rect, found, restoring, strip)) return false;
+  strip.counts = Counts(i);
+  if (!LowPass(i, found, restoring, strip)) return false;
   const auto hasGaps = [&strip] {
     return std::any_of(strip.lowPass.begin(), strip.lowPass.end(), [](double v) { return v != v; });
   };
@@ -173,14 +182,23 @@ bool BayesianScene::LoadStrip(int i, const RegistrationResult& found, double res
   return !strip.hasBands || ReadBands(strip.rect, strip.images);
 }
 
-bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, double restoring,
-                            BayesianStrip& strip) {
-  const auto filter = [&](const PanPositions& positions, double width) {
+CRect BayesianScene::Filters::Reads() const { return Around(plain.Reads(), restored.Reads()); }
+
+BayesianScene::Filters BayesianScene::FiltersOf(const CRect& part, const RegistrationResult& found,
+                                                double restoring) const {
+  const PanPositions positions = m_grid->Positions(part);
+  const auto filter = [&](double width) {
     const PanBlur blur{found.blur.isBox, found.blur.width * width};
     return PanLowPass(positions, found.shiftX, found.shiftY, blur.Shape(m_grid->RatioX()), blur.Shape(m_grid->RatioY()),
                       m_grid->PanWidth(), m_grid->PanHeight());
   };
-  const bool restores = restoring != 1.0 && strip.counts;
+  return {filter(1.0), filter(restoring)};
+}
+
+bool BayesianScene::LowPass(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip) {
+  const CRect& rect = strip.rect;
+  const auto widthOf = [&](int which) { return Counts(which) ? restoring : 1.0; };
+  const bool restores = widthOf(i) != 1.0;
   std::vector<double>& wide = strip.images.back();
   strip.lowPass.resize(static_cast<std::size_t>(rect.Area()));
   wide.resize(strip.lowPass.size());
@@ -188,13 +206,19 @@ bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, 
   std::vector<double> values;
   for (int left = rect.left; left < rect.right; left += columns) {
     const CRect part(left, rect.top, std::min(left + columns, rect.right), rect.bottom);
-    const PanPositions positions = m_grid->Positions(part);
-    const PanLowPass plain = filter(positions, 1.0);
-    const PanLowPass restored = filter(positions, restores ? restoring : 1.0);
-    const CRect reads = Around(plain.Reads(), restored.Reads());
+    const Filters filters = FiltersOf(part, found, widthOf(i));
+    const CRect reads = filters.Reads();
     if (!ReadPan(reads)) return false;
-    values.resize(static_cast<std::size_t>(part.Area()));
+    if (m_overlapped && m_grid->IsGrid() && i + 1 < m_strips.Count()) {
+      const CRect next = FiltersOf(m_strips.Block(0, i + 1), found, widthOf(i + 1)).Reads();
+      m_buffer.Expect(0, m_pan.GetRasterBand(m_param.m_nPanBand), next, m_reader);
+    }
     const auto put = [&](const PanLowPass& lowPass, std::vector<double>& out) {
+      if (part == rect) {
+        lowPass.Apply(m_buffer[0], reads, out.data(), m_workers);
+        return;
+      }
+      values.resize(static_cast<std::size_t>(part.Area()));
       lowPass.Apply(m_buffer[0], reads, values.data(), m_workers);
       const auto width = static_cast<std::size_t>(part.Width());
       for (int y = 0; y < part.Height(); ++y) {
@@ -203,8 +227,8 @@ bool BayesianScene::LowPass(const CRect& rect, const RegistrationResult& found, 
                         (part.left - rect.left));
       }
     };
-    put(plain, strip.lowPass);
-    if (restores) put(restored, wide);
+    put(filters.plain, strip.lowPass);
+    if (restores) put(filters.restored, wide);
   }
   if (!restores && strip.counts) wide = strip.lowPass;
   return true;

@@ -10,6 +10,7 @@
 #include "framework/fusion_param.h"
 #include "framework/run/block_buffers.h"
 #include "platform/raster/raster_source.h"
+#include "platform/system/task_queue.h"
 
 namespace fusion {
 
@@ -61,11 +62,20 @@ class BayesianScene {
   bool ForEachStrip(const RegistrationResult& found, double restoring, const std::function<bool(BayesianStrip&)>& use);
 
  private:
+  /// What pan is low-passed by at some multispectral pixels: for the model, and wider for the moments.
+  struct Filters {
+    PanLowPass plain;
+    PanLowPass restored;
+    CRect Reads() const;  ///< pan pixels
+  };
+
   void SettleArea(const CRect& panArea);
   bool ReadBands(const CRect& rect, std::vector<std::vector<double>>& bands);
   bool ReadPan(const CRect& rect);
   bool LoadStrip(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip);
-  bool LowPass(const CRect& rect, const RegistrationResult& found, double restoring, BayesianStrip& strip);
+  bool Counts(int strip) const;
+  bool LowPass(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip);
+  Filters FiltersOf(const CRect& part, const RegistrationResult& found, double restoring) const;
 
   const BayesianFusionParam& m_param;
   bool m_overlapped;
@@ -80,7 +90,8 @@ class BayesianScene {
   CRect m_area;
   BlockGrid m_strips{0, 0, 0, 0};
   int m_countedStrips = 0;
-  BandBuffers m_buffer;  ///< what is read, one rectangle at a time
+  BandBuffers m_buffer;  ///< what is read of pan, and of the bands, one rectangle at a time
+  platform::TaskQueue m_reader;
 };
 
 }  // namespace fusion

@@ -32,10 +32,26 @@ double SumOfProducts(const double* a, double meanA, const double* b, double mean
   return sum;
 }
 
-double MeanBeyond(double origin, const double* values, std::int64_t count) {
-  double sum = 0.0;
-  for (std::int64_t i = 0; i < count; ++i) sum += values[i] - origin;
-  return sum / static_cast<double>(count);
+/// Means beyond the origins, of several columns side by side, so that no sum waits for the addition before.
+std::vector<double> MeansBeyond(const std::vector<double>& origins, const double* const* columns, std::int64_t count) {
+  constexpr std::size_t kColumns = 4;
+  std::vector<double> means(origins.size());
+  for (std::size_t first = 0; first < means.size(); first += kColumns) {
+    const double* values[kColumns];
+    double origin[kColumns];
+    double sums[kColumns] = {};
+    // In the place of columns that there are not the last one again.
+    const auto column = [&](std::size_t c) { return std::min(first + c, means.size() - 1); };
+    for (std::size_t c = 0; c < kColumns; ++c) {
+      values[c] = columns[column(c)];
+      origin[c] = origins[column(c)];
+    }
+    for (std::int64_t i = 0; i < count; ++i) {
+      for (std::size_t c = 0; c < kColumns; ++c) sums[c] += values[c][i] - origin[c];
+    }
+    for (std::size_t c = 0; c < kColumns; ++c) means[column(c)] = sums[c] / static_cast<double>(count);
+  }
+  return means;
 }
 
 }  // namespace
@@ -48,13 +64,10 @@ RunningCovariance::RunningCovariance(int size)
 
 void RunningCovariance::Add(const double* const* columns, std::int64_t count) {
   if (count <= 0) return;
-  std::vector<double> means;
+  for (std::size_t i = 0; m_count == 0 && i < m_origins.size(); ++i) m_origins[i] = columns[i][0];
+  const std::vector<double> means = MeansBeyond(m_origins, columns, count);
   std::vector<double> centers;
-  for (std::size_t i = 0; i < m_means.size(); ++i) {
-    if (m_count == 0) m_origins[i] = columns[i][0];
-    means.push_back(MeanBeyond(m_origins[i], columns[i], count));
-    centers.push_back(m_origins[i] + means.back());
-  }
+  for (std::size_t i = 0; i < means.size(); ++i) centers.push_back(m_origins[i] + means[i]);
   const auto before = static_cast<double>(m_count);
   const auto added = static_cast<double>(count);
   const double share = before * added / (before + added);
