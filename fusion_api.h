@@ -47,6 +47,7 @@
 #include "runs/methods.h"
 #include "runs/options.h"
 #include "runs/provenance.h"
+#include "runs/report.h"
 #include "runs/sample.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"

@@ -1,6 +1,6 @@
 /** @file
  * Runs of the library for C (C99) and whatever calls C: what runs/fuse.h, runs/check.h, runs/evaluate.h,
- * runs/assess.h and runs/sample.h are for C++.
+ * runs/assess.h, runs/report.h and runs/sample.h are for C++.
  *
  * Text is UTF-8 and ends with a 0. Handles are opaque; whoever makes one frees it. What a function answers as text or
  * array belongs to the handle it was asked of and lives as long. No function lets an exception out; all of them take
@@ -41,19 +41,20 @@ FUSION_API const char* fusion_method_spares(size_t index);
 typedef struct fusion_request fusion_request;
 
 /** A fusion, a look at a pair of images before one, a comparison of a fused image with its inputs, a comparison of the
- * methods on a scene, a made-up scene; with all defaults. Null without memory. */
+ * methods on a scene, a page about fused images, a made-up scene; with all defaults. Null without memory. */
 FUSION_API fusion_request* fusion_fuse_request(void);
 FUSION_API fusion_request* fusion_check_request(void);
 FUSION_API fusion_request* fusion_evaluate_request(void);
 FUSION_API fusion_request* fusion_assess_request(void);
+FUSION_API fusion_request* fusion_report_request(void);
 FUSION_API fusion_request* fusion_sample_request(void);
 FUSION_API void fusion_free_request(fusion_request* request);
 
 /** Sets an option by the command's name for it, without dashes: "spectral-match", "bands". Files are "pan", "ms",
- * "out", "fused", "picture", "quicklook"; "folder" and "keep" are folders. Switches take "on" and "off", lists have
- * commas: "3,2,1". Two that the command has not: "measure-valid" (a switch: measure fusion_fused.valid_share) and
- * "given" (words for the log). FUSION_WRONG_USAGE for an unknown option and for a value of another kind; whether the
- * value can work is told by the run. */
+ * "out", "fused" (of a report several, one a line), "picture", "quicklook"; "folder" and "keep" are folders. Switches
+ * take "on" and "off", lists have commas: "3,2,1". Two that the command has not: "measure-valid" (a switch: measure
+ * fusion_fused.valid_share) and "given" (words for the log). FUSION_WRONG_USAGE for an unknown option and for a value
+ * of another kind; whether the value can work is told by the run. */
 FUSION_API fusion_status fusion_set(fusion_request* request, const char* option, const char* value);
 /** The same with numbers as they are: no locale, no rounding. */
 FUSION_API fusion_status fusion_set_int(fusion_request* request, const char* option, int value);
@@ -151,8 +152,9 @@ typedef struct fusion_checked {
   double blur;  /**< width of the Gaussian that makes pan look like the bands; 0 for the mean over a pixel */
 } fusion_checked;
 
-/** Fills it in after a check that succeeded and answers 1; else 0. Its figures are below: metric is "check", and there
- * is a value for pan and one for each band. */
+/** Fills it in after a check, or a report, that succeeded and answers 1; else 0. The figures of a check are below:
+ * metric is "check", and there is a value for pan and one for each band. Those of a report are "full", with a value for
+ * each fused image; the labels are the images'. */
 FUSION_API int fusion_outcome_checked(const fusion_outcome* outcome, fusion_checked* checked);
 
 /** Something to be known before a fusion. */
@@ -163,7 +165,7 @@ typedef struct fusion_finding {
   const char* advice; /**< what to do; empty where nothing is */
 } fusion_finding;
 
-/** The findings of a check that succeeded, warnings first; 0 beyond the last. */
+/** The findings of a check, or a report, that succeeded, warnings first; 0 beyond the last. */
 FUSION_API size_t fusion_outcome_finding_count(const fusion_outcome* outcome);
 FUSION_API int fusion_outcome_finding(const fusion_outcome* outcome, size_t index, fusion_finding* finding);
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <stdexcept>
 
+#include "apps/ms_arguments.h"
 #include "runs/options.h"
 #include "runs/text.h"
 
@@ -41,21 +42,15 @@ void AddReferences(CLI::App& command, bool& allowNetwork, bool& confined) {
 
 namespace {
 
-void AddFiles(CLI::App& command, FuseOptions& o) {
+void AddFileOptions(CLI::App& command, FuseOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image");
-  command.add_option("MS...", o.files, "Multispectral image, or several files of one band each, in their order")
-      ->type_name("FILE")
-      ->expected(0, CLI::detail::expected_max_vector_size);
+  AddFiles(command, "MS...", o.files, "Multispectral image, or several files of one band each, in their order");
   // Told for the help alone: the last file is the output, where --out names none.
   command.add_option("OUT", "Fused image to write");
   command.option_defaults()->group("Files");
   AddText(command, "-o,--out", "Fused image to write, instead of the last argument", "FILE",
           [&o](const std::string& text) { o.out = text; });
-  command
-      .add_option("--ms", o.patterns,
-                  "Multispectral file, or a pattern of several in their natural order ('LC08*_B[2-5].TIF')")
-      ->type_name("PATTERN")
-      ->allow_extra_args(false);
+  AddMsPatterns(command, o.patterns);
   command.add_option("--format", o.format, "Output format (default: by the extension of OUT)")->type_name("FORMAT");
   command.add_option("--compress", o.compress, "Compression of a GeoTIFF or COG")
       ->type_name("LZW|DEFLATE|ZSTD|PACKBITS|LZMA|JPEG|WEBP|LERC");
@@ -159,11 +154,6 @@ void AddRun(CLI::App& command, FuseOptions& o) {
   command.add_flag("--json", o.json, "Describe the outcome as one JSON object on standard output");
 }
 
-/// Runs open their inputs more than once, and standard input must not be gone by then.
-void KeepStandardInput(std::string& file) {
-  if (file == "/vsistdin/") file += "?buffer_limit=-1";
-}
-
 /// Which of the files is what.
 void SortFiles(FuseOptions& o) {
   if (!o.repeat.empty()) return;
@@ -179,15 +169,13 @@ void SortFiles(FuseOptions& o) {
   if (files.empty()) throw CLI::RequiredError("MS");
   if (o.out.empty()) throw CLI::RequiredError("OUT");
   KeepStandardInput(o.pan);
-  KeepStandardInput(files.front());
-  o.ms = files.front();
-  o.moreMs.assign(files.begin() + 1, files.end());
+  SetMs(files, o.ms, o.moreMs);
 }
 
 }  // namespace
 
 void AddFuseOptions(CLI::App& command, FuseOptions& o) {
-  AddFiles(command, o);
+  AddFileOptions(command, o);
   AddPixels(command, o);
   AddMethod(command, o);
   AddGuards(command, o);

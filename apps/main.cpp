@@ -18,6 +18,7 @@
 #include "apps/nearest_word.h"
 #include "apps/option_reference.h"
 #include "apps/output_commands.h"
+#include "apps/report_command.h"
 #include "apps/sample_command.h"
 #include "apps/short_options.h"
 #include "platform/system/console.h"
@@ -41,6 +42,7 @@ class Command {
     app::AddEvaluateOptions(*m_evaluate, m_evaluateOptions);
     app::AddAssessOptions(*m_assess, m_assessOptions);
     app::AddCheckOptions(*m_check, m_checkOptions);
+    app::AddReportOptions(*m_report, m_reportOptions);
     app::AddSampleOptions(*m_sample, m_sampleOptions);
     app::AddInfoOptions(*m_info, m_infoOptions);
     app::AddVerifyOptions(*m_verify, m_verifyOptions);
@@ -66,6 +68,7 @@ class Command {
       if (*m_check) return app::RunCheck(m_checkOptions);
       if (*m_info) return app::RunInfo(m_infoOptions);
       if (*m_verify) return app::RunVerify(m_verifyOptions);
+      if (*m_report) return app::RunReport(m_reportOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
       if (*m_completion) return Print(app::Completion(m_shell, app::CommandsOf(m_parser)));
       if (*m_man) return Print(app::ManualPage(app::TextOf(m_parser), app::CommandsOf(m_parser), FUSION_VERSION));
@@ -158,6 +161,7 @@ class Command {
   CLI::App* m_check = m_parser.add_subcommand("check", "Look at a pair of images before fusing it");
   CLI::App* m_evaluate = m_parser.add_subcommand("evaluate", "Measure the quality of a fused image");
   CLI::App* m_assess = m_parser.add_subcommand("assess", "Compare the methods on a pair of images");
+  CLI::App* m_report = m_parser.add_subcommand("report", "Write a page about fused images and their inputs");
   CLI::App* m_sample = m_parser.add_subcommand("sample", "Write a made-up scene to try things with");
   CLI::App* m_info = m_parser.add_subcommand("info", "Tell how a fused image was made");
   CLI::App* m_verify = m_parser.add_subcommand("verify", "Compare a fused image with what was written");
@@ -168,6 +172,7 @@ class Command {
   app::CheckOptions m_checkOptions;
   app::EvaluateOptions m_evaluateOptions;
   app::AssessOptions m_assessOptions;
+  app::ReportOptions m_reportOptions;
   app::SampleCommandOptions m_sampleOptions;
   app::OutputOptions m_infoOptions;
   app::OutputOptions m_verifyOptions;

@@ -26,9 +26,6 @@
 namespace fusion {
 namespace {
 
-/// Published gains at the Nyquist frequency, typical of multispectral bands and of pan; see DeviationOfGain.
-constexpr SensorGains kTypical{kUsualGain, 0.15};
-
 /// The fusions of an assessment: only the wish to end them comes through.
 class Silent : public RunObserver {
  public:
@@ -85,7 +82,8 @@ class Assessment {
     Check(request);
     m_scene = std::make_unique<AssessScene>(request, notices);
     m_ratio = std::sqrt(static_cast<double>(m_scene->RatioX()) * m_scene->RatioY());
-    SettleGains(notices);
+    m_gains = ChooseGains(*m_scene, request.mtf, m_ratio);
+    if (!m_gains.doubt.empty()) notices.Add(m_gains.doubt + " (--mtf).");
     if (!request.picture.empty()) {
       const std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan), CommonFun::Utf82U(request.ms)};
       m_sheet = std::make_unique<ContactSheet>(request.picture, request.overwrite, inputs);
@@ -108,11 +106,11 @@ class Assessment {
     report.bands = m_scene->BandLabels();
     report.ratioX = m_scene->RatioX();
     report.ratioY = m_scene->RatioY();
-    report.mtf = m_reduced.bands;
-    report.fullMtf = m_full.bands;
-    report.panMtf = m_full.pan;
-    report.mtfSource = m_gainSource;
-    report.blur = m_blur;
+    report.mtf = m_gains.reduced.bands;
+    report.fullMtf = m_gains.full.bands;
+    report.panMtf = m_gains.full.pan;
+    report.mtfSource = m_gains.source;
+    report.blur = m_gains.blur;
     report.tiles = static_cast<int>(m_scene->Tiles().size());
     report.share = m_scene->Share();
     Advise(report);
@@ -124,26 +122,6 @@ class Assessment {
     std::string protocol;
     AssessEntry entry;
   };
-
-  /// What is not given is taken from the images, and from the literature where they do not tell.
-  void SettleGains(Notices& notices) {
-    const std::vector<double>& given = m_request.mtf;
-    m_gainSource = given.empty() ? "published" : "given";
-    if (!given.empty()) m_reduced.bands = m_full.bands = given[0];
-    if (given.size() > 1) m_reduced.pan = m_full.pan = given[1];
-    if (!given.empty()) return;
-    const SceneBlur blur = MeasureBlur(*m_scene);
-    m_blur = {blur.width, blur.apart, blur.score};
-    if (!blur.doubt.empty()) {
-      notices.Add("What blurs the bands more than pan cannot be told from the images: " + blur.doubt +
-                  ". Filters have published gains, " + Formatted("%g", m_full.bands) + " and " +
-                  Formatted("%g", m_full.pan) + " (--mtf).");
-      return;
-    }
-    m_gainSource = "estimated";
-    m_reduced.bands = GainThatKeeps(blur.width, m_ratio, m_reduced.pan);
-    m_full.bands = GainBeyondPan(blur.width);
-  }
 
   void Measure(const std::string& protocol) {
     const int block = std::max(m_scene->RatioX(), m_scene->RatioY());
@@ -161,11 +139,11 @@ class Assessment {
     std::unique_ptr<AssessTile> tile;
     const ReducedTile* reduced = nullptr;
     if (protocol == "wald") {
-      auto made = std::make_unique<ReducedTile>(*m_scene, rect, m_reduced);
+      auto made = std::make_unique<ReducedTile>(*m_scene, rect, m_gains.reduced);
       reduced = made.get();
       tile = std::move(made);
     } else {
-      tile = std::make_unique<FullTile>(*m_scene, rect, m_full);
+      tile = std::make_unique<FullTile>(*m_scene, rect, m_gains.full);
     }
     const auto folder =
         (m_request.keep.empty() ? m_scratch.Path() : CommonFun::ToPath(CommonFun::Utf82U(m_request.keep))) /
@@ -237,11 +215,8 @@ class Assessment {
   Silent m_silent;
   RunProgress& m_progress;
   std::unique_ptr<AssessScene> m_scene;
-  SensorGains m_reduced = kTypical;  ///< that lead to reduced resolution
-  SensorGains m_full = kTypical;     ///< and at full resolution from pan's pixels to the multispectral ones
-  std::string m_gainSource;
-  std::optional<AssessBlur> m_blur;
   double m_ratio = 1.0;
+  SceneGains m_gains;
   ScratchFolder m_scratch;
   std::unique_ptr<ContactSheet> m_sheet;
   std::vector<int> m_colours;  ///< of its crops

@@ -6,6 +6,7 @@
 
 #include "estimation/registration.h"
 #include "runs/assess_scene.h"
+#include "runs/text.h"
 
 namespace fusion {
 namespace {
@@ -69,6 +70,26 @@ double GainThatKeeps(double width, double ratio, double panGain) {
   const double share = 1.0 / (ratio * ratio);
   const double variance = width * width * VarianceOfGain(kUsualGain) * (1.0 - share) + VarianceOfGain(panGain) * share;
   return GainOfDeviation(1.0, std::sqrt(variance));
+}
+
+SceneGains ChooseGains(AssessScene& scene, const std::vector<double>& given, double ratio) {
+  SceneGains gains;
+  gains.source = given.empty() ? "published" : "given";
+  if (!given.empty()) gains.reduced.bands = gains.full.bands = given[0];
+  if (given.size() > 1) gains.reduced.pan = gains.full.pan = given[1];
+  if (!given.empty()) return gains;
+  const SceneBlur blur = MeasureBlur(scene);
+  gains.blur = {blur.width, blur.apart, blur.score};
+  if (!blur.doubt.empty()) {
+    gains.doubt = "What blurs the bands more than pan cannot be told from the images: " + blur.doubt +
+                  ". Filters have published gains, " + Formatted("%g", gains.full.bands) + " and " +
+                  Formatted("%g", gains.full.pan);
+    return gains;
+  }
+  gains.source = "estimated";
+  gains.reduced.bands = GainThatKeeps(blur.width, ratio, gains.reduced.pan);
+  gains.full.bands = GainBeyondPan(blur.width);
+  return gains;
 }
 
 }  // namespace fusion

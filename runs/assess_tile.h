@@ -10,15 +10,10 @@
 #include "quality/sharpness.h"
 #include "quality/spatial_correlation.h"
 #include "quality/uiqi.h"
+#include "runs/assess_mtf.h"
 #include "runs/assess_scene.h"
 
 namespace fusion {
-
-/// What the filters of the sensors leave at the Nyquist frequency of the multispectral pixels.
-struct SensorGains {
-  double bands;
-  double pan;
-};
 
 /// What is measured of one method over all tiles.
 struct MethodSums {

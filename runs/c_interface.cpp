@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <charconv>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -18,7 +19,7 @@ using fusion::RunFailure;
 
 struct fusion_request {
   std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest, fusion::AssessRequest,
-               fusion::CheckRequest>
+               fusion::CheckRequest, fusion::ReportRequest>
       what;
   std::string error;
 };
@@ -133,6 +134,25 @@ struct Runner {
       }
     }
   }
+  void operator()(const fusion::ReportRequest& request) const {
+    const fusion::WrittenReport report = fusion::Report(request, &observer);
+    outcome.checked = report.check;
+    const auto add = [&](const char* name, double fusion::ReportQuality::*figure) {
+      std::vector<double> values;
+      values.reserve(report.images.size());
+      for (const fusion::ReportImage& image : report.images) {
+        values.push_back(image.quality ? (*image.quality).*figure : std::numeric_limits<double>::quiet_NaN());
+      }
+      outcome.figures.push_back({"full", {name, std::move(values)}});
+    };
+    for (const fusion::ReportImage& image : report.images) outcome.labels.push_back(image.label);
+    using Quality = fusion::ReportQuality;
+    add("HQNR", &Quality::hqnr);
+    add("QNR", &Quality::qnr);
+    add("D_lambda", &Quality::dLambda);
+    add("D_s", &Quality::dS);
+    add("sharpness", &Quality::sharpness);
+  }
   void operator()(const fusion::CheckRequest& request) const {
     outcome.checked = fusion::Check(request, &observer);
     const fusion::CheckReport& report = *outcome.checked;
@@ -243,6 +263,7 @@ fusion_request* fusion_fuse_request(void) { return NewRequest<fusion::FuseReques
 fusion_request* fusion_check_request(void) { return NewRequest<fusion::CheckRequest>(); }
 fusion_request* fusion_evaluate_request(void) { return NewRequest<fusion::EvaluateRequest>(); }
 fusion_request* fusion_assess_request(void) { return NewRequest<fusion::AssessRequest>(); }
+fusion_request* fusion_report_request(void) { return NewRequest<fusion::ReportRequest>(); }
 fusion_request* fusion_sample_request(void) { return NewRequest<fusion::SampleRequest>(); }
 void fusion_free_request(fusion_request* request) { delete request; }
 

@@ -16,6 +16,7 @@
 #include "runs/failures.h"
 #include "runs/notices.h"
 #include "runs/open_input.h"
+#include "runs/rect_on_pan.h"
 #include "runs/run_progress.h"
 #include "runs/same_extent.h"
 #include "runs/threads.h"
@@ -134,7 +135,9 @@ class EvaluateInputs {
       m_param.m_strMulFile = m_view->Path();
       OpenInput(ms, m_param.m_strMulFile);
     }
-    TakeOffset(pan, fused);
+    const CRect onPan = RectOnPan(pan, fused);
+    m_param.m_rcPanOffset.left = onPan.left;
+    m_param.m_rcPanOffset.top = onPan.top;
     CheckCommonGround(fused, ms);
     m_param.m_bMaskNoData = true;
     m_param.m_nMostBlockPixels = std::int64_t{1} << 20;
@@ -176,29 +179,6 @@ class EvaluateInputs {
     m_param.m_bReproject = reproject ? 1 : 0;
     m_wholeOnMs = common->left <= 0 && common->top <= 0 && common->right >= fused.GetWidth() &&
                   common->bottom >= fused.GetHeight();
-  }
-
-  /// Whether a step of one pixel of the fused image is one of the pan image on the ground, but for rounding.
-  static bool HaveSamePixels(const CRasterSource& pan, const CRasterSource& fused) {
-    const double* p = pan.PixelToGround().t;
-    const double* f = fused.PixelToGround().t;
-    constexpr double kTolerance = 0.01;
-    return std::fabs(f[1] - p[1]) <= kTolerance * std::fabs(p[1]) &&
-           std::fabs(f[5] - p[5]) <= kTolerance * std::fabs(p[5]);
-  }
-
-  void TakeOffset(const CRasterSource& pan, const CRasterSource& fused) {
-    if (!HaveSamePixels(pan, fused)) throw UsageError("The fused image's pixels are not those of the pan image.");
-    double groundX = 0.0;
-    double groundY = 0.0;
-    fused.ImageToGround(0, 0, groundX, groundY);
-    const double column = std::round(pan.GroundToPixel().X(groundX, groundY));
-    const double row = std::round(pan.GroundToPixel().Y(groundX, groundY));
-    const bool inside = column >= 0.0 && row >= 0.0 && column + fused.GetWidth() <= pan.GetWidth() &&
-                        row + fused.GetHeight() <= pan.GetHeight();
-    if (!inside) throw UsageError("The fused image does not lie inside the pan image.");
-    m_param.m_rcPanOffset.left = static_cast<std::int32_t>(column);
-    m_param.m_rcPanOffset.top = static_cast<std::int32_t>(row);
   }
 
   FusionEvaluateParam m_param;

@@ -222,6 +222,25 @@ constexpr Option<C> kCheckOptions[] = {
     {"threads", Take<&C::threads>},
 };
 
+using R = ReportRequest;
+constexpr Option<R> kReportOptions[] = {
+    Field<&R::pan, R>("pan", kBeside),
+    Field<&R::ms, R>("ms", kBeside),
+    {"more-ms", TakeLines<&R::moreMs>, nullptr, kBeside},
+    {"fused", TakeLines<&R::fused>, nullptr, kBeside},
+    Field<&R::out, R>("out", kBeside),
+    Field<&R::title, R>("title"),
+    Field<&R::bands, R>("bands"),
+    Field<&R::fusedBands, R>("fused-bands"),
+    Field<&R::panBand, R>("pan-band"),
+    Field<&R::noData, R>("nodata"),
+    Field<&R::sameExtent, R>("same-extent"),
+    Field<&R::allowNetwork, R>("allow-network"),
+    Field<&R::confined, R>("confined"),
+    Field<&R::overwrite, R>("overwrite", kBeside),
+    Field<&R::threads, R>("threads", kBeside),
+};
+
 using S = SampleRequest;
 constexpr Option<S> kSampleOptions[] = {
     {"folder", Take<&S::folder>},       {"size", TakeSize},         {"seed", Take<&S::seed>},
@@ -245,6 +264,28 @@ void Set(Request& request, std::span<const Option<Request>> options, const std::
   throw UsageError("There is no option '" + name + "'.");
 }
 
+/// @param valuesOf the values that an option is given with, of the text that it has
+template <typename Request, typename ValuesOf>
+std::vector<std::string> Arguments(const Request& request, std::span<const Option<Request>> options,
+                                   const ValuesOf& valuesOf) {
+  std::vector<std::string> arguments;
+  for (const Option<Request>& option : options) {
+    const std::string text = option.shapes ? option.tell(request) : std::string();
+    if (text.empty()) continue;
+    const std::string name = std::string("--") + option.name;
+    for (const std::string& value : valuesOf(option, text)) {
+      if (option.isSwitch) {
+        arguments.push_back(name);
+      } else if (value.starts_with('-')) {
+        arguments.push_back(std::string(name).append("=").append(value));
+      } else {
+        arguments.insert(arguments.end(), {name, value});
+      }
+    }
+  }
+  return arguments;
+}
+
 }  // namespace
 
 void SetOption(FuseRequest& request, const std::string& option, const std::string& value) {
@@ -263,30 +304,24 @@ void SetOption(EvaluateRequest& request, const std::string& option, const std::s
   Set<EvaluateRequest>(request, kEvaluateOptions, option, value);
 }
 
+void SetOption(ReportRequest& request, const std::string& option, const std::string& value) {
+  Set<ReportRequest>(request, kReportOptions, option, value);
+}
+
 void SetOption(SampleRequest& request, const std::string& option, const std::string& value) {
   Set<SampleRequest>(request, kSampleOptions, option, value);
 }
 
 std::vector<std::string> ArgumentsOf(const FuseRequest& request) {
-  std::vector<std::string> arguments;
-  for (const Option<F>& option : kFuseOptions) {
-    const std::string text = option.shapes ? option.tell(request) : std::string();
-    if (text.empty()) continue;
-    const std::string name = std::string("--") + option.name;
+  return Arguments<FuseRequest>(request, kFuseOptions, [&](const Option<F>& option, const std::string& text) {
     // Those of a driver may have commas of their own.
-    const std::vector<std::string> values =
-        option.take == Take<&F::creationOptions, F> ? request.creationOptions : std::vector{text};
-    for (const std::string& value : values) {
-      if (option.isSwitch) {
-        arguments.push_back(name);
-      } else if (value.starts_with('-')) {
-        arguments.push_back(name + '=' + value);
-      } else {
-        arguments.insert(arguments.end(), {name, value});
-      }
-    }
-  }
-  return arguments;
+    return option.take == Take<&F::creationOptions, F> ? request.creationOptions : std::vector{text};
+  });
+}
+
+std::vector<std::string> ArgumentsOf(const ReportRequest& request) {
+  return Arguments<ReportRequest>(request, kReportOptions,
+                                  [](const Option<R>&, const std::string& text) { return std::vector{text}; });
 }
 
 std::vector<std::string> WordsOf(const std::string& list) {

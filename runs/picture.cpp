@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/algorithm/string_param_parser.h"
+#include "platform/raster/jpeg.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
@@ -22,7 +23,6 @@ constexpr std::uint8_t kInk = 0;
 RasterDataFormat PngFormat() { return CStringParamParser::GetOutDataFormat(L"png"); }
 
 std::uint8_t Stretched(double value, const Stretch& stretch) {
-  if (!std::isfinite(value)) return kPaper;
   const double share = std::clamp((value - stretch.low) / (stretch.high - stretch.low), 0.0, 1.0);
   return static_cast<std::uint8_t>(std::lround(255.0 * (stretch.bend == 1.0 ? share : std::pow(share, stretch.bend))));
 }
@@ -110,17 +110,32 @@ void Picture::Draw(const quality::Image& image, const std::vector<int>& bands, c
     for (int x = 0; x < image.width * zoom; ++x) {
       const std::size_t i = static_cast<std::size_t>(y / zoom) * static_cast<std::size_t>(image.width) +
                             static_cast<std::size_t>(x / zoom);
+      const auto value = [&](std::size_t b) { return image.bands[static_cast<std::size_t>(bands[b])][i]; };
       const auto shown = [&](std::size_t colour) {
         const std::size_t b = bands.size() == 1 ? 0 : colour;
-        return Stretched(image.bands[static_cast<std::size_t>(bands[b])][i], stretches[b]);
+        return Stretched(value(b), stretches[b]);
       };
-      Put(left + x, top + y, shown(0), shown(1), shown(2));
+      bool known = true;
+      for (std::size_t b = 0; b < bands.size(); ++b) known = known && std::isfinite(value(b));
+      if (known) Put(left + x, top + y, shown(0), shown(1), shown(2));
     }
   }
 }
 
 void Picture::Write(const std::string& text, int left, int top) {
   for (auto& colour : m_colours) DrawText(text, left, top, m_width, m_height, kInk, colour);
+}
+
+void Picture::Hatch() {
+  constexpr int kStripe = 4;
+  constexpr std::uint8_t kLight = 168;
+  constexpr std::uint8_t kDark = 120;
+  for (int y = 0; y < m_height; ++y) {
+    for (int x = 0; x < m_width; ++x) {
+      const std::uint8_t grey = (x + y) / kStripe % 2 == 0 ? kLight : kDark;
+      Put(x, y, grey, grey, grey);
+    }
+  }
 }
 
 void Picture::Frame(int left, int top, int width, int height) {
@@ -152,6 +167,12 @@ void Picture::Save(const std::wstring& file, platform::PendingOutput& pending) c
   }
   if (!written || !raster.Close()) throw FileFailure(file);
   ThrowObstacle(pending.Publish(), file);
+}
+
+std::string Picture::Jpeg(int quality) const {
+  std::string bytes = platform::EncodeJpeg(m_colours, m_width, m_height, quality);
+  if (bytes.empty()) throw RunFailure(RunFailure::Kind::kFailed, "A picture cannot be made: GDAL writes no JPEG.");
+  return bytes;
 }
 
 }  // namespace fusion

@@ -33,9 +33,12 @@ class Picture {
 
   /// @param bands three of the image, or one for grey; @param stretches of each of them
   /// @param zoom pixels across and down for one of the image
+  /// What has no data stays as it is.
   void Draw(const quality::Image& image, const std::vector<int>& bands, const std::vector<Stretch>& stretches, int left,
             int top, int zoom = 1);
   void Write(const std::string& text, int left, int top);
+  /// A pattern over all of it that nothing in an image looks like: where nothing is drawn on it there is no data.
+  void Hatch();
   /// An outline of one pixel in a colour that is seen on most images.
   void Frame(int left, int top, int width, int height);
 
@@ -44,6 +47,9 @@ class Picture {
   static void CheckFile(const std::string& option, const std::wstring& file, const platform::PendingOutput& pending);
   /// Writes and publishes it. Throws RunFailure.
   void Save(const std::wstring& file, platform::PendingOutput& pending) const;
+  /// As the bytes of a JPEG file. Throws RunFailure.
+  /// @param quality 1 to 100
+  std::string Jpeg(int quality) const;
 
  private:
   void Put(int x, int y, std::uint8_t red, std::uint8_t green, std::uint8_t blue);

@@ -267,6 +267,30 @@ int main(int argc, char** argv) {
   fusion_free_outcome(checked);
   fusion_free_request(check);
 
+  char page[512];
+  join(truth, sizeof(truth), argv[1], "large/truth.tif");
+  join(page, sizeof(page), argv[1], "report.html");
+  fusion_request* about = fusion_report_request();
+  EXPECT(fusion_set(about, "pan", pan) == FUSION_OK);
+  EXPECT(fusion_set(about, "ms", ms) == FUSION_OK);
+  EXPECT(fusion_set(about, "fused", truth) == FUSION_OK);
+  EXPECT(fusion_set(about, "method", "brovey") == FUSION_WRONG_USAGE);
+  fusion_outcome* reported = fusion_run(about, NULL);
+  EXPECT(fusion_outcome_status(reported) == FUSION_WRONG_USAGE);
+  fusion_free_outcome(reported);
+  EXPECT(fusion_set(about, "out", page) == FUSION_OK);
+  reported = fusion_run(about, NULL);
+  EXPECT(fusion_outcome_status(reported) == FUSION_OK);
+  EXPECT(fusion_outcome_checked(reported, &looked) == 1);
+  EXPECT(fusion_outcome_figures_count(reported) == 5);
+  EXPECT(strcmp(fusion_outcome_label(reported, 0), "truth") == 0);
+  for (size_t i = 0; fusion_outcome_figures(reported, i, &array); ++i) {
+    EXPECT(array.count == 1);
+    printf("%s %s %.17g\n", array.metric, array.name, array.values[0]);
+  }
+  fusion_free_outcome(reported);
+  fusion_free_request(about);
+
   /* Nothing where there is nothing. */
   EXPECT(fusion_outcome_checked(NULL, &looked) == 0);
   EXPECT(fusion_outcome_finding_count(NULL) == 0);

@@ -8,6 +8,7 @@
 #include "runs/check.h"
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
+#include "runs/report.h"
 #include "tests/support/command.h"
 
 namespace {
@@ -105,6 +106,28 @@ TEST(CInterface, AnswersWhatCppAnswers) {
   EXPECT_EQ(blur, seen.blur->width);
   EXPECT_EQ(windows, seen.shift->windows);
   EXPECT_EQ(findings, seen.findings.size());
+
+  fusion::ReportRequest about;
+  about.pan = assess.pan;
+  about.ms = assess.ms;
+  about.fused = {folder.Path("large/truth.tif")};
+  about.out = folder.Path("other.html");
+  const fusion::ReportQuality quality = fusion::Report(about).images.at(0).quality.value();
+  EXPECT_TRUE(folder.Has("report.html"));
+  const std::pair<const char*, double> told[] = {{"HQNR", quality.hqnr},
+                                                 {"QNR", quality.qnr},
+                                                 {"D_lambda", quality.dLambda},
+                                                 {"D_s", quality.dS},
+                                                 {"sharpness", quality.sharpness}};
+  for (const auto& [name, value] : told) {
+    std::string protocol;
+    std::string measure;
+    double read = 0.0;
+    lines >> protocol >> measure >> read;
+    EXPECT_EQ(protocol, "full");
+    EXPECT_EQ(measure, name);
+    EXPECT_EQ(read, value);
+  }
 }
 
 }  // namespace
