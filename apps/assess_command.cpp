@@ -9,7 +9,9 @@
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
+#include "apps/ms_arguments.h"
 #include "platform/utility/common_fun.h"
+#include "runs/ms_files.h"
 #include "runs/options.h"
 #include "runs/text.h"
 
@@ -71,7 +73,9 @@ Json ToJson(const fusion::AssessReport& report) {
 void CheckReport(const AssessOptions& o) {
   if (o.report.empty()) return;
   const std::wstring file = CommonFun::Utf82U(o.report);
-  for (const std::string& input : {o.pan, o.ms}) {
+  std::vector<std::string> inputs = fusion::MsFiles(o.ms, o.moreMs, o.pan);
+  inputs.push_back(o.pan);
+  for (const std::string& input : inputs) {
     if (CommonFun::IsSameFile(file, CommonFun::Utf82U(input))) {
       throw fusion::UsageError(o.report + " is an image that is read.");
     }
@@ -115,8 +119,9 @@ void Print(const fusion::AssessReport& report) {
 }  // namespace
 
 void AddAssessOptions(CLI::App& command, AssessOptions& o) {
-  command.add_option("PAN", o.pan, "Panchromatic image")->required();
-  command.add_option("MS", o.ms, "Multispectral image")->required();
+  command.add_option("PAN", o.pan, "Panchromatic image");
+  AddFiles(command, "MS...", o.files, "Multispectral image, or several files of one band each, in their order");
+  AddMsPatterns(command, o.patterns);
   AddList(command, "--methods", o.methods, "Fusion methods, see 'fusion methods', or all (default: all)");
   command
       .add_option("--protocol", o.protocol,
@@ -146,6 +151,7 @@ void AddAssessOptions(CLI::App& command, AssessOptions& o) {
   AddThreads(command, o.threads);
   command.add_flag("--json", o.json, "As one JSON object");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
+  command.callback([&o] { SortPair(o.pan, o.files, o.patterns, o.ms, o.moreMs); });
 }
 
 int RunAssess(const AssessOptions& options) {

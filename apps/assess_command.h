@@ -12,7 +12,9 @@ namespace app {
 
 /// The `assess` command's arguments: what is to be compared, and how it is told.
 struct AssessOptions : fusion::AssessRequest {
-  std::string report;  ///< file for the JSON object; empty: none
+  std::string report;                      ///< file for the JSON object; empty: none
+  std::vector<std::string> files = {};     ///< behind PAN
+  std::vector<std::string> patterns = {};  ///< of --ms
   bool json = false;
   bool quiet = false;
 };

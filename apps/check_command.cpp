@@ -7,6 +7,7 @@
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
+#include "apps/ms_arguments.h"
 
 namespace app {
 namespace {
@@ -77,8 +78,9 @@ Json ToJson(const fusion::CheckReport& report) {
 }  // namespace
 
 void AddCheckOptions(CLI::App& command, CheckOptions& o) {
-  command.add_option("PAN", o.pan, "Panchromatic image")->required();
-  command.add_option("MS", o.ms, "Multispectral image")->required();
+  command.add_option("PAN", o.pan, "Panchromatic image");
+  AddFiles(command, "MS...", o.files, "Multispectral image, or several files of one band each, in their order");
+  AddMsPatterns(command, o.patterns);
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
   command.add_option("--pan-band", o.panBand, "Band of the pan image, counted from 1")->capture_default_str();
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
@@ -87,6 +89,7 @@ void AddCheckOptions(CLI::App& command, CheckOptions& o) {
   AddThreads(command, o.threads);
   command.add_flag("--json", o.json, "As one JSON object");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
+  command.callback([&o] { SortPair(o.pan, o.files, o.patterns, o.ms, o.moreMs); });
 }
 
 int RunCheck(const CheckOptions& options) {

@@ -10,6 +10,8 @@ namespace app {
 
 /// The `check` command's arguments: what is to be looked at, and how it is told.
 struct CheckOptions : fusion::CheckRequest {
+  std::vector<std::string> files = {};     ///< behind PAN
+  std::vector<std::string> patterns = {};  ///< of --ms
   bool json = false;
   bool quiet = false;
 };

@@ -7,6 +7,7 @@
 #include "apps/evaluate_table.h"
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
+#include "apps/ms_arguments.h"
 
 namespace app {
 namespace {
@@ -21,12 +22,26 @@ nlohmann::ordered_json ToJson(const std::vector<fusion::Figures>& figures) {
   return object;
 }
 
+/// Which of the files is what.
+void SortFiles(EvaluateOptions& o) {
+  std::vector<std::string> files = o.files;
+  if (files.size() > (o.patterns.empty() ? 1U : 0U)) {
+    o.fused = files.back();
+    KeepStandardInput(o.fused);
+    files.pop_back();
+  }
+  SortPair(o.pan, files, o.patterns, o.ms, o.moreMs);
+  if (o.fused.empty()) throw CLI::RequiredError("FUSED");
+}
+
 }  // namespace
 
 void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
-  command.add_option("PAN", o.pan, "Panchromatic image")->required();
-  command.add_option("MS", o.ms, "Multispectral image that went into the fusion")->required();
-  command.add_option("FUSED", o.fused, "Fused image")->required();
+  command.add_option("PAN", o.pan, "Panchromatic image");
+  AddFiles(command, "MS...", o.files, "Multispectral image that went into the fusion, or several files of it");
+  // Told for the help alone: it is the last file.
+  command.add_option("FUSED", "Fused image");
+  AddMsPatterns(command, o.patterns);
   AddList(command, "--metric", o.metrics, "entropy, statistics, snr, gradient (default: all)");
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
   AddList(command, "--fused-bands", o.fusedBands, "Fused bands, counted from 1 (default: all)");
@@ -38,6 +53,7 @@ void AddEvaluateOptions(CLI::App& command, EvaluateOptions& o) {
   AddThreads(command, o.threads);
   command.add_flag("--json", o.json, "As one JSON object");
   command.add_flag("--quiet", o.quiet, "No progress and no notices");
+  command.callback([&o] { SortFiles(o); });
 }
 
 int RunEvaluate(const EvaluateOptions& options) {

@@ -10,6 +10,8 @@ namespace app {
 
 /// The `evaluate` command's arguments: what is to be measured, and how it is told.
 struct EvaluateOptions : fusion::EvaluateRequest {
+  std::vector<std::string> files = {};     ///< behind PAN: the last is the fused image
+  std::vector<std::string> patterns = {};  ///< of --ms
   bool json = false;
   bool quiet = false;
 };

@@ -28,4 +28,12 @@ void SetMs(std::vector<std::string> files, std::string& ms, std::vector<std::str
   more.assign(files.begin() + 1, files.end());
 }
 
+void SortPair(std::string& pan, const std::vector<std::string>& files, const std::vector<std::string>& patterns,
+              std::string& ms, std::vector<std::string>& more) {
+  if (pan.empty()) throw CLI::RequiredError("PAN");
+  if (!patterns.empty() && !files.empty()) throw CLI::ExtrasError(std::vector<std::string>{files.front()});
+  KeepStandardInput(pan);
+  SetMs(patterns.empty() ? files : patterns, ms, more);
+}
+
 }  // namespace app

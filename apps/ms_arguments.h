@@ -19,5 +19,8 @@ void AddFiles(CLI::App& command, const std::string& name, std::vector<std::strin
 void KeepStandardInput(std::string& file);
 /// Files and patterns as those of a request.
 void SetMs(std::vector<std::string> files, std::string& ms, std::vector<std::string>& more);
+/// A pan and a multispectral image, which is either files behind pan or patterns.
+void SortPair(std::string& pan, const std::vector<std::string>& files, const std::vector<std::string>& patterns,
+              std::string& ms, std::vector<std::string>& more);
 
 }  // namespace app

@@ -17,7 +17,8 @@ struct FUSION_API AssessRequest {
   AssessRequest& operator=(const AssessRequest&);
 
   std::string pan;                   ///< panchromatic image
-  std::string ms;                    ///< multispectral image
+  std::string ms;                    ///< multispectral image, as FuseRequest::ms
+  std::vector<std::string> moreMs;   ///< further files of it, as FuseRequest::moreMs
   std::vector<std::string> methods;  ///< of Methods(); empty, or "all": all of them
   /// wald (at reduced resolution, against the multispectral image), full (without a truth) or both
   std::string protocol = "both";

@@ -85,7 +85,8 @@ class Assessment {
     m_gains = ChooseGains(*m_scene, request.mtf, m_ratio);
     if (!m_gains.doubt.empty()) notices.Add(m_gains.doubt + " (--mtf).");
     if (!request.picture.empty()) {
-      const std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan), CommonFun::Utf82U(request.ms)};
+      std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan)};
+      for (const std::string& file : m_scene->MsFiles()) inputs.push_back(CommonFun::Utf82U(file));
       m_sheet = std::make_unique<ContactSheet>(request.picture, request.overwrite, inputs);
       m_colours = NaturalColours(m_scene->Described());
     }

@@ -45,7 +45,8 @@ std::vector<int> Spread(int count, int some) {
 
 AssessScene::AssessScene(const AssessRequest& request, Notices& notices)
     : m_workers(MakeWorkers(request.threads)),
-      m_pair({request.pan, request.ms, request.bands, request.panBand, request.sameExtent, request.noData}, notices) {
+      m_ms(request.ms, request.moreMs, request.pan),
+      m_pair({request.pan, m_ms.Path(), request.bands, request.panBand, request.sameExtent, request.noData}, notices) {
   if (m_pair.Bands().size() < 2) throw UsageError("A fusion needs at least 2 multispectral bands.");
   CRasterSource& ms = m_pair.Ms();
   const std::optional<CRect> common = FindOverlap(ms, m_pair.Pan(), m_reproject);

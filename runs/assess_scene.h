@@ -8,6 +8,7 @@
 #include "platform/system/workers.h"
 #include "quality/image.h"
 #include "runs/assess.h"
+#include "runs/ms_files.h"
 #include "runs/scene_pair.h"
 
 namespace fusion {
@@ -27,6 +28,8 @@ class AssessScene {
   /// Throws RunFailure for wrong usage and for an image that cannot be used.
   AssessScene(const AssessRequest& request, Notices& notices);
 
+  /// The files of the multispectral image.
+  const std::vector<std::string>& MsFiles() const { return m_ms.Files(); }
   /// Who take the measures.
   platform::Workers* Workers() const { return m_workers.get(); }
 
@@ -61,6 +64,7 @@ class AssessScene {
   static PlacedImage Placed(const CRasterSource& source, std::vector<std::vector<double>> bands, const CRect& rect);
 
   std::shared_ptr<platform::Workers> m_workers;
+  MsImage m_ms;
   ScenePair m_pair;
   bool m_reproject = false;
   std::unique_ptr<PanGrid> m_grid;

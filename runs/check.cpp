@@ -17,6 +17,7 @@
 #include "runs/check_findings.h"
 #include "runs/failures.h"
 #include "runs/fuse_checks.h"
+#include "runs/ms_files.h"
 #include "runs/notices.h"
 #include "runs/run_progress.h"
 #include "runs/scene_pair.h"
@@ -62,7 +63,8 @@ class PairCheck {
  public:
   PairCheck(const CheckRequest& request, RunProgress& progress)
       : m_workers(MakeWorkers(request.threads)),
-        m_pair({request.pan, request.ms, request.bands, request.panBand, request.sameExtent, request.noData},
+        m_ms(request.ms, request.moreMs, request.pan),
+        m_pair({request.pan, m_ms.Path(), request.bands, request.panBand, request.sameExtent, request.noData},
                m_placingNotices),
         m_progress(progress) {}
 
@@ -186,6 +188,7 @@ class PairCheck {
 
   Notices m_placingNotices{nullptr};
   std::shared_ptr<platform::Workers> m_workers;
+  MsImage m_ms;
   ScenePair m_pair;
   RunProgress& m_progress;
   std::unique_ptr<PanGrid> m_grid;

@@ -17,15 +17,16 @@ struct FUSION_API CheckRequest {
   CheckRequest(const CheckRequest&);
   CheckRequest& operator=(const CheckRequest&);
 
-  std::string pan;               ///< panchromatic image
-  std::string ms;                ///< multispectral image
-  std::vector<int> bands;        ///< multispectral, counted from 1; empty: all but alpha
-  int panBand = 1;               ///< counted from 1
-  bool sameExtent = false;       ///< take both images as covering the same ground
-  bool allowNetwork = false;     ///< let what inputs refer to be read across the network
-  bool confined = false;         ///< and nothing outside the folder of the input that refers to it
-  std::optional<double> noData;  ///< no-data value of inputs that declare none
-  std::string threads;           ///< as FuseRequest::threads
+  std::string pan;                  ///< panchromatic image
+  std::string ms;                   ///< multispectral image, as FuseRequest::ms
+  std::vector<std::string> moreMs;  ///< further files of it, as FuseRequest::moreMs
+  std::vector<int> bands;           ///< multispectral, counted from 1; empty: all but alpha
+  int panBand = 1;                  ///< counted from 1
+  bool sameExtent = false;          ///< take both images as covering the same ground
+  bool allowNetwork = false;        ///< let what inputs refer to be read across the network
+  bool confined = false;            ///< and nothing outside the folder of the input that refers to it
+  std::optional<double> noData;     ///< no-data value of inputs that declare none
+  std::string threads;              ///< as FuseRequest::threads
 };
 
 /// One of the two images.

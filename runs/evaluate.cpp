@@ -14,6 +14,7 @@
 #include "platform/raster/references.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
+#include "runs/ms_files.h"
 #include "runs/notices.h"
 #include "runs/open_input.h"
 #include "runs/rect_on_pan.h"
@@ -105,9 +106,9 @@ std::vector<std::int32_t> ChooseBands(const std::vector<int>& given, const CRast
 /// The record of a run, worked out from the files.
 class EvaluateInputs {
  public:
-  EvaluateInputs(const EvaluateRequest& o, Notices& notices) {
+  EvaluateInputs(const EvaluateRequest& o, Notices& notices) : m_ms(o.ms, o.moreMs, o.pan) {
     m_param.m_strPanFile = CommonFun::Utf82U(o.pan);
-    m_param.m_strMulFile = CommonFun::Utf82U(o.ms);
+    m_param.m_strMulFile = CommonFun::Utf82U(m_ms.Path());
     m_param.m_strFusionFile = CommonFun::Utf82U(o.fused);
     CRasterSource pan;
     CRasterSource ms;
@@ -181,6 +182,7 @@ class EvaluateInputs {
                   common->bottom >= fused.GetHeight();
   }
 
+  MsImage m_ms;
   FusionEvaluateParam m_param;
   std::vector<std::string> m_labels;
   bool m_wholeOnMs = true;

@@ -16,7 +16,8 @@ struct FUSION_API EvaluateRequest {
   EvaluateRequest& operator=(const EvaluateRequest&);
 
   std::string pan;                   ///< panchromatic image
-  std::string ms;                    ///< multispectral image that went into the fusion
+  std::string ms;                    ///< multispectral image that went into the fusion, as FuseRequest::ms
+  std::vector<std::string> moreMs;   ///< further files of it, as FuseRequest::moreMs
   std::string fused;                 ///< fused image, on the pan image's pixels
   std::vector<std::string> metrics;  ///< entropy, statistics, snr, gradient; empty: all
   std::vector<int> bands;            ///< multispectral, counted from 1; empty: all but alpha

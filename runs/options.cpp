@@ -175,11 +175,17 @@ constexpr Option<F> kFuseOptions[] = {
 
 using E = EvaluateRequest;
 constexpr Option<E> kEvaluateOptions[] = {
-    {"pan", Take<&E::pan>},           {"ms", Take<&E::ms>},
-    {"fused", Take<&E::fused>},       {"metric", Take<&E::metrics>},
-    {"bands", Take<&E::bands>},       {"fused-bands", Take<&E::fusedBands>},
-    {"pan-band", Take<&E::panBand>},  {"same-extent", Take<&E::sameExtent>},
-    {"threads", Take<&E::threads>},   {"allow-network", Take<&E::allowNetwork>},
+    {"pan", Take<&E::pan>},
+    {"ms", Take<&E::ms>},
+    {"more-ms", TakeLines<&E::moreMs>},
+    {"fused", Take<&E::fused>},
+    {"metric", Take<&E::metrics>},
+    {"bands", Take<&E::bands>},
+    {"fused-bands", Take<&E::fusedBands>},
+    {"pan-band", Take<&E::panBand>},
+    {"same-extent", Take<&E::sameExtent>},
+    {"threads", Take<&E::threads>},
+    {"allow-network", Take<&E::allowNetwork>},
     {"confined", Take<&E::confined>},
 };
 
@@ -192,6 +198,7 @@ using A = AssessRequest;
 constexpr Option<A> kAssessOptions[] = {
     {"pan", Take<&A::pan>},
     {"ms", Take<&A::ms>},
+    {"more-ms", TakeLines<&A::moreMs>},
     {"methods", Take<&A::methods>},
     {"protocol", Take<&A::protocol>},
     {"bands", Take<&A::bands>},
@@ -213,6 +220,7 @@ using C = CheckRequest;
 constexpr Option<C> kCheckOptions[] = {
     {"pan", Take<&C::pan>},
     {"ms", Take<&C::ms>},
+    {"more-ms", TakeLines<&C::moreMs>},
     {"bands", Take<&C::bands>},
     {"pan-band", Take<&C::panBand>},
     {"nodata", Take<&C::noData>},

@@ -147,6 +147,42 @@ TEST_F(Conventions, BandsMayLieInFilesOfTheirOwn) {
   EXPECT_THAT(run.err, HasSubstr("ms.tif has 4 bands; several multispectral files have one band each."));
 }
 
+TEST_F(Conventions, SeveralFilesAreOneImageForEveryCommand) {
+  ASSERT_EQ(Run({"sample", Path(""), "--size", "96", "--overwrite", "--quiet"}).status, 0);
+  const std::vector<std::string> files = BandFiles();
+  const auto json = [&](const std::vector<std::string>& words) {
+    const auto run = Run(words);
+    EXPECT_TRUE(run.status == 0 || run.status == 3) << words[0] << ": " << run.err;
+    auto object = nlohmann::json::parse(run.out, nullptr, false);
+    if (object.is_object()) object.erase("seconds");
+    // Bands that have no name get that of their file.
+    if (object.contains("bands")) object.erase("bands");
+    return object;
+  };
+  const std::vector<std::vector<std::string>> commands = {
+      {"check"}, {"evaluate", Path("truth.tif")}, {"assess", "--methods", "brovey", "--protocol", "wald"}};
+  for (const std::vector<std::string>& command : commands) {
+    const bool hasFused = command[0] == "evaluate";
+    const auto with = [&](const std::vector<std::string>& ms) {
+      std::vector<std::string> words = {command[0], Path("pan.tif")};
+      words.insert(words.end(), ms.begin(), ms.end());
+      words.insert(words.end(), command.begin() + 1, command.end());
+      words.insert(words.end(), {"--json", "--quiet"});
+      return json(words);
+    };
+    const auto one = with({Path("ms.tif")});
+    EXPECT_TRUE(one.is_object() && one.size() > 1) << command[0];
+    EXPECT_EQ(with(files), one) << command[0];
+    EXPECT_EQ(with({"--ms", Path("b[1-4].tif")}), one) << command[0];
+    const auto missing =
+        Run({command[0], Path("pan.tif"), "--ms", Path("x*.tif"), hasFused ? Path("truth.tif") : "--quiet"});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_THAT(missing.err, HasSubstr("No file has a name like"));
+  }
+  EXPECT_THAT(Run({"check", Path("pan.tif")}).err, HasSubstr("MS"));
+  EXPECT_THAT(Run({"evaluate", Path("pan.tif"), Path("ms.tif")}).err, HasSubstr("FUSED"));
+}
+
 TEST_F(Conventions, APatternLeavesThePanImageOut) {
   BandFiles();
   std::filesystem::copy_file(CommonFun::ToPath(m_folder.WidePath("pan.tif")),
