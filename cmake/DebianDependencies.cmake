@@ -1,9 +1,11 @@
-# Read by cpack before it packs: what the shared library needs of other packages.
+# Read by cpack before it packs: what the library and the command need of other packages.
 if(NOT CPACK_GENERATOR STREQUAL DEB)
   return()
 endif()
-execute_process(
-  COMMAND dpkg-shlibdeps -O -e${CPACK_FUSION_LIBRARY}
-  WORKING_DIRECTORY ${CPACK_FUSION_SHLIBDEPS_DIR}
-  OUTPUT_VARIABLE found OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX REPLACE ".*shlibs:Depends=" "" CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "${found}")
+foreach(component LIBRARY TOOLS)
+  execute_process(
+    COMMAND dpkg-shlibdeps -O -e${CPACK_FUSION_${component}}
+    WORKING_DIRECTORY ${CPACK_FUSION_SHLIBDEPS_DIR}
+    OUTPUT_VARIABLE found OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX REPLACE ".*shlibs:Depends=" "" CPACK_DEBIAN_${component}_PACKAGE_DEPENDS "${found}")
+endforeach()

@@ -35,9 +35,10 @@ images in all formats that GDAL reads.
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libfusion${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
-# Cpack itself would have scripts call ldconfig, in the place of the trigger.
+# Cpack's own look at dependencies would have scripts call ldconfig, in the place of the trigger.
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/DebianDependencies.cmake)
 set(CPACK_FUSION_LIBRARY ${PROJECT_BINARY_DIR}/libfusion.so)
+set(CPACK_FUSION_TOOLS ${PROJECT_BINARY_DIR}/apps/fusion)
 set(CPACK_FUSION_SHLIBDEPS_DIR ${PROJECT_BINARY_DIR}/shlibdeps)
 file(CONFIGURE OUTPUT ${CPACK_FUSION_SHLIBDEPS_DIR}/debian/control CONTENT "Source: fusion\n\nPackage: fusion\nArchitecture: any\n")
 file(
@@ -57,7 +58,6 @@ pkg-config, and examples.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME fusion-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "pan-sharpening of satellite and aerial images - command\n${about}
 This package has the command, its manual page and what shells complete its
 arguments by.")

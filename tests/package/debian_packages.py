@@ -1,6 +1,6 @@
 """debian_packages.py CPACK BUILD WORK VERSION HEADER...: whether the Debian packages of a build hold what they should.
 
-Ends with 77, which counts as skipped, where there is no dpkg-deb."""
+Ends with 77, which counts as skipped, where Debian's programs for packages are not installed."""
 import pathlib
 import re
 import shutil
@@ -11,8 +11,8 @@ cpack, build, work, version, headers = sys.argv[1], pathlib.Path(sys.argv[2]), p
 major = version.split(".")[0]
 faults = []
 
-if not shutil.which("dpkg-deb"):
-    print("dpkg-deb is not installed: the packages are not tried")
+if not all(map(shutil.which, ("dpkg-deb", "dpkg-shlibdeps"))):
+    print("dpkg-dev is not installed: the packages are not tried")
     sys.exit(77)
 
 
