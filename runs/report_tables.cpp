@@ -207,8 +207,10 @@ std::string SummaryTable(const std::vector<ReportImage>& images) {
   std::vector<std::string> head = {"image", "method"};
   std::vector<double> least;
   for (const Summary& column : columns) {
-    const std::string best = std::isinf(column.best) ? "\xE2\x86\x91" : "\xE2\x86\x92 " + NumberText(column.best);
-    head.push_back(std::string(column.name) + ' ' + best);
+    const std::string best =
+        std::isinf(column.best) ? "\xE2\x86\x91" : "\xE2\x86\x92\xC2\xA0" + NumberText(column.best);
+    // An arrow stays with its name, and its number with the arrow.
+    head.push_back(std::string(column.name).append("\xC2\xA0").append(best));
     least.push_back(std::numeric_limits<double>::infinity());
     for (const ReportImage& image : images) {
       least.back() = std::min(least.back(), DistanceTo(column.best, column.value(image)));

@@ -100,7 +100,7 @@ std::vector<std::string> Completed(const std::vector<std::string>& words) {
   std::string list;
   for (const std::string& word : words) list += Quoted(word) + ' ';
   const std::string script = "source <(" + Quoted(FUSION_COMMAND) + " completion bash); COMP_WORDS=(" + list +
-                             "); COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _fusion; printf '%s\\n' \"${COMPREPLY[@]}\" > " +
+                             R"(); COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _fusion; printf '%s\n' "${COMPREPLY[@]}" > )" +
                              Quoted(folder.Path("reply"));
   EXPECT_EQ(test_support::RunShell("bash -c " + Quoted(script)), 0);
   auto lines = Lines(test_support::FileBytes(folder.Path("reply")));
