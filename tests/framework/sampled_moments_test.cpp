@@ -94,7 +94,7 @@ TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
     const TallScene scene(1);
     const Bands raw = Fuse(scene.Param(), nullptr);
     const auto targets = Targets(kThird, robust);
-    ExpectNear(Fuse(scene.Param(), &targets), Matched(raw, 96, 32, targets), "a third");
+    ExpectNear(Fuse(scene.Param(), &targets), Matched(raw, 48, 16, targets), "a third");
     const auto nearlyAll = Targets(kMost, robust);
     ExpectNear(Fuse(scene.Param(), &nearlyAll), Matched(raw, kHeight, kHeight, targets), "nearly all");
     // A block of the file is decoded as a whole, so it is looked at as a whole.
@@ -105,11 +105,11 @@ TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
 
 TEST(SampledMoments, AreThoseOfAllRowsWhereThoseLookedAtHoldTooLittle) {
   TallScene scene(1);
-  // Of the first 32 of every 96 rows two hold data.
+  // Of the first 16 of every 48 rows two hold data.
   auto& pan = scene.pan.bands[0];
   for (std::size_t i = 0; i < pan.size(); ++i) {
     const std::size_t row = i / kWidth;
-    if (row % 96 < 32 && row > 1) pan[i] = 0.0;
+    if (row % 48 < 16 && row > 1) pan[i] = 0.0;
   }
   FusionParam param = scene.Param(PDT_FLOAT64);
   param.m_bMaskNoData = true;
@@ -132,7 +132,7 @@ TEST(SampledMoments, LeaveWhatComesBehindThemWhole) {
   TallScene scene(1);
   // What is bright lies in rows that are not looked at for the moments.
   auto& pan = scene.pan.bands[0];
-  for (std::size_t i = 0; i < pan.size(); ++i) pan[i] += i / kWidth % 96 < 32 ? 0.0 : 900.0;
+  for (std::size_t i = 0; i < pan.size(); ++i) pan[i] += i / kWidth % 48 < 16 ? 0.0 : 900.0;
   scene.WritePan();
   auto targets = Targets(14300 / 3);
   targets.means = {20000.0, 20000.0};

@@ -90,12 +90,16 @@ TEST(BayesPanSharpening, AGainAndAVarianceOfOneAreNothingSpecial) {
   BayesianModel model = SmallModel();
   model.weight = 0.5;
   model.panVariance = 1.0;
-  const auto out = row.Fuse<BayesPanSharpeningFusion>(PDT_FLOAT64, [&](auto& f) { f.SetModel(model); });
+  auto out = row.Fuse<BayesPanSharpeningFusion>(PDT_FLOAT64, [&](auto& f) { f.SetModel(model); });
   // The t of above; d = 4 x (2, -8) and 0.
   EXPECT_EQ(out[0][0], 11.0);
   EXPECT_EQ(out[1][0], -23.0);
   EXPECT_EQ(out[0][1], 6.0);
   EXPECT_EQ(out[1][1], 14.0);
+  model.panVariance = 4.0;
+  out = row.Fuse<BayesPanSharpeningFusion>(PDT_FLOAT64, [&](auto& f) { f.SetModel(model); });
+  EXPECT_EQ(out[0][0], 5.0);
+  EXPECT_EQ(out[1][0], 1.0);
 }
 
 TEST(BayesPanSharpening, VarianceBelowTheLimitCountsAsOneForTheRestOfTheRun) {
