@@ -29,7 +29,7 @@ namespace fusion {
 namespace {
 
 /// What robust moments of a result are taken from: they hardly change with more, and every pixel is fused for them.
-constexpr std::int64_t kMatchedPixels = std::int64_t{1} << 23;
+constexpr std::int64_t kMatchedPixels = std::int64_t{1} << 24;
 
 std::vector<std::wstring> InputFiles(const FuseRequest& options) {
   std::vector<std::wstring> files;

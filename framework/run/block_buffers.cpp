@@ -46,6 +46,22 @@ CRect BlockGrid::Cell(int column, int row, int stepX, int stepY) const {
                left, top);
 }
 
+CRect BlockGrid::Block(int column, int row) const {
+  if (apart <= blockHeight) return Cell(column, row, blockWidth, blockHeight);
+  // The multiples of the golden ratio lie evenly between two whole numbers, however many there are.
+  constexpr std::uint32_t kGoldenRatio = 2654435769U;  // of 2^32
+  const std::uint32_t share = static_cast<std::uint32_t>(row) * kGoldenRatio;
+  const auto places = static_cast<std::uint64_t>(apart / blockHeight);
+  const std::int64_t first = std::int64_t{row} * apart;
+  const std::int64_t from = first + blockHeight * static_cast<std::int64_t>(share * places >> 32U);
+  const auto blockTop = static_cast<int>(from < height ? from : first);
+  BlockGrid moved = *this;
+  moved.apart = 0;
+  moved.top += blockTop;
+  moved.height -= blockTop;
+  return moved.Block(column, 0);
+}
+
 CRect BlockGrid::After(const CRect& block) const {
   const int column = (block.left - left) / blockWidth + 1;
   const int row = (block.top - top) / Step();

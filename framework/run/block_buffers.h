@@ -19,7 +19,9 @@ struct BlockGrid {
   int blockHeight;
   int left = 0;  ///< of the rectangle
   int top = 0;
-  int apart = 0;  ///< rows from one row of blocks to the next, where they leave some out; 0 where they touch
+  /// Of so many rows each row of blocks takes some, from here or there in them, so that nothing that repeats is always
+  /// met or always missed; 0: all.
+  int apart = 0;
 
   int Across() const { return blockWidth > 0 ? Pieces(width, blockWidth) : 0; }
   int Down() const { return blockHeight > 0 ? Pieces(height, Step()) : 0; }
@@ -28,7 +30,7 @@ struct BlockGrid {
   /// How many pieces cover a size; without adding to it, since it may be the largest int.
   static int Pieces(int size, int piece) { return size > 0 ? (size - 1) / piece + 1 : 0; }
   /// Block in the given block column and block row, clipped to the rectangle.
-  CRect Block(int column, int row) const { return Cell(column, row, blockWidth, Step()); }
+  CRect Block(int column, int row) const;
   /// The block that follows one of the grid's blocks, empty behind the last.
   CRect After(const CRect& block) const;
   /// Calls visit with every block, row by row, until it answers false; false then.

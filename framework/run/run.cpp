@@ -151,7 +151,7 @@ std::optional<BlockGrid> Run::Sampled(BlockGrid grid, std::int64_t mostPixels) c
   const std::int64_t share = mostPixels > 0 ? std::int64_t{grid.width} * grid.height / mostPixels : 0;
   if (share < 2) return std::nullopt;
   // Enough to pay for the multispectral rows around them; a block of the file is decoded as a whole.
-  constexpr int kRows = 16;
+  constexpr int kRows = 8;
   grid.blockHeight = std::min(grid.blockHeight, std::max(kRows, m_pan.GetBlockYSize()));
   grid.apart = static_cast<int>(std::min<std::int64_t>(grid.blockHeight * share, grid.height));
   return grid;

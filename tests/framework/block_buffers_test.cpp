@@ -37,17 +37,18 @@ TEST(BlockGrid, BlocksFollowEachOtherRowByRow) {
   EXPECT_EQ(grid.After(walked.back()).Area(), 0);
 }
 
-TEST(BlockGrid, RowsOfBlocksMayLieApart) {
-  BlockGrid grid{10, 17, 6, 3, 100, 200};
-  grid.apart = 5;
+TEST(BlockGrid, MayTakeSomeRowsOfSoMany) {
+  BlockGrid grid{10, 31, 6, 3, 100, 200};
+  grid.apart = 10;
   std::vector<CRect> walked;
   grid.ForEach([&](const CRect& block) {
     walked.push_back(block);
     return true;
   });
-  const std::vector<CRect> expected = {{100, 200, 106, 203}, {106, 200, 110, 203}, {100, 205, 106, 208},
-                                       {106, 205, 110, 208}, {100, 210, 106, 213}, {106, 210, 110, 213},
-                                       {100, 215, 106, 217}, {106, 215, 110, 217}};
+  // In the first, second, first and third place of three, by 0, 0.618, 0.236 and 0.854; the last one lies off the grid.
+  const std::vector<CRect> expected = {{100, 200, 106, 203}, {106, 200, 110, 203}, {100, 213, 106, 216},
+                                       {106, 213, 110, 216}, {100, 220, 106, 223}, {106, 220, 110, 223},
+                                       {100, 230, 106, 231}, {106, 230, 110, 231}};
   EXPECT_EQ(walked, expected);
   EXPECT_EQ(grid.Count(), 8);
   for (std::size_t i = 0; i + 1 < walked.size(); ++i) EXPECT_EQ(grid.After(walked[i]), walked[i + 1]) << i;

@@ -54,13 +54,23 @@ Bands Fuse(FusionParam param, const fusion::MatchTargets* targets, RecordingProg
   return ReadImage(param.m_strOutFile).bands;
 }
 
-/// The definition: of every so many rows the first ones give the moments, and all rows are matched with them.
-Bands Matched(Bands raw, int every, int first, const fusion::MatchTargets& targets) {
+/// The definition: of every so many rows some are looked at, in one of the places that they may take there.
+bool IsLookedAt(int row, int every, int some) {
+  constexpr double kGoldenRatio = 0.6180339887498949;
+  const int group = row / every;
+  const int place = static_cast<int>(std::fmod(group * kGoldenRatio, 1.0) * (every / some));
+  int begin = group * every + place * some;
+  if (begin >= kHeight) begin = group * every;
+  return row >= begin && row < begin + some;
+}
+
+/// These give the moments, and all rows are matched with them.
+Bands Matched(Bands raw, int every, int some, const fusion::MatchTargets& targets) {
   for (std::size_t b = 0; b < raw.size(); ++b) {
     long double n = 0;
     long double sum = 0;
     long double squares = 0;
-    const auto isLookedAt = [&](std::size_t i) { return static_cast<int>(i / kWidth) % every < first; };
+    const auto isLookedAt = [&](std::size_t i) { return IsLookedAt(static_cast<int>(i / kWidth), every, some); };
     for (std::size_t i = 0; i < raw[b].size(); ++i) {
       if (!isLookedAt(i)) continue;
       n += 1;
@@ -94,7 +104,7 @@ TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
     const TallScene scene(1);
     const Bands raw = Fuse(scene.Param(), nullptr);
     const auto targets = Targets(kThird, robust);
-    ExpectNear(Fuse(scene.Param(), &targets), Matched(raw, 48, 16, targets), "a third");
+    ExpectNear(Fuse(scene.Param(), &targets), Matched(raw, 24, 8, targets), "a third");
     const auto nearlyAll = Targets(kMost, robust);
     ExpectNear(Fuse(scene.Param(), &nearlyAll), Matched(raw, kHeight, kHeight, targets), "nearly all");
     // A block of the file is decoded as a whole, so it is looked at as a whole.
@@ -105,11 +115,11 @@ TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
 
 TEST(SampledMoments, AreThoseOfAllRowsWhereThoseLookedAtHoldTooLittle) {
   TallScene scene(1);
-  // Of the first 16 of every 48 rows two hold data.
+  // Of the rows that are looked at two hold data.
   auto& pan = scene.pan.bands[0];
   for (std::size_t i = 0; i < pan.size(); ++i) {
-    const std::size_t row = i / kWidth;
-    if (row % 48 < 16 && row > 1) pan[i] = 0.0;
+    const auto row = static_cast<int>(i / kWidth);
+    if (IsLookedAt(row, 24, 8) && row > 1) pan[i] = 0.0;
   }
   FusionParam param = scene.Param(PDT_FLOAT64);
   param.m_bMaskNoData = true;
@@ -132,7 +142,7 @@ TEST(SampledMoments, LeaveWhatComesBehindThemWhole) {
   TallScene scene(1);
   // What is bright lies in rows that are not looked at for the moments.
   auto& pan = scene.pan.bands[0];
-  for (std::size_t i = 0; i < pan.size(); ++i) pan[i] += i / kWidth % 48 < 16 ? 0.0 : 900.0;
+  for (std::size_t i = 0; i < pan.size(); ++i) pan[i] += IsLookedAt(static_cast<int>(i / kWidth), 24, 8) ? 0.0 : 900.0;
   scene.WritePan();
   auto targets = Targets(14300 / 3);
   targets.means = {20000.0, 20000.0};
