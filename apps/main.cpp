@@ -80,7 +80,7 @@ class Command {
     }
   }
 
- private:
+  /// Takes the arguments and runs nothing. Throws what the parser prints, or a RunFailure of wrong usage.
   void Parse(int argc, const char* const* argv) {
     std::vector<std::string> arguments;
     try {
@@ -102,6 +102,7 @@ class Command {
     }
   }
 
+ private:
   /// The options of the command that is asked for, as the parser knows them; none where there is no such command.
   std::vector<std::string> OptionNames(const std::vector<std::string>& arguments) const {
     std::vector<std::string> names;

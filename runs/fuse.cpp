@@ -24,21 +24,23 @@ FuseReport Fuse(const FuseRequest& request, RunObserver* observer) {
   const platform::ReferenceScope references({request.allowNetwork, request.confined});
   platform::ClearWriteError();
   RunLog log;
-  const auto logged = [&log](const RunFailure& failure) {
+  Notices notices(observer);
+  const auto logged = [&](const RunFailure& failure) {
     log.Fail(failure);
+    log.TellGaps(request, notices);
     return failure;
   };
   try {
-    Notices notices(observer);
     RunProgress progress(observer);
     std::optional<FuseRequest> best;
     if (request.method == kBestMethod) best = WithBestMethod(request, observer, notices, progress);
     FuseReport report = FuseRun(best ? *best : request, log, notices, progress).Run();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    report.notices = notices.All();
     LogInformation("written: " + report.output + ", " + std::to_string(report.width) + "x" +
                    std::to_string(report.height) + ", " + std::to_string(report.bands) + " bands of " + report.type +
                    ", in " + std::to_string(report.seconds) + " s");
+    log.TellGaps(request, notices);
+    report.notices = notices.All();
     return report;
   } catch (const RunFailure& failure) {
     throw logged(failure);

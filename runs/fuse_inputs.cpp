@@ -5,6 +5,7 @@
 #include "framework/match_targets.h"
 #include "framework/messages.h"
 #include "framework/overlap.h"
+#include "platform/raster/pixel_type.h"
 #include "platform/statistics/clipped_moments.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/gap_search.h"
@@ -65,6 +66,7 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
   m_msSize = SizeOf(m_ms);
   m_msType = m_ms.GetRasterDataType();
   CheckArea();
+  CheckRoom(checked.type == PDT_UNKNOWN ? m_msType : checked.type);
   SettleNoData(progress);
   CheckBands(*checked.method);
   m_chosen = ChosenBands();
@@ -99,6 +101,21 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
     CheckMemory(m_area, static_cast<int>(m_chosen.size()), checked.type == PDT_UNKNOWN ? m_msType : checked.type);
   }
   CheckValidPixels();
+}
+
+void FuseInputs::CheckRoom(PixelDataType type) {
+  // A look at fewer samples is over soon, and a window or an area of interest may be small.
+  constexpr std::int64_t kLongLook = std::int64_t{1} << 32;
+  const auto takesLong = [](const CRasterSource& source) {
+    return platform::IsFloatType(source.GetRasterDataType()) &&
+           std::int64_t{source.GetWidth()} * source.GetHeight() > kLongLook;
+  };
+  if ((!takesLong(m_pan) && !takesLong(m_ms)) || !m_options.window.empty() || !m_options.aoi.empty()) return;
+  const std::optional<CRect> overlap = FindOverlap(m_pan, m_ms, m_needReproject);
+  if (!overlap || overlap->Area() == 0) return;
+  const int bands = m_options.bands.empty() ? 1 : static_cast<int>(m_options.bands.size());
+  CheckMemory(*overlap, bands, type);
+  CheckDisk(*overlap, bands, type, m_options);
 }
 
 void FuseInputs::Close() {

@@ -70,6 +70,8 @@ class FuseInputs {
   /// Has a file seen through a view from now on.
   void LookThrough(std::unique_ptr<platform::VirtualRaster> view, std::wstring& file);
   void CutWindow(const CRect& overlap);
+  /// Whether there is room for what a run over both images makes, before a sample is looked at.
+  void CheckRoom(PixelDataType type);
   void CheckPixelSizes();
   void CheckValidPixels() const;
 

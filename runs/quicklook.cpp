@@ -150,7 +150,7 @@ void Quicklook::Draw(const std::wstring& fused, const std::string& method, const
                     zoom * scaled(window.Width()), zoom * scaled(window.Height()));
     }
   }
-  progress.Step(kSteps, L"");
+  if (!progress.Step(kSteps, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
   progress.Finish();
   m_picture = std::make_unique<Picture>(std::move(picture));
 }

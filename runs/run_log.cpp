@@ -38,6 +38,12 @@ void RunLog::Fail(const RunFailure& failure) {
   m_log->WriteLog(kError, "fusion", __LINE__, "run", CommonFun::Utf82U(text).c_str());
 }
 
+void RunLog::TellGaps(const FuseRequest& request, Notices& notices) const {
+  if (m_log && m_log->HasFailed()) {
+    notices.Add("The log file " + request.log + " cannot be written: it lacks what was done.");
+  }
+}
+
 void LogInformation(const std::string& text) {
   constexpr int kInformation = 1;
   if (CLog::m_pLogger)

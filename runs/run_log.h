@@ -4,6 +4,7 @@
 #include <string>
 
 #include "platform/utility/log.h"
+#include "runs/notices.h"
 #include "runs/run_failure.h"
 
 namespace fusion {
@@ -21,6 +22,8 @@ class RunLog {
   /// Opens the log where the request wants one, and says in it what is to be done. Throws RunFailure.
   void Open(const FuseRequest& request);
   void Fail(const RunFailure& failure);
+  /// Tells the user where the log lacks an entry: the run goes on without it.
+  void TellGaps(const FuseRequest& request, Notices& notices) const;
 
  private:
   std::optional<CLog> m_log;

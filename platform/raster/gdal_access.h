@@ -6,6 +6,7 @@
 
 class CRasterSource;
 class GDALDataset;
+class GDALRasterBand;
 class OGRSpatialReference;
 
 /// What the platform's sources share of GDAL; its own headers stay in the sources.
@@ -35,6 +36,8 @@ class GdalErrors {
 };
 
 GDALDataset* DatasetOf(const CRasterSource& source);
+/// Its alpha band; null where there is none.
+GDALRasterBand* AlphaOf(const CRasterSource& source);
 
 /// Opens what a name leads to, as GDALDataset::Open does. Null for a pipe or a device too: opening one may wait for
 /// ever.

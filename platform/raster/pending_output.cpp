@@ -226,16 +226,20 @@ bool PendingOutput::Begin() {
   constexpr long kForTheUserAlone = 0700;
   for (int attempt = 0; attempt < 16; ++attempt) {
     // Named like a temporary file, without its extension.
-    const std::wstring folder = CommonFun::MakeTempName(StemOf(target));
+    const std::wstring name = CommonFun::MakeTempName(StemOf(target));
+    const std::string folder = CommonFun::U2Utf8(name);
+    std::wstring inside = name + L'/';
+    std::wstring work = inside + m_impl->NameOf(target);
     errno = 0;
-    if (VSIMkdir(CommonFun::U2Utf8(folder).c_str(), kForTheUserAlone) != 0) {
+    if (VSIMkdir(folder.c_str(), kForTheUserAlone) != 0) {
       const int error = errno;
-      if (Exists(folder)) continue;
+      if (Exists(name)) continue;
       KeepWriteError(error);
       return false;
     }
-    m_impl->folder = folder + L'/';
-    m_impl->work = m_impl->InFolder(target);
+    // Memory has been taken before: what has been made is known.
+    m_impl->folder = std::move(inside);
+    m_impl->work = std::move(work);
     return true;
   }
   return false;

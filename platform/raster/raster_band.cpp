@@ -207,7 +207,8 @@ int CRasterBand::ReadSamples(const CRect& rect, double* values, bool& gaps) {
 
 bool CRasterBand::ClearMasked(const CRect& rect, double* values, bool& gaps) {
   const std::lock_guard lock(m_pSource->TransferLock());
-  return platform::ClearMasked(*BandOf(*m_pSource, m_nIndex), rect, values, gaps);
+  GDALRasterBand* const validity = platform::ValidityBand(*BandOf(*m_pSource, m_nIndex), platform::AlphaOf(*m_pSource));
+  return !validity || platform::ClearMasked(*validity, rect, values, gaps);
 }
 
 int CRasterBand::WriteBlock(int left, int top, int width, int height, const void* buffer, int bufferWidth,
@@ -241,7 +242,9 @@ std::wstring CRasterBand::GetDescription() const {
 
 bool CRasterBand::IsAlpha() const { return BandOf(*m_pSource, m_nIndex)->GetColorInterpretation() == GCI_AlphaBand; }
 
-bool CRasterBand::HasMask() const { return platform::ValidityBand(*BandOf(*m_pSource, m_nIndex)) != nullptr; }
+bool CRasterBand::HasMask() const {
+  return platform::ValidityBand(*BandOf(*m_pSource, m_nIndex), platform::AlphaOf(*m_pSource)) != nullptr;
+}
 
 void CRasterBand::SetMaskNoData(bool mask, bool hasMask) {
   m_bMask = mask && hasMask;

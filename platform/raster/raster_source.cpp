@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -35,6 +36,7 @@ using platform::RasterOperation;
 
 struct CRasterSource::Impl {
   GDALDataset* dataset = nullptr;
+  std::optional<GDALRasterBand*> alpha;
   std::mutex transfer;  ///< held while samples are read or written
   bool writable = false;
   bool northUpView = false;
@@ -163,6 +165,7 @@ CRasterSource::~CRasterSource() {
 void CRasterSource::Adopt(void* handle, const std::wstring& path, bool writable) {
   auto* dataset = static_cast<GDALDataset*>(handle);
   m_impl->dataset = dataset;
+  m_impl->alpha.reset();
   m_impl->writable = writable;
   m_impl->path = path;
   m_impl->wkt = WktOf(dataset);
@@ -328,8 +331,7 @@ bool CRasterSource::CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) 
 bool CRasterSource::IsOpen() const { return m_impl->dataset != nullptr; }
 void CRasterSource::SetMaskNoData(bool mask) {
   m_impl->maskNoData = mask;
-  // Looked for once, whatever number of bands a file declares.
-  GDALRasterBand* const alpha = mask ? platform::AlphaBand(m_impl->dataset) : nullptr;
+  GDALRasterBand* const alpha = mask ? platform::AlphaOf(*this) : nullptr;
   for (std::size_t b = 0; b < m_impl->bands.size(); ++b) {
     const auto number = static_cast<int>(b) + 1;
     m_impl->bands[b]->SetMaskNoData(
@@ -446,4 +448,9 @@ RasterDataFormat CRasterSource::GetDataFormat(const std::wstring& path) {
 
 bool CRasterSource::IsWritable() const { return m_impl->writable; }
 void* CRasterSource::NativeHandle() const { return m_impl->dataset; }
+void* CRasterSource::AlphaHandle() const {
+  // Of a raster that is being made it may be declared at any time.
+  if (!m_impl->alpha || m_impl->writable) m_impl->alpha = platform::AlphaBand(m_impl->dataset);
+  return *m_impl->alpha;
+}
 std::mutex& CRasterSource::TransferLock() const { return m_impl->transfer; }

@@ -116,6 +116,8 @@ class FUSION_API CRasterSource {
 
   /// The dataset behind the raster, for the rest of the platform.
   void* NativeHandle() const;
+  /// The band of it that is its opacity; null for none. Looked for once, whatever number of bands a file declares.
+  void* AlphaHandle() const;
   /// Whoever transfers samples of the dataset holds this.
   std::mutex& TransferLock() const;
 

@@ -42,6 +42,8 @@ void CLog::WriteLog(int level, const char* file, int line, const char* function,
                       spdlog::string_view_t(utf8.data(), utf8.size()));
 }
 
+bool CLog::HasFailed() const { return m_impl && m_impl->file.fail(); }
+
 namespace platform {
 
 void WriteLog(int level, const char* file, int line, const char* function, const wchar_t* text) {

@@ -20,6 +20,9 @@ class FUSION_API CLog {
   /// Levels: 0 debug, 1 information, 2 warning, 3 error.
   virtual void WriteLog(int level, const char* file, int line, const char* function, const wchar_t* text);
 
+  /// Whether an entry could not be written to the file.
+  bool HasFailed() const;
+
  protected:
   CLog();
 

@@ -31,8 +31,6 @@ GDALRasterBand* AlphaBand(GDALDataset* dataset) {
   return nullptr;
 }
 
-GDALRasterBand* ValidityBand(GDALRasterBand& band) { return ValidityBand(band, AlphaBand(band.GetDataset())); }
-
 GDALRasterBand* ValidityBand(GDALRasterBand& band, GDALRasterBand* alpha) {
   const GdalErrors quiet;
   if (band.GetColorInterpretation() == GCI_AlphaBand) return nullptr;
@@ -57,9 +55,7 @@ bool ClearNoData(double noData, double* values, std::int64_t count) {
   return gaps;
 }
 
-bool ClearMasked(GDALRasterBand& band, const CRect& rect, double* values, bool& gaps) {
-  GDALRasterBand* validity = ValidityBand(band);
-  if (!validity) return true;
+bool ClearMasked(GDALRasterBand& validity, const CRect& rect, double* values, bool& gaps) {
   const GdalErrors quiet;
   const int width = rect.Width();
   // Some rows at a time, so that the mask takes little memory beside the samples.
@@ -67,8 +63,8 @@ bool ClearMasked(GDALRasterBand& band, const CRect& rect, double* values, bool& 
   std::vector<double> mask(static_cast<std::size_t>(width) * static_cast<std::size_t>(step));
   for (int row = 0, rows = 0; row < rect.Height(); row += rows) {
     rows = std::min(step, rect.Height() - row);
-    if (validity->RasterIO(GF_Read, rect.left, rect.top + row, width, rows, mask.data(), width, rows, GDT_Float64, 0, 0,
-                           nullptr) != CE_None) {
+    if (validity.RasterIO(GF_Read, rect.left, rect.top + row, width, rows, mask.data(), width, rows, GDT_Float64, 0, 0,
+                          nullptr) != CE_None) {
       return false;
     }
     double* samples = values + static_cast<std::ptrdiff_t>(row) * width;

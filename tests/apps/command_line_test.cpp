@@ -164,6 +164,19 @@ TEST_F(CommandLine, AFailedLogIsAFileThatCannotBeCreated) {
 }
 
 #ifndef _WIN32
+TEST_F(CommandLine, ALogThatTakesNothingIsToldAndChangesNothingElse) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no device that is always full";
+  const auto run = Fuse("out.tif", {"--log", "/dev/full", "--json"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("The log file /dev/full cannot be written"));
+  EXPECT_THAT(nlohmann::json::parse(run.out)["notices"].dump(), HasSubstr("/dev/full"));
+  EXPECT_EQ(Image("out.tif").bands.size(), 4U);
+  const auto failed = Run({"fuse", Path("nix.tif"), Path("ms.tif"), Path("b.tif"), "--log", "/dev/full"});
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_THAT(failed.err, HasSubstr("The log file /dev/full cannot be written"));
+  EXPECT_THAT(failed.err, HasSubstr("nix.tif does not exist."));
+}
+
 TEST_F(CommandLine, StandardOutputThatTakesNothingIsAFailure) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no device that is always full";
   const std::string files = Quoted(Path("pan.tif")) + ' ' + Quoted(Path("ms.tif")) + ' ';

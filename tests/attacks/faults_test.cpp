@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -17,7 +18,10 @@
 #include "platform/system/start_thread.h"
 #include "platform/utility/common_fun.h"
 #include "runs/assess.h"
+#include "runs/check.h"
 #include "runs/evaluate.h"
+#include "runs/provenance.h"
+#include "runs/sample.h"
 #include "tests/attacks/failing_memory.h"
 #include "tests/support/run_scene.h"
 #include "tests/support/test_raster.h"
@@ -250,6 +254,24 @@ TEST_P(FaultsOfMeasures, AreToldAndLeaveNothing) {
     Try(request, [](const auto& r, fusion::RunObserver* observer) { fusion::Assess(r, observer); });
     return;
   }
+  if (m_what == "check") {
+    fusion::CheckRequest request;
+    request.pan = m_folder.Path("pan.tif");
+    request.ms = m_folder.Path("ms.tif");
+    Try(request, [](const auto& r, fusion::RunObserver* observer) { fusion::Check(r, observer); });
+    return;
+  }
+  if (m_what == "verify") {
+    Try(m_folder.Path("out.tif"),
+        [](const auto& file, fusion::RunObserver* observer) { fusion::VerifyOutput(file, observer); });
+    return;
+  }
+  if (m_what == "quicklook") {
+    fusion::FuseRequest request = Requests("brovey")[0];
+    request.quicklook = m_folder.Path("look.png");
+    Try(request, [](const auto& r, fusion::RunObserver* observer) { fusion::Fuse(r, observer); });
+    return;
+  }
   fusion::EvaluateRequest request;
   request.pan = m_folder.Path("pan.tif");
   request.ms = m_folder.Path("ms.tif");
@@ -258,7 +280,63 @@ TEST_P(FaultsOfMeasures, AreToldAndLeaveNothing) {
   Try(request, [](const auto& r, fusion::RunObserver* observer) { fusion::Evaluate(r, observer); });
 }
 
-INSTANTIATE_TEST_SUITE_P(All, FaultsOfMeasures, testing::Values("entropy", "statistics", "snr", "gradient", "assess"),
+INSTANTIATE_TEST_SUITE_P(All, FaultsOfMeasures,
+                         testing::Values("entropy", "statistics", "snr", "gradient", "assess", "check", "verify",
+                                         "quicklook"),
                          NameOf);
+
+/// The three files of a scene are each the older one or the new one, which here are the same.
+TEST_F(Faults, OfASampleAreToldAndLeaveTheOlderScene) {
+  m_what = "sample";
+  fusion::SampleRequest request;
+  request.folder = m_folder.Path("scene");
+  request.width = request.height = 16;
+  request.overwrite = true;
+  fusion::MakeSample(request);
+  std::filesystem::rename(m_folder.Path("scene/truth.tif"), m_folder.Path("out.tif"));
+  const std::string good = test_support::FileBytes(m_folder.Path("out.tif"));
+  const auto run = [&] {
+    const auto leave = [&] {
+      // No more than the three, none damaged.
+      for (const auto& file : std::filesystem::directory_iterator(request.folder)) {
+        const std::string name = file.path().filename().string();
+        EXPECT_TRUE(name == "pan.tif" || name == "ms.tif" || name == "truth.tif") << name;
+        if (name != "truth.tif") continue;
+        EXPECT_TRUE(test_support::FileBytes(file.path().string()) == good);
+      }
+    };
+    try {
+      fusion::MakeSample(request);
+    } catch (const RunFailure&) {
+      platform::SetRasterFault({});
+      leave();
+      throw;
+    }
+    leave();
+  };
+  FailOperations(m_what, good, run);
+  EXPECT_GT(m_failed, 10);
+}
+
+/// The library's own allocations, one after the other. What GDAL and PROJ allocate themselves is none of its business.
+TEST_F(Faults, OfAllocationsLeaveTheOlderOutput) {
+  if (!attacks::memoryFails) GTEST_SKIP() << "allocations cannot be made to fail here";
+  m_what = "allocations";
+  fusion::FuseRequest request = Requests("brovey")[0];
+  request.threads = "1";
+  constexpr long kMany = 1L << 40;
+  attacks::allocationsLeft = kMany;
+  fusion::Fuse(request);
+  const long count = kMany - attacks::allocationsLeft;
+  attacks::allocationsLeft = -1;
+  const std::string good = test_support::FileBytes(request.out);
+  for (long at = 0; at < count; ++at) {
+    Hit("allocation " + std::to_string(at), good, [&] {
+      attacks::allocationsLeft = at;
+      fusion::Fuse(request);
+    });
+  }
+  EXPECT_GT(m_failed, 10);
+}
 
 }  // namespace

@@ -1,5 +1,7 @@
 """Makes what the fuzz targets begin with, and the words that they are told: seeds.py FOLDER."""
 import pathlib
+import random
+import re
 import struct
 import sys
 
@@ -53,3 +55,16 @@ words("raster", "II*", "MM", "<SourceFilename>", "<VRTRasterBand>", "subClass=",
       "<MaskBand>", "<Overview>", "<GeoTransform>", "<GCPList>", "nan", "inf", "EHFA_HEADER_TAG", "samples = ", "<SRS>")
 words("area", "MultiPolygon", "GeometryCollection", "coordinates", "1e308", "-1e308", "NaN", "CURVEPOLYGON", "EMPTY",
       "EPSG:4326", "EPSG:32630", "SQLite format 3", "<coordinates>")
+
+# Every option that the reader is told of is a word, every command of the examples a beginning.
+USAGE = (pathlib.Path(__file__).resolve().parents[2] / "docs/usage.md").read_text()
+for number, line in enumerate(re.findall(r"^\$ fusion (.*)$", USAGE, re.MULTILINE)):
+    seed("arguments", f"example{number}", "\0".join(line.replace("'", "").split()))
+seed("arguments", "options", "fuse\n--window\n0,0,5,5\n--bands\n1,2\n--nodata\n-1e3\n--co\nCOMPRESS=LZW\n--type\nuint8")
+words("arguments", *sorted(set(re.findall(r"--[a-z][a-z0-9-]+", USAGE))), "-of", "-co", "-ot", "-b", "-srcwin", "auto", "off",
+      "on", "nan", "1e308", "-1", "99999999999999999999", "0x10", "1,2,3")
+
+dice = random.Random(1)
+for number in range(20):
+    seed("definition", f"draw{number}", dice.randbytes(200))
+words("definition")

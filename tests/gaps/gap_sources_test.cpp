@@ -2,6 +2,7 @@
 #include <gdal_priv.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <limits>
 
@@ -10,6 +11,7 @@
 #include "platform/utility/common_fun.h"
 #include "tests/support/all_methods.h"
 #include "tests/support/gap_scene.h"
+#include "tests/support/test_raster.h"
 
 namespace {
 
@@ -160,6 +162,22 @@ TEST_F(GapSources, AlphaIsNoBandOfAMaskingRunAndADeclaredValueCountsBesideIt) {
   ASSERT_TRUE(source.GetRasterBand(1)->ComputeStatics(&minimum, &maximum, &mean, &stdDev, false, nullptr));
   EXPECT_GT(minimum, 2.0);
   EXPECT_EQ(maximum, 201.0);
+}
+
+TEST(GapSourcesOfManyBands, OpacityIsLookedForOnce) {
+  // At every band's asking all others were looked at: minutes for a file of a few kilobytes.
+  constexpr int kBands = 65000;
+  const std::wstring path = test_support::MemoryPath();
+  GDALAllRegister();
+  Dataset(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(CommonFun::U2Utf8(path).c_str(), 1, 1, kBands,
+                                                                   GDT_Byte, nullptr));
+  CRasterSource source;
+  ASSERT_TRUE(source.OpenSimple(path));
+  const auto start = std::chrono::steady_clock::now();
+  for (int b = 0; b < kBands; ++b) EXPECT_FALSE(source.GetRasterBand(b)->HasMask());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  source.Close();
+  CRasterSource::DeleteFileW(path);
 }
 
 TEST_F(GapSources, ARotatedImagesNorthUpViewKeepsItsGaps) {
