@@ -8,7 +8,7 @@
 
 // The parser is the program's own; what runs it is not wanted.
 #define main RunCommand
-#include "apps/main.cpp"
+#include "apps/main.cpp"  // NOLINT(bugprone-suspicious-include)
 #undef main
 
 namespace {
