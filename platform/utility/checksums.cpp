@@ -48,6 +48,7 @@ std::uint32_t AddByTable(std::uint32_t state, const unsigned char* next, std::si
   return state;
 }
 
+#ifdef FUSION_TARGETS
 /// Bytes that are taken from three places side by side, since each remainder waits for the one before.
 constexpr std::size_t kLane = 1024;
 
@@ -73,7 +74,6 @@ std::uint32_t BehindLane(std::uint32_t state) {
          kBehindLane[2][(state >> 16U) & 0xFFU] ^ kBehindLane[3][state >> 24U];
 }
 
-#ifdef FUSION_TARGETS
 bool HasInstruction() { return __builtin_cpu_supports("sse4.2"); }
 
 __attribute__((target("sse4.2"))) std::uint32_t AddByInstruction(std::uint32_t state, const unsigned char* next,

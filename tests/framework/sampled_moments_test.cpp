@@ -58,7 +58,8 @@ Bands Fuse(FusionParam param, const fusion::MatchTargets* targets, RecordingProg
 bool IsLookedAt(int row, int every, int some) {
   constexpr double kGoldenRatio = 0.6180339887498949;
   const int group = row / every;
-  const int place = static_cast<int>(std::fmod(group * kGoldenRatio, 1.0) * (every / some));
+  const int places = every / some;
+  const int place = static_cast<int>(std::fmod(group * kGoldenRatio, 1.0) * places);
   int begin = group * every + place * some;
   if (begin >= kHeight) begin = group * every;
   return row >= begin && row < begin + some;
