@@ -418,9 +418,12 @@ TEST_F(ReportTest, CanBeEndedAtAnyTime) {
    public:
     explicit Impatient(std::string stage) : m_stage(std::move(stage)) {}
     void StageBegins(const fusion::RunStage& stage) override {
-      m_hasBegun = m_hasBegun || stage.identity.name == m_stage;
+      last = stage.identity.name;
+      m_hasBegun = m_hasBegun || last == m_stage;
     }
     bool WantsCancel() override { return m_hasBegun; }
+
+    std::string last;
 
    private:
     std::string m_stage;
@@ -435,6 +438,7 @@ TEST_F(ReportTest, CanBeEndedAtAnyTime) {
     } catch (const RunFailure& failure) {
       EXPECT_EQ(failure.GetKind(), RunFailure::Kind::kCancelled) << stage;
     }
+    EXPECT_EQ(watcher.last, stage) << "it goes on no farther";
     EXPECT_THAT(m_folder.Names(), ElementsAre("brovey.tif", "ms.tif", "pan.tif")) << stage;
   }
 }
