@@ -118,7 +118,7 @@ struct PendingOutput::Impl {
   /// Companions that are there already, which would be taken for the new output's.
   OutputObstacle CheckOwn(const Neighbours& neighbours) const {
     for (const std::wstring& file : neighbours.own) {
-      const OutputObstacle obstacle = CheckCompanion(file, neighbours);
+      OutputObstacle obstacle = CheckCompanion(file, neighbours);
       if (obstacle.kind != OutputObstacle::kNone) return obstacle;
     }
     return {};
@@ -270,13 +270,11 @@ bool PendingOutput::Sync() const {
     names.push_back(impl.work);
     for (const std::wstring& file : impl.NewCompanions()) names.push_back(impl.InFolder(file));
   }
-  for (const std::wstring& name : names) {
+  return std::all_of(names.begin(), names.end(), [](const std::wstring& name) {
     const int error = SyncToDisk(CommonFun::ToPath(name));
-    if (error == 0) continue;
-    KeepWriteError(error);
-    return false;
-  }
-  return true;
+    if (error != 0) KeepWriteError(error);
+    return error == 0;
+  });
 }
 
 OutputObstacle PendingOutput::Publish() { return Publish({this}); }
@@ -296,7 +294,7 @@ OutputObstacle PendingOutput::Publish(const std::vector<PendingOutput*>& outputs
   }
 
   for (const PendingOutput* output : outputs) {
-    const OutputObstacle obstacle = output->m_impl->CheckAll();
+    OutputObstacle obstacle = output->m_impl->CheckAll();
     if (obstacle.kind != OutputObstacle::kNone) return obstacle;
   }
   Renames renames;
@@ -324,7 +322,7 @@ OutputObstacle PendingOutput::Publish(const std::vector<PendingOutput*>& outputs
       renames.Move(impl.work, impl.target);
     }
   }
-  const OutputObstacle obstacle = renames.Commit();
+  OutputObstacle obstacle = renames.Commit();
   if (obstacle.kind != OutputObstacle::kNone) return obstacle;
   for (const PendingOutput* output : outputs) output->m_impl->RemoveCompanionsOfLink();
   return {};

@@ -443,6 +443,23 @@ TEST_F(ReportTest, CanBeEndedAtAnyTime) {
   }
 }
 
+TEST_F(ReportTest, CanBeEndedInTheMiddleOfAnEvaluation) {
+  class Impatient : public fusion::RunObserver {
+   public:
+    void StageBegins(const fusion::RunStage& stage) override { last = stage.identity.name; }
+    void Progress(int percent) override { m_hasEnough = m_hasEnough || (last == "evaluation" && percent > 0); }
+    bool WantsCancel() override { return m_hasEnough; }
+
+    std::string last;
+
+   private:
+    bool m_hasEnough = false;
+  };
+  Impatient watcher;
+  EXPECT_THROW(fusion::Report(About({Fused("brovey", "brovey.tif")}), &watcher), RunFailure);
+  EXPECT_EQ(watcher.last, "evaluation") << "it goes on no farther";
+}
+
 TEST_F(ReportTest, TellsWhatItIsDoing) {
   class Watching : public fusion::RunObserver {
    public:
