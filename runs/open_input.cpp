@@ -1,5 +1,7 @@
 #include "runs/open_input.h"
 
+#include <algorithm>
+
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/messages.h"
 #include "platform/utility/common_fun.h"
@@ -33,6 +35,14 @@ RunFailure OpenError(const std::wstring& path, const std::wstring& reason) {
 
 void OpenInput(CRasterSource& source, const std::wstring& path) {
   if (!source.Open(path, GDA_READ, true)) throw OpenError(path, source.GetOpenFailure());
+  // Farther from an image's origin a position is taken for none.
+  constexpr int kFar = 1 << 30;
+  const int rows = source.GetHeight();
+  const int columns = source.GetWidth();
+  if (std::max(columns, rows) <= kFar) return;
+  source.Close();
+  throw OpenError(path, L"it has " + std::to_wstring(std::max(columns, rows)) +
+                            (rows > columns ? L" rows" : L" columns") + L": positions end at " + std::to_wstring(kFar));
 }
 
 }  // namespace fusion

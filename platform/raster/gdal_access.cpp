@@ -3,11 +3,9 @@
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <mutex>
-#include <string>
 
 #include "platform/raster/raster_source.h"
 #include "platform/raster/references.h"
@@ -122,24 +120,13 @@ GDALDataset* OpenDataset(const std::string& name, bool update) {
   if (!dataset) return nullptr;
   // Sums over an image count its pixels in doubles.
   constexpr double kMostPixels = 9007199254740992.0;
-  // Farther from an image's origin a position is taken for none.
-  constexpr int kFar = 1 << 30;
-  const int columns = dataset->GetRasterXSize();
-  const int rows = dataset->GetRasterYSize();
-  const double pixels = static_cast<double>(columns) * rows;
-  std::string fault;
-  if (dataset->GetRasterCount() == 0) {
-    fault = "it has no band of its own; an image inside it is opened by that image's name";
-  } else if (pixels > kMostPixels) {
-    fault = CPLSPrintf("it declares %.3g pixels, more than can be counted", pixels);
-  } else if (std::max(columns, rows) > kFar) {
-    fault = "it has " + std::to_string(std::max(columns, rows)) + (rows > columns ? " rows" : " columns") +
-            ": positions end at " + std::to_string(kFar);
-  } else {
-    return dataset;
-  }
+  const double pixels = static_cast<double>(dataset->GetRasterXSize()) * dataset->GetRasterYSize();
+  if (dataset->GetRasterCount() > 0 && pixels <= kMostPixels) return dataset;
+  const bool empty = dataset->GetRasterCount() == 0;
   GDALClose(dataset);
-  CPLError(CE_Failure, CPLE_OpenFailed, "%s", fault.c_str());
+  CPLError(CE_Failure, CPLE_OpenFailed, "%s",
+           empty ? "it has no band of its own; an image inside it is opened by that image's name"
+                 : CPLSPrintf("it declares %.3g pixels, more than can be counted", pixels));
   return nullptr;
 }
 
