@@ -154,6 +154,7 @@ bool BayesianScene::ForEachStrip(const RegistrationResult& found, double restori
   // At once for the largest strip, which is none at an edge.
   const CRect second = m_strips.Count() > 1 ? m_strips.Block(0, 1) : CRect();
   if (m_grid->IsGrid() && second.Area() > 0) m_buffer.Reserve(FiltersOf(second, found, restoring).Reads());
+  m_ahead.reset();
   BayesianStrip strips[2];
   bool wanted = true;
   const auto load = [&](int i, int slot) { return LoadStrip(i, found, restoring, strips[slot]); };
@@ -206,12 +207,13 @@ bool BayesianScene::LowPass(int i, const RegistrationResult& found, double resto
   std::vector<double> values;
   for (int left = rect.left; left < rect.right; left += columns) {
     const CRect part(left, rect.top, std::min(left + columns, rect.right), rect.bottom);
-    const Filters filters = FiltersOf(part, found, widthOf(i));
+    const Filters filters = m_ahead ? std::move(*m_ahead) : FiltersOf(part, found, widthOf(i));
+    m_ahead.reset();
     const CRect reads = filters.Reads();
     if (!ReadPan(reads)) return false;
     if (m_overlapped && m_grid->IsGrid() && i + 1 < m_strips.Count()) {
-      const CRect next = FiltersOf(m_strips.Block(0, i + 1), found, widthOf(i + 1)).Reads();
-      m_buffer.Expect(0, m_pan.GetRasterBand(m_param.m_nPanBand), next, m_reader);
+      m_ahead.emplace(FiltersOf(m_strips.Block(0, i + 1), found, widthOf(i + 1)));
+      m_buffer.Expect(0, m_pan.GetRasterBand(m_param.m_nPanBand), m_ahead->Reads(), m_reader);
     }
     const auto put = [&](const PanLowPass& lowPass, std::vector<double>& out) {
       if (part == rect) {

@@ -90,7 +90,8 @@ class BayesianScene {
   CRect m_area;
   BlockGrid m_strips{0, 0, 0, 0};
   int m_countedStrips = 0;
-  BandBuffers m_buffer;  ///< what is read of pan, and of the bands, one rectangle at a time
+  BandBuffers m_buffer;            ///< what is read of pan, and of the bands, one rectangle at a time
+  std::optional<Filters> m_ahead;  ///< of the strip whose pan is being read ahead
   platform::TaskQueue m_reader;
 };
 

@@ -5,6 +5,7 @@
 #include "platform/raster/references.h"
 #include "platform/raster/write_guard.h"
 #include "runs/assess_methods.h"
+#include "runs/failures.h"
 #include "runs/notices.h"
 #include "runs/run_progress.h"
 
@@ -19,7 +20,7 @@ AssessReport Assess(const AssessRequest& request, RunObserver* observer) {
   const auto start = std::chrono::steady_clock::now();
   const platform::ReferenceScope references({request.allowNetwork, request.confined});
   platform::ClearWriteError();
-  try {
+  return AsRun([&] {
     Notices notices(observer);
     RunProgress progress(observer);
     FuseRequest prototype;
@@ -28,11 +29,7 @@ AssessReport Assess(const AssessRequest& request, RunObserver* observer) {
     report.notices = notices.All();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return report;
-  } catch (const RunFailure&) {
-    throw;
-  } catch (const std::exception& e) {
-    throw ExceptionError(e);
-  }
+  });
 }
 
 }  // namespace fusion

@@ -220,15 +220,11 @@ EvaluateRequest& EvaluateRequest::operator=(const EvaluateRequest&) = default;
 
 EvaluateReport Evaluate(const EvaluateRequest& request, RunObserver* observer) {
   const platform::ReferenceScope references({request.allowNetwork, request.confined});
-  try {
+  return AsRun([&] {
     Notices notices(observer);
     RunProgress progress(observer);
     return Compare(request, notices, progress);
-  } catch (const RunFailure&) {
-    throw;
-  } catch (const std::exception& e) {
-    throw ExceptionError(e);
-  }
+  });
 }
 
 }  // namespace fusion

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <string>
 #include <system_error>
 
@@ -20,6 +21,18 @@ void ThrowFailure(const CBaseAlgorithm& algorithm);
 RunFailure FileFailure(const std::wstring& file, const std::string& done = "written");
 /// A folder that could not be made.
 RunFailure FolderFailure(const std::string& folder, const std::error_code& error);
+
+/// What a run gives; what else it throws comes out as a failure.
+template <typename Run>
+auto AsRun(const Run& run) {
+  try {
+    return run();
+  } catch (const RunFailure&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw ExceptionError(e);
+  }
+}
 
 /// The system's number of a failure in words, to be put behind a text without its full stop; empty for 0.
 std::string Reason(int error);

@@ -215,15 +215,11 @@ WrittenReport Report(const ReportRequest& request, RunObserver* observer) {
   const platform::ReferenceScope references({request.allowNetwork, request.confined});
   const auto start = std::chrono::steady_clock::now();
   platform::ClearWriteError();
-  try {
+  return AsRun([&] {
     WrittenReport report = ReportRun(request, observer).Run();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return report;
-  } catch (const RunFailure&) {
-    throw;
-  } catch (const std::exception& e) {
-    throw ExceptionError(e);
-  }
+  });
 }
 
 }  // namespace fusion

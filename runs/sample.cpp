@@ -245,15 +245,11 @@ SampleRequest& SampleRequest::operator=(const SampleRequest&) = default;
 
 SampleReport MakeSample(const SampleRequest& request, RunObserver* observer) {
   platform::ClearWriteError();
-  try {
+  return AsRun([&] {
     Notices notices(observer);
     RunProgress progress(observer);
     return WriteScene(request, notices, progress);
-  } catch (const RunFailure&) {
-    throw;
-  } catch (const std::exception& e) {
-    throw ExceptionError(e);
-  }
+  });
 }
 
 }  // namespace fusion

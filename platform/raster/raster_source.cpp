@@ -4,29 +4,23 @@
 #include <ogr_spatialref.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <filesystem>
 #include <mutex>
 #include <new>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
-#include "platform/algorithm/base_progress.h"
-#include "platform/algorithm/messages.h"
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/companions.h"
 #include "platform/raster/gdal_access.h"
 #include "platform/raster/north_up_view.h"
-#include "platform/raster/pending_output.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/position_grid.h"
+#include "platform/raster/raster_creation.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/write_guard.h"
 #include "platform/raster/written_raster.h"
-#include "platform/system/process.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/sample_mask.h"
 
@@ -80,73 +74,6 @@ bool IsIdentity(const double t[6]) {
 bool IsFinite(const double t[6]) {
   return std::all_of(t, t + 6, [](double term) { return std::isfinite(term); });
 }
-
-/// The caller's creation options over ours.
-CPLStringList CreationOptions(const char* driver, const char* const* options) {
-  CPLStringList result;
-  if (EQUAL(driver, "GTiff")) {
-    result.SetNameValue("BIGTIFF", "IF_SAFER");
-    result.SetNameValue("INTERLEAVE", "BAND");
-    // The file is the same, byte for byte.
-    if (platform::CodecThreads() > 1 && CSLFetchNameValue(options, "COMPRESS")) {
-      result.SetNameValue("NUM_THREADS", std::to_string(platform::CodecThreads()).c_str());
-    }
-  } else if (EQUAL(driver, "JP2OpenJPEG")) {
-    // Lossless, where the driver left to itself would not keep the values.
-    result.SetNameValue("QUALITY", "100");
-    result.SetNameValue("REVERSIBLE", "YES");
-  }
-  return CPLStringList(CSLMerge(result.StealList(), const_cast<char**>(options)));
-}
-
-/// Whether the driver of a copied format takes this type and number of bands: told by copying a tiny raster.
-bool CanCopy(GDALDriver* driver, int width, int height, int bandCount, GDALDataType type) {
-  constexpr int kJpegLimit = 65535;
-  if (EQUAL(driver->GetDescription(), "JPEG") && std::max(width, height) > kJpegLimit) return false;
-  const std::unique_ptr<GDALDataset> sample(
-      GetGDALDriverManager()->GetDriverByName("MEM")->Create("", 64, 64, bandCount, type, nullptr));
-  if (!sample) return false;
-  const std::string probe = CPLSPrintf("/vsimem/format_probe_%p", static_cast<void*>(sample.get()));
-  const bool works = std::unique_ptr<GDALDataset>(
-                         driver->CreateCopy(probe.c_str(), sample.get(), TRUE, nullptr, nullptr, nullptr)) != nullptr;
-  CRasterSource::DeleteFileW(CommonFun::Utf82U(probe));
-  return works;
-}
-
-/// Truncating a file that is there makes a file system guard what it held by writing out all that replaces it when the
-/// new file is closed. A file kept for its name holds nothing worth that wait.
-void RemoveEmptyFile(const std::wstring& path) {
-  const std::filesystem::path file = CommonFun::ToPath(path);
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(file, error))) return;
-  if (std::filesystem::file_size(file, error) == 0 && !error) std::filesystem::remove(file, error);
-}
-
-/// Whether the samples of a new file take as much of the disk as they are large, as far as its options tell.
-bool IsPlain(const CPLStringList& options) {
-  static constexpr std::array kOptions = {"COMPRESS", "COMPRESSED", "NBITS", "SPARSE_OK"};
-  return std::none_of(kOptions.begin(), kOptions.end(),
-                      [&](const char* option) { return options.FetchNameValue(option) != nullptr; });
-}
-
-/// A reporter behind GDAL's callback.
-struct CopyProgress {
-  CBaseProgress* reporter;
-  int percent = 0;
-  bool cancelled = false;
-
-  static int CPL_STDCALL Follow(double share, const char*, void* self) {
-    auto& progress = *static_cast<CopyProgress*>(self);
-    if (!progress.reporter) return TRUE;
-    const int percent = static_cast<int>(share * 100.0);
-    if (progress.reporter->IsCancelRequested()) progress.cancelled = true;
-    if (percent > progress.percent && !progress.cancelled) {
-      progress.percent = percent;
-      progress.cancelled = !progress.reporter->Step(percent, platform::messages::kProcessing);
-    }
-    return !progress.cancelled;
-  }
-};
 
 }  // namespace
 
@@ -225,20 +152,20 @@ bool CRasterSource::CreateRaster(RasterDataFormat format, const std::wstring& pa
   const GdalErrors quiet;
   const auto gdalType = static_cast<GDALDataType>(platform::ToGdalType(type));
   GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(wanted->driver);
-  CPLStringList creation = CreationOptions(wanted->driver, options);
+  CPLStringList creation = platform::CreationOptions(wanted->driver, options);
   CPLStringList copyOptions;
   std::wstring target = path;
   if (wanted->copyOnly) {
-    if (!CanCopy(driver, width, height, bandCount, gdalType)) return false;
+    if (!platform::CanCopy(driver, width, height, bandCount, gdalType)) return false;
     target = CommonFun::GetTempFilePath(path + L".tif");
     if (target.empty()) return false;
     driver = GetGDALDriverManager()->GetDriverByName("GTiff");
-    copyOptions = std::exchange(creation, CreationOptions("GTiff", nullptr));
+    copyOptions = std::exchange(creation, platform::CreationOptions("GTiff", nullptr));
   }
   const bool existed = CommonFun::IsExistingFile(path);
   const double bytes = static_cast<double>(width) * height * bandCount * platform::PixelSize(type);
-  const bool hasRoom = !IsPlain(creation) || platform::HasRoomFor(target, bytes);
-  if (hasRoom) RemoveEmptyFile(target);
+  const bool hasRoom = !platform::IsPlain(creation) || platform::HasRoomFor(target, bytes);
+  if (hasRoom) platform::RemoveEmptyFile(target);
   m_impl->guard = std::make_unique<platform::WriteGuard>(target);
   GDALDataset* dataset =
       hasRoom ? driver->Create(m_impl->guard->Name().c_str(), width, height, bandCount, gdalType, creation.List())
@@ -289,7 +216,10 @@ bool CRasterSource::Close(CBaseProgress* progress, bool* cancelled) {
     ok = !m_impl->writable || !(errors.Any() || (m_impl->guard && m_impl->guard->HasFailed()));
   }
   if (m_impl->writable && RasterFails(RasterOperation::kClose, m_impl->path)) ok = false;
-  if (m_impl->copyFormat) ok = ok && CopyToFinalFormat(progress, cancelled);
+  if (m_impl->copyFormat) {
+    ok = ok && platform::CopyToFormat(*m_impl->copyFormat, m_impl->copySource, m_impl->path, m_impl->copyOptions,
+                                      progress, cancelled);
+  }
   DeleteFileW(m_impl->copySource);
   m_impl = std::make_unique<Impl>();
   return ok;
@@ -298,34 +228,6 @@ bool CRasterSource::Close(CBaseProgress* progress, bool* cancelled) {
 void CRasterSource::Abandon() {
   m_impl->copyFormat = nullptr;
   Close();
-}
-
-bool CRasterSource::CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) const {
-  CopyProgress follower{progress};
-  if (progress) {
-    progress->Begin({platform::stages::kFormatConversion},
-                    platform::messages::RunTitle(platform::messages::kFormatCopy), 100);
-  }
-  // Under another name first, so that a failure leaves an older file as it was.
-  platform::PendingOutput finished(m_impl->path);
-  if (!finished.Begin()) return false;
-  bool ok = false;
-  {
-    const platform::WriteGuard guard(finished.WorkPath());
-    const GdalErrors errors;
-    const std::unique_ptr<GDALDataset> source(
-        GDALDataset::Open(CommonFun::U2Utf8(m_impl->copySource).c_str(), GDAL_OF_RASTER));
-    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(m_impl->copyFormat->driver);
-    std::unique_ptr<GDALDataset> copy(source ? driver->CreateCopy(guard.Name().c_str(), source.get(), FALSE,
-                                                                  m_impl->copyOptions.List(), CopyProgress::Follow,
-                                                                  &follower)
-                                             : nullptr);
-    ok = copy != nullptr;
-    copy.reset();
-    ok = ok && !errors.Any() && !guard.HasFailed();
-  }
-  if (cancelled) *cancelled = follower.cancelled;
-  return ok && finished.Publish().kind == platform::OutputObstacle::kNone;
 }
 
 bool CRasterSource::IsOpen() const { return m_impl->dataset != nullptr; }

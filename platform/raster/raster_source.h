@@ -123,7 +123,6 @@ class FUSION_API CRasterSource {
 
  private:
   void Adopt(void* handle, const std::wstring& path, bool writable);
-  bool CopyToFinalFormat(CBaseProgress* progress, bool* cancelled) const;
 
   struct Impl;
   std::unique_ptr<Impl> m_impl;
