@@ -49,51 +49,15 @@ std::uint32_t AddByTable(std::uint32_t state, const unsigned char* next, std::si
 }
 
 #ifdef FUSION_TARGETS
-/// Bytes that are taken from three places side by side, since each remainder waits for the one before.
-constexpr std::size_t kLane = 1024;
-
-/// Of every byte of a remainder what it comes to behind a lane of zeros.
-constexpr std::array<std::array<std::uint32_t, 256>, 4> MakeLaneTables() {
-  std::array<std::array<std::uint32_t, 256>, 4> tables{};
-  for (std::uint32_t place = 0; place < 4; ++place) {
-    for (std::uint32_t bit = 0; bit < 8; ++bit) {
-      std::uint32_t state = std::uint32_t{1} << (8 * place + bit);
-      for (std::size_t zero = 0; zero < kLane; ++zero) state = (state >> 8U) ^ kCrc[0][state & 0xFFU];
-      for (std::uint32_t byte = 0; byte < 256; ++byte) {
-        if ((byte >> bit & 1U) != 0) tables[place][byte] ^= state;
-      }
-    }
-  }
-  return tables;
-}
-
-constexpr auto kBehindLane = MakeLaneTables();
-
-std::uint32_t BehindLane(std::uint32_t state) {
-  return kBehindLane[0][state & 0xFFU] ^ kBehindLane[1][(state >> 8U) & 0xFFU] ^
-         kBehindLane[2][(state >> 16U) & 0xFFU] ^ kBehindLane[3][state >> 24U];
-}
-
 bool HasInstruction() { return __builtin_cpu_supports("sse4.2"); }
 
 __attribute__((target("sse4.2"))) std::uint32_t AddByInstruction(std::uint32_t state, const unsigned char* next,
                                                                  std::size_t count) {
-  const auto wordAt = [](const unsigned char* bytes) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, bytes, sizeof(word));
-    return word;
-  };
-  for (; count >= 3 * kLane; count -= 3 * kLane, next += 3 * kLane) {
-    std::uint64_t lanes[3] = {state, 0, 0};
-    for (std::size_t i = 0; i < kLane; i += sizeof(std::uint64_t)) {
-      for (std::size_t l = 0; l < 3; ++l) lanes[l] = __builtin_ia32_crc32di(lanes[l], wordAt(next + l * kLane + i));
-    }
-    const std::uint32_t two = BehindLane(static_cast<std::uint32_t>(lanes[0])) ^ static_cast<std::uint32_t>(lanes[1]);
-    state = BehindLane(two) ^ static_cast<std::uint32_t>(lanes[2]);
-  }
   std::uint64_t wide = state;
   for (; count >= sizeof(std::uint64_t); count -= sizeof(std::uint64_t), next += sizeof(std::uint64_t)) {
-    wide = __builtin_ia32_crc32di(wide, wordAt(next));
+    std::uint64_t word = 0;
+    std::memcpy(&word, next, sizeof(word));
+    wide = __builtin_ia32_crc32di(wide, word);
   }
   state = static_cast<std::uint32_t>(wide);
   for (; count > 0; --count) state = __builtin_ia32_crc32qi(state, *next++);
