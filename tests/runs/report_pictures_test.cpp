@@ -14,7 +14,6 @@
 
 namespace {
 
-using fusion::ReportRequest;
 using fusion::WrittenReport;
 using reference::Image;
 using testing::HasSubstr;

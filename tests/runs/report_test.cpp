@@ -14,9 +14,7 @@
 namespace {
 
 using fusion::ReportRequest;
-using fusion::RunFailure;
 using fusion::WrittenReport;
-using reference::Image;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
