@@ -10,6 +10,7 @@
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/ms_arguments.h"
+#include "apps/report_json.h"
 #include "platform/utility/common_fun.h"
 #include "runs/ms_files.h"
 #include "runs/options.h"
@@ -19,56 +20,6 @@ namespace app {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-Json Numbers(const std::vector<double>& values) {
-  Json list = Json::array();
-  for (const double v : values) list.push_back(JsonNumber(v));
-  return list;
-}
-
-Json ToJson(const fusion::AssessTable& table) {
-  Json rows = Json::array();
-  for (const fusion::AssessRow& row : table.rows) {
-    Json object{{"method", row.method}};
-    for (std::size_t m = 0; m < table.measures.size(); ++m) object[table.measures[m].name] = JsonNumber(row.values[m]);
-    if (!row.rmse.empty()) object["band_rmse"] = Numbers(row.rmse);
-    if (!row.bias.empty()) object["band_bias"] = Numbers(row.bias);
-    object["moved"] = {row.movedX, row.movedY};
-    rows.push_back(object);
-  }
-  Json best;
-  for (const fusion::AssessMeasure& measure : table.measures) {
-    best[measure.name] = measure.best < 0 ? Json() : Json(table.rows[static_cast<std::size_t>(measure.best)].method);
-  }
-  return {{"rows", rows}, {"best", best}};
-}
-
-Json ToJson(const fusion::AssessReport& report) {
-  Json object{{"best", report.best.empty() ? Json() : Json(report.best)}, {"advice", report.advice}};
-  for (const fusion::AssessTable& table : report.tables) object[table.protocol] = ToJson(table);
-  object["bands"] = report.bands;
-  object["ratio"] = {report.ratioX, report.ratioY};
-  object["mtf"] = report.mtf;
-  object["full_mtf"] = report.fullMtf;
-  object["pan_mtf"] = report.panMtf;
-  object["mtf_source"] = report.mtfSource;
-  object["blur"] = nullptr;
-  if (report.blur) {
-    const fusion::AssessBlur& blur = *report.blur;
-    object["blur"] = {{"width", blur.width}, {"apart", blur.apart}, {"score", blur.score}};
-  }
-  object["tiles"] = report.tiles;
-  object["share"] = report.share;
-  object["failures"] = Json::array();
-  for (const auto& [method, sentence] : report.failures) {
-    object["failures"].push_back({{"method", method}, {"message", sentence}});
-  }
-  object["seconds"] = report.seconds;
-  object["error_type"] = 0;
-  object["message"] = "";
-  object["notices"] = report.notices;
-  return object;
-}
 
 void CheckReport(const AssessOptions& o) {
   if (o.report.empty()) return;
@@ -88,7 +39,7 @@ void CheckReport(const AssessOptions& o) {
 
 void WriteReport(const std::string& name, const Json& object) {
   std::ofstream file(CommonFun::ToPath(CommonFun::Utf82U(name)));
-  file << object.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  file << JsonText(object) << '\n';
   file.close();
   if (!file) throw fusion::RunFailure(fusion::RunFailure::Kind::kFailed, name + " cannot be written.");
 }

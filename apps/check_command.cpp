@@ -8,72 +8,10 @@
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/ms_arguments.h"
+#include "apps/report_json.h"
 
 namespace app {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-Json ToJson(const fusion::CheckImage& image) {
-  return {{"size", {image.width, image.height}},
-          {"bands", image.bands},
-          {"type", image.type},
-          {"pixel", {image.pixelWidth, image.pixelHeight}},
-          {"georeference", image.hasPlace},
-          {"coordinate_system", image.system},
-          {"overlap", image.overlap}};
-}
-
-Json ToJson(const fusion::CheckBand& band) {
-  return {{"name", band.name},
-          {"minimum", JsonNumber(band.minimum)},
-          {"maximum", JsonNumber(band.maximum)},
-          {"mean", JsonNumber(band.mean)},
-          {"deviation", JsonNumber(band.stdDev)},
-          {"no_data", JsonNumber(band.noData)},
-          {"at_minimum", JsonNumber(band.atMinimum)},
-          {"at_maximum", JsonNumber(band.atMaximum)}};
-}
-
-Json ToJson(const fusion::CheckReport& report) {
-  Json object{{"fine", report.IsFine()}, {"pan", ToJson(report.pan)}, {"ms", ToJson(report.ms)}};
-  object["ratio"] = {report.ratioX, report.ratioY};
-  object["reprojected"] = report.reprojects;
-  object["looked_at"] = report.share;
-  object["covered"] = report.covered;
-  object["pan_band"] = report.panBand ? ToJson(*report.panBand) : Json();
-  object["bands"] = Json::array();
-  for (const fusion::CheckBand& band : report.bands) {
-    Json figures = ToJson(band);
-    figures["pan_ratio"] = JsonNumber(band.panRatio);
-    figures["correlation"] = JsonNumber(band.correlation);
-    figures["detail"] = JsonNumber(band.detail);
-    object["bands"].push_back(figures);
-  }
-  object["mix_correlation"] = report.bands.empty() ? Json() : JsonNumber(report.mixCorrelation);
-  object["shift"] = nullptr;
-  if (const auto& shift = report.shift) {
-    object["shift"] = {
-        {"dx", shift->dx},           {"dy", shift->dy},       {"spread", {shift->spreadX, shift->spreadY}},
-        {"windows", shift->windows}, {"score", shift->score}, {"score_in_place", shift->inPlace}};
-  }
-  object["blur"] = nullptr;
-  if (const auto& blur = report.blur) {
-    object["blur"] = {{"shape", blur->shape}, {"width", blur->width}, {"pan_pixels", blur->deviation}};
-  }
-  object["warnings"] = Json::array();
-  object["notes"] = Json::array();
-  for (const fusion::CheckFinding& finding : report.findings) {
-    Json entry{{"name", finding.name}, {"text", finding.text}};
-    if (finding.isWarning) entry["advice"] = finding.advice;
-    object[finding.isWarning ? "warnings" : "notes"].push_back(entry);
-  }
-  object["seconds"] = report.seconds;
-  object["error_type"] = 0;
-  object["message"] = "";
-  object["notices"] = report.notices;
-  return object;
-}
 
 }  // namespace
 

@@ -8,19 +8,10 @@
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/ms_arguments.h"
+#include "apps/report_json.h"
 
 namespace app {
 namespace {
-
-nlohmann::ordered_json ToJson(const std::vector<fusion::Figures>& figures) {
-  nlohmann::ordered_json object;
-  for (const fusion::Figures& f : figures) {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    for (const double v : f.values) list.push_back(JsonNumber(v));
-    object[f.name] = list;
-  }
-  return object;
-}
 
 /// Which of the files is what.
 void SortFiles(EvaluateOptions& o) {
@@ -60,15 +51,11 @@ int RunEvaluate(const EvaluateOptions& options) {
   ConsoleProgress console(options.quiet);
   try {
     const fusion::EvaluateReport report = fusion::Evaluate(options, &console);
-    nlohmann::ordered_json object;
-    for (const auto& [metric, figures] : report.metrics) {
-      if (options.json) {
-        object[metric] = ToJson(figures);
-      } else {
-        PrintTable(metric, figures, report.bands);
-      }
+    if (options.json) {
+      PrintJson(ToJson(report));
+    } else {
+      for (const auto& [metric, figures] : report.metrics) PrintTable(metric, figures, report.bands);
     }
-    if (options.json) PrintJson(object);
     return kSuccess;
   } catch (const fusion::RunFailure& failure) {
     if (options.json) PrintJson({{"error_type", failure.Type()}, {"message", failure.what()}});

@@ -1,11 +1,11 @@
 #include "apps/exit_status.h"
 
-#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "apps/report_json.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/system/interrupts.h"
 
@@ -56,19 +56,12 @@ int ReportUncaught() noexcept {
   return kRunFailed;
 }
 
-void PrintJson(const nlohmann::ordered_json& object) {
-  std::cout << object.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
-}
+void PrintJson(const nlohmann::ordered_json& object) { std::cout << JsonText(object) << '\n'; }
 
 int EndOutput(int status) {
   if (std::cout.flush()) return status;
   std::cerr << "fusion: Standard output cannot be written.\n";
   return status == kSuccess ? kRunFailed : status;
-}
-
-nlohmann::ordered_json JsonNumber(double value) {
-  if (std::isinf(value)) return value > 0.0 ? "inf" : "-inf";
-  return value;
 }
 
 }  // namespace app

@@ -18,13 +18,10 @@ int Report(const fusion::RunFailure& failure);
 /// what nothing else has caught.
 int ReportUncaught() noexcept;
 
-/// One object on standard output, always valid UTF-8.
+/// A report on standard output, see JsonText.
 void PrintJson(const nlohmann::ordered_json& object);
 
 /// The exit status of a command that is done: what it printed must have arrived, too.
 int EndOutput(int status);
-
-/// A value for JSON, which has no infinities: "inf" and "-inf"; a NaN becomes null by itself.
-nlohmann::ordered_json JsonNumber(double value);
 
 }  // namespace app

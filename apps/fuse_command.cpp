@@ -7,40 +7,11 @@
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
+#include "apps/report_json.h"
 #include "runs/text.h"
 
 namespace app {
 namespace {
-
-nlohmann::ordered_json Json(const std::optional<fusion::FuseRegistration>& found) {
-  if (!found) return nullptr;
-  return {{"dx", found->dx},
-          {"dy", found->dy},
-          {"applied", found->applied},
-          {"agreement", found->agreement},
-          {"score", found->score}};
-}
-
-nlohmann::ordered_json Json(const std::optional<fusion::FuseModel>& model) {
-  if (!model) return nullptr;
-  return {{"shape", model->shape},
-          {"blur", model->blur},
-          {"restoring", model->restoring},
-          {"gains", model->gains},
-          {"samples", model->samples}};
-}
-
-nlohmann::ordered_json Json(const fusion::FusePlan& plan) {
-  return {{"pan", plan.pan},
-          {"ms", plan.ms},
-          {"area", plan.area},
-          {"origin", plan.origin},
-          {"pixel_size", plan.pixelSize},
-          {"format", plan.format},
-          {"memory", plan.memory},
-          {"disk", plan.disk},
-          {"free", plan.free ? nlohmann::ordered_json(*plan.free) : nullptr}};
-}
 
 std::string Bytes(double bytes) {
   return bytes < 1e9 ? fusion::Formatted("%.3g", bytes / 1e6) + " MB" : fusion::Formatted("%.3g", bytes / 1e9) + " GB";
@@ -66,26 +37,6 @@ void PrintPlan(const fusion::FuseReport& report) {
   print("disk", Bytes(plan.disk) + " without compression" + (plan.free ? ", " + Bytes(*plan.free) + " are free" : ""));
 }
 
-void Describe(const fusion::FuseReport& report, int errorType, const std::string& message) {
-  nlohmann::ordered_json object = {
-      {"method", report.method},
-      {"output", report.output},
-      {"width", report.width},
-      {"height", report.height},
-      {"bands", report.bands},
-      {"type", report.type},
-      {"seconds", report.seconds},
-      {"valid_share", report.validShare ? nlohmann::ordered_json(*report.validShare) : nullptr},
-      {"registration", Json(report.registration)},
-      {"model", Json(report.model)},
-      {"error_type", errorType},
-      {"message", message},
-      {"guards", report.guards},
-      {"notices", report.notices}};
-  if (report.plan) object["plan"] = Json(*report.plan);
-  PrintJson(object);
-}
-
 /// The same keys where nothing was written.
 int Fail(const FuseOptions& options, const fusion::RunFailure& failure, double seconds,
          const std::vector<std::string>& notices) {
@@ -94,7 +45,7 @@ int Fail(const FuseOptions& options, const fusion::RunFailure& failure, double s
   report.output = options.out;
   report.seconds = seconds;
   report.notices = notices;
-  if (options.json) Describe(report, failure.Type(), failure.what());
+  if (options.json) PrintJson(ToJson(report, failure.Type(), failure.what()));
   return Report(failure);
 }
 
@@ -108,7 +59,7 @@ int RunFuse(const FuseOptions& options) {
   try {
     const fusion::FuseReport report = fusion::Fuse(request, &console);
     if (options.json) {
-      Describe(report, 0, "");
+      PrintJson(ToJson(report));
     } else if (report.plan) {
       PrintPlan(report);
     }

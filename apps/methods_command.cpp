@@ -7,24 +7,13 @@
 #include "apps/exit_status.h"
 #include "apps/nearest_word.h"
 #include "apps/option_reference.h"
+#include "apps/report_json.h"
 #include "runs/methods.h"
 #include "runs/text.h"
 
 namespace app {
 
 namespace {
-
-nlohmann::ordered_json ToJson(const fusion::Method& method) {
-  return {{"name", method.name},
-          {"summary", method.summary},
-          {"formula", method.formula},
-          {"source", method.source},
-          {"suits", method.suits},
-          {"spares", method.spares},
-          {"options", fusion::OwnOptions(method)},
-          {"default", &method == &fusion::DefaultMethod()},
-          {"spectral_match", method.matchedByDefault}};
-}
 
 void Explain(const fusion::Method& method) {
   constexpr std::size_t kColumn = 12;
@@ -68,7 +57,7 @@ int RunMethods(const std::string& name, bool json, bool namesOnly) {
                 << (&method == &fusion::DefaultMethod() ? " [default]" : "") << '\n';
     }
   }
-  if (json) std::cout << list.dump(2) << '\n';
+  if (json) PrintJson(list);
   return 0;
 }
 

@@ -7,30 +7,11 @@
 
 #include "apps/console_progress.h"
 #include "apps/exit_status.h"
+#include "apps/report_json.h"
 #include "runs/provenance.h"
 
 namespace app {
 namespace {
-
-nlohmann::ordered_json ToJson(const fusion::Provenance& p, const std::string& file) {
-  nlohmann::ordered_json inputs = nlohmann::ordered_json::array();
-  for (const fusion::ProvenanceInput& input : p.inputs) {
-    inputs.push_back({{"role", input.role}, {"path", input.path}, {"size", input.size}, {"header", input.header}});
-  }
-  nlohmann::ordered_json model = nlohmann::ordered_json::object();
-  for (const fusion::ModelFact& fact : p.model) model[fact.name] = fact.values;
-  return {{"file", file},
-          {"output", p.output},
-          {"version", p.version},
-          {"time", p.time},
-          {"method", p.method},
-          {"options", p.options},
-          {"guards", p.guards},
-          {"inputs", inputs},
-          {"model", model},
-          {"checksums", p.checksums},
-          {"command", fusion::RepeatCommand(p, file)}};
-}
 
 template <typename Values>
 std::string Row(const Values& values) {
@@ -93,8 +74,7 @@ int RunVerify(const OutputOptions& o) {
     ConsoleProgress console(o.quiet);
     const fusion::Provenance p = fusion::VerifyOutput(o.file, &console);
     if (o.json) {
-      PrintJson(
-          {{"file", o.file}, {"output", p.output}, {"checksums", p.checksums}, {"error_type", 0}, {"message", ""}});
+      PrintJson(VerifiedJson(p, o.file));
     } else if (!o.quiet) {
       std::cout << o.file << " holds what was written: " << p.output << ".\n";
     }

@@ -8,39 +8,11 @@
 #include "apps/exit_status.h"
 #include "apps/fuse_options.h"
 #include "apps/ms_arguments.h"
+#include "apps/report_json.h"
 #include "runs/text.h"
 
 namespace app {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-Json ToJson(const fusion::ReportImage& image) {
-  Json object{{"file", image.file}, {"label", image.label}, {"method", image.method}};
-  object["quality"] = nullptr;
-  if (const auto& q = image.quality) {
-    object["quality"] = {{"HQNR", JsonNumber(q->hqnr)},
-                         {"QNR", JsonNumber(q->qnr)},
-                         {"D_lambda", JsonNumber(q->dLambda)},
-                         {"D_s", JsonNumber(q->dS)},
-                         {"sharpness", JsonNumber(q->sharpness)}};
-  }
-  object["not_measured"] = image.notMeasured;
-  object["evaluated"] = image.notEvaluated.empty();
-  object["not_evaluated"] = image.notEvaluated;
-  return object;
-}
-
-Json ToJson(const fusion::WrittenReport& report) {
-  Json object{{"output", report.out}, {"bytes", report.bytes}, {"fine", report.check.IsFine()}};
-  object["images"] = Json::array();
-  for (const fusion::ReportImage& image : report.images) object["images"].push_back(ToJson(image));
-  object["seconds"] = report.seconds;
-  object["error_type"] = 0;
-  object["message"] = "";
-  object["notices"] = report.notices;
-  return object;
-}
 
 /// Which of the files is what.
 void SortFiles(ReportOptions& o) {

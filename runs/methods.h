@@ -86,7 +86,7 @@ FUSION_API const std::vector<Method>& Methods();
 FUSION_API const Method* FindMethod(const std::string& name);
 FUSION_API const Method& DefaultMethod();
 /// Those options of a run, "--rgb", that this method takes and some other does not.
-std::vector<std::string> OwnOptions(const Method& method);
+FUSION_API std::vector<std::string> OwnOptions(const Method& method);
 /// Refuses one of those options, given with a value or without, where the method does not take it.
 void RefuseForeign(bool given, const std::string& option, const Method& method);
 /// "a, b and c" of the methods that take an option.
