@@ -29,6 +29,7 @@
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/coordinate_algorithm.h"
 #include "platform/raster/gis_data_source.h"
+#include "platform/raster/memory_raster.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "platform/utility/log.h"
