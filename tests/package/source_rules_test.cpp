@@ -30,6 +30,7 @@ const std::map<std::string, std::set<std::string>> kAllowed = {
      {"platform", "framework", "estimation", "band_arithmetic", "highpass", "transform", "factory", "evaluation",
       "quality", "fusion_c.h"}},
     {"apps", {"platform", "runs", "fusion_api.h"}},
+    {"python", {"platform", "runs", "apps", "fusion_api.h"}},
 };
 
 const std::vector<std::string> kFolders = [] {

@@ -1,0 +1,186 @@
+"""Progress, cancelling, interrupts, threads."""
+import _thread
+import logging
+import os
+import signal
+import subprocess
+import sys
+import textwrap
+import threading
+import time
+
+import numpy as np
+import pytest
+
+import rsfusion
+
+
+def test_a_callable_follows_the_stages(arrays):
+    seen = []
+    rsfusion.fuse(*arrays, progress=lambda stage, percent: seen.append((stage, percent)))
+    stages = list(dict.fromkeys(stage for stage, _ in seen))
+    assert stages == ["model estimation", "bayesian"]
+    for stage in stages:
+        percents = [percent for other, percent in seen if other == stage]
+        assert percents == sorted(percents) and percents[0] == 0 and percents[-1] == 100
+
+
+def test_a_bar_is_moved(arrays):
+    class Bar:
+        n, said = 0, []
+
+        def reset(self, total):
+            self.said.append(("reset", total))
+            self.n = 0
+
+        def set_description(self, text):
+            self.said.append(text)
+
+        def update(self, n):
+            self.n += n
+
+    bar = Bar()
+    rsfusion.fuse(*arrays, method="brovey", progress=bar)
+    assert bar.n == 100 and bar.said[0] == ("reset", 100) and "brovey" in bar.said
+
+
+def test_tqdm_is_such_a_bar(arrays):
+    tqdm = pytest.importorskip("tqdm")
+    with open(os.devnull, "w") as nowhere, tqdm.tqdm(file=nowhere) as bar:
+        rsfusion.fuse(*arrays, method="brovey", progress=bar)
+        assert bar.n == 100 and bar.total == 100
+
+
+def test_what_progress_raises_ends_the_run(scene, tmp_path):
+    class Enough(Exception):
+        pass
+
+    def progress(stage, percent):
+        raise Enough(stage)
+
+    with pytest.raises(Enough):
+        rsfusion.fuse(scene / "pan.tif", scene / "ms.tif", tmp_path / "out.tif", progress=progress)
+    assert os.listdir(tmp_path) == []
+    # The next run is a run as any other.
+    rsfusion.fuse(scene / "pan.tif", scene / "ms.tif", tmp_path / "out.tif")
+
+
+def test_false_cancels(scene, tmp_path):
+    with pytest.raises(rsfusion.Cancelled) as raised:
+        rsfusion.fuse(scene / "pan.tif", scene / "ms.tif", tmp_path / "out.tif", progress=lambda *_: False)
+    assert raised.value.type == 1
+    assert os.listdir(tmp_path) == []
+
+
+def test_no_run_begins_within_another(arrays):
+    with pytest.raises(RuntimeError, match="cannot be started from the progress"):
+        rsfusion.fuse(*arrays, progress=lambda *_: rsfusion.fuse(*arrays))
+    rsfusion.fuse(*arrays, method="brovey")
+
+
+def test_notices_go_to_the_log(arrays, caplog):
+    ms = arrays[1].astype("float32")
+    ms[:, 3, 4] = np.nan
+    with caplog.at_level(logging.INFO, "rsfusion"):
+        rsfusion.fuse(arrays[0], ms, method="brovey")
+    assert "Pixels without data are left out" in caplog.text
+
+
+def large():
+    """Takes seconds to fuse, and is hardly in memory: rows that repeat cost nothing."""
+    pan = np.random.default_rng(2).integers(1, 60000, (6000, 6000), dtype=np.uint16)
+    return pan, pan[None, ::4, ::4].repeat(4, axis=0)
+
+
+def test_other_threads_go_on_during_a_run():
+    pan, ms = large()
+    pan, ms = pan[:3000], ms[:, :750]
+    turns, over = [], threading.Event()
+
+    def count():
+        while not over.is_set():
+            turns.append(time.perf_counter())
+            time.sleep(0.001)
+
+    thread = threading.Thread(target=count)
+    thread.start()
+    start = time.perf_counter()
+    rsfusion.fuse(pan, ms, threads=1)
+    end = time.perf_counter()
+    over.set()
+    thread.join()
+    during = [turn for turn in turns if start < turn < end]
+    # A run that held the lock would leave one turn before it and one behind.
+    assert len(during) > 20
+    assert max(np.diff([start, *during, end])) < 0.5 * (end - start)
+
+
+def test_runs_of_several_threads_wait_for_each_other(arrays):
+    expected = {method: rsfusion.fuse(*arrays, method=method) for method in ("brovey", "pca", "hpf")}
+    faults = []
+
+    def run(method):
+        for _ in range(3):
+            if not (rsfusion.fuse(*arrays, method=method) == expected[method]).all():
+                faults.append(method)
+
+    threads = [threading.Thread(target=run, args=(method,)) for method in expected]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not faults
+
+
+INTERRUPTED = """
+    import os, signal, sys, threading, time
+    import numpy as np
+    import rsfusion
+    sys.path.insert(0, {tests!r})
+    from test_progress import large
+    pan, ms = large()
+    folder = {folder!r}
+    ends = []
+    def interrupt():
+        ends.append(time.perf_counter())
+        os.kill(os.getpid(), signal.SIGINT)
+    def progress(stage, percent):
+        if stage == {stage!r} and percent >= {percent} and not ends:
+            interrupt()
+    try:
+        rsfusion.fuse(pan, ms, os.path.join(folder, "out.tif"), progress=progress, threads=1)
+    except KeyboardInterrupt:
+        print("interrupted after", time.perf_counter() - ends[0])
+    print(os.listdir(folder))
+    print(rsfusion.fuse(pan[:64, :64], ms[:, :16, :16]).shape)
+"""
+
+
+@pytest.mark.skipif(sys.platform == "win32", reason="signals of POSIX")
+@pytest.mark.parametrize("stage, percent", [("model estimation", 0), ("bayesian", 10)])
+def test_an_interrupt_from_the_keyboard_ends_a_run(tmp_path, stage, percent):
+    program = textwrap.dedent(INTERRUPTED).format(
+        tests=os.path.dirname(__file__), folder=str(tmp_path), stage=stage, percent=percent
+    )
+    done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True, timeout=120)
+    lines = done.stdout.splitlines()
+    assert lines and lines[0].startswith("interrupted after"), done.stderr
+    # Within a block.
+    assert float(lines[0].split()[-1]) < 2.0
+    # Nothing is left, and runs go on.
+    assert lines[1:] == ["[]", "(4, 64, 64)"]
+
+
+@pytest.mark.skipif(sys.platform == "win32", reason="signals of POSIX")
+def test_who_waits_for_a_run_can_be_interrupted():
+    pan, ms = large()
+    begun = threading.Event()
+    thread = threading.Thread(target=lambda: rsfusion.fuse(pan, ms, progress=lambda *_: begun.set()))
+    thread.start()
+    assert begun.wait(60)
+    threading.Timer(0.1, _thread.interrupt_main).start()
+    with pytest.raises(KeyboardInterrupt):
+        rsfusion.fuse(pan[:64, :64], ms[:, :16, :16])
+    waited = thread.is_alive()
+    thread.join()
+    assert waited, "the other run was too short for the test"
