@@ -1,6 +1,5 @@
 """What the algorithms have in common."""
 import json
-import shlex
 
 from qgis.core import QgsProcessingAlgorithm, QgsProcessingException, QgsProcessingParameterFileDestination
 from qgis.PyQt.QtGui import QIcon
@@ -88,7 +87,7 @@ class FusionAlgorithm(QgsProcessingAlgorithm):
         """What the command would tell. Nothing where the run was cancelled."""
         try:
             runner = find_runner()
-            feedback.pushCommandInfo(" ".join(shlex.quote(word) for word in runner.command_line(job)))
+            feedback.pushCommandInfo(runner.told(job))
             outcome = runner.run(job, FeedbackWatcher(feedback, self.notice_of(feedback)))
         except RunCancelled:
             feedback.pushInfo("Cancelled; no output was left.")

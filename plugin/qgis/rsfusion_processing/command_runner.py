@@ -3,6 +3,7 @@ import codecs
 import json
 import os
 import queue
+import shlex
 import signal
 import subprocess
 import threading
@@ -39,12 +40,16 @@ class CommandRunner:
     def __init__(self, program):
         self.program = program
 
-    def command_line(self, job):
+    def told(self, job):
+        """The command line, for a shell."""
+        return " ".join(shlex.quote(word) for word in self._command_line(job))
+
+    def _command_line(self, job):
         return [self.program, *arguments(job)]
 
     def run(self, job, watcher):
         lines = _Lines(watcher)
-        process = _start(self.command_line(job))
+        process = _start(self._command_line(job))
         said = queue.Queue()
         answer = []
         readers = [

@@ -45,7 +45,7 @@ METHOD = Option(
     "method",
     CHOICE,
     "Method",
-    "How detail is added; the others are explained by 'fusion methods'.",
+    "How detail is added; 'fusion methods NAME' explains each.",
     choices=tuple(METHODS),
     titles=tuple(f"{name} - {text}" for name, text in METHODS.items()),
     advanced=False,

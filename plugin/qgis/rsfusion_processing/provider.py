@@ -36,7 +36,7 @@ class FusionProvider(QgsProcessingProvider):
             Setting(
                 self.name(),
                 COMMAND_SETTING,
-                "The command fusion (empty: that of the search path)",
+                "The command fusion (empty: the module rsfusion, else that of the search path)",
                 "",
                 valuetype=Setting.FILE,
             )

@@ -8,6 +8,7 @@ import sys
 import tempfile
 import time
 import unittest
+import unittest.mock
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent))
@@ -292,6 +293,10 @@ time.sleep(60)"""
     def test_the_command_is_that_of_the_settings_else_of_the_path(self):
         self.runner("")
         named = str(self.folder / "fusion")
+        # As if there were no module.
+        without = unittest.mock.patch.dict(sys.modules, {"rsfusion": None})
+        without.start()
+        self.addCleanup(without.stop)
         self.assertEqual(runner.find(named).program, named)
         path = os.environ["PATH"]
         self.addCleanup(os.environ.__setitem__, "PATH", path)
@@ -300,6 +305,13 @@ time.sleep(60)"""
         os.environ["PATH"] = str(self.folder / "empty")
         self.assertRaisesRegex(LookupError, "fusion-tools", runner.find)
         self.assertRaisesRegex(LookupError, "nowhere", runner.find, "nowhere")
+
+    def test_the_module_comes_before_a_command_that_nobody_named(self):
+        self.runner("")
+        named = str(self.folder / "fusion")
+        with unittest.mock.patch.dict(sys.modules, {"rsfusion": unittest.mock.sentinel.module}):
+            self.assertIs(runner.find().module, unittest.mock.sentinel.module)
+            self.assertEqual(runner.find(named).program, named)
 
 
 if __name__ == "__main__":

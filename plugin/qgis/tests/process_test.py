@@ -41,6 +41,8 @@ class QgisProcess(unittest.TestCase):
             PYTHONDONTWRITEBYTECODE="1",
             SOURCE_DATE_EPOCH="1700000000",
         )
+        # It is the command that is tried here.
+        cls.environment.pop("PYTHONPATH", None)
         cls.call([QGIS, "plugins", "enable", "rsfusion_processing"])
         cls.call([FUSION, "sample", "scene", "--size", "256"])
 

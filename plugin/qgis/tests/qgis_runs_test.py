@@ -1,10 +1,12 @@
 #!/usr/bin/python3
 """What the plugin's algorithms do in QGIS."""
+import importlib.util
 import json
 import os
 import pathlib
+import unittest
 
-from in_qgis import PAIR, PLUGIN, SCENE, Case, fusion, gdal, main, processing
+from in_qgis import FUSION, PAIR, PLUGIN, SCENE, Case, ProcessingConfig, fusion, gdal, main, processing
 from osgeo import osr
 from qgis.core import (
     QgsFeature,
@@ -20,6 +22,21 @@ from qgis.core import (
 from rsfusion_processing import options
 
 
+class Feedback(QgsProcessingFeedback):
+    def __init__(self, log):
+        super().__init__(log)
+        self.warnings, self.infos, self.commands = [], [], []
+
+    def pushWarning(self, text):
+        self.warnings.append(text)
+
+    def setProgressText(self, text):
+        self.infos.append(text)
+
+    def pushCommandInfo(self, text):
+        self.commands.append(text)
+
+
 class PanSharpen(Case):
     def test_the_result_is_that_of_the_command(self):
         for number, method in enumerate(options.METHODS):
@@ -30,6 +47,17 @@ class PanSharpen(Case):
             self.assert_same_bytes(out, expected)
             if method != "best":
                 self.assertEqual(results["METHOD_TAKEN"], method)
+
+    @unittest.skipUnless(importlib.util.find_spec("rsfusion"), "there is no module rsfusion")
+    def test_the_result_of_the_module_is_that_of_the_command(self):
+        self.addCleanup(ProcessingConfig.setSettingValue, "FUSION_COMMAND", FUSION)
+        ProcessingConfig.setSettingValue("FUSION_COMMAND", "")
+        out, expected = self.folder / "out.tif", self.folder / "expected.tif"
+        said = Feedback(False)
+        self.run_algorithm("pansharpen", {**PAIR, "METHOD": "hpf", "OUTPUT": str(out)}, said)
+        self.assertTrue(said.commands[0].startswith("rsfusion.fuse("), said.commands)
+        fusion("fuse", *PAIR.values(), expected, "--method", "hpf", "--quiet")
+        self.assert_same_bytes(out, expected)
 
     def test_options_reach_the_command(self):
         out, expected = self.folder / "out.tif", self.folder / "expected.tif"
@@ -128,15 +156,6 @@ class PanSharpen(Case):
         self.assertEqual(list(self.folder.iterdir()), [])
 
     def test_notices_are_warnings(self):
-        class Feedback(QgsProcessingFeedback):
-            warnings, infos = [], []
-
-            def pushWarning(self, text):
-                self.warnings.append(text)
-
-            def setProgressText(self, text):
-                self.infos.append(text)
-
         feedback = Feedback(False)
         self.run_algorithm("pansharpen", {**PAIR, "METHOD": "hpf", "OUTPUT": str(self.folder / "x.tif")}, feedback)
         told = json.loads(fusion("fuse", *PAIR.values(), self.folder / "y.tif", "--method", "hpf", "--json"))
