@@ -12,10 +12,10 @@ namespace {
 
 constexpr int kBins = 256;
 
+/// @param again whether the bins are those of the same values already
 void CountRow(const double* values, int n, const platform::NoDataRule& noData, double minimum, double maximum,
-              std::vector<std::int32_t>& bins, std::int64_t* counts) {
-  bins.resize(static_cast<std::size_t>(n));
-  fusion::BinRow(values, n, noData, minimum, maximum, bins.data());
+              std::vector<std::int32_t>& bins, std::int64_t* counts, bool again = false) {
+  if (!again) fusion::BinRow(values, n, noData, minimum, maximum, bins.data());
   for (const std::int32_t bin : bins) {
     if (bin >= 0) ++counts[bin];
   }
@@ -120,11 +120,13 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
       CountRow(fused, width, noData, m_pFusionMin[i], m_pFusionMax[i], room.bins, m_pFusionHist + i * kBins);
     }
   };
-  const auto takeMul = [&](fusion::BandRoom& room, const double* lastFused, const std::int64_t* cells, int j) {
+  const auto takeMul = [&](fusion::BandRoom& room, const double* lastFused, const fusion::SharedRows& rows, int y,
+                           int j) {
     const platform::NoDataRule noData = MulNoData(static_cast<std::size_t>(j));
-    fusion::Gather(mulBufs[j], cells, width, room.ms.data());
+    const bool again = rows.Repeats(y);
+    if (!again) rows.Gather(mulBufs[j], y, room.ms.data());
     if (!ranges) {
-      CountRow(room.ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], room.bins, m_pMulHist + j * kBins);
+      CountRow(room.ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j], room.bins, m_pMulHist + j * kBins, again);
     } else {
       // The range is widened by the last fused band's value where the multispectral value is valid.
       fusion::WidenRow(lastFused, room.ms.data(), width, noData, m_pMulMin[j], m_pMulMax[j]);
@@ -135,7 +137,7 @@ void CEntropyEvaluate::FusionEvaluate(double* panBuf, CRect* panRect, double** m
     for (int y = rows.top; y < rows.bottom; ++y) {
       const std::ptrdiff_t line = y - blockRect->top;
       if (band < mulCount) {
-        takeMul(room, fusionCount > 0 ? fusionBufs[fusionCount - 1] + line * width : nullptr, rows.Cells(y), band);
+        takeMul(room, fusionCount > 0 ? fusionBufs[fusionCount - 1] + line * width : nullptr, rows, y, band);
       } else if (band < mulCount + fusionCount) {
         takeFused(room, fusionBufs[band - mulCount] + line * width, band - mulCount);
       } else {

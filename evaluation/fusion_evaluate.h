@@ -10,8 +10,9 @@
 #include "platform/raster/reproject.h"
 
 namespace fusion {
+class JointEvaluate;
 class MsCells;
-}
+}  // namespace fusion
 
 /// Base of the evaluations: walks the fused image in blocks, over one or more passes, and hands each block with the pan
 /// and multispectral pixels under it to the metric.
@@ -73,6 +74,7 @@ class FUSION_API CFusionEvaluate : public CBaseAlgorithm {
   bool m_joinsBlocks = false;
 
  private:
+  friend class fusion::JointEvaluate;
   struct Run;
   bool Prepare(Run& run);
   bool BuildReprojection(Run& run);

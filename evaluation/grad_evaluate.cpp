@@ -46,35 +46,37 @@ void CGradEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, doubl
   if (width < 2 || blockRect->Height() < 2) return;
   const auto take = [&](fusion::BandRoom& room, int band, const fusion::SharedRows& shared) {
     const auto i = static_cast<std::size_t>(band);
-    std::vector<double> valid;
     // A row's samples serve it and the row above.
     std::vector<double> below(room.ms.size());
-    const auto gather = [&](int y) { fusion::Gather(mulBufs[i], shared.Cells(y), width, below.data()); };
-    gather(shared.top);
+    shared.Gather(mulBufs[i], shared.top, room.ms.data());
+    fusion::GradientSums msSums;
+    bool repeats = false;
     for (int y = shared.top; y < std::min(shared.bottom, blockRect->bottom - 1); ++y) {
-      std::swap(room.ms, below);
-      gather(y + 1);
+      const bool goesOn = shared.Repeats(y + 1);
+      if (!goesOn) shared.Gather(mulBufs[i], y + 1, below.data());
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      const RowPair rows{room.ms.data(), below.data(), fused, fused + width};
-      AddMulRow(i, rows, width - 1, valid);
-      AddFusionRow(i, rows, width - 1, valid);
-      AddDifferenceRow(i, rows, width - 1, valid);
+      const RowPair rows{room.ms.data(), (goesOn ? room.ms : below).data(), fused, fused + width};
+      // Within three rows of the same samples the gradients are those of the row before.
+      if (!repeats || !goesOn) msSums = MulSums(i, rows, width - 1, room.valid);
+      AddMulRow(i, msSums);
+      AddFusionRow(i, rows, width - 1, room.valid);
+      AddDifferenceRow(i, rows, width - 1, room.valid);
+      repeats = goesOn;
+      if (!goesOn) std::swap(room.ms, below);
     }
   };
   fusion::ForBands(m_workers.get(), fusionCount, Cells(0), *blockRect, *mulRect, take);
 }
 
-/// Which pixels of a row count: those whose value, right neighbour and pixel below are not no-data.
-/// @param tested the values that stand for the pixels' own
-void CGradEvaluate::ValidGradients(const double* tested, const double* row, const double* below, int n,
-                                   const platform::NoDataRule& noData, std::vector<double>& valid) {
-  valid.assign(static_cast<std::size_t>(n), 1.0);
-  for (const double* values : {tested, row + 1, below}) fusion::DropNoData(values, n, noData, valid.data());
+// A gradient counts where the value, its right neighbour and the one below are not no-data.
+
+fusion::GradientSums CGradEvaluate::MulSums(std::size_t i, const RowPair& rows, int n,
+                                            std::vector<double>& valid) const {
+  fusion::MarkValid(rows.ms, rows.ms + 1, rows.msBelow, n, MulNoData(i), valid.data());
+  return fusion::SumGradients(rows.ms, rows.msBelow, valid.data(), n);
 }
 
-void CGradEvaluate::AddMulRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) {
-  ValidGradients(rows.ms, rows.ms, rows.msBelow, n, MulNoData(i), valid);
-  const fusion::GradientSums sums = fusion::SumGradients(rows.ms, rows.msBelow, valid.data(), n);
+void CGradEvaluate::AddMulRow(std::size_t i, const fusion::GradientSums& sums) {
   m_pMulDx2Sum[i] += sums.dx2;
   m_pMulDy2Sum[i] += sums.dy2;
   m_pMulMeanGrad[i] += sums.gradients;
@@ -83,7 +85,7 @@ void CGradEvaluate::AddMulRow(std::size_t i, const RowPair& rows, int n, std::ve
 
 void CGradEvaluate::AddFusionRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) {
   // The first test is made on the multispectral value, with the fused band's no-data value.
-  ValidGradients(rows.ms, rows.fused, rows.fusedBelow, n, FusionNoData(i), valid);
+  fusion::MarkValid(rows.ms, rows.fused + 1, rows.fusedBelow, n, FusionNoData(i), valid.data());
   // What is left out by a mask is no number, which would ruin the sums.
   if (m_param.m_bMaskNoData) fusion::DropNoData(rows.fused, n, FusionNoData(i), valid.data());
   const fusion::GradientSums sums = fusion::SumGradients(rows.fused, rows.fusedBelow, valid.data(), n);
@@ -94,8 +96,7 @@ void CGradEvaluate::AddFusionRow(std::size_t i, const RowPair& rows, int n, std:
 }
 
 void CGradEvaluate::AddDifferenceRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) {
-  valid.assign(static_cast<std::size_t>(n), 1.0);
-  fusion::DropNoData(rows.fused, n, FusionNoData(i), valid.data());
+  fusion::MarkValid(rows.fused, n, FusionNoData(i), valid.data());
   fusion::DropNoData(rows.ms, n, MulNoData(i), valid.data());
   const fusion::DifferenceSums sums = fusion::SumDifferences(rows.fused, rows.ms, valid.data(), n);
   m_pAbsDiffSum[i] += sums.absolute;

@@ -2,6 +2,10 @@
 
 #include "evaluation/fusion_evaluate.h"
 
+namespace fusion {
+struct GradientSums;
+}
+
 /// Sharpness: mean and root-mean-square gradient (differences to the right and the lower neighbour) of each band pair,
 /// and the difference between the two bands. The last column and row of each block are left out.
 ///
@@ -40,12 +44,11 @@ class FUSION_API CGradEvaluate : public CFusionEvaluate {
 
  private:
   struct RowPair;
-  static void ValidGradients(const double* tested, const double* row, const double* below, int n,
-                             const platform::NoDataRule& noData, std::vector<double>& valid);
-  // The last one takes for each pixel of a row whether it counts.
-  void AddMulRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid);
+  // These take room for which pixels of a row count.
+  fusion::GradientSums MulSums(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid) const;
   void AddFusionRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid);
   void AddDifferenceRow(std::size_t i, const RowPair& rows, int n, std::vector<double>& valid);
+  void AddMulRow(std::size_t i, const fusion::GradientSums& sums);
 
   FusionEvaluateParam m_gradParam;
 };

@@ -26,23 +26,17 @@ MsCells::MsCells(const CRasterSource& fused, const CRasterSource& ms, const CRep
       m_shift(reprojectedShift),
       m_separable(!reproject && m_toGround.IsAxisAligned() && m_toPixel.IsAxisAligned()) {}
 
-void MsCells::Row(int y, const CRect& block, const CRect& read, std::int64_t* cells) {
-  if (!m_separable) {
-    MapPoints(y, block, read, cells);
-    return;
-  }
-  MapColumns(block, read);
+std::int64_t MsCells::RowStart(int y, const CRect& block, const CRect& read) const {
   const double gx = m_toGround.X(block.left + 0.5, y + 0.5);
   const double gy = m_toGround.Y(block.left + 0.5, y + 0.5);
   const double position = platform::SampleCoordinate(m_toPixel.Y(gx, gy), m_msHeight);
-  const std::int64_t start = BufferCell(position, read.top, read.Height()) * read.Width();
-  for (std::size_t i = 0; i < m_columns.size(); ++i) cells[i] = start + m_columns[i];
+  return BufferCell(position, read.top, read.Height()) * read.Width();
 }
 
-void MsCells::MapColumns(const CRect& block, const CRect& read) {
+const std::vector<std::int64_t>& MsCells::Columns(const CRect& block, const CRect& read) {
   const bool known = m_block.left == block.left && m_block.right == block.right && m_read.left == read.left &&
                      m_read.right == read.right && !m_columns.empty();
-  if (known) return;
+  if (known) return m_columns;
   m_block = block;
   m_read = read;
   m_columns.resize(static_cast<std::size_t>(block.Width()));
@@ -52,9 +46,10 @@ void MsCells::MapColumns(const CRect& block, const CRect& read) {
     const double column = m_toPixel.X(m_toGround.X(x, y), m_toGround.Y(x, y));
     m_columns[i] = BufferCell(platform::SampleCoordinate(column, m_msWidth), read.left, read.Width());
   }
+  return m_columns;
 }
 
-void MsCells::MapPoints(int y, const CRect& block, const CRect& read, std::int64_t* cells) {
+void MsCells::Row(int y, const CRect& block, const CRect& read, std::int64_t* cells) {
   const auto n = static_cast<std::size_t>(block.Width());
   m_x.resize(n);
   m_y.resize(n);

@@ -8,20 +8,24 @@
 
 namespace fusion {
 
-/// For the pixels of a fused row the cells of the multispectral buffer under them, clamped into the buffer.
+/// For the pixels of a fused row the cells of the multispectral buffer under them, clamped into the buffer, as linear
+/// indices into a buffer that holds a rectangle.
 class MsCells {
  public:
   MsCells() = default;
   /// @param reprojectedShift columns added to a pixel's position under reprojection
   MsCells(const CRasterSource& fused, const CRasterSource& ms, const CReproject* reproject, int reprojectedShift);
 
-  /// Linear indices into a buffer that holds read, for the columns of a block.
+  /// Whether the pixels of a row lie on one multispectral row, and those of a column on one column: a pixel's cell is
+  /// then what its row and its column come to together.
+  bool InRows() const { return m_separable; }
+  const std::vector<std::int64_t>& Columns(const CRect& block, const CRect& read);
+  std::int64_t RowStart(int y, const CRect& block, const CRect& read) const;
+
+  /// The cells of a row's pixels, however they lie.
   void Row(int y, const CRect& block, const CRect& read, std::int64_t* cells);
 
  private:
-  void MapColumns(const CRect& block, const CRect& read);
-  void MapPoints(int y, const CRect& block, const CRect& read, std::int64_t* cells);
-
   platform::Affine m_toGround;
   platform::Affine m_toPixel;
   int m_msWidth = 0;

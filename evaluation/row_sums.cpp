@@ -48,6 +48,37 @@ void TestPiece(const double* values, int n, SampleTest test, double* valid) {
   for (int i = 0; i < n; ++i) valid[i] = test.IsValid(test.Held(values[i])) ? valid[i] : 0.0;
 }
 
+/// MarkPiece for no-data that is not a number, and nothing else.
+FUSION_MULTIVERSION
+void MarkNumbers(const double* first, const double* second, const double* third, int n, double* __restrict valid) {
+  for (int i = 0; i < n; ++i) {
+    const bool counts = (first[i] == first[i]) & (second[i] == second[i]) & (third[i] == third[i]);
+    valid[i] = counts ? 1.0 : 0.0;
+  }
+}
+
+FUSION_MULTIVERSION
+void MarkPiece(const double* first, const double* second, const double* third, int n, SampleTest test,
+               double* __restrict valid) {
+  for (int i = 0; i < n; ++i) {
+    const bool counts =
+        test.IsValid(test.Held(first[i])) & test.IsValid(test.Held(second[i])) & test.IsValid(test.Held(third[i]));
+    valid[i] = counts ? 1.0 : 0.0;
+  }
+}
+
+FUSION_MULTIVERSION
+void WidenValidPiece(const double* values, const double* valid, int n, double* __restrict low, double* __restrict high,
+                     double* __restrict count) {
+  for (int i = 0; i < n; ++i) {
+    const double v = values[i];
+    const bool counts = valid[i] != 0.0;
+    low[i] = (counts & (v < low[i])) ? v : low[i];
+    high[i] = (counts & (v > high[i])) ? v : high[i];
+    count[i] += valid[i];
+  }
+}
+
 FUSION_MULTIVERSION
 void WidenPiece(const double* values, const double* tested, int n, SampleTest test, double* __restrict low,
                 double* __restrict high) {
@@ -140,6 +171,32 @@ void DifferencePiece(const double* fused, const double* ms, const double* valid,
 
 void DropNoData(const double* values, int n, const platform::NoDataRule& test, double* valid) {
   if (test.declared) TestPiece(values, n, SampleTest(test), valid);
+}
+
+void MarkValid(const double* values, int n, const platform::NoDataRule& test, double* valid) {
+  MarkValid(values, values, values, n, test, valid);
+}
+
+void MarkValid(const double* first, const double* second, const double* third, int n, const platform::NoDataRule& test,
+               double* valid) {
+  const SampleTest sample(test);
+  if (!test.declared) {
+    std::fill_n(valid, n, 1.0);
+  } else if (sample.isNan) {
+    MarkNumbers(first, second, third, n, valid);
+  } else {
+    MarkPiece(first, second, third, n, sample, valid);
+  }
+}
+
+std::int64_t WidenValid(const double* values, const double* valid, int n, double& minimum, double& maximum) {
+  Lanes<3> lanes;
+  std::fill_n(lanes[0], kLanes, minimum);
+  std::fill_n(lanes[1], kLanes, maximum);
+  ForPieces(n, [&](int i, int count) { WidenValidPiece(values + i, valid + i, count, lanes[0], lanes[1], lanes[2]); });
+  minimum = *std::min_element(lanes[0], lanes[0] + kLanes);
+  maximum = *std::max_element(lanes[1], lanes[1] + kLanes);
+  return static_cast<std::int64_t>(lanes.Total(2));
 }
 
 void WidenRow(const double* values, const double* tested, int n, const platform::NoDataRule& test, double& minimum,

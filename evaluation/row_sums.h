@@ -15,6 +15,12 @@ namespace fusion {
 /// band's own samples.
 void DropNoData(const double* values, int n, const platform::NoDataRule& test, double* valid);
 
+/// Sets valid to 0 where the value is no-data, and to 1 elsewhere.
+void MarkValid(const double* values, int n, const platform::NoDataRule& test, double* valid);
+/// Likewise where one of three values at a place is no-data.
+void MarkValid(const double* first, const double* second, const double* third, int n, const platform::NoDataRule& test,
+               double* valid);
+
 /// Widens a range by the values whose partner in tested is valid. A NaN widens nothing.
 void WidenRow(const double* values, const double* tested, int n, const platform::NoDataRule& test, double& minimum,
               double& maximum);
@@ -59,5 +65,9 @@ struct DifferenceSums {
   double count = 0.0;
 };
 DifferenceSums SumDifferences(const double* fused, const double* ms, const double* valid, int n);
+
+/// Widens a range by the values that count, and gives their number.
+/// @param valid for each value whether it counts, 1 or 0
+std::int64_t WidenValid(const double* values, const double* valid, int n, double& minimum, double& maximum);
 
 }  // namespace fusion

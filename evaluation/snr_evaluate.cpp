@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "evaluation/band_shares.h"
+#include "evaluation/row_sums.h"
 
 CSNREvaluate::CSNREvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_snrParam(m_param) {
   m_joinsBlocks = true;
@@ -30,37 +31,36 @@ bool CSNREvaluate::IsFinished(int /*step*/) { return true; }
 void CSNREvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, double** mulBufs, int /*mulCount*/,
                                   CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
-  const bool adds = m_pReproject != nullptr;
   const auto take = [&](fusion::BandRoom& room, int i, const fusion::SharedRows& rows) {
     const auto band = static_cast<std::size_t>(i);
-    const platform::NoDataRule fusedNoData = FusionNoData(band);
-    const platform::NoDataRule msNoData = MulNoData(band);
-    double signal = m_pSignalSum[i];
-    double noise = m_pNoiseSum[i];
-    double minimum = m_pMulMin[i];
-    double maximum = m_pMulMax[i];
-    std::int64_t pairs = 0;
     for (int y = rows.top; y < rows.bottom; ++y) {
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      fusion::Gather(mulBufs[i], rows.Cells(y), width, room.ms.data());
-      for (int x = 0; x < width; ++x) {
-        const double f = fused[x];
-        const double m = room.ms[static_cast<std::size_t>(x)];
-        if (fusedNoData(f) || msNoData(m)) continue;
-        signal = (adds ? signal : 0.0) + m * m;
-        noise = (adds ? noise : 0.0) + (m - f) * (m - f);
-        ++pairs;
-        if (m > maximum) maximum = m;
-        if (m < minimum) minimum = m;
-      }
+      if (!rows.Repeats(y)) rows.Gather(mulBufs[i], y, room.ms.data());
+      fusion::MarkValid(fused, width, FusionNoData(band), room.valid.data());
+      fusion::DropNoData(room.ms.data(), width, MulNoData(band), room.valid.data());
+      AddRow(band, fused, room, width);
     }
-    m_pSignalSum[i] = signal;
-    m_pNoiseSum[i] = noise;
-    m_pMulMin[i] = minimum;
-    m_pMulMax[i] = maximum;
-    m_pPairCount[i] += pairs;
   };
   fusion::ForBands(m_workers.get(), fusionCount, Cells(1), *blockRect, *mulRect, take);
+}
+
+void CSNREvaluate::AddRow(std::size_t i, const double* fused, const fusion::BandRoom& room, int n) {
+  m_pPairCount[i] += fusion::WidenValid(room.ms.data(), room.valid.data(), n, m_pMulMin[i], m_pMulMax[i]);
+  const auto counts = [&](int x) { return room.valid[static_cast<std::size_t>(x)] != 0.0; };
+  const auto add = [&](int x, double signal, double noise) {
+    const double m = room.ms[static_cast<std::size_t>(x)];
+    m_pSignalSum[i] = signal + m * m;
+    m_pNoiseSum[i] = noise + (m - fused[x]) * (m - fused[x]);
+  };
+  if (m_pReproject) {
+    for (int x = 0; x < n; ++x) {
+      if (counts(x)) add(x, m_pSignalSum[i], m_pNoiseSum[i]);
+    }
+    return;
+  }
+  int last = n - 1;
+  while (last >= 0 && !counts(last)) --last;
+  if (last >= 0) add(last, 0.0, 0.0);
 }
 
 void CSNREvaluate::EndProccess() {

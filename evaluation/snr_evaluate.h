@@ -2,6 +2,10 @@
 
 #include "evaluation/fusion_evaluate.h"
 
+namespace fusion {
+struct BandRoom;
+}
+
 /// Signal-to-noise and peak signal-to-noise ratio of each band pair; the multispectral band is the signal, its
 /// difference to the fused band the noise. Natural logarithms; the peak term is the range. Without a reprojection the
 /// sums hold the last valid pixel of the run.
@@ -29,5 +33,7 @@ class FUSION_API CSNREvaluate : public CFusionEvaluate {
   SharedArray m_pNoiseSum;
 
  private:
+  void AddRow(std::size_t i, const double* fused, const fusion::BandRoom& room, int n);
+
   FusionEvaluateParam m_snrParam;
 };

@@ -5,12 +5,6 @@
 #include "evaluation/band_shares.h"
 #include "evaluation/row_sums.h"
 
-/// For each pixel of a row whether it is valid.
-struct CStatisticEvaluate::Valid {
-  std::vector<double> fused;
-  std::vector<double> ms;
-};
-
 CStatisticEvaluate::CStatisticEvaluate(FusionEvaluateParam* param) : CFusionEvaluate(param), m_statisticParam(m_param) {
   m_joinsBlocks = true;
 }
@@ -37,34 +31,39 @@ void CStatisticEvaluate::FusionEvaluate(double* /*panBuf*/, CRect* /*panRect*/, 
                                         CRect* mulRect, double** fusionBufs, int fusionCount, CRect* blockRect) {
   const int width = blockRect->Width();
   const auto take = [&](fusion::BandRoom& room, int i, const fusion::SharedRows& rows) {
-    Valid valid;
     for (int y = rows.top; y < rows.bottom; ++y) {
       const double* fused = fusionBufs[i] + static_cast<std::ptrdiff_t>(y - blockRect->top) * width;
-      fusion::Gather(mulBufs[i], rows.Cells(y), width, room.ms.data());
+      const bool again = rows.Repeats(y);
+      if (!again) rows.Gather(mulBufs[i], y, room.ms.data());
       if (m_nProcessStep == 1) {
-        AddSums(static_cast<std::size_t>(i), fused, room.ms.data(), width);
+        AddSums(static_cast<std::size_t>(i), fused, room, width, again);
       } else {
-        AddDeviations(static_cast<std::size_t>(i), fused, room.ms.data(), width, valid);
+        AddDeviations(static_cast<std::size_t>(i), fused, room, width, again);
       }
     }
   };
   fusion::ForBands(m_workers.get(), fusionCount, Cells(1), *blockRect, *mulRect, take);
 }
 
-void CStatisticEvaluate::AddSums(std::size_t i, const double* fused, const double* ms, int n) {
+void CStatisticEvaluate::AddSums(std::size_t i, const double* fused, fusion::BandRoom& room, int n, bool again) {
   fusion::SumRow(fused, n, FusionNoData(i), m_pFusionSum[i], m_pFusionCount[i]);
-  fusion::SumRow(ms, n, MulNoData(i), m_pMulSum[i], m_pMulCount[i]);
+  if (!again) {
+    room.msSum = 0.0;
+    room.msCount = 0;
+    fusion::SumRow(room.ms.data(), n, MulNoData(i), room.msSum, room.msCount);
+  }
+  m_pMulSum[i] += room.msSum;
+  m_pMulCount[i] += room.msCount;
 }
 
-void CStatisticEvaluate::AddDeviations(std::size_t i, const double* fused, const double* ms, int n, Valid& valid) {
+void CStatisticEvaluate::AddDeviations(std::size_t i, const double* fused, fusion::BandRoom& room, int n, bool again) {
   m_pFusionMean[i] = m_pFusionSum[i] / static_cast<double>(m_pFusionCount[i]);
   m_pMulMean[i] = m_pMulSum[i] / static_cast<double>(m_pMulCount[i]);
-  valid.fused.assign(static_cast<std::size_t>(n), 1.0);
-  valid.ms.assign(static_cast<std::size_t>(n), 1.0);
-  fusion::DropNoData(fused, n, FusionNoData(i), valid.fused.data());
-  fusion::DropNoData(ms, n, MulNoData(i), valid.ms.data());
+  const double* ms = room.ms.data();
+  fusion::MarkValid(fused, n, FusionNoData(i), room.valid.data());
+  if (!again) fusion::MarkValid(ms, n, MulNoData(i), room.msValid.data());
   const fusion::PairSums sums =
-      fusion::SumPairs(fused, ms, valid.fused.data(), valid.ms.data(), n, m_pFusionMean[i], m_pMulMean[i]);
+      fusion::SumPairs(fused, ms, room.valid.data(), room.msValid.data(), n, m_pFusionMean[i], m_pMulMean[i]);
   m_pFusionStdDev[i] += sums.fusedSquares;
   m_pMulStdDev[i] += sums.msSquares;
   m_pCovSum[i] += sums.products;

@@ -2,6 +2,10 @@
 
 #include "evaluation/fusion_evaluate.h"
 
+namespace fusion {
+struct BandRoom;
+}
+
 /// Means, standard deviations (population), correlation and relative deviations of each band pair, in the bands' own
 /// units.
 ///
@@ -39,9 +43,9 @@ class FUSION_API CStatisticEvaluate : public CFusionEvaluate {
   SharedArray m_pFusionSquareSum;
 
  private:
-  void AddSums(std::size_t i, const double* fused, const double* ms, int n);
-  struct Valid;
-  void AddDeviations(std::size_t i, const double* fused, const double* ms, int n, Valid& valid);
+  // Of a row, whose multispectral samples are in the room, perhaps those of the row before again.
+  void AddSums(std::size_t i, const double* fused, fusion::BandRoom& room, int n, bool again);
+  void AddDeviations(std::size_t i, const double* fused, fusion::BandRoom& room, int n, bool again);
 
   FusionEvaluateParam m_statisticParam;
 };

@@ -7,6 +7,7 @@
 #include "evaluation/entropy_evaluate.h"
 #include "evaluation/evaluate_factory.h"
 #include "evaluation/grad_evaluate.h"
+#include "evaluation/joint_evaluate.h"
 #include "evaluation/snr_evaluate.h"
 #include "evaluation/statistic_evaluate.h"
 #include "framework/overlap.h"
@@ -141,11 +142,16 @@ class EvaluateInputs {
     m_param.m_rcPanOffset.top = onPan.top;
     CheckCommonGround(fused, ms);
     m_param.m_bMaskNoData = true;
-    m_param.m_nMostBlockPixels = std::int64_t{1} << 20;
+    m_param.m_nMostBlockPixels = std::int64_t{1} << 17;
     m_param.m_bWaitFirst = false;
   }
 
-  const FusionEvaluateParam& Param() const { return m_param; }
+  FusionEvaluateParam Param(const std::string& task) const {
+    FusionEvaluateParam param = m_param;
+    param.m_strTaskName = CommonFun::Utf82U(task);
+    param.m_stage = {task};
+    return param;
+  }
 
   /// One for each pair of bands.
   const std::vector<std::string>& BandLabels() const { return m_labels; }
@@ -193,19 +199,34 @@ EvaluateReport Compare(const EvaluateRequest& request, Notices& notices, RunProg
   const std::vector<const Metric*> metrics = ChooseMetrics(request.metrics);
   const auto workers = MakeWorkers(request.threads);
   const EvaluateInputs inputs(request, notices);
+  const auto process = [&](CFusionEvaluate& run) {
+    run.SetProgress(&progress);
+    run.SetOverlappedIo(true);
+    run.ShareThreads(workers);
+    run.Process();
+    if (!run.Succeeded()) throw inputs.Failure(run.GetLastErrorType(), run.GetLastErrorMessage());
+  };
   EvaluateReport report;
   report.bands = inputs.BandLabels();
+  // Those whose figures do not depend on the shape of blocks read the images together.
+  std::vector<std::shared_ptr<CFusionEvaluate>> runs;
+  std::vector<std::shared_ptr<CFusionEvaluate>> joint;
+  std::string names;
   for (const Metric* metric : metrics) {
-    FusionEvaluateParam param = inputs.Param();
-    param.m_strTaskName = CommonFun::Utf82U(metric->name);
-    param.m_stage = {metric->name};
-    const std::unique_ptr<CFusionEvaluate> run(
-        CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, &progress, &param));
-    run->SetOverlappedIo(true);
-    run->ShareThreads(workers);
-    run->Process();
-    if (!run->Succeeded()) throw inputs.Failure(run->GetLastErrorType(), run->GetLastErrorMessage());
-    report.metrics.push_back({metric->name, metric->figures(*run, param.m_vecFusionBands.size())});
+    FusionEvaluateParam param = inputs.Param(metric->name);
+    runs.emplace_back(CFusEvaluateAlgorithmFactory::CreateAlgorithm(metric->type, nullptr, &param));
+    if (metric->type == FET_GRAD) continue;
+    joint.push_back(runs.back());
+    names += (names.empty() ? "" : ", ") + std::string(metric->name);
+  }
+  if (!joint.empty()) {
+    FusionEvaluateParam param = inputs.Param(names);
+    JointEvaluate together(&param, joint);
+    process(together);
+  }
+  for (std::size_t i = 0; i < metrics.size(); ++i) {
+    if (metrics[i]->type == FET_GRAD) process(*runs[i]);
+    report.metrics.push_back({metrics[i]->name, metrics[i]->figures(*runs[i], report.bands.size())});
   }
   report.notices = notices.All();
   return report;

@@ -243,9 +243,7 @@ TEST_F(EvaluationDriver, CellsAreThoseOfTheBlockAndOfTheBufferAskedFor) {
   ASSERT_TRUE(fused.OpenSimple(fusedFile) && ms.OpenSimple(msFile));
   fusion::MsCells cells(fused, ms, nullptr, 0);
   const auto row = [&](int left, int right, int bufferLeft, int bufferRight) {
-    std::vector<std::int64_t> found(static_cast<std::size_t>(right - left));
-    cells.Row(0, CRect(left, 0, right, 1), CRect(bufferLeft, 0, bufferRight, 1), found.data());
-    return found;
+    return cells.Columns(CRect(left, 0, right, 1), CRect(bufferLeft, 0, bufferRight, 1));
   };
   // Of equal pixels a column's cell is its distance from the buffer's first; one end changes at a time.
   using Cells = std::vector<std::int64_t>;
