@@ -95,7 +95,7 @@ class ReportRun {
 
  private:
   static constexpr int kSteps = 1000;
-  static constexpr int kMetrics = 4;
+  static constexpr int kWalks = 2;  ///< stages of an evaluation by all metrics
   /// The page stays below 15 MB, and base 64 makes four bytes of three.
   static constexpr std::size_t kPictureBytes = 9'500'000;
 
@@ -129,9 +129,9 @@ class ReportRun {
   }
 
   void EvaluateAll() {
-    m_progress.Begin({"evaluation"}, L"evaluation", 100 * kMetrics * static_cast<int>(m_sources.size()));
+    m_progress.Begin({"evaluation"}, L"evaluation", 100 * kWalks * static_cast<int>(m_sources.size()));
     for (std::size_t i = 0; i < m_sources.size(); ++i) {
-      m_step = 100 * kMetrics * static_cast<int>(i);
+      m_step = 100 * kWalks * static_cast<int>(i);
       GoOn();
       if (m_sources[i].unpaired.empty()) EvaluateOne(i);
     }
