@@ -184,7 +184,7 @@ class Runs(unittest.TestCase):
         program.chmod(program.stat().st_mode | stat.S_IXUSR)
         return CommandRunner(str(program))
 
-    def fail(self, body, listener=None):
+    def failure_of(self, body, listener=None):
         with self.assertRaises(runner.RunFailed) as failure:
             self.runner(body).run(Job("fuse", "p", ["m"]), listener or Listener())
         return str(failure.exception)
@@ -212,7 +212,7 @@ print('{"method": "hpf", "arguments": "' + " ".join(sys.argv[1:]) + '"}')"""
     def test_a_failure_has_the_commands_own_sentence(self):
         listener = Listener()
         self.assertEqual(
-            self.fail(
+            self.failure_of(
                 """
 sys.stderr.write("fusion: error 4: No such file. (short)\\n")
 print('{"error_type": 4, "message": "No such file. (long)"}'); sys.exit(1)""",
@@ -223,10 +223,12 @@ print('{"error_type": 4, "message": "No such file. (long)"}'); sys.exit(1)""",
         self.assertEqual(listener.told, [])
 
     def test_without_an_object_the_last_line_is_the_sentence(self):
-        self.assertEqual(self.fail("""sys.stderr.write("fusion: Wrong usage.\\n"); sys.exit(2)"""), "Wrong usage.")
+        self.assertEqual(
+            self.failure_of("""sys.stderr.write("fusion: Wrong usage.\\n"); sys.exit(2)"""), "Wrong usage."
+        )
 
     def test_a_command_that_dies_without_a_word_is_told_by_its_status(self):
-        self.assertIn("-9", self.fail("os.kill(os.getpid(), signal.SIGKILL)"))
+        self.assertIn("-9", self.failure_of("os.kill(os.getpid(), signal.SIGKILL)"))
 
     def test_a_program_that_cannot_be_started_is_a_failure(self):
         with self.assertRaises(runner.RunFailed) as failure:

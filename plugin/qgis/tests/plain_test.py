@@ -41,8 +41,8 @@ class Ground(unittest.TestCase):
     NORTH_UP = (1000.0, 0.5, 0.0, 2000.0, 0.0, -0.5)
 
     def test_an_extent_takes_every_pixel_that_it_touches(self):
-        # Columns (1010.2 - 1000) / 0.5 = 20.4 to 40.8, rows (2000 - 1990.3) / 0.5 = 19.4 to 60.2.
-        self.assertEqual(ground.window_of((1010.2, 1969.9, 1020.4, 1990.3), self.NORTH_UP), [20, 19, 21, 42])
+        # Columns (1010.4 - 1000) / 0.5 = 20.8 to 40.2, rows (2000 - 1990.3) / 0.5 = 19.4 to 60.2.
+        self.assertEqual(ground.window_of((1010.4, 1969.9, 1020.1, 1990.3), self.NORTH_UP), [20, 19, 21, 42])
 
     def test_an_extent_of_pixel_edges_takes_no_more(self):
         pixel = 0.3

@@ -11,6 +11,7 @@ from osgeo import osr
 from qgis.core import (
     QgsFeature,
     QgsGeometry,
+    QgsPointXY,
     QgsProcessingContext,
     QgsProcessingException,
     QgsProcessingFeatureSourceDefinition,
@@ -108,37 +109,52 @@ class PanSharpen(Case):
             self.assertGreaterEqual(begin + size * 0.5, end)
             self.assertLess(size * 0.5, 56.0)
 
-    def area(self):
-        layer = QgsVectorLayer("Polygon?crs=EPSG:32630&field=name:string", "areas", "memory")
-        polygons = ["(440010 4474980, 440080 4474975, 440040 4474920, 440010 4474980)",
-                    "(440090 4474900, 440120 4474900, 440120 4474880, 440090 4474900)"]  # fmt: skip
-        features = []
-        for polygon in polygons:
-            features.append(QgsFeature(layer.fields()))
-            features[-1].setGeometry(QgsGeometry.fromWkt(f"Polygon ({polygon})"))
-        layer.dataProvider().addFeatures(features)
-        return layer, polygons
+    TRIANGLES = [
+        [[440010.0, 4474980.0], [440080.0, 4474975.0], [440040.0, 4474920.0], [440010.0, 4474980.0]],
+        [[440090.0, 4474900.0], [440120.0, 4474900.0], [440120.0, 4474880.0], [440090.0, 4474900.0]],
+    ]
 
-    def test_an_area_of_interest_may_be_a_layer_in_memory_and_a_selection(self):
-        layer, polygons = self.area()
-        layer.selectByIds([next(layer.getFeatures()).id()])
-        QgsProject.instance().addMapLayer(layer)
-        ring = [[float(number) for number in corner.split()] for corner in polygons[0].strip("()").split(",")]
-        by_hand = self.folder / "area.geojson"
-        by_hand.write_text(json.dumps({
+    def area(self):
+        """Both triangles, in memory."""
+        layer = QgsVectorLayer("Polygon?crs=EPSG:32630&field=name:string", "areas", "memory")
+        for ring in self.TRIANGLES:
+            feature = QgsFeature(layer.fields())
+            feature.setGeometry(QgsGeometry.fromPolygonXY([[QgsPointXY(*corner) for corner in ring]]))
+            layer.dataProvider().addFeature(feature)
+        return layer
+
+    def file_of(self, name, ring):
+        """One triangle, by hand."""
+        file = self.folder / name
+        file.write_text(json.dumps({
             "type": "FeatureCollection", "crs": {"type": "name", "properties": {"name": "EPSG:32630"}},
             "features": [{"type": "Feature", "properties": {}, "geometry": {"type": "Polygon", "coordinates": [ring]}}],
         }))  # fmt: skip
+        return str(file)
+
+    def assert_inside_the_first(self, area):
         out, expected = self.folder / "out.tif", self.folder / "expected.tif"
-        chosen = QgsProcessingFeatureSourceDefinition(layer.id(), selectedFeaturesOnly=True)
-        self.run_algorithm("pansharpen", {**PAIR, "METHOD": "brovey", "AOI": chosen, "OUTPUT": str(out)})
-        fusion("fuse", *PAIR.values(), expected, "--method", "brovey", "--aoi", by_hand, "--quiet")
+        self.run_algorithm("pansharpen", {**PAIR, "METHOD": "brovey", "AOI": area, "OUTPUT": str(out)})
+        first = self.file_of("first.geojson", self.TRIANGLES[0])
+        fusion("fuse", *PAIR.values(), expected, "--method", "brovey", "--aoi", first, "--quiet")
         self.assert_same_pixels(out, expected)
         made = gdal.Open(str(out))
         self.assertEqual(made.GetRasterBand(1).GetNoDataValue(), 0)
 
+    def test_an_area_of_interest_may_be_a_layer_in_memory_and_a_selection(self):
+        layer = self.area()
+        layer.selectByIds([next(layer.getFeatures()).id()])
+        QgsProject.instance().addMapLayer(layer)
+        self.assert_inside_the_first(QgsProcessingFeatureSourceDefinition(layer.id(), selectedFeaturesOnly=True))
+
+    def test_an_area_of_interest_may_be_one_of_several_layers_in_a_file(self):
+        package = str(self.folder / "areas.gpkg")
+        for mode, name, ring in ((None, "other", self.TRIANGLES[1]), ("update", "meant", self.TRIANGLES[0])):
+            gdal.VectorTranslate(package, self.file_of(f"{name}.geojson", ring), layerName=name, accessMode=mode)
+        self.assert_inside_the_first(package + "|layername=meant")
+
     def test_an_area_of_interest_in_a_file_goes_by_its_name(self):
-        layer, _ = self.area()
+        layer = self.area()
         area = str(self.folder / "area.geojson")
         processing.run("native:savefeatures", {"INPUT": layer, "OUTPUT": area})
         out = self.folder / "out.tif"
