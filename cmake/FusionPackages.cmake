@@ -1,4 +1,5 @@
-# What cpack makes: the Debian packages libfusion1, libfusion-dev and fusion-tools, and the archive of the sources.
+# What cpack makes: the Debian packages libfusion1, libfusion-dev, fusion-tools and python3-rsfusion (where the Python
+# package is built), and the archive of the sources.
 # scripts/package builds them as they are to be shipped.
 set(CPACK_PACKAGE_VENDOR "The Fusion maintainers")
 set(CPACK_PACKAGE_CONTACT "Fusion maintainers <maintainers@fusion.invalid>" CACHE STRING "Whom the packages name as maintainer")
@@ -61,5 +62,22 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION science)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "pan-sharpening of satellite and aerial images - command\n${about}
 This package has the command, its manual page and what shells complete its
 arguments by.")
+
+if(TARGET rsfusion_core)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+  math(EXPR next_minor "${Python_VERSION_MINOR} + 1")
+  set(CPACK_FUSION_PYTHON ${PROJECT_BINARY_DIR}/python/rsfusion/_core${rsfusion_suffix})
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-rsfusion)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_FUSION_PYTHON_DEPENDS
+      "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${next_minor}), python3-numpy, ${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${version})"
+  )
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-rasterio, python3-xarray")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/python/postinst
+                                                ${CMAKE_CURRENT_LIST_DIR}/debian/python/prerm)
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "pan-sharpening of satellite and aerial images - Python\n${about}
+This package has the Python package rsfusion, for files, NumPy arrays,
+rasterio datasets and xarray DataArrays.")
+endif()
 
 include(CPack)

@@ -339,7 +339,8 @@ def report(
     """Write a page about fused images, one file for the browser.
 
     Args:
-        pan, ms: paths of the images that were fused; ms may be a list
+        pan, ms: paths of the images that were fused; ms may be a list. Arguments that are not told here are those of `fuse`
+        bands, fused_bands: counted from 1, as many, compared in pairs; by default all but alpha
         fused: path of a fused image, or a list of several, on the pixels of pan
         out: path of the page to write, HTML
         title: of the page
@@ -391,6 +392,7 @@ def sample(
         noise: standard deviation of the sensors' noise, 0 to 1, 1 being the brightest white
         clouds: share of the scene that clouds hide, 0 to 1
         overwrite: replace existing files
+        progress: as of `fuse`
 
     Returns:
         files: path, width and height in pixels, bands, pixel_size in metres of each.

@@ -88,7 +88,7 @@ def test_notices_go_to_the_log(arrays, caplog):
 
 def large():
     """Takes seconds to fuse, and is hardly in memory: rows that repeat cost nothing."""
-    pan = np.random.default_rng(2).integers(1, 60000, (6000, 6000), dtype=np.uint16)
+    pan = np.random.default_rng(2).integers(1, 60000, (4000, 4000), dtype=np.uint16)
     return pan, pan[None, ::4, ::4].repeat(4, axis=0)
 
 
@@ -142,15 +142,19 @@ INTERRUPTED = """
     folder = {folder!r}
     ends = []
     def interrupt():
+        # A moment later: from a thread, while the run computes.
+        time.sleep(0.01)
         ends.append(time.perf_counter())
         os.kill(os.getpid(), signal.SIGINT)
+    thread = threading.Thread(target=interrupt)
     def progress(stage, percent):
-        if stage == {stage!r} and percent >= {percent} and not ends:
-            interrupt()
+        if stage == {stage!r} and percent >= {percent} and thread.ident is None:
+            thread.start()
     try:
         rsfusion.fuse(pan, ms, os.path.join(folder, "out.tif"), progress=progress, threads=1)
     except KeyboardInterrupt:
         print("interrupted after", time.perf_counter() - ends[0])
+    thread.join()
     print(os.listdir(folder))
     print(rsfusion.fuse(pan[:64, :64], ms[:, :16, :16]).shape)
 """

@@ -29,7 +29,10 @@ shutil.rmtree(work, ignore_errors=True)
 work.mkdir(parents=True)
 run(cpack, "-G", "DEB", "--config", str(build / "CPackConfig.cmake"), "-B", str(work))
 packages = {path.name.split("_")[0]: path for path in work.glob("*.deb")}
-expect(set(packages) == {f"libfusion{major}", "libfusion-dev", "fusion-tools"}, f"packages are {sorted(packages)}")
+wanted = {f"libfusion{major}", "libfusion-dev", "fusion-tools"}
+if list(build.glob("python/rsfusion/_core*")):
+    wanted.add("python3-rsfusion")
+expect(set(packages) == wanted, f"packages are {sorted(packages)}")
 
 # What each is to hold, as patterns for whole names; every file fits one, and every pattern a file.
 LIB = r"usr/lib(?:/[a-z0-9_]+-linux-[a-z0-9]+)?"
@@ -47,6 +50,8 @@ CONTENTS = {
                       rf"{LIB}/cmake/Fusion/FusionTargets-[a-z]+\.cmake"]
                      + [rf"usr/include/fusion/{re.escape(header)}" for header in headers]
                      + [rf"usr/share/doc/libfusion-dev/examples/{name}/.+" for name in ("brovey", "fuse", "fuse_c", "own_method")],
+    "python3-rsfusion": [rf"usr/lib/python3[.0-9]*/dist-packages/rsfusion/{name}" for name in (
+        r"\w+\.py", r"\w+\.pyi", r"py\.typed", r"_core\.\S+\.so")],
     "fusion-tools": [r"usr/bin/fusion", r"usr/share/man/man1/fusion\.1\.gz", r"usr/share/bash-completion/completions/fusion",
                      r"usr/share/zsh/site-functions/_fusion", r"usr/share/fish/vendor_completions\.d/fusion\.fish"],
 }
@@ -55,6 +60,9 @@ CONTROL = {
     f"libfusion{major}": ({"Section": "libs", "Depends": r".*\blibc6 \(.*\blibgdal.*"}, {"control", "md5sums", "shlibs", "triggers"}),
     "libfusion-dev": ({"Section": "libdevel", "Depends": rf"libfusion{major} \(= {re.escape(version)}-1\)"}, {"control", "md5sums"}),
     "fusion-tools": ({"Section": "science", "Depends": r".*\blibc6 \(.*\blibgdal.*"}, {"control", "md5sums"}),
+    "python3-rsfusion": ({"Section": "python",
+                          "Depends": rf".*\blibc6 \(.*\bpython3 \(.*\bpython3-numpy, libfusion{major} \(= {re.escape(version)}-1\)"},
+                         {"control", "md5sums", "postinst", "prerm"}),
 }
 
 for package, path in packages.items():
