@@ -169,9 +169,9 @@ def test_an_interrupt_from_the_keyboard_ends_a_run(tmp_path, stage, percent):
     done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True, timeout=120)
     lines = done.stdout.splitlines()
     assert lines and lines[0].startswith("interrupted after"), done.stderr
-    # Within a block.
-    assert float(lines[0].split()[-1]) < 2.0
-    # Nothing is left, and runs go on.
+    # Within a block, or the search for a shift; however busy the machine is.
+    assert float(lines[0].split()[-1]) < 10.0
+    # A run that had gone on would have left its output. And other runs go on.
     assert lines[1:] == ["[]", "(4, 64, 64)"]
 
 
