@@ -11,9 +11,7 @@
 #include "apps/report_json.h"
 
 namespace app {
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 void AddCheckOptions(CLI::App& command, CheckOptions& o) {
   command.add_option("PAN", o.pan, "Panchromatic image");

@@ -203,7 +203,7 @@ class ArrayRaster {
     if (m_array.ndim() != 3) throw py::type_error("an array (bands, rows, columns) is needed");
     const py::dtype dtype = m_array.dtype();
     const auto name = dtype.attr("newbyteorder")("=").attr("name").cast<std::string>();
-    const auto known =
+    const auto* const known =
         std::find_if(kTypes.begin(), kTypes.end(), [&](const SampleType& type) { return name == type.name; });
     if (known == kTypes.end()) throw py::type_error("arrays of " + name + " are not taken");
     samples.type = known->type;
@@ -234,7 +234,7 @@ py::tuple ReadImage(const std::string& path) {
   const std::wstring name = CommonFun::Utf82U(path);
   if (!source.OpenSimple(name)) throw std::runtime_error(path + " cannot be opened");
   const PixelDataType type = source.GetRasterDataType();
-  const auto known =
+  const auto* const known =
       std::find_if(kTypes.begin(), kTypes.end(), [&](const SampleType& one) { return one.type == type; });
   const int width = source.GetWidth();
   const int height = source.GetHeight();
@@ -259,7 +259,7 @@ py::tuple ReadImage(const std::string& path) {
   return py::make_tuple(samples, transform, CommonFun::U2Utf8(source.GetSpatialReferenceWKT()), noData);
 }
 
-void Translate(std::exception_ptr thrown) {
+void Translate(const std::exception_ptr& thrown) {
   try {
     if (thrown) std::rethrow_exception(thrown);
   } catch (const fusion::RunFailure& failure) {
@@ -275,7 +275,7 @@ void Translate(std::exception_ptr thrown) {
 }  // namespace
 
 PYBIND11_MODULE(_core, module) {
-  py::register_local_exception_translator(Translate);
+  py::register_local_exception_translator([](std::exception_ptr thrown) { Translate(thrown); });
   using py::arg;
   const auto run = [&](const char* name, auto start) { module.def(name, start, arg("options"), arg("watcher")); };
   run("fuse", Run<fusion::Fuse, fusion::FuseRequest>);

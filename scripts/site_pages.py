@@ -49,12 +49,12 @@ class Site:
             shutil.copy(picture, self.pages / "pictures")
 
     def add_examples(self):
-        text = "# Examples\n\nWhole programs, each with its `CMakeLists.txt`; an install of the Debian package `libfusion-dev`" \
+        text = "# Examples\n\nWhole programs, those in C and C++ with their `CMakeLists.txt`; an install of the Debian package `libfusion-dev`" \
                " has them in\n`/usr/share/doc/libfusion-dev/examples`.\n"
         for folder in sorted((self.root / "examples").iterdir()):
             text += f"\n## {folder.name}\n"
             for source in sorted(folder.glob("main.*")):
-                language = "c" if source.suffix == ".c" else "cpp"
+                language = {".c": "c", ".py": "python"}.get(source.suffix, "cpp")
                 text += f"\n```{language}\n{source.read_text(encoding='utf-8')}```\n"
         self.add("examples.md", text)
 

@@ -138,6 +138,8 @@ INTERRUPTED = """
     import rsfusion
     sys.path.insert(0, {tests!r})
     from test_progress import large
+    # Who runs the tests in the background may have it ignored.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     pan, ms = large()
     folder = {folder!r}
     ends = []
@@ -175,8 +177,15 @@ def test_an_interrupt_from_the_keyboard_ends_a_run(tmp_path, stage, percent):
     assert lines[1:] == ["[]", "(4, 64, 64)"]
 
 
+@pytest.fixture
+def interruptible():
+    before = signal.signal(signal.SIGINT, signal.default_int_handler)
+    yield
+    signal.signal(signal.SIGINT, before)
+
+
 @pytest.mark.skipif(sys.platform == "win32", reason="signals of POSIX")
-def test_who_waits_for_a_run_can_be_interrupted():
+def test_who_waits_for_a_run_can_be_interrupted(interruptible):
     pan, ms = large()
     begun = threading.Event()
     thread = threading.Thread(target=lambda: rsfusion.fuse(pan, ms, progress=lambda *_: begun.set()))

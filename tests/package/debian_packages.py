@@ -49,7 +49,7 @@ CONTENTS = {
                       rf"{LIB}/cmake/Fusion/FusionConfigVersion\.cmake", rf"{LIB}/cmake/Fusion/FusionTargets\.cmake",
                       rf"{LIB}/cmake/Fusion/FusionTargets-[a-z]+\.cmake"]
                      + [rf"usr/include/fusion/{re.escape(header)}" for header in headers]
-                     + [rf"usr/share/doc/libfusion-dev/examples/{name}/.+" for name in ("brovey", "fuse", "fuse_c", "own_method")],
+                     + [rf"usr/share/doc/libfusion-dev/examples/{name}/.+" for name in ("brovey", "fuse", "fuse_c", "own_method", "python")],
     "python3-rsfusion": [rf"usr/lib/python3[.0-9]*/dist-packages/rsfusion/{name}" for name in (
         r"\w+\.py", r"\w+\.pyi", r"py\.typed", r"_core\.\S+\.so")],
     "fusion-tools": [r"usr/bin/fusion", r"usr/share/man/man1/fusion\.1\.gz", r"usr/share/bash-completion/completions/fusion",
