@@ -38,7 +38,7 @@ void CheckReport(const AssessOptions& o) {
 }
 
 void WriteReport(const std::string& name, const Json& object) {
-  std::ofstream file(CommonFun::ToPath(CommonFun::Utf82U(name)));
+  std::ofstream file(CommonFun::ToPath(CommonFun::Utf82U(name)), std::ios::binary);
   file << JsonText(object) << '\n';
   file.close();
   if (!file) throw fusion::RunFailure(fusion::RunFailure::Kind::kFailed, name + " cannot be written.");

@@ -10,8 +10,7 @@ namespace {
 
 constexpr double kNothing = 1e-8;
 
-FUSION_MULTIVERSION
-bool AnyIsNothing(const double* sum, int n) {
+FUSION_MULTIVERSION(bool, AnyIsNothing, (const double* sum, int n), (sum, n)) {
   int found = 0;
   for (int i = 0; i < n; ++i) found |= std::fabs(sum[i]) < kNothing ? 1 : 0;
   return found != 0;

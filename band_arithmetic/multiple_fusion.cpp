@@ -5,8 +5,7 @@
 
 namespace {
 
-FUSION_MULTIVERSION
-void MultiplyRow(const double* ms, const double* pan, int n, double* out) {
+FUSION_MULTIVERSION(void, MultiplyRow, (const double* ms, const double* pan, int n, double* out), (ms, pan, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = ms[i] * pan[i];
 }
 

@@ -10,8 +10,8 @@
 
 namespace {
 
-FUSION_MULTIVERSION
-void WeighRow(const double* ms, const double* pan, double weight, int n, double* out) {
+FUSION_MULTIVERSION(void, WeighRow, (const double* ms, const double* pan, double weight, int n, double* out),
+                    (ms, pan, weight, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = ((1.0 - weight) * ms[i] + (1.0 + weight) * pan[i]) * 0.5;
 }
 

@@ -26,6 +26,11 @@ else()
   endif()
 endif()
 
+if(WIN32)
+  # Of the system's header no more than is asked for, and wide.
+  target_compile_definitions(fusion_options INTERFACE NOMINMAX WIN32_LEAN_AND_MEAN UNICODE _WIN32_WINNT=0x0A00)
+endif()
+
 # For a target whose own code takes no time that would be worth the compiler's.
 function(fusion_compile_quickly target)
   target_compile_options(${target} PRIVATE $<$<AND:$<CXX_COMPILER_ID:GNU,Clang>,$<NOT:$<CONFIG:Debug>>>:-O1>)
@@ -39,6 +44,9 @@ if(FUSION_HARDEN AND NOT MSVC AND NOT FUSION_SANITIZE)
                                                   $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=2>)
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     target_link_options(fusion_options INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+  elseif(MINGW)
+    # The checks are in a library of their own, which needs not be shipped so.
+    target_link_libraries(fusion_options INTERFACE -l:libssp.a)
   endif()
 endif()
 

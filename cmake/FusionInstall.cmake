@@ -45,6 +45,14 @@ if(NOT WIN32 AND NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
   install(FILES ${PROJECT_BINARY_DIR}/fusion.pc DESTINATION ${pc_dir} COMPONENT development)
 endif()
 
+# What a build against the stage of scripts/windows_stage needs to run anywhere: the DLLs, and where PROJ looks for it,
+# its database.
+if(WIN32 AND FUSION_WINDOWS_STAGE)
+  file(GLOB runtime ${FUSION_WINDOWS_STAGE}/bin/*.dll)
+  install(FILES ${runtime} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT library)
+  install(FILES ${FUSION_WINDOWS_STAGE}/share/proj/proj.db DESTINATION share/proj COMPONENT library)
+endif()
+
 # The loader looks into its own folders by a list that it does not renew by itself.
 find_program(FUSION_LDCONFIG ldconfig PATHS /sbin /usr/sbin)
 mark_as_advanced(FUSION_LDCONFIG)

@@ -17,6 +17,14 @@ set(CPACK_SOURCE_PACKAGE_FILE_NAME fusion-${PROJECT_VERSION})
 string(REGEX REPLACE "([][+.*()^$?|\\\\{}])" "\\\\\\1" source_pattern "${PROJECT_SOURCE_DIR}")
 set(CPACK_SOURCE_IGNORE_FILES "^${source_pattern}/(build[^/]*|demo|\\.cache|\\.git)(/|$)" "/__pycache__(/|$)")
 
+# For Windows one archive of all that there is, to be unpacked anywhere.
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGE_FILE_NAME fusion-${PROJECT_VERSION}-win64)
+  include(CPack)
+  return()
+endif()
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL library development tools)

@@ -106,8 +106,8 @@ void Interleave(const double* rows, int stride, int n, double* out) {
 }
 
 /// sums[lane] = the weighted sum of count groups of lanes, added up in their order
-FUSION_MULTIVERSION
-void CombineLanes(const double* lanes, const double* weights, int count, double* sums) {
+FUSION_MULTIVERSION(void, CombineLanes, (const double* lanes, const double* weights, int count, double* sums),
+                    (lanes, weights, count, sums)) {
   double sum[kLanes] = {};
   for (int k = 0; k < count; ++k) {
     for (int lane = 0; lane < kLanes; ++lane) sum[lane] += weights[k] * lanes[kLanes * k + lane];

@@ -43,23 +43,25 @@ struct SampleTest {
   bool asFloat;
 };
 
-FUSION_MULTIVERSION
-void TestPiece(const double* values, int n, SampleTest test, double* valid) {
+FUSION_MULTIVERSION(void, TestPiece, (const double* values, int n, SampleTest test, double* valid),
+                    (values, n, test, valid)) {
   for (int i = 0; i < n; ++i) valid[i] = test.IsValid(test.Held(values[i])) ? valid[i] : 0.0;
 }
 
 /// MarkPiece for no-data that is not a number, and nothing else.
-FUSION_MULTIVERSION
-void MarkNumbers(const double* first, const double* second, const double* third, int n, double* __restrict valid) {
+FUSION_MULTIVERSION(void, MarkNumbers,
+                    (const double* first, const double* second, const double* third, int n, double* __restrict valid),
+                    (first, second, third, n, valid)) {
   for (int i = 0; i < n; ++i) {
     const bool counts = (first[i] == first[i]) & (second[i] == second[i]) & (third[i] == third[i]);
     valid[i] = counts ? 1.0 : 0.0;
   }
 }
 
-FUSION_MULTIVERSION
-void MarkPiece(const double* first, const double* second, const double* third, int n, SampleTest test,
-               double* __restrict valid) {
+FUSION_MULTIVERSION(void, MarkPiece,
+                    (const double* first, const double* second, const double* third, int n, SampleTest test,
+                     double* __restrict valid),
+                    (first, second, third, n, test, valid)) {
   for (int i = 0; i < n; ++i) {
     const bool counts =
         test.IsValid(test.Held(first[i])) & test.IsValid(test.Held(second[i])) & test.IsValid(test.Held(third[i]));
@@ -67,9 +69,10 @@ void MarkPiece(const double* first, const double* second, const double* third, i
   }
 }
 
-FUSION_MULTIVERSION
-void WidenValidPiece(const double* values, const double* valid, int n, double* __restrict low, double* __restrict high,
-                     double* __restrict count) {
+FUSION_MULTIVERSION(void, WidenValidPiece,
+                    (const double* values, const double* valid, int n, double* __restrict low, double* __restrict high,
+                     double* __restrict count),
+                    (values, valid, n, low, high, count)) {
   for (int i = 0; i < n; ++i) {
     const double v = values[i];
     const bool counts = valid[i] != 0.0;
@@ -79,9 +82,10 @@ void WidenValidPiece(const double* values, const double* valid, int n, double* _
   }
 }
 
-FUSION_MULTIVERSION
-void WidenPiece(const double* values, const double* tested, int n, SampleTest test, double* __restrict low,
-                double* __restrict high) {
+FUSION_MULTIVERSION(void, WidenPiece,
+                    (const double* values, const double* tested, int n, SampleTest test, double* __restrict low,
+                     double* __restrict high),
+                    (values, tested, n, test, low, high)) {
   for (int i = 0; i < n; ++i) {
     const bool valid = test.IsValid(tested[i]);
     const double v = values[i];
@@ -90,9 +94,10 @@ void WidenPiece(const double* values, const double* tested, int n, SampleTest te
   }
 }
 
-FUSION_MULTIVERSION
-void BinPiece(const double* values, int n, SampleTest test, double minimum, double maximum,
-              std::int32_t* __restrict bins) {
+FUSION_MULTIVERSION(void, BinPiece,
+                    (const double* values, int n, SampleTest test, double minimum, double maximum,
+                     std::int32_t* __restrict bins),
+                    (values, n, test, minimum, maximum, bins)) {
   for (int i = 0; i < n; ++i) {
     const double position = (values[i] - minimum) * 255.0 / (maximum - minimum);
     double bin = position > 0.0 ? position : 0.0;
@@ -102,8 +107,9 @@ void BinPiece(const double* values, int n, SampleTest test, double minimum, doub
   }
 }
 
-FUSION_MULTIVERSION
-void SumPiece(const double* values, int n, SampleTest test, double* __restrict sum, double* __restrict count) {
+FUSION_MULTIVERSION(void, SumPiece,
+                    (const double* values, int n, SampleTest test, double* __restrict sum, double* __restrict count),
+                    (values, n, test, sum, count)) {
   for (int i = 0; i < n; ++i) {
     const bool valid = test.IsValid(values[i]);
     const double v = values[i];
@@ -112,11 +118,13 @@ void SumPiece(const double* values, int n, SampleTest test, double* __restrict s
   }
 }
 
-FUSION_MULTIVERSION
-void PairPiece(const double* fused, const double* ms, const double* fusedValid, const double* msValid, int n,
-               double fusedMean, double msMean, double* __restrict fusedSquares, double* __restrict msSquares,
-               double* __restrict products, double* __restrict errors, double* __restrict powers,
-               double* __restrict deviations, double* __restrict pairs, double* __restrict nonZero) {
+FUSION_MULTIVERSION(void, PairPiece,
+                    (const double* fused, const double* ms, const double* fusedValid, const double* msValid, int n,
+                     double fusedMean, double msMean, double* __restrict fusedSquares, double* __restrict msSquares,
+                     double* __restrict products, double* __restrict errors, double* __restrict powers,
+                     double* __restrict deviations, double* __restrict pairs, double* __restrict nonZero),
+                    (fused, ms, fusedValid, msValid, n, fusedMean, msMean, fusedSquares, msSquares, products, errors,
+                     powers, deviations, pairs, nonZero)) {
   for (int i = 0; i < n; ++i) {
     const double f = fused[i];
     const double m = ms[i];
@@ -137,9 +145,10 @@ void PairPiece(const double* fused, const double* ms, const double* fusedValid, 
   }
 }
 
-FUSION_MULTIVERSION
-void GradientPiece(const double* row, const double* below, const double* valid, int n, double* __restrict dx2,
-                   double* __restrict dy2, double* __restrict gradients, double* __restrict count) {
+FUSION_MULTIVERSION(void, GradientPiece,
+                    (const double* row, const double* below, const double* valid, int n, double* __restrict dx2,
+                     double* __restrict dy2, double* __restrict gradients, double* __restrict count),
+                    (row, below, valid, n, dx2, dy2, gradients, count)) {
   for (int i = 0; i < n; ++i) {
     const double right = row[i + 1] - row[i];
     const double down = below[i] - row[i];
@@ -154,9 +163,10 @@ void GradientPiece(const double* row, const double* below, const double* valid, 
   }
 }
 
-FUSION_MULTIVERSION
-void DifferencePiece(const double* fused, const double* ms, const double* valid, int n, double* __restrict absolute,
-                     double* __restrict squares, double* __restrict count) {
+FUSION_MULTIVERSION(void, DifferencePiece,
+                    (const double* fused, const double* ms, const double* valid, int n, double* __restrict absolute,
+                     double* __restrict squares, double* __restrict count),
+                    (fused, ms, valid, n, absolute, squares, count)) {
   for (int i = 0; i < n; ++i) {
     const double d = ms[i] - fused[i];
     const double distance = std::fabs(d);

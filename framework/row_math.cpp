@@ -8,20 +8,20 @@ namespace fusion {
 
 void ClearRow(int n, double* sum) { std::fill_n(sum, n, 0.0); }
 
-FUSION_MULTIVERSION
-void AddRow(const double* values, int n, double* sum) {
+FUSION_MULTIVERSION(void, AddRow, (const double* values, int n, double* sum), (values, n, sum)) {
   for (int i = 0; i < n; ++i) sum[i] += values[i];
 }
 
-FUSION_MULTIVERSION
-void AddScaledRow(const double* values, double factor, int n, double* sum) {
+FUSION_MULTIVERSION(void, AddScaledRow, (const double* values, double factor, int n, double* sum),
+                    (values, factor, n, sum)) {
   for (int i = 0; i < n; ++i) sum[i] += factor * values[i];
 }
 
 namespace {
 
-FUSION_MULTIVERSION
-void AddFourRows(const double* const* rows, const double* factors, bool fromZero, int n, double* out) {
+FUSION_MULTIVERSION(void, AddFourRows,
+                    (const double* const* rows, const double* factors, bool fromZero, int n, double* out),
+                    (rows, factors, fromZero, n, out)) {
   const double* r0 = rows[0];
   const double* r1 = rows[1];
   const double* r2 = rows[2];

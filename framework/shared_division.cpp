@@ -10,8 +10,9 @@
 namespace fusion {
 namespace {
 
-FUSION_MULTIVERSION
-void ShareRow(const double* row, const double* factor, const double* divisor, int n, double* out) {
+FUSION_MULTIVERSION(void, ShareRow,
+                    (const double* row, const double* factor, const double* divisor, int n, double* out),
+                    (row, factor, divisor, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = row[i] * factor[i] / divisor[i];
 }
 

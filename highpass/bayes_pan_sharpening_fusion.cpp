@@ -12,17 +12,19 @@
 namespace {
 
 /// What the pan value adds to one band, and the band's transformed value, in the place of that.
-FUSION_MULTIVERSION
-void EstimateRow(const double* pan, double panMean, double gain, double covariance, double variance, int n,
-                 double* transformed) {
+FUSION_MULTIVERSION(void, EstimateRow,
+                    (const double* pan, double panMean, double gain, double covariance, double variance, int n,
+                     double* transformed),
+                    (pan, panMean, gain, covariance, variance, n, transformed)) {
   for (int i = 0; i < n; ++i) {
     transformed[i] = (pan[i] - panMean) * gain * covariance / variance + gain * transformed[i];
   }
 }
 
 /// The same to the last bit for a gain and a variance of 1, which estimated models have.
-FUSION_MULTIVERSION
-void EstimatePlainRow(const double* pan, double panMean, double covariance, int n, double* transformed) {
+FUSION_MULTIVERSION(void, EstimatePlainRow,
+                    (const double* pan, double panMean, double covariance, int n, double* transformed),
+                    (pan, panMean, covariance, n, transformed)) {
   for (int i = 0; i < n; ++i) transformed[i] = (pan[i] - panMean) * covariance + transformed[i];
 }
 

@@ -14,14 +14,15 @@ namespace messages = fusion::messages;
 
 namespace {
 
-FUSION_MULTIVERSION
-void AddDetailRow(const double* first, double gain1, const double* ms, int n, double* out) {
+FUSION_MULTIVERSION(void, AddDetailRow, (const double* first, double gain1, const double* ms, int n, double* out),
+                    (first, gain1, ms, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = gain1 * first[i] + ms[i];
 }
 
-FUSION_MULTIVERSION
-void AddBothDetailsRow(const double* first, double gain1, const double* second, double gain2, const double* ms, int n,
-                       double* out) {
+FUSION_MULTIVERSION(void, AddBothDetailsRow,
+                    (const double* first, double gain1, const double* second, double gain2, const double* ms, int n,
+                     double* out),
+                    (first, gain1, second, gain2, ms, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = gain1 * first[i] + gain2 * second[i] + ms[i];
 }
 

@@ -7,16 +7,16 @@
 
 namespace {
 
-FUSION_MULTIVERSION
-void RatioRow(const double* pan, const double* smooth, int n, double* ratio) {
+FUSION_MULTIVERSION(void, RatioRow, (const double* pan, const double* smooth, int n, double* ratio),
+                    (pan, smooth, n, ratio)) {
   for (int i = 0; i < n; ++i) {
     const double quotient = pan[i] / smooth[i];
     ratio[i] = std::fabs(smooth[i]) > 1e-8 ? quotient : 1.0;
   }
 }
 
-FUSION_MULTIVERSION
-void ScaleRow(const double* ratio, const double* ms, const double* pan, int n, double* out) {
+FUSION_MULTIVERSION(void, ScaleRow, (const double* ratio, const double* ms, const double* pan, int n, double* out),
+                    (ratio, ms, pan, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = ratio[i] * ms[i] + pan[i];
 }
 

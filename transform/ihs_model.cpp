@@ -48,8 +48,8 @@ FUSION_ALWAYS_INLINE IhsShares ToShares(double intensity, double hue, double sat
 }
 
 /// noData is a NaN, which equals nothing, where there is none.
-FUSION_MULTIVERSION
-void ScaleRow(double minimum, double range, double noData, double* values, std::int64_t count) {
+FUSION_MULTIVERSION(void, ScaleRow, (double minimum, double range, double noData, double* values, std::int64_t count),
+                    (minimum, range, noData, values, count)) {
   for (std::int64_t i = 0; i < count; ++i) {
     const double v = values[i];
     const double scaled = (v - minimum) / range * 253.0 + 1.0;
@@ -65,9 +65,10 @@ IhsColour RgbToIhs(double red, double green, double blue) {
 
 IhsShares SharesOfIhs(double intensity, double hue, double saturation) { return ToShares(intensity, hue, saturation); }
 
-FUSION_MULTIVERSION
-void SubstituteIntensity(const double* pan, const double* red, const double* green, const double* blue, int n,
-                         double* __restrict newRed, double* __restrict newGreen, double* __restrict newBlue) {
+FUSION_MULTIVERSION(void, SubstituteIntensity,
+                    (const double* pan, const double* red, const double* green, const double* blue, int n,
+                     double* __restrict newRed, double* __restrict newGreen, double* __restrict newBlue),
+                    (pan, red, green, blue, n, newRed, newGreen, newBlue)) {
   // Loops of their own for the long chains of dependent operations, so that more pixels are under way at a time; pieces
   // that stay in the nearest cache between them.
   constexpr int kPiece = 256;

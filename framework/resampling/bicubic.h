@@ -53,8 +53,8 @@ struct Bicubic {
     return sum;
   }
 
-  FUSION_MULTIVERSION
-  static void CombineLine(const double* line, const ColumnTaps& columns, int n, double* out) {
+  FUSION_MULTIVERSION_MEMBER(void, CombineLine, (const double* line, const ColumnTaps& columns, int n, double* out),
+                             (line, columns, n, out)) {
     const std::int32_t* first = columns.index[0];
     const double* w0 = columns.weight[0];
     const double* w1 = columns.weight[1];
@@ -71,8 +71,8 @@ struct Bicubic {
       }
     }
   }
-  FUSION_MULTIVERSION
-  static void BlendLines(const double* const* lines, const double* weight, int n, double* out) {
+  FUSION_MULTIVERSION_MEMBER(void, BlendLines, (const double* const* lines, const double* weight, int n, double* out),
+                             (lines, weight, n, out)) {
     const double* l0 = lines[0];
     const double* l1 = lines[1];
     const double* l2 = lines[2];
@@ -86,8 +86,9 @@ struct Bicubic {
 
   static constexpr int kBandsAtOnce = kBandGroup;
   /// The index of the first of the sixteen taps.
-  FUSION_MULTIVERSION
-  static void PlacePoints(const double* x, const double* y, int n, const CRect& rect, PointTaps& taps) {
+  FUSION_MULTIVERSION_MEMBER(void, PlacePoints,
+                             (const double* x, const double* y, int n, const CRect& rect, PointTaps& taps),
+                             (x, y, n, rect, taps)) {
     const int left = rect.left;
     const int top = rect.top;
     const int stride = rect.Width();
@@ -102,9 +103,10 @@ struct Bicubic {
       for (int i = 0; i < n; ++i) row[i] = Weight(y[i] - static_cast<int>(y[i]) + 1 - k);
     }
   }
-  FUSION_MULTIVERSION
-  static void CombinePoints(const double* samples, const CRect& rect, const PointTaps& taps, int n,
-                            double* const* out) {
+  FUSION_MULTIVERSION_MEMBER(void, CombinePoints,
+                             (const double* samples, const CRect& rect, const PointTaps& taps, int n,
+                              double* const* out),
+                             (samples, rect, taps, n, out)) {
     const std::ptrdiff_t stride = std::ptrdiff_t{rect.Width()} * kBandGroup;
     BandGroup values[kPassPiece];
     for (int i = 0; i < n; ++i) {

@@ -51,8 +51,8 @@ struct Bilinear {
     const double* toSecond = taps.weight[0];
     for (int i = 0; i < n; ++i) out[i] = toFirst[i] * line[second[i]] + toSecond[i] * line[first[i]];
   }
-  FUSION_MULTIVERSION
-  static void BlendLines(const double* const* lines, const double* weight, int n, double* out) {
+  FUSION_MULTIVERSION_MEMBER(void, BlendLines, (const double* const* lines, const double* weight, int n, double* out),
+                             (lines, weight, n, out)) {
     const double* upper = lines[0];
     const double* lower = lines[1];
     const double toSecond = weight[0];
@@ -76,9 +76,10 @@ struct Bilinear {
       }
     }
   }
-  FUSION_MULTIVERSION
-  static void CombinePoints(const double* samples, const CRect& /*rect*/, const PointTaps& taps, int n,
-                            double* const* out) {
+  FUSION_MULTIVERSION_MEMBER(void, CombinePoints,
+                             (const double* samples, [[maybe_unused]] const CRect& rect, const PointTaps& taps, int n,
+                              double* const* out),
+                             (samples, rect, taps, n, out)) {
     BandGroup values[kPassPiece];
     for (int i = 0; i < n; ++i) {
       BandGroup lines[2];

@@ -16,9 +16,10 @@ struct PositionBox {
 
 /// Copies positions, those outside the box (or NaN) replaced by its near corner, and tells which were inside.
 /// @return how many
-FUSION_MULTIVERSION
-inline int KeepInside(const PositionBox& box, const double* x, const double* y, int n, double* keptX, double* keptY,
-                      std::int32_t* inside) {
+FUSION_MULTIVERSION_INLINE(int, KeepInside,
+                           (const PositionBox& box, const double* x, const double* y, int n, double* keptX,
+                            double* keptY, std::int32_t* inside),
+                           (box, x, y, n, keptX, keptY, inside)) {
   const PositionBox b = box;
   int count = 0;
   for (int i = 0; i < n; ++i) {

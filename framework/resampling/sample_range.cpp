@@ -14,9 +14,10 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr SampleLimits kNoLimits{-kInfinity, kInfinity};
 
 /// The extremes of four rows, of which a NaN is neither less nor more than anything.
-FUSION_MULTIVERSION
-void LeastAndMost(const double* const* least, const double* const* most, int n, double* __restrict low,
-                  double* __restrict high) {
+FUSION_MULTIVERSION(void, LeastAndMost,
+                    (const double* const* least, const double* const* most, int n, double* __restrict low,
+                     double* __restrict high),
+                    (least, most, n, low, high)) {
   const double* l0 = least[0];
   const double* l1 = least[1];
   const double* l2 = least[2];
@@ -38,8 +39,8 @@ void LeastAndMost(const double* const* least, const double* const* most, int n, 
 }
 
 /// Where there is no sample the extremes are the wrong way round, and limit nothing.
-FUSION_MULTIVERSION
-void Pair(const double* least, const double* most, int n, SampleLimits* __restrict out) {
+FUSION_MULTIVERSION(void, Pair, (const double* least, const double* most, int n, SampleLimits* __restrict out),
+                    (least, most, n, out)) {
   for (int i = 0; i < n; ++i) {
     const bool isThere = least[i] <= most[i];
     out[i].least = isThere ? least[i] : kNoLimits.least;
@@ -83,8 +84,9 @@ std::vector<SampleLimits> Around(const double* samples, int width, int height) {
 }
 
 /// The place among a rectangle's samples of each position, below 0 off it.
-FUSION_MULTIVERSION
-void FindPlaces(const double* x, const double* y, int n, const CRect& rect, std::int32_t* places) {
+FUSION_MULTIVERSION(void, FindPlaces,
+                    (const double* x, const double* y, int n, const CRect& rect, std::int32_t* places),
+                    (x, y, n, rect, places)) {
   const int left = rect.left;
   const int top = rect.top;
   const auto width = static_cast<std::uint32_t>(rect.Width());
@@ -105,14 +107,14 @@ FUSION_ALWAYS_INLINE double Limited(double value, const SampleLimits& limits) {
 }
 
 /// Cuts values to the limits of their places.
-FUSION_MULTIVERSION
-void Cut(const SampleLimits* limits, const std::int32_t* places, int n, double* __restrict values) {
+FUSION_MULTIVERSION(void, Cut,
+                    (const SampleLimits* limits, const std::int32_t* places, int n, double* __restrict values),
+                    (limits, places, n, values)) {
   for (int i = 0; i < n; ++i) values[i] = Limited(values[i], limits[places[i]]);
 }
 
 /// The same of limits that are fetched.
-FUSION_MULTIVERSION
-void Cut(const SampleLimits* limits, int n, double* __restrict values) {
+FUSION_MULTIVERSION(void, Cut, (const SampleLimits* limits, int n, double* __restrict values), (limits, n, values)) {
   for (int i = 0; i < n; ++i) values[i] = Limited(values[i], limits[i]);
 }
 

@@ -6,6 +6,7 @@
 #include "framework/fusion.h"
 #include "framework/messages.h"
 #include "platform/raster/raster_algorithm.h"
+#include "platform/system/send_message.h"
 
 namespace fusion {
 
@@ -252,7 +253,7 @@ void Run::Finish() {
   if (param.m_pNotifyWnd) {
     constexpr UINT kFusionDone = 0x400 + 100;
     const auto output = reinterpret_cast<WPARAM>(param.m_strOutFile.c_str());
-    SendMessageW(param.m_pNotifyWnd->GetSafeHwnd(), kFusionDone, output, 1);
+    platform::SendToWindow(param.m_pNotifyWnd->GetSafeHwnd(), kFusionDone, output, 1);
   }
 }
 

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-FUSION_MULTIVERSION void RoundHalfUp(double* values, int n) {
+FUSION_MULTIVERSION(void, RoundHalfUp, (double* values, int n), (values, n)) {
   for (int i = 0; i < n; ++i) values[i] = std::floor(values[i] + 0.5);
 }
 

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-FUSION_MULTIVERSION void Widen(const float* values, int n, double* out) {
+FUSION_MULTIVERSION(void, Widen, (const float* values, int n, double* out), (values, n, out)) {
   for (int i = 0; i < n; ++i) out[i] = values[i];
 }
 

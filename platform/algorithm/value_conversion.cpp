@@ -75,25 +75,32 @@ FUSION_ALWAYS_INLINE void ConvertValues(Limits limits, const double* values, T* 
 }
 
 // Plain functions, since a template cannot be compiled for several instruction sets.
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, std::uint8_t* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, std::uint8_t* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, std::uint16_t* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, std::uint16_t* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, std::int16_t* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, std::int16_t* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, std::uint32_t* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, std::uint32_t* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, std::int32_t* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, std::int32_t* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, float* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, float* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
-FUSION_MULTIVERSION void Convert(Limits limits, const double* values, double* out, std::size_t n) {
+FUSION_MULTIVERSION(void, Convert, (Limits limits, const double* values, double* out, std::size_t n),
+                    (limits, values, out, n)) {
   ConvertValues(limits, values, out, n);
 }
 

@@ -19,7 +19,7 @@ struct Level {
   double outMax;
 };
 
-FUSION_MULTIVERSION void LevelRow(const double* values, double* out, int width, Level s) {
+FUSION_MULTIVERSION(void, LevelRow, (const double* values, double* out, int width, Level s), (values, out, width, s)) {
   for (int i = 0; i < width; ++i) {
     const double v = values[i];
     double leveled = (v - s.low) / (s.high - s.low) * (s.outMax - s.outMin) + s.outMin;

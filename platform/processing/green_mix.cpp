@@ -6,8 +6,10 @@
 namespace platform {
 namespace {
 
-FUSION_MULTIVERSION void MixRow(const double* green, const double* nearInfrared, double* out, int width,
-                                double greenNoData, double nearInfraredNoData) {
+FUSION_MULTIVERSION(void, MixRow,
+                    (const double* green, const double* nearInfrared, double* out, int width, double greenNoData,
+                     double nearInfraredNoData),
+                    (green, nearInfrared, out, width, greenNoData, nearInfraredNoData)) {
   for (int i = 0; i < width; ++i) {
     const double g = green[i];
     const double n = nearInfrared[i];

@@ -14,8 +14,9 @@ namespace {
 constexpr int kTile = 1024;
 
 /// out = sum of weights[t] * taps[t], four taps at a time.
-FUSION_MULTIVERSION void WeightedSum(const double* const* taps, const double* weights, int count, double* out,
-                                     int width) {
+FUSION_MULTIVERSION(void, WeightedSum,
+                    (const double* const* taps, const double* weights, int count, double* out, int width),
+                    (taps, weights, count, out, width)) {
   for (int first = 0; first < width; first += kTile) {
     const int n = width - first < kTile ? width - first : kTile;
     double* __restrict o = out + first;
@@ -40,7 +41,8 @@ FUSION_MULTIVERSION void WeightedSum(const double* const* taps, const double* we
   }
 }
 
-FUSION_MULTIVERSION void AddWeighted(const double* values, double weight, double* __restrict out, int width) {
+FUSION_MULTIVERSION(void, AddWeighted, (const double* values, double weight, double* __restrict out, int width),
+                    (values, weight, out, width)) {
   for (int i = 0; i < width; ++i) out[i] += weight * values[i];
 }
 

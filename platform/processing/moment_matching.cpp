@@ -10,7 +10,8 @@
 namespace platform {
 namespace {
 
-FUSION_MULTIVERSION void StretchRow(const double* values, double* out, int width, MomentMatching::Band band) {
+FUSION_MULTIVERSION(void, StretchRow, (const double* values, double* out, int width, MomentMatching::Band band),
+                    (values, out, width, band)) {
   for (int i = 0; i < width; ++i) {
     const double v = values[i];
     const double stretched = (v - band.mean) / band.stdDev * band.targetStdDev + band.targetMean;

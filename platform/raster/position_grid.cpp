@@ -13,8 +13,10 @@ namespace {
 constexpr int kPiece = 256;
 
 /// For each point the number of its cell's first node, -1 outside the box, and the place in the cell.
-FUSION_MULTIVERSION void LocatePoints(GroundCells cells, const double* groundX, const double* groundY, int n,
-                                      std::int32_t* node, double* fractionX, double* fractionY) {
+FUSION_MULTIVERSION(void, LocatePoints,
+                    (GroundCells cells, const double* groundX, const double* groundY, int n, std::int32_t* node,
+                     double* fractionX, double* fractionY),
+                    (cells, groundX, groundY, n, node, fractionX, fractionY)) {
   for (int i = 0; i < n; ++i) {
     const double u = (groundX[i] - cells.left) / cells.cellX;
     const double v = (groundY[i] - cells.top) / cells.cellY;
@@ -30,8 +32,10 @@ FUSION_MULTIVERSION void LocatePoints(GroundCells cells, const double* groundX, 
 }
 
 /// One coordinate between the four nodes of a cell.
-FUSION_MULTIVERSION void InterpolateCell(double a, double b, double c, double d, const double* fractionX,
-                                         const double* fractionY, int n, double* out) {
+FUSION_MULTIVERSION(void, InterpolateCell,
+                    (double a, double b, double c, double d, const double* fractionX, const double* fractionY, int n,
+                     double* out),
+                    (a, b, c, d, fractionX, fractionY, n, out)) {
   for (int i = 0; i < n; ++i) {
     const double fx = fractionX[i];
     const double fy = fractionY[i];
@@ -70,8 +74,9 @@ void PositionGrid::Interpolate(const double* groundX, const double* groundY, int
   }
 }
 
-FUSION_MULTIVERSION
-void GroundToSamples(const Affine& groundToPixel, int width, int height, int n, double* x, double* y, int edge) {
+FUSION_MULTIVERSION(void, GroundToSamples,
+                    (const Affine& groundToPixel, int width, int height, int n, double* x, double* y, int edge),
+                    (groundToPixel, width, height, n, x, y, edge)) {
   for (int i = 0; i < n; ++i) {
     const double groundX = x[i];
     const double groundY = y[i];
@@ -80,8 +85,7 @@ void GroundToSamples(const Affine& groundToPixel, int width, int height, int n, 
   }
 }
 
-FUSION_MULTIVERSION
-void ToSampleCoordinates(double* corners, int n, int size, int edge) {
+FUSION_MULTIVERSION(void, ToSampleCoordinates, (double* corners, int n, int size, int edge), (corners, n, size, edge)) {
   for (int i = 0; i < n; ++i) corners[i] = SampleCoordinate(corners[i], size, edge);
 }
 

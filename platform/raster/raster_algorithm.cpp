@@ -103,8 +103,7 @@ class ValidPixels {
 };
 
 /// Independent lanes let the sum vectorise although additions may not be reordered.
-FUSION_MULTIVERSION
-double Dot(const double* a, const double* b, std::size_t count) {
+FUSION_MULTIVERSION(double, Dot, (const double* a, const double* b, std::size_t count), (a, b, count)) {
   constexpr std::size_t kLanes = 16;
   double lanes[kLanes] = {};
   std::size_t i = 0;

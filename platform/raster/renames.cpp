@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "platform/raster/raster_fault.h"
+#include "platform/system/failure_number.h"
 #include "platform/system/files.h"
 #include "platform/utility/common_fun.h"
 
@@ -60,7 +61,7 @@ void Renames::Move(const std::wstring& from, const std::wstring& to) {
   } else if (error == std::errc::file_exists) {
     m_obstacle = {OutputObstacle::kExists, to};
   } else {
-    m_obstacle = {OutputObstacle::kNotGiven, to, error.value()};
+    m_obstacle = {OutputObstacle::kNotGiven, to, FailureNumber(error)};
   }
 }
 
@@ -72,7 +73,7 @@ void Renames::Replace(const std::wstring& from, const std::wstring& to, const st
     return;
   }
   if (const std::error_code error = Rename(from, to, true)) {
-    m_obstacle = {OutputObstacle::kNotGiven, to, error.value()};
+    m_obstacle = {OutputObstacle::kNotGiven, to, FailureNumber(error)};
     return;
   }
   m_done.emplace_back(to, aside);

@@ -18,8 +18,9 @@ struct RowSums {
   double sum = 0.0;
 };
 
-FUSION_MULTIVERSION
-void SumLanes(const double* values, std::int64_t count, double noData, double* counts, double* sums) {
+FUSION_MULTIVERSION(void, SumLanes,
+                    (const double* values, std::int64_t count, double noData, double* counts, double* sums),
+                    (values, count, noData, counts, sums)) {
   for (std::int64_t i = 0; i < count; i += kLanes) {
     for (int l = 0; l < kLanes; ++l) {
       const double v = values[i + l];
@@ -30,8 +31,9 @@ void SumLanes(const double* values, std::int64_t count, double noData, double* c
   }
 }
 
-FUSION_MULTIVERSION
-void WidenLanes(const double* values, std::int64_t count, double noData, double* minima, double* maxima) {
+FUSION_MULTIVERSION(void, WidenLanes,
+                    (const double* values, std::int64_t count, double noData, double* minima, double* maxima),
+                    (values, count, noData, minima, maxima)) {
   for (std::int64_t i = 0; i < count; i += kLanes) {
     for (int l = 0; l < kLanes; ++l) {
       const double v = values[i + l];
@@ -44,9 +46,10 @@ void WidenLanes(const double* values, std::int64_t count, double noData, double*
   }
 }
 
-FUSION_MULTIVERSION
-void DeviationLanes(const double* values, std::int64_t count, double noData, double mean, double* sums,
-                    double* squares) {
+FUSION_MULTIVERSION(void, DeviationLanes,
+                    (const double* values, std::int64_t count, double noData, double mean, double* sums,
+                     double* squares),
+                    (values, count, noData, mean, sums, squares)) {
   for (std::int64_t i = 0; i < count; i += kLanes) {
     for (int l = 0; l < kLanes; ++l) {
       const double v = values[i + l];

@@ -11,8 +11,9 @@ namespace {
 // Independent lanes let the sums vectorise although additions may not be reordered.
 constexpr int kLanes = 16;
 
-FUSION_MULTIVERSION
-void AddProducts(const double* a, double meanA, const double* b, double meanB, std::int64_t count, double* lanes) {
+FUSION_MULTIVERSION(void, AddProducts,
+                    (const double* a, double meanA, const double* b, double meanB, std::int64_t count, double* lanes),
+                    (a, meanA, b, meanB, count, lanes)) {
   // Sums of its own, which the compiler knows to lie apart from the values.
   double sums[kLanes];
   std::copy_n(lanes, kLanes, sums);

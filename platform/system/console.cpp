@@ -1,9 +1,7 @@
 #include "platform/system/console.h"
 
 #ifdef _WIN32
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
+#include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 // After the header that it needs.
@@ -30,6 +28,8 @@ bool IsTerminal(std::FILE* stream) {
 void UseUtf8Console() {
 #ifdef _WIN32
   SetConsoleOutputCP(CP_UTF8);
+  // Bytes go out as they are; ends of lines would become two.
+  for (std::FILE* stream : {stdout, stderr}) _setmode(_fileno(stream), _O_BINARY);
 #endif
 }
 

@@ -9,7 +9,7 @@ namespace platform {
 /// Whether a stream of the program leads to a terminal.
 bool IsTerminal(std::FILE* stream);
 
-/// Makes the terminal read UTF-8 where it would not by itself.
+/// Makes the terminal read UTF-8 where it would not by itself, and lets bytes through as they are.
 void UseUtf8Console();
 
 /// The program's arguments, without its name, as UTF-8. Throws std::invalid_argument for one that is no Unicode text.

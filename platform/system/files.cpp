@@ -1,10 +1,9 @@
 #include "platform/system/files.h"
 
 #ifdef _WIN32
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
 #include <windows.h>
+
+#include <string>
 #else
 #include <fcntl.h>
 #include <sys/file.h>
@@ -21,15 +20,35 @@ namespace platform {
 
 std::error_code RenameFresh(const std::filesystem::path& from, const std::filesystem::path& to) {
   if (MoveFileExW(from.c_str(), to.c_str(), 0)) return {};
-  if (GetLastError() == ERROR_ALREADY_EXISTS) return std::make_error_code(std::errc::file_exists);
-  return {static_cast<int>(GetLastError()), std::system_category()};
+  const DWORD error = GetLastError();
+  if (error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS) return std::make_error_code(std::errc::file_exists);
+  return {static_cast<int>(error), std::system_category()};
 }
 
 bool IsOwnFile(const std::filesystem::path& /*path*/) { return true; }
 bool IsTrustedLink(const std::filesystem::path& /*link*/) { return true; }
 
-FolderLock::FolderLock(const std::filesystem::path& /*folder*/) {}
-FolderLock::~FolderLock() = default;
+FolderLock::FolderLock(const std::filesystem::path& folder) {
+  // Folders cannot be locked there; a name made of theirs can.
+  std::error_code error;
+  std::filesystem::path place = std::filesystem::canonical(folder, error);
+  if (error) place = folder;
+  std::wstring name = place.wstring();
+  CharLowerBuffW(name.data(), static_cast<DWORD>(name.size()));
+  std::uint64_t hash = 14695981039346656037U;
+  for (const wchar_t c : name) hash = (hash ^ c) * 1099511628211U;
+  const HANDLE lock = CreateMutexW(nullptr, FALSE, (L"Global\\fusion~" + std::to_wstring(hash)).c_str());
+  if (!lock) return;
+  WaitForSingleObject(lock, INFINITE);
+  m_lock = reinterpret_cast<std::intptr_t>(lock);
+}
+
+FolderLock::~FolderLock() {
+  if (m_lock == kNone) return;
+  const auto lock = reinterpret_cast<HANDLE>(m_lock);
+  ReleaseMutex(lock);
+  CloseHandle(lock);
+}
 
 #else
 
@@ -65,13 +84,15 @@ bool IsTrustedLink(const std::filesystem::path& link) {
   return !everybodys || of.st_uid == geteuid() || of.st_uid == folder.st_uid;
 }
 
-FolderLock::FolderLock(const std::filesystem::path& folder) : m_file(open(folder.c_str(), O_RDONLY | O_CLOEXEC)) {
-  while (m_file >= 0 && flock(m_file, LOCK_EX) != 0 && errno == EINTR) {
+FolderLock::FolderLock(const std::filesystem::path& folder) {
+  const int file = open(folder.c_str(), O_RDONLY | O_CLOEXEC);
+  while (file >= 0 && flock(file, LOCK_EX) != 0 && errno == EINTR) {
   }
+  m_lock = file;
 }
 
 FolderLock::~FolderLock() {
-  if (m_file >= 0) close(m_file);
+  if (m_lock != kNone) close(static_cast<int>(m_lock));
 }
 
 #endif

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <system_error>
 
@@ -15,8 +16,8 @@ bool IsOwnFile(const std::filesystem::path& path);
 /// folder's owner.
 bool IsTrustedLink(const std::filesystem::path& link);
 
-/// While it lives, another lock on the same folder waits, in whatever program. Where the file system knows no locks it
-/// does nothing.
+/// While it lives, another lock on the same folder waits, in whatever program and on whatever other thread. Where the
+/// file system knows no locks it does nothing. Ends on the thread that made it.
 class FolderLock {
  public:
   explicit FolderLock(const std::filesystem::path& folder);
@@ -25,7 +26,8 @@ class FolderLock {
   FolderLock& operator=(const FolderLock&) = delete;
 
  private:
-  int m_file = -1;
+  static constexpr std::intptr_t kNone = -1;
+  std::intptr_t m_lock = kNone;
 };
 
 }  // namespace platform

@@ -39,7 +39,8 @@ void OnSignal(int signal) {
 }
 
 #ifdef _WIN32
-constexpr int kSignals[] = {SIGINT, SIGTERM};
+// The last is also what comes where the console is closed.
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGBREAK};
 
 struct Handler {
   void (*previous)(int) = SIG_DFL;

@@ -7,9 +7,6 @@
 #include <iterator>
 
 #ifdef _WIN32
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
 #include <windows.h>
 #else
 #include <unistd.h>
@@ -27,11 +24,6 @@ std::string Hashed(const std::string& text) {
   char digits[kPart + 1];
   std::snprintf(digits, sizeof digits, "%08x", hash);
   return digits;
-}
-
-std::string TextOf(const char* file) {
-  std::ifstream stream(file);
-  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 #ifdef _WIN32
@@ -57,6 +49,11 @@ std::string StartOf(unsigned long number) {
   return std::to_string(created.dwHighDateTime) + ' ' + std::to_string(created.dwLowDateTime);
 }
 #else
+std::string TextOf(const char* file) {
+  std::ifstream stream(file);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 std::string Host() {
   char name[256] = {};
   gethostname(name, sizeof name - 1);

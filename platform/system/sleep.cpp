@@ -1,8 +1,13 @@
 #include "platform/system/sleep.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <chrono>
-#include <mutex>
 #include <thread>
+#endif
+
+#include <mutex>
 #include <utility>
 
 namespace platform {
@@ -26,7 +31,11 @@ void Sleep(unsigned int milliseconds) {
   if (replacement) {
     replacement(milliseconds);
   } else {
+#ifdef _WIN32
+    ::Sleep(milliseconds);
+#else
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+#endif
   }
 }
 

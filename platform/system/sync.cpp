@@ -2,6 +2,8 @@
 
 #ifdef _WIN32
 #include <windows.h>
+
+#include "platform/system/failure_number.h"
 #else
 #include <fcntl.h>
 #include <unistd.h>
@@ -12,13 +14,19 @@
 namespace platform {
 
 #ifdef _WIN32
+namespace {
+
+int LastFailure() { return FailureNumber({static_cast<int>(GetLastError()), std::system_category()}); }
+
+}  // namespace
+
 int SyncToDisk(const std::filesystem::path& path) {
   // Names of files are kept in the volume's own journal there.
   if (std::filesystem::is_directory(path)) return 0;
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
-  const int error = FlushFileBuffers(file) ? 0 : static_cast<int>(GetLastError());
+  if (file == INVALID_HANDLE_VALUE) return LastFailure();
+  const int error = FlushFileBuffers(file) ? 0 : LastFailure();
   CloseHandle(file);
   return error;
 }

@@ -3,10 +3,10 @@
 #include "platform/system/export.h"
 
 #ifdef _WIN32
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
+
+// Not the system's header, whose macros no user asked for.
+
+#include "platform/system/windows_names.h"
 #else
 
 #include <cstdint>

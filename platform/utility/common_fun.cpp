@@ -13,9 +13,9 @@
 #include "platform/raster/leftovers.h"
 
 #ifdef _WIN32
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
 #include <windows.h>
 #endif
 
@@ -99,11 +99,14 @@ bool CreateExclusively(const std::wstring& path) {
     return file && VSIFCloseL(file) == 0;
   }
 #ifdef _WIN32
-  std::FILE* file = _wfopen(path.c_str(), L"wbx");
+  // Its streams cannot be opened exclusively.
+  const int file =
+      _wopen(CommonFun::ToPath(path).c_str(), _O_CREAT | _O_EXCL | _O_WRONLY | _O_BINARY, _S_IREAD | _S_IWRITE);
+  return file >= 0 && _close(file) == 0;
 #else
   std::FILE* file = std::fopen(utf8.c_str(), "wbx");
-#endif
   return file && std::fclose(file) == 0;
+#endif
 }
 
 /// Where the file name starts behind its folder.

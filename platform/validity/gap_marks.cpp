@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-FUSION_MULTIVERSION std::size_t CountGaps(const double* values, std::size_t n) {
+FUSION_MULTIVERSION(std::size_t, CountGaps, (const double* values, std::size_t n), (values, n)) {
   std::size_t gaps = 0;
   for (std::size_t i = 0; i < n; ++i) gaps += values[i] != values[i] ? 1U : 0U;
   return gaps;

@@ -15,7 +15,8 @@ namespace {
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-FUSION_MULTIVERSION std::int64_t CountInvalid(double noData, const double* values, std::int64_t count) {
+FUSION_MULTIVERSION(std::int64_t, CountInvalid, (double noData, const double* values, std::int64_t count),
+                    (noData, values, count)) {
   std::int64_t invalid = 0;
   for (std::int64_t i = 0; i < count; ++i) invalid += IsValidSample(values[i], noData) ? 0 : 1;
   return invalid;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 #include <random>
 #include <tuple>
 
@@ -116,7 +117,7 @@ TEST(LowPass, TheDeviationLeavesTheGainAtTheNyquistFrequency) {
     for (const double gain : {0.15, 0.3}) {
       const double deviation = fusion::DeviationOfGain(ratio, gain);
       const double frequency = 0.5 / ratio;
-      EXPECT_NEAR(std::exp(-2.0 * std::pow(M_PI * frequency * deviation, 2)), gain, 1e-12);
+      EXPECT_NEAR(std::exp(-2.0 * std::pow(std::numbers::pi * frequency * deviation, 2)), gain, 1e-12);
     }
   }
 }

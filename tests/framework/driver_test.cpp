@@ -7,10 +7,12 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 #include "framework/fusion.h"
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/log.h"
+#include "tests/support/message_window.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 
@@ -384,17 +386,15 @@ TEST_F(Driver, ARunClearsTheStateOfTheOneBefore) {
   EXPECT_TRUE(probe.GetLastErrorMessage().empty());
 }
 
-#ifndef _WIN32
-struct Window : INotifyWindow {
-  Window() {
-    RegisterWindowProcedure(this, [this](HWND, UINT message, WPARAM first, LPARAM second) -> LRESULT {
-      messages.emplace_back(message, reinterpret_cast<const wchar_t*>(first), second);
-      return 0;
-    });
-  }
-  ~Window() override { RegisterWindowProcedure(this, {}); }
-  HWND GetSafeHwnd() const override { return const_cast<Window*>(this); }
+struct Window : test_support::MessageWindow {
+  Window()
+      : MessageWindow([this](UINT message, WPARAM first, LPARAM second) -> LRESULT {
+          messages.emplace_back(message, reinterpret_cast<const wchar_t*>(first), second);
+          threads.push_back(std::this_thread::get_id());
+          return 0;
+        }) {}
   std::vector<std::tuple<UINT, std::wstring, LPARAM>> messages;
+  std::vector<std::thread::id> threads;
 };
 
 TEST_F(Driver, CompletionMessageCarriesTheOutputPath) {
@@ -403,6 +403,7 @@ TEST_F(Driver, CompletionMessageCarriesTheOutputPath) {
   Run();
   ASSERT_EQ(window.messages.size(), 1u);
   EXPECT_EQ(window.messages[0], std::make_tuple(1124u, scene.outFile, LPARAM{1}));
+  EXPECT_EQ(window.threads[0], std::this_thread::get_id());
   // With or without a reporter.
   Probe probe(&param);
   probe.Process();
@@ -419,7 +420,6 @@ TEST_F(Driver, FailedOrCancelledRunSendsNoCompletionMessage) {
   probe.Process();
   EXPECT_TRUE(window.messages.empty());
 }
-#endif
 
 TEST_F(Driver, WriteBlockSkipsWhatItCannotWrite) {
   Probe probe(&param);

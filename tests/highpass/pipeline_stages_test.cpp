@@ -9,6 +9,7 @@
 #include "highpass/simple_pan_sharpening_fusion_process_alg.h"
 #include "platform/utility/common_fun.h"
 #include "tests/highpass/pipeline_fixture.h"
+#include "tests/support/message_window.h"
 #include "tests/support/method_sweep.h"
 
 namespace {
@@ -289,13 +290,8 @@ TEST_F(HpfPipelineStages, CutATenThousandthOffEachEndOfALargeImage) {
   }
 }
 
-#ifndef _WIN32
-struct Window : INotifyWindow {
-  Window() {
-    RegisterWindowProcedure(this, [this](HWND, UINT, WPARAM, LPARAM) -> LRESULT { return ++messages; });
-  }
-  ~Window() override { RegisterWindowProcedure(this, {}); }
-  HWND GetSafeHwnd() const override { return const_cast<Window*>(this); }
+struct Window : test_support::MessageWindow {
+  Window() : MessageWindow([this](UINT, WPARAM, LPARAM) -> LRESULT { return ++messages; }) {}
   int messages = 0;
 };
 
@@ -307,7 +303,6 @@ TEST_F(HpfPipelineStages, NotifyNobody) {
   RunWell<Sharpen>(param);
   EXPECT_EQ(window.messages, 0);
 }
-#endif
 
 /// Sees the folder when the pyramids are announced, and the log in between.
 class FolderProgress : public RecordingProgress {

@@ -7,6 +7,7 @@
 #include "runs/assess.h"
 #include "runs/fuse.h"
 #include "runs/sample.h"
+#include "tests/support/environment.h"
 #include "tests/support/run_scene.h"
 
 namespace {
@@ -52,19 +53,21 @@ class BestMethod : public test_support::RunScene {
     request.protocol = "wald";
     return request;
   }
-#ifndef _WIN32
+#ifdef _WIN32
+  static constexpr char kVariable[] = "TMP";
+#else
+  static constexpr char kVariable[] = "TMPDIR";
+#endif
   void SetUp() override {
     RunScene::SetUp();
-    const char* before = std::getenv("TMPDIR");
+    const char* before = std::getenv(kVariable);
     m_before = before ? before : "";
-    setenv("TMPDIR", m_temporary.Path("").c_str(), 1);
+    test_support::SetVariable(kVariable, m_temporary.Path(""));
   }
   void TearDown() override {
-    setenv("TMPDIR", m_before.c_str(), 1);
-    if (m_before.empty()) unsetenv("TMPDIR");
+    test_support::SetVariable(kVariable, m_before);
     RunScene::TearDown();
   }
-#endif
   /// What stands in the folder for temporary files, which is the test's own.
   std::vector<std::string> Scratch() const { return m_temporary.Names(); }
 

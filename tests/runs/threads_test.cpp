@@ -5,6 +5,7 @@
 
 #include "platform/system/start_thread.h"
 #include "runs/evaluate.h"
+#include "tests/support/environment.h"
 #include "tests/support/run_scene.h"
 
 namespace {
@@ -79,7 +80,7 @@ TEST(RunThreads, AreAllOfTheMachinesWhereNobodySaysAnything) {
   const auto take = [](const char* name) {
     const char* value = std::getenv(name);
     const std::string before = value ? value : "";
-    unsetenv(name);
+    test_support::SetVariable(name, "");
     return before;
   };
   const std::string own = take("FUSION_THREADS");
@@ -87,17 +88,13 @@ TEST(RunThreads, AreAllOfTheMachinesWhereNobodySaysAnything) {
   EXPECT_EQ(fusion::MakeWorkers("")->Count(), platform::Workers(0).Count());
   EXPECT_EQ(fusion::MakeWorkers("all")->Count(), platform::Workers(0).Count());
   EXPECT_EQ(fusion::MakeWorkers("5")->Count(), 5);
-  setenv("OMP_NUM_THREADS", "6,2", 1);
+  test_support::SetVariable("OMP_NUM_THREADS", "6,2");
   EXPECT_EQ(fusion::MakeWorkers("")->Count(), 6);
-  setenv("FUSION_THREADS", "7", 1);
+  test_support::SetVariable("FUSION_THREADS", "7");
   EXPECT_EQ(fusion::MakeWorkers("")->Count(), 7);
   EXPECT_EQ(fusion::MakeWorkers("5")->Count(), 5);
   for (const auto& [name, before] : {std::pair("FUSION_THREADS", own), {"OMP_NUM_THREADS", openMp}}) {
-    if (before.empty()) {
-      unsetenv(name);
-    } else {
-      setenv(name, before.c_str(), 1);
-    }
+    test_support::SetVariable(name, before);
   }
 }
 

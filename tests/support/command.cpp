@@ -6,6 +6,10 @@
 #include <iterator>
 #include <random>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include "platform/utility/common_fun.h"
 
 namespace test_support {
@@ -52,34 +56,80 @@ std::string FileBytes(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string Quoted(const std::string& text) {
 #ifdef _WIN32
-  return '"' + text + '"';
+
+std::string Quoted(const std::string& text) {
+  // Backslashes mean something before a quotation mark alone.
+  std::string quoted = "\"";
+  std::size_t slashes = 0;
+  for (const char c : text) {
+    if (c == '"') quoted += std::string(slashes + 1, '\\');
+    slashes = c == '\\' ? slashes + 1 : 0;
+    quoted += c;
+  }
+  return quoted + std::string(slashes, '\\') + '"';
+}
+
+// The shell takes the outer quotation marks away.
+int RunShell(const std::string& line) { return _wsystem((L'"' + CommonFun::Utf82U(line) + L'"').c_str()); }
+
+namespace {
+
+/// Outputs tell when they were made. In tests that is always the same time, so that they can be compared by bytes.
+const bool kTimeStandsStill = _wputenv(L"SOURCE_DATE_EPOCH=1700000000") == 0;
+
+HANDLE OpenForChild(const std::string& path) {
+  SECURITY_ATTRIBUTES inherited{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+  return CreateFileW(ToPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS,
+                     FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+}  // namespace
+
+CommandResult RunCommand(const std::string& program, const std::vector<std::string>& arguments) {
+  const TemporaryFolder folder;
+  std::string line = Quoted(program);
+  for (const std::string& argument : arguments) line += ' ' + Quoted(argument);
+  std::wstring wide = CommonFun::Utf82U(line);
+  STARTUPINFOW start{};
+  start.cb = sizeof start;
+  start.dwFlags = STARTF_USESTDHANDLES;
+  start.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+  start.hStdOutput = OpenForChild(folder.Path("out"));
+  start.hStdError = OpenForChild(folder.Path("err"));
+  PROCESS_INFORMATION process{};
+  auto status = static_cast<DWORD>(-1);
+  if (CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
+    WaitForSingleObject(process.hProcess, INFINITE);
+    GetExitCodeProcess(process.hProcess, &status);
+    CloseHandle(process.hThread);
+    CloseHandle(process.hProcess);
+  }
+  CloseHandle(start.hStdOutput);
+  CloseHandle(start.hStdError);
+  return {static_cast<int>(status), FileBytes(folder.Path("out")), FileBytes(folder.Path("err"))};
+}
+
 #else
+
+std::string Quoted(const std::string& text) {
   std::string quoted = "'";
   for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + '\'';
-#endif
 }
 
 int RunShell(const std::string& line) {
   const int result = std::system(line.c_str());
-#ifdef _WIN32
-  return result;
-#else
   // The wait status: the exit status stands in its second byte.
   return (result & 0x7F) == 0 ? (result >> 8) & 0xFF : -1;
-#endif
 }
 
-#ifndef _WIN32
 namespace {
 
 /// Outputs tell when they were made. In tests that is always the same time, so that they can be compared by bytes.
 const bool kTimeStandsStill = setenv("SOURCE_DATE_EPOCH", "1700000000", 1) == 0;
 
 }  // namespace
-#endif
 
 CommandResult RunCommand(const std::string& program, const std::vector<std::string>& arguments) {
   const TemporaryFolder folder;
@@ -89,5 +139,7 @@ CommandResult RunCommand(const std::string& program, const std::vector<std::stri
   const int status = RunShell(line);
   return {status, FileBytes(folder.Path("out")), FileBytes(folder.Path("err"))};
 }
+
+#endif
 
 }  // namespace test_support

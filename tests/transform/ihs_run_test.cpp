@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/utility/common_fun.h"
+#include "tests/support/message_window.h"
 #include "tests/support/test_raster.h"
 #include "tests/support/thread_watch.h"
 #include "transform/ihs_tran_fusion.h"
@@ -96,17 +97,13 @@ TEST(IhsRun, OverviewsComeBetweenTheirAnnouncementAndTheEndWhateverTheReporterAn
   }
 }
 
-#ifndef _WIN32
-struct Window : INotifyWindow {
-  explicit Window(const Overviews& files) {
-    RegisterWindowProcedure(this, [this, &files](HWND, UINT message, WPARAM first, LPARAM second) -> LRESULT {
-      messages.emplace_back(message, reinterpret_cast<const wchar_t*>(first), second);
-      withOverviews = files.Exist();
-      return 0;
-    });
-  }
-  ~Window() override { RegisterWindowProcedure(this, {}); }
-  HWND GetSafeHwnd() const override { return const_cast<Window*>(this); }
+struct Window : test_support::MessageWindow {
+  explicit Window(const Overviews& files)
+      : MessageWindow([this, &files](UINT message, WPARAM first, LPARAM second) -> LRESULT {
+          messages.emplace_back(message, reinterpret_cast<const wchar_t*>(first), second);
+          withOverviews = files.Exist();
+          return 0;
+        }) {}
   std::vector<std::tuple<UINT, std::wstring, LPARAM>> messages;
   bool withOverviews = false;
 };
@@ -129,7 +126,6 @@ TEST(IhsRun, NoticeIsSentBehindTheOverviewsAndAlsoWithoutAReporter) {
   EXPECT_EQ(window.messages.size(), 2u);
   EXPECT_TRUE(window.withOverviews);
 }
-#endif
 
 TEST(IhsRun, FailuresEndWithoutOverviewsAndHaveTheirMessages) {
   const struct {
