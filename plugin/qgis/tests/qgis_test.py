@@ -3,8 +3,10 @@
 import os
 import sys
 
-import qgis.utils
+# Before all else of QGIS: it ends here where there is none.
 from in_qgis import FUSION, PAIR, PLUGIN, Case, ProcessingConfig, gdal, main
+
+import qgis.utils
 from qgis.core import (
     QgsProcessingContext,
     QgsProcessingFeedback,
