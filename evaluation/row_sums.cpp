@@ -63,9 +63,10 @@ FUSION_MULTIVERSION(void, MarkPiece,
                      double* __restrict valid),
                     (first, second, third, n, test, valid)) {
   for (int i = 0; i < n; ++i) {
-    const bool counts =
-        test.IsValid(test.Held(first[i])) & test.IsValid(test.Held(second[i])) & test.IsValid(test.Held(third[i]));
-    valid[i] = counts ? 1.0 : 0.0;
+    const bool one = test.IsValid(test.Held(first[i]));
+    const bool two = test.IsValid(test.Held(second[i]));
+    const bool three = test.IsValid(test.Held(third[i]));
+    valid[i] = one & two & three ? 1.0 : 0.0;
   }
 }
 

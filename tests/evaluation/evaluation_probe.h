@@ -44,8 +44,8 @@ class Probe : public CFusionEvaluate {
     steps.push_back(m_nProcessStep);
     counts = {mulCount, fusionCount};
     firstPan.push_back(panBuf[0]);
-    for (int b = 0; b < mulCount; ++b) mul.push_back(Band(mulBufs[b], mulBufs[b] + mulRect->Area()));
-    for (int b = 0; b < fusionCount; ++b) fused.push_back(Band(fusionBufs[b], fusionBufs[b] + blockRect->Area()));
+    for (int b = 0; b < mulCount; ++b) mul.emplace_back(mulBufs[b], mulBufs[b] + mulRect->Area());
+    for (int b = 0; b < fusionCount; ++b) fused.emplace_back(fusionBufs[b], fusionBufs[b] + blockRect->Area());
     if (inEvaluate) inEvaluate();
   }
   void EndBolckProcess() override { calls.emplace_back("End"); }
