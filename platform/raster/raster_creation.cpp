@@ -1,5 +1,8 @@
 #include "platform/raster/raster_creation.h"
 
+#include <cpl_string.h>
+#include <gdal_priv.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -62,11 +65,11 @@ bool IsPlain(const CPLStringList& options) {
                       [&](const char* option) { return options.FetchNameValue(option) != nullptr; });
 }
 
-bool CanCopy(GDALDriver* driver, int width, int height, int bandCount, GDALDataType type) {
+bool CanCopy(GDALDriver* driver, int width, int height, int bandCount, int type) {
   constexpr int kJpegLimit = 65535;
   if (EQUAL(driver->GetDescription(), "JPEG") && std::max(width, height) > kJpegLimit) return false;
-  const std::unique_ptr<GDALDataset> sample(
-      GetGDALDriverManager()->GetDriverByName("MEM")->Create("", 64, 64, bandCount, type, nullptr));
+  const std::unique_ptr<GDALDataset> sample(GetGDALDriverManager()->GetDriverByName("MEM")->Create(
+      "", 64, 64, bandCount, static_cast<GDALDataType>(type), nullptr));
   if (!sample) return false;
   const std::string probe = CPLSPrintf("/vsimem/format_probe_%p", static_cast<void*>(sample.get()));
   const bool works = std::unique_ptr<GDALDataset>(
