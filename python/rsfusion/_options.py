@@ -8,10 +8,8 @@ from typing import Any, List, Mapping, Tuple
 
 def text_of(name: str, value: Any) -> str:
     """The text that stands for a value of an option."""
-    if isinstance(value, str):
-        return value
-    if isinstance(value, os.PathLike):
-        return os.fsdecode(value)
+    if isinstance(value, (str, os.PathLike)):
+        return checked_text(name, os.fsdecode(value))
     if isinstance(value, (bool,)) or type(value).__name__ == "bool_":
         return "on" if value else "off"
     if isinstance(value, numbers.Integral):
@@ -21,6 +19,17 @@ def text_of(name: str, value: Any) -> str:
     if isinstance(value, (list, tuple)) or type(value).__name__ == "ndarray":
         return ",".join(text_of(name, part) for part in value)
     raise TypeError(f"{name}: a text, a number, True or False, or a list of them, not {type(value).__name__}")
+
+
+def checked_text(name: str, text: str) -> str:
+    """A text that can go to the library, which takes UTF-8."""
+    try:
+        text.encode()
+    except UnicodeEncodeError:
+        raise ValueError(f"{name}: {text!r} is no UTF-8") from None
+    if "\0" in text:
+        raise ValueError(f"{name}: {text!r} has a zero in it")
+    return text
 
 
 def pairs_of(values: Mapping[str, Any]) -> List[Tuple[str, str]]:

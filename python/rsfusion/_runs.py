@@ -8,7 +8,7 @@ import numpy as np
 
 from . import _core
 from ._images import Image, Result, crs_text, open_image
-from ._options import pairs_of
+from ._options import checked_text, pairs_of
 from ._progress import Watcher
 from ._reports import (
     AssessReport,
@@ -424,7 +424,7 @@ def methods() -> List[Method]:
 def _path(name: str, value: Any) -> str:
     if not isinstance(value, (str, os.PathLike)):
         raise TypeError(f"{name}: a path, not {_name_of(value)}")
-    return os.fsdecode(value)
+    return checked_text(name, os.fsdecode(value))
 
 
 def _name_of(value: Any) -> str:

@@ -1,9 +1,9 @@
-"""hardened_files.py PROGRAM LIBRARY: whether the built files carry what they are to be hardened with."""
+"""hardened_files.py PROGRAM LIBRARY [MODULE]: whether the built files carry what they are to be hardened with."""
 import re
 import subprocess
 import sys
 
-program, library = sys.argv[1:]
+files = [argument for argument in sys.argv[1:] if argument]
 
 
 def readelf(*arguments):
@@ -24,6 +24,6 @@ def lacks(path):
     }.items() if not there]
 
 
-wrong = [f"{path} lacks {what}" for path in (program, library) for what in lacks(path)]
+wrong = [f"{path} lacks {what}" for path in files for what in lacks(path)]
 print("\n".join(wrong) or "hardened")
 sys.exit(1 if wrong else 0)
