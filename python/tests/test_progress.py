@@ -93,9 +93,7 @@ def large():
 
 
 def test_other_threads_go_on_during_a_run():
-    pan, ms = large()
-    pan, ms = pan[:3000], ms[:, :750]
-    turns, over = [], threading.Event()
+    turns, calls, over = [], [], threading.Event()
 
     def count():
         while not over.is_set():
@@ -104,15 +102,13 @@ def test_other_threads_go_on_during_a_run():
 
     thread = threading.Thread(target=count)
     thread.start()
-    start = time.perf_counter()
-    rsfusion.fuse(pan, ms, threads=1)
-    end = time.perf_counter()
+    rsfusion.fuse(*large(), threads=1, progress=lambda *_: calls.append(time.perf_counter()))
     over.set()
     thread.join()
-    during = [turn for turn in turns if start < turn < end]
-    # A run that held the lock would leave one turn before it and one behind.
-    assert len(during) > 20
-    assert max(np.diff([start, *during, end])) < 0.5 * (end - start)
+    # Others have their turn during calls, too; so look at the longest time without one.
+    start, end = max(zip(calls, calls[1:]), key=lambda pair: pair[1] - pair[0])
+    assert end - start > 0.1
+    assert sum(start < turn < end for turn in turns) > 10
 
 
 def test_runs_of_several_threads_wait_for_each_other(arrays):
@@ -187,13 +183,19 @@ def interruptible():
 @pytest.mark.skipif(sys.platform == "win32", reason="signals of POSIX")
 def test_who_waits_for_a_run_can_be_interrupted(interruptible):
     pan, ms = large()
-    begun = threading.Event()
-    thread = threading.Thread(target=lambda: rsfusion.fuse(pan, ms, progress=lambda *_: begun.set()))
+    calls, begun = [], threading.Event()
+
+    def progress(stage, percent):
+        calls.append((stage, percent))
+        begun.set()
+
+    thread = threading.Thread(target=lambda: rsfusion.fuse(pan, ms, progress=progress))
     thread.start()
     assert begun.wait(60)
     threading.Timer(0.1, _thread.interrupt_main).start()
     with pytest.raises(KeyboardInterrupt):
         rsfusion.fuse(pan[:64, :64], ms[:, :16, :16])
-    waited = thread.is_alive()
+    before = len(calls)
     thread.join()
-    assert waited, "the other run was too short for the test"
+    # The other run was under way, and went on.
+    assert len(calls) > before and calls[-1] == ("bayesian", 100)
