@@ -50,5 +50,6 @@
 #include "runs/provenance.h"
 #include "runs/report.h"
 #include "runs/sample.h"
+#include "runs/survey.h"
 #include "transform/ihs_tran_fusion.h"
 #include "transform/prin_component_fusion.h"

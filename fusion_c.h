@@ -48,6 +48,10 @@ FUSION_API fusion_request* fusion_evaluate_request(void);
 FUSION_API fusion_request* fusion_assess_request(void);
 FUSION_API fusion_request* fusion_report_request(void);
 FUSION_API fusion_request* fusion_sample_request(void);
+/** What a fusion takes from the whole images, gathered for some rows ("rows", "out"), or surveys merged ("merge", one
+ * name a line). Its outcome has the facts "output", "height" (rows of the whole output), "parts", "complete" and
+ * "awaited" (yes or no). */
+FUSION_API fusion_request* fusion_survey_request(void);
 FUSION_API void fusion_free_request(fusion_request* request);
 
 /** Sets an option by the command's name for it, without dashes: "spectral-match", "bands". Files are "pan", "ms",

@@ -65,7 +65,7 @@ void AddFileOptions(CLI::App& command, FuseOptions& o) {
       ->type_name("FILE");
 }
 
-void AddPixels(CLI::App& command, FuseOptions& o) {
+void AddPixels(CLI::App& command, fusion::FuseRequest& o) {
   command.option_defaults()->group("Bands, pixels and ground");
   command.add_option("--type", o.type, "Pixel type of OUT (default: the multispectral image's)")->type_name("TYPE");
   AddList(command, "--bands", o.bands, "Multispectral bands, counted from 1 (default: all)");
@@ -91,7 +91,7 @@ void AddPixels(CLI::App& command, FuseOptions& o) {
   command.add_flag("--same-extent", o.sameExtent, "Take both images as covering the same ground");
 }
 
-void AddMethod(CLI::App& command, FuseOptions& o) {
+void AddMethod(CLI::App& command, fusion::FuseRequest& o) {
   command.option_defaults()->group("Method");
   command
       .add_option("--method", o.method, "Fusion method, see 'fusion methods', or best: the one that suits the scene")
@@ -121,7 +121,7 @@ void AddMethod(CLI::App& command, FuseOptions& o) {
       ->type_name("W");
 }
 
-void AddGuards(CLI::App& command, FuseOptions& o) {
+void AddGuards(CLI::App& command, fusion::FuseRequest& o) {
   command.option_defaults()->group("Guards, each on by default");
   command.add_option("--edges", o.edges, "Let resampling see the multispectral image's edges repeated")
       ->type_name("repeat|off");
@@ -145,6 +145,7 @@ void AddGuards(CLI::App& command, FuseOptions& o) {
 void AddRun(CLI::App& command, FuseOptions& o) {
   command.option_defaults()->group("The run");
   AddReferences(command, o.allowNetwork, o.confined);
+  AddRows(command, o, "Rows of the whole output that are fused and written, from A up to B");
   command.add_flag("--dry-run", o.dryRun, "Tell what would be done, and do nothing");
   command.add_option("--repeat", o.repeat, "Print the command that made this image, and do nothing else")
       ->type_name("FILE");
@@ -174,11 +175,20 @@ void SortFiles(FuseOptions& o) {
 
 }  // namespace
 
-void AddFuseOptions(CLI::App& command, FuseOptions& o) {
-  AddFileOptions(command, o);
+void AddSceneOptions(CLI::App& command, fusion::FuseRequest& o) {
   AddPixels(command, o);
   AddMethod(command, o);
   AddGuards(command, o);
+}
+
+void AddRows(CLI::App& command, fusion::FuseRequest& o, const std::string& description) {
+  AddText(command, "--rows", description, "A:B", [&o](const std::string& text) { fusion::SetOption(o, "rows", text); });
+  command.add_option("--survey", o.survey, "Survey of the whole images, see 'fusion survey'")->type_name("FILE");
+}
+
+void AddFuseOptions(CLI::App& command, FuseOptions& o) {
+  AddFileOptions(command, o);
+  AddSceneOptions(command, o);
   AddRun(command, o);
   command.callback([&o] { SortFiles(o); });
   command.footer("Example:\n  $ fusion fuse pan.tif ms.tif fused.tif --method hpf --bands 3,2,1");

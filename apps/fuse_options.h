@@ -29,6 +29,10 @@ void AddList(CLI::App& command, const std::string& name, std::vector<int>& value
 void AddList(CLI::App& command, const std::string& name, std::vector<std::string>& words,
              const std::string& description);
 
+/// What the picture is made by and of: pixels, method and guards.
+void AddSceneOptions(CLI::App& command, fusion::FuseRequest& options);
+/// --rows and --survey.
+void AddRows(CLI::App& command, fusion::FuseRequest& options, const std::string& description);
 /// --allow-network and --confined.
 void AddReferences(CLI::App& command, bool& allowNetwork, bool& confined);
 /// Declares the option for the threads of a run.

@@ -21,6 +21,7 @@
 #include "apps/report_command.h"
 #include "apps/sample_command.h"
 #include "apps/short_options.h"
+#include "apps/survey_command.h"
 #include "platform/system/console.h"
 #include "platform/system/interrupts.h"
 #include "platform/system/memory.h"
@@ -43,6 +44,7 @@ class Command {
     app::AddAssessOptions(*m_assess, m_assessOptions);
     app::AddCheckOptions(*m_check, m_checkOptions);
     app::AddReportOptions(*m_report, m_reportOptions);
+    app::AddSurveyOptions(*m_survey, m_surveyOptions);
     app::AddSampleOptions(*m_sample, m_sampleOptions);
     app::AddInfoOptions(*m_info, m_infoOptions);
     app::AddVerifyOptions(*m_verify, m_verifyOptions);
@@ -69,6 +71,7 @@ class Command {
       if (*m_info) return app::RunInfo(m_infoOptions);
       if (*m_verify) return app::RunVerify(m_verifyOptions);
       if (*m_report) return app::RunReport(m_reportOptions);
+      if (*m_survey) return app::RunSurvey(m_surveyOptions);
       if (*m_sample) return app::RunSample(m_sampleOptions);
       if (*m_completion) return Print(app::Completion(m_shell, app::CommandsOf(m_parser)));
       if (*m_man) return Print(app::ManualPage(app::TextOf(m_parser), app::CommandsOf(m_parser), FUSION_VERSION));
@@ -163,6 +166,7 @@ class Command {
   CLI::App* m_evaluate = m_parser.add_subcommand("evaluate", "Measure the quality of a fused image");
   CLI::App* m_assess = m_parser.add_subcommand("assess", "Compare the methods on a pair of images");
   CLI::App* m_report = m_parser.add_subcommand("report", "Write a page about fused images and their inputs");
+  CLI::App* m_survey = m_parser.add_subcommand("survey", "Look at parts of images for fusions of parts");
   CLI::App* m_sample = m_parser.add_subcommand("sample", "Write a made-up scene to try things with");
   CLI::App* m_info = m_parser.add_subcommand("info", "Tell how a fused image was made");
   CLI::App* m_verify = m_parser.add_subcommand("verify", "Compare a fused image with what was written");
@@ -174,6 +178,7 @@ class Command {
   app::EvaluateOptions m_evaluateOptions;
   app::AssessOptions m_assessOptions;
   app::ReportOptions m_reportOptions;
+  app::SurveyOptions m_surveyOptions;
   app::SampleCommandOptions m_sampleOptions;
   app::OutputOptions m_infoOptions;
   app::OutputOptions m_verifyOptions;

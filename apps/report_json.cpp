@@ -209,6 +209,13 @@ Json ToJson(const fusion::WrittenReport& report) {
   return object;
 }
 
+Json ToJson(const fusion::SurveyReport& report) {
+  return {
+      {"output", report.output},   {"height", report.height},   {"parts", report.parts}, {"complete", report.complete},
+      {"awaited", report.awaited}, {"seconds", report.seconds}, {"error_type", 0},       {"message", ""},
+      {"notices", report.notices}};
+}
+
 Json ToJson(const fusion::SampleReport& report) {
   Json files = Json::array();
   for (const fusion::SampleFile& file : report.files) {

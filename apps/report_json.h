@@ -11,6 +11,7 @@
 #include "runs/provenance.h"
 #include "runs/report.h"
 #include "runs/sample.h"
+#include "runs/survey.h"
 
 /// What runs report, one object each: what --json prints and what other languages get. Numbers that JSON has not stay
 /// what they are until JsonText.
@@ -22,6 +23,7 @@ nlohmann::ordered_json ToJson(const fusion::EvaluateReport& report);
 nlohmann::ordered_json ToJson(const fusion::CheckReport& report);
 nlohmann::ordered_json ToJson(const fusion::AssessReport& report);
 nlohmann::ordered_json ToJson(const fusion::WrittenReport& report);
+nlohmann::ordered_json ToJson(const fusion::SurveyReport& report);
 nlohmann::ordered_json ToJson(const fusion::SampleReport& report);
 /// @param file that tells it
 nlohmann::ordered_json ToJson(const fusion::Provenance& provenance, const std::string& file);

@@ -24,6 +24,8 @@ CMultipleFusion::CMultipleFusion(const CMultipleFusion&) = default;
 CMultipleFusion& CMultipleFusion::operator=(const CMultipleFusion&) = default;
 
 GISError CMultipleFusion::Preproccess() {
+  // Runs over blocks make nothing of these figures, so that no survey needs them.
+  if (m_param.m_pSurvey) return GIS_SUCCESS;
   GISError result = GIS_SUCCESS;
   if (m_pPanSrc && m_pPanSrc->IsOpen()) {
     CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);

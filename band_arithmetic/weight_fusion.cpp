@@ -5,6 +5,7 @@
 
 #include "framework/row_kernel.h"
 #include "framework/run/block_buffers.h"
+#include "platform/statistics/survey.h"
 #include "platform/system/multiversion.h"
 #include "platform/system/workers.h"
 
@@ -94,6 +95,23 @@ struct CWeightFusion::Figures {
   std::vector<double> stdDevs;
 };
 
+/// A sum of its own for every row, so that it is the same whoever takes it.
+struct CWeightFusion::RowSums {
+  std::int64_t kept = 0;
+  std::vector<double> sums = {};
+
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(kept, sums);
+  }
+  template <typename Count>
+  void AddTo(double* covSum, std::size_t bandCount, Count& count) const {
+    platform::CheckSurveyed(sums.size() == bandCount);
+    for (std::size_t b = 0; b < bandCount; ++b) covSum[b] += sums[b];
+    count += static_cast<Count>(kept) * static_cast<Count>(bandCount);
+  }
+};
+
 CWeightFusion::CWeightFusion(FusionParam* param)
     : CRowFusion(param, MakeRows, {.start = fusion::PositionStart::kOutput}) {}
 CWeightFusion::~CWeightFusion() = default;
@@ -109,7 +127,7 @@ GISError CWeightFusion::Preproccess() {
   figures.stdDevs.resize(bandCount);
   const GISError result = ComputeFigures(figures);
   // Without both rasters there is no block to read.
-  if (result != GIS_SUCCESS) return result;
+  if (result != GIS_SUCCESS || AwaitsSurvey()) return result;
 
   // The ranges are not kept beyond this point; nothing reads them.
   m_pWeight = SharedArray(bandCount);
@@ -117,7 +135,7 @@ GISError CWeightFusion::Preproccess() {
   m_pMulMin = SharedArray(bandCount);
   std::vector<double> covSum(bandCount, 0.0);
   long long count = 0;
-  if (!SumCovariances(figures, covSum, count)) return result;
+  if (!SumCovariances(figures, covSum, count) || AwaitsSurvey()) return result;
   for (std::size_t i = 0; i < bandCount; ++i) {
     const double r = covSum[i] / (figures.panStdDev * figures.stdDevs[i] * static_cast<double>(count));
     m_pWeight[i] = std::sqrt(r);
@@ -154,15 +172,17 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
 }
 
 bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count) {
-  std::vector<double> means = figures.means;
-  std::vector<double> stdDevs = figures.stdDevs;
-  return VisitBlocks({platform::stages::kCorrelation}, L"正在计算相关系数 ...", [&](const fusion::FusionBlock& block) {
-    // A count of its own for each block: a long is too short for a large scene on some systems.
-    long blockCount = 0;
-    ComputeCovSum(block.pan, block.panRect, figures.panMean, figures.panStdDev, block.ms, block.msBandCount,
-                  block.msRect, means.data(), stdDevs.data(), covSum.data(), blockCount, block.aoi);
-    count += blockCount;
-  });
+  using Part = std::vector<RowSums>;
+  const auto fold = [&](const Part& rows) {
+    for (const RowSums& row : rows) row.AddTo(covSum.data(), covSum.size(), count);
+  };
+  const platform::SurveyPass pass = BlockPass("correlation");
+  const bool visited = VisitBlocks({platform::stages::kCorrelation}, L"正在计算相关系数 ...", pass,
+                                   [&](std::int64_t piece, const fusion::FusionBlock& block) {
+                                     Part rows = SumRows(block, figures.panMean, figures.means.data());
+                                     pass.Take(piece, rows, fold);
+                                   });
+  return visited && (pass.End<Part>(fold) || AwaitsSurvey());
 }
 
 void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double /*panStdDev*/,
@@ -178,33 +198,32 @@ void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean
                                   .outBandCount = bandCount,
                                   .dstBlock = &block,
                                   .aoi = aoi};
-  // A sum of its own for every row, so that it is the same whoever takes it.
-  struct RowSums {
-    int kept;
-    std::vector<double> sums;
-  };
+  for (const RowSums& row : SumRows(fused, panMean, mulMeans)) {
+    row.AddTo(covSum, static_cast<std::size_t>(bandCount), count);
+  }
+}
+
+std::vector<CWeightFusion::RowSums> CWeightFusion::SumRows(const fusion::FusionBlock& block, double panMean,
+                                                           const double* means) {
   const auto sumRow = [&](ResampledRows& rows, int y) {
     rows.Load(y);
-    const int kept = aoi ? KeepInside(*aoi, *panRect, y, rows.values) : panRect->Width();
-    RowSums row{kept, std::vector<double>(static_cast<std::size_t>(bandCount), 0.0)};
-    AddProducts(rows.values, kept, panMean, mulMeans, row.sums.data());
+    const int kept = block.aoi ? KeepInside(*block.aoi, *block.panRect, y, rows.values) : block.panRect->Width();
+    RowSums row{kept, std::vector<double>(static_cast<std::size_t>(block.msBandCount), 0.0)};
+    AddProducts(rows.values, kept, panMean, means, row.sums.data());
     return row;
   };
-  const fusion::BlockGrid pieces = fusion::PiecesOf(*panRect);
+  std::vector<RowSums> all;
+  const fusion::BlockGrid pieces = fusion::PiecesOf(*block.panRect);
   platform::FoldInOrder(
-      m_workers.get(), pieces.Count(), [&] { return ResampledRows(fused, [&] { return MakeRowSource(fused); }); },
+      m_workers.get(), pieces.Count(), [&] { return ResampledRows(block, [&] { return MakeRowSource(block); }); },
       [&](ResampledRows& rows, int i) {
         std::vector<RowSums> sums;
         const CRect piece = pieces.Block(0, i);
         for (int y = piece.top; y < piece.bottom; ++y) sums.push_back(sumRow(rows, y));
         return sums;
       },
-      [&](const std::vector<RowSums>& sums) {
-        for (const RowSums& row : sums) {
-          for (std::size_t b = 0; b < row.sums.size(); ++b) covSum[b] += row.sums[b];
-          count += static_cast<long>(row.kept) * bandCount;
-        }
-      });
+      [&](const std::vector<RowSums>& sums) { all.insert(all.end(), sums.begin(), sums.end()); });
+  return all;
 }
 
 fusion::RowMethod CWeightFusion::MakeRows(CRowFusion& self, const fusion::FusionBlock& block) {

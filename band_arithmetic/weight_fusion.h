@@ -52,6 +52,9 @@ class FUSION_API CWeightFusion : public CRowFusion {
   struct Figures;
   static WeightDoubt DoubtOf(const Figures& figures, std::size_t band, double r);
   GISError ComputeFigures(Figures& figures);
+  struct RowSums;
+  /// Of each row of a block.
+  std::vector<RowSums> SumRows(const fusion::FusionBlock& block, double panMean, const double* means);
   bool SumCovariances(const Figures& figures, std::vector<double>& covSum, long long& count);
 
   std::vector<WeightDoubt> m_doubts;

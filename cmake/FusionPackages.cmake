@@ -80,7 +80,7 @@ if(TARGET rsfusion_core)
   set(CPACK_FUSION_PYTHON_DEPENDS
       "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${next_minor}), python3-numpy, ${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${version})"
   )
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-rasterio, python3-xarray")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-rasterio, python3-xarray, python3-distributed, gdal-bin")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/python/postinst
                                                 ${CMAKE_CURRENT_LIST_DIR}/debian/python/prerm)
   set(CPACK_COMPONENT_PYTHON_DESCRIPTION "pan-sharpening of satellite and aerial images - Python\n${about}

@@ -58,6 +58,10 @@ void DetailMoments::Begin(int height) {
   m_top = m_end = m_counted = 0;
 }
 
+platform::RunningCovariance DetailMoments::TakeStatistics() {
+  return std::exchange(m_statistics, platform::RunningCovariance(2 * m_images));
+}
+
 void DetailMoments::AddRows(const double* const* images, int rows) {
   const auto width = static_cast<std::size_t>(m_width);
   std::vector<double>& marks = m_rows.back();

@@ -31,6 +31,8 @@ class DetailMoments {
   /// pan's detail, the low-passed pan, the bands' details (n). Beside gaps the low-pass is taken of what has data,
   /// where that is at least half of it.
   const platform::RunningCovariance& Statistics() const { return m_statistics; }
+  /// The same, and begins anew.
+  platform::RunningCovariance TakeStatistics();
 
  private:
   void Count(int end);

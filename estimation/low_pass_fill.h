@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "estimation/registration.h"
@@ -10,6 +11,7 @@ namespace fusion {
 /// what pan has beyond it stays harmless.
 class LowPassFill {
  public:
+  LowPassFill() = default;
   /// Fitted to the tiles of a search, at the blur and shift found.
   LowPassFill(const Registration& registration, const RegistrationResult& found);
 
@@ -17,6 +19,13 @@ class LowPassFill {
   /// @param bands their values at the same pixels; NaN without data
   /// @param keepsGaps where no band has data leave none: runs that mask take a pixel for missing where all bands are
   void Fill(const double* const* bands, bool keepsGaps, std::vector<double>& lowPass) const;
+
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(m_means, m_gains, m_mean);
+  }
+  /// Whether it is for so many bands.
+  bool IsOf(std::size_t bands) const { return m_gains.size() == bands && m_means.size() == bands; }
 
  private:
   std::vector<double> m_means;  ///< of the bands

@@ -25,6 +25,11 @@ struct RegistrationResult {
   bool accepted = false;
   double agreement = 0.0;  ///< share of the tiles in which the shift found is better than none
   double score = 0.0;      ///< share of the low-passed pan's detail that the detail of the bands explains
+
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(blur.isBox, blur.width, shiftX, shiftY, accepted, agreement, score);
+  }
 };
 
 /// Where the detail of both images agrees best.

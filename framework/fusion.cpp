@@ -11,6 +11,7 @@
 #include "platform/processing/stretch_of_multi_band.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
+#include "platform/statistics/survey.h"
 
 CFusion::CFusion(FusionParam* param) {
   if (param) m_param = *param;
@@ -171,8 +172,20 @@ void CFusion::RunBlocks(const fusion::RunVariation& variation) {
 
 bool CFusion::VisitBlocks(const platform::Stage& stage, const std::wstring& title,
                           const std::function<void(const fusion::FusionBlock&)>& visit) {
-  return m_run && m_run->Visit(stage, title, visit);
+  return m_run && m_run->Visit(stage, title, platform::SurveyPass(nullptr, "", m_run->SceneBlocks()),
+                               [&visit](std::int64_t, const fusion::FusionBlock& block) { visit(block); });
 }
+
+bool CFusion::VisitBlocks(const platform::Stage& stage, const std::wstring& title, const platform::SurveyPass& pass,
+                          const std::function<void(std::int64_t block, const fusion::FusionBlock&)>& visit) {
+  return m_run && m_run->Visit(stage, title, pass, visit);
+}
+
+platform::SurveyPass CFusion::BlockPass(const std::string& name) {
+  return {m_param.m_pSurvey.get(), name, m_run ? m_run->SceneBlocks() : 0};
+}
+
+bool CFusion::AwaitsSurvey() const { return m_run && m_run->AwaitsSurvey(); }
 
 fusion::RowGeometry CFusion::Geometry(const CRect& panRect, const CRect& dstBlock) const {
   const bool fromPan = !m_pReproject && m_positions.start == fusion::PositionStart::kPan;

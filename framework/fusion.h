@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -22,6 +23,10 @@ class SampleRange;
 struct RowGeometry;
 struct RunVariation;
 }  // namespace fusion
+
+namespace platform {
+class SurveyPass;
+}
 
 /// Base of every fusion algorithm: opens the pan, multispectral and output rasters, walks the output in blocks of
 /// whole pan rows, reads pan and multispectral pixels for each, lets AlgorithmProcess fuse them and writes the result.
@@ -102,6 +107,15 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   bool VisitBlocks(const std::wstring& title, const std::function<void(const fusion::FusionBlock&)>& visit) {
     return VisitBlocks({}, title, visit);
   }
+
+  /// The same where a survey may say which of the blocks are to come: those of the pass.
+  bool VisitBlocks(const platform::Stage& stage, const std::wstring& title, const platform::SurveyPass& pass,
+                   const std::function<void(std::int64_t block, const fusion::FusionBlock&)>& visit);
+  /// A pass over the blocks.
+  platform::SurveyPass BlockPass(const std::string& name);
+  /// Whether the run gathers a survey in which something that it has asked for is pending, so that what depends on it
+  /// has to wait.
+  bool AwaitsSurvey() const;
 
   /// The two halves of ConfigDstRaster, for configurations that open more than two inputs.
   bool OpenInput(const FusionParam& param, CRasterSource* source, const std::wstring& path);

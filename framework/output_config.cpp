@@ -43,6 +43,7 @@ bool CFusion::OpenInput(const FusionParam& param, CRasterSource* source, const s
     source->SetMaskNoData(param.m_bMaskNoData);
     source->SetReadAhead(m_overlappedIo);
     source->SetWorkers(m_workers.get());
+    source->SetSurvey(param.m_pSurvey.get(), path == param.m_strMSFile ? "multispectral" : "pan");
     return true;
   }
   SetError(ERR_OPEN, messages::OpenFailed(path));

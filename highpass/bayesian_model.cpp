@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <numeric>
+#include <utility>
 
 #include "estimation/detail_moments.h"
 #include "estimation/injection_model.h"
@@ -11,6 +14,7 @@
 #include "highpass/bayesian_scene.h"
 #include "highpass/bayesian_source.h"
 #include "platform/algorithm/run_threads.h"
+#include "platform/statistics/survey.h"
 
 namespace messages = fusion::messages;
 using fusion::RegistrationResult;
@@ -36,6 +40,18 @@ PixelDataType LowPassType(PixelDataType pan) {
 }
 
 }  // namespace
+
+/// How the images lie to each other.
+struct BayesianModelEstimator::Registered {
+  RegistrationResult best;
+  RegistrationResult used;
+  fusion::LowPassFill fill;
+
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(best, used, fill);
+  }
+};
 
 BayesianModelEstimator::BayesianModelEstimator(const BayesianFusionParam& param) : m_param(param) {}
 BayesianModelEstimator::~BayesianModelEstimator() = default;
@@ -67,15 +83,20 @@ void BayesianModelEstimator::Estimate() {
     m_pProgress->Begin({platform::stages::kModelEstimation}, messages::RunTitle(L"贝叶斯模型估计"),
                        scene.StripCount() + 1);
   }
-  std::vector<fusion::RegistrationTile> tiles;
-  if (!scene.ReadTiles(tiles)) return Fail(ERR_READ, messages::kReadFailed);
-  fusion::Registration registration(std::move(tiles), scene.Grid(), m_workers.get());
-  const RegistrationResult best = registration.Find(m_registration != BayesianRegistration::kOff);
-  // What is only told is not looked through.
-  RegistrationResult used = best;
-  if (best.accepted && m_registration != BayesianRegistration::kMove) used = registration.Find(false);
-  const fusion::LowPassFill fill(registration, used);
-
+  Registered registered;
+  const auto take = [&registered](const Registered& part) { registered = part; };
+  // The places that it is found from are few and lie all over the scene: one piece.
+  const platform::SurveyPass pass(m_param.m_pSurvey.get(), "registration", 1);
+  for (const std::int64_t piece : pass.Pieces()) {
+    std::optional<Registered> found = Register(scene);
+    if (!found) return Fail(ERR_READ, messages::kReadFailed);
+    pass.Take(piece, *found, take);
+  }
+  if (!pass.End<Registered>(take)) {
+    m_param.m_pSurvey->Wait();
+    return;
+  }
+  const auto& [best, used, fill] = registered;
   m_estimate.shiftX = best.shiftX;
   m_estimate.shiftY = best.shiftY;
   m_estimate.agreement = best.agreement;
@@ -88,44 +109,95 @@ void BayesianModelEstimator::Estimate() {
   if (GoesOn(1) && Stream(scene, used, fill) && m_pProgress) m_pProgress->Finish();
 }
 
-bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const RegistrationResult& found,
-                                    const fusion::LowPassFill& fill) {
-  const int n = scene.BandCount();
-  const CRect& area = scene.Area();
+std::optional<BayesianModelEstimator::Registered> BayesianModelEstimator::Register(fusion::BayesianScene& scene) const {
+  std::vector<fusion::RegistrationTile> tiles;
+  if (!scene.ReadTiles(tiles)) return std::nullopt;
+  fusion::Registration registration(std::move(tiles), scene.Grid(), m_workers.get());
+  const RegistrationResult best = registration.Find(m_registration != BayesianRegistration::kOff);
+  // What is only told is not looked through.
+  RegistrationResult used = best;
+  if (best.accepted && m_registration != BayesianRegistration::kMove) used = registration.Find(false);
+  const fusion::LowPassFill fill(registration, used);
+  return Registered{best, used, fill};
+}
+
+std::shared_ptr<fusion::BayesianSource> BayesianModelEstimator::MakeSource(fusion::BayesianScene& scene,
+                                                                           const RegistrationResult& found,
+                                                                           bool partly) const {
   const platform::Affine moved = scene.Moved(found.shiftX, found.shiftY);
-  const auto source = std::make_shared<fusion::BayesianSource>(
+  return std::make_shared<fusion::BayesianSource>(
       fusion::BayesianSource::Origin{.file = m_param.m_strMSFile,
                                      .northUp = m_param.m_bOpenOption,
                                      .bands = scene.Bands(),
                                      .width = scene.Ms().GetWidth(),
                                      .height = scene.Ms().GetHeight(),
                                      .geoTransform = found.accepted ? moved.t : nullptr},
-      LowPassType(scene.PanType()), m_param.m_strOutFile);
+      LowPassType(scene.PanType()), m_param.m_strOutFile, partly);
+}
+
+bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const RegistrationResult& found,
+                                    const fusion::LowPassFill& fill) {
+  const int n = scene.BandCount();
+  const CRect& area = scene.Area();
+  platform::Survey* const survey = m_param.m_pSurvey.get();
+  const bool gathers = survey && survey->Gathers();
+  std::vector<int> all(static_cast<std::size_t>(scene.StripCount()));
+  std::iota(all.begin(), all.end(), 0);
+  std::vector<int> counted;
+  std::copy_if(all.begin(), all.end(), std::back_inserter(counted), [&](int strip) { return scene.Counts(strip); });
+  // A strip that stands for others is a piece by itself; where all count they hang together.
+  const bool samples = scene.Samples();
+  const platform::SurveyPass pass(survey, "detail", samples ? static_cast<std::int64_t>(counted.size()) : 1);
+  const bool makesSource = !gathers || (m_sourceForSurvey && !pass.Records());
+  std::vector<int> strips;
+  if (pass.Records()) {
+    if (!samples && !pass.Pieces().empty()) strips = counted;
+    for (const std::int64_t piece : pass.Pieces()) {
+      if (samples) strips.push_back(counted[static_cast<std::size_t>(piece)]);
+    }
+  } else if (makesSource) {
+    std::copy_if(all.begin(), all.end(), std::back_inserter(strips),
+                 [&](int strip) { return !survey || gathers || scene.IsRead(strip, m_param.m_rcProcess, found); });
+  }
+  const bool takesMoments = !pass.Pieces().empty();
+  scene.SetUse(takesMoments, makesSource);
+  platform::RunningCovariance statistics(2 * (n + 1));
+  const auto fold = [&statistics](const platform::RunningCovariance& part) { statistics.Add(part); };
   fusion::DetailMoments moments(n, area.Width(), area.Height(), found.blur, m_workers.get());
+  const auto takePart = [&](std::int64_t piece) {
+    platform::RunningCovariance part = moments.TakeStatistics();
+    pass.Take(piece, part, fold);
+  };
+  const std::shared_ptr<fusion::BayesianSource> source =
+      makesSource ? MakeSource(scene, found, strips.size() < all.size()) : nullptr;
   int step = 1;
   bool written = true;
-  const bool read = scene.ForEachStrip(found, m_estimate.restoring, [&](fusion::BayesianStrip& strip) {
-    std::vector<const double*> images;
-    for (const auto& image : strip.images) images.push_back(image.data());
-    if (strip.counts) {
-      if (scene.Samples()) moments.Begin(strip.rect.Height());
-      moments.AddRows(images.data(), strip.rect.Height());
-    }
-    if (strip.hasBands) fill.Fill(images.data(), m_param.m_bMaskNoData, strip.lowPass);
-    written = source->Write(strip.rect, strip.lowPass.data());
-    return written && GoesOn(++step);
-  });
+  const bool read =
+      scene.ForEachStrip(strips, found, m_estimate.restoring, [&](int which, fusion::BayesianStrip& strip) {
+        std::vector<const double*> images;
+        for (const auto& image : strip.images) images.push_back(image.data());
+        if (strip.counts) {
+          if (samples) moments.Begin(strip.rect.Height());
+          moments.AddRows(images.data(), strip.rect.Height());
+          if (samples) takePart(std::lower_bound(counted.begin(), counted.end(), which) - counted.begin());
+        }
+        if (source && strip.hasBands) fill.Fill(images.data(), m_param.m_bMaskNoData, strip.lowPass);
+        written = !source || source->Write(strip.rect, strip.lowPass.data());
+        return written && GoesOn(++step);
+      });
   if (m_nLastErrorType != ERR_NONE) return false;
   if (!read) Fail(ERR_READ, messages::kReadFailed);
-  if (read && (!written || !source->Complete())) Fail(ERR_WRITE, messages::kWriteFailed);
+  if (read && (!written || (source && !source->Complete()))) Fail(ERR_WRITE, messages::kWriteFailed);
   if (m_nLastErrorType != ERR_NONE) return false;
+  if (!samples && takesMoments) takePart(0);
+  if (!pass.End<platform::RunningCovariance>(fold)) return true;
 
   constexpr double kLeastScore = 0.1;
   const bool unlike = m_estimate.score < kLeastScore;
   fusion::InjectionDoubt doubt = fusion::InjectionDoubt::kNone;
-  const auto injection = fusion::FitInjection(moments.Statistics(), n, !unlike, doubt);
+  const auto injection = fusion::FitInjection(statistics, n, !unlike, doubt);
   m_estimate.doubt = DoubtOf(doubt, unlike);
-  m_estimate.samples = moments.Statistics().Count();
+  m_estimate.samples = statistics.Count();
   m_estimate.gains = injection.panGains;
   Adopt(injection.Scaled(2.0 * m_param.m_dBayesParam));
   m_model.source = source;

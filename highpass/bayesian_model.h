@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "framework/fusion_param.h"
@@ -101,13 +102,21 @@ class FUSION_API BayesianModelEstimator : public CBaseAlgorithm {
   /// Has the next runs look at a part of the pan image only.
   void SetArea(const CRect& panRect) { m_area = panRect; }
 
+  /// Whether a run that gathers a survey makes the model's source, too.
+  void MakeSourceForSurvey(bool makes) { m_sourceForSurvey = makes; }
+
+  /// A run with a survey in which something is pending leaves no model.
   void Process() override;
   /// Of the last successful run.
   const BayesianModel& GetModel() const { return m_model; }
   const BayesianEstimate& GetEstimate() const { return m_estimate; }
 
  private:
+  struct Registered;
   void Estimate();
+  std::optional<Registered> Register(fusion::BayesianScene& scene) const;
+  std::shared_ptr<fusion::BayesianSource> MakeSource(fusion::BayesianScene& scene,
+                                                     const fusion::RegistrationResult& found, bool partly) const;
   bool Stream(fusion::BayesianScene& scene, const fusion::RegistrationResult& found, const fusion::LowPassFill& fill);
   void Adopt(const fusion::InjectionModel& injection);
   bool GoesOn(int step);
@@ -115,6 +124,7 @@ class FUSION_API BayesianModelEstimator : public CBaseAlgorithm {
   BayesianFusionParam m_param;
   BayesianRegistration m_registration = BayesianRegistration::kOff;
   CRect m_area;
+  bool m_sourceForSurvey = false;
   BayesianModel m_model;
   BayesianEstimate m_estimate;
 };

@@ -78,16 +78,9 @@ void BayesianScene::SettleArea(const CRect& panArea) {
   m_commonInPan = OverlapInPan(m_pan, m_ms, m_param.m_bNeedReproject);
   const CRect looked = panArea.Area() > 0 ? fusion::Common(m_commonInPan, panArea) : m_commonInPan;
   if (looked.Area() == 0) return;
-  const CRect whole(0, 0, m_ms.GetWidth(), m_ms.GetHeight());
-  const CBoundingBox box = m_pan.ImageToGround(looked);
-  m_common = whole;
-  if (m_param.m_bNeedReproject) {
-    const std::unique_ptr<CReproject> back(CReproject::Create(&m_ms, m_pan.GetSpatialReferenceWKT(), nullptr, nullptr));
-    if (back) back->GetInImgEnveFromGeoOut(box, m_common, 0.0, 0.0);
-  } else {
-    m_common = fusion::Common(m_ms.GroundToImage(box), whole);
-  }
+  m_common = MsUnder(looked);
   if (m_common.Area() == 0) return;
+  const CRect whole(0, 0, m_ms.GetWidth(), m_ms.GetHeight());
   // As far as a run reads, and from an even pixel on, so that every area of an image is halved alike.
   constexpr int kMargin = 10;
   m_area = fusion::Common({(m_common.left - kMargin) / 2 * 2, (m_common.top - kMargin) / 2 * 2,
@@ -102,6 +95,26 @@ void BayesianScene::SettleArea(const CRect& panArea) {
   m_countedStrips = static_cast<int>(std::min<std::int64_t>(kEnough / perStrip + 1, m_strips.Count()));
   // A few strips less are not worth their borders.
   if (m_countedStrips > m_strips.Count() / 2) m_countedStrips = m_strips.Count();
+}
+
+CRect BayesianScene::MsUnder(const CRect& panRect) {
+  const CRect whole(0, 0, m_ms.GetWidth(), m_ms.GetHeight());
+  const CBoundingBox box = m_pan.ImageToGround(panRect);
+  if (!m_param.m_bNeedReproject) return fusion::Common(m_ms.GroundToImage(box), whole);
+  CRect under = whole;
+  const std::unique_ptr<CReproject> back(CReproject::Create(&m_ms, m_pan.GetSpatialReferenceWKT(), nullptr, nullptr));
+  if (back) back->GetInImgEnveFromGeoOut(box, under, 0.0, 0.0);
+  return under;
+}
+
+bool BayesianScene::IsRead(int strip, const CRect& panRect, const RegistrationResult& found) {
+  // What a run reads around a block, the edges that it repeats, and a move.
+  const double moved =
+      std::max(std::fabs(found.shiftX), std::fabs(found.shiftY)) / std::min(m_grid->RatioX(), m_grid->RatioY());
+  const int margin = 16 + static_cast<int>(std::ceil(moved));
+  const CRect under = MsUnder(panRect);
+  const CRect rows = m_strips.Block(0, strip);
+  return rows.bottom > under.top - margin && rows.top < under.bottom + margin;
 }
 
 platform::Affine BayesianScene::Moved(double shiftX, double shiftY) const {
@@ -149,20 +162,22 @@ bool BayesianScene::ReadTiles(std::vector<RegistrationTile>& tiles) {
   return true;
 }
 
-bool BayesianScene::ForEachStrip(const RegistrationResult& found, double restoring,
-                                 const std::function<bool(BayesianStrip&)>& use) {
+bool BayesianScene::ForEachStrip(const std::vector<int>& strips, const RegistrationResult& found, double restoring,
+                                 const std::function<bool(int strip, BayesianStrip&)>& use) {
   // At once for the largest strip, which is none at an edge.
   const CRect second = m_strips.Count() > 1 ? m_strips.Block(0, 1) : CRect();
   if (m_grid->IsGrid() && second.Area() > 0) m_buffer.Reserve(FiltersOf(second, found, restoring).Reads());
   m_ahead.reset();
-  BayesianStrip strips[2];
+  BayesianStrip loaded[2];
   bool wanted = true;
-  const auto load = [&](int i, int slot) { return LoadStrip(i, found, restoring, strips[slot]); };
-  const auto take = [&](int, int slot) {
-    wanted = use(strips[slot]);
+  const auto load = [&](std::size_t i, int slot) {
+    return LoadStrip(strips[i], i + 1 < strips.size() ? strips[i + 1] : -1, found, restoring, loaded[slot]);
+  };
+  const auto take = [&](std::size_t i, int slot) {
+    wanted = use(strips[i], loaded[slot]);
     return wanted;
   };
-  return platform::LoadInTurn(m_overlapped, m_strips.Count(), load, take) || !wanted;
+  return platform::LoadInTurn(m_overlapped, strips.size(), load, take) || !wanted;
 }
 
 bool BayesianScene::Counts(int strip) const {
@@ -171,11 +186,12 @@ bool BayesianScene::Counts(int strip) const {
   return (strip + 1) * counted / count != strip * counted / count;
 }
 
-bool BayesianScene::LoadStrip(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip) {
+bool BayesianScene::LoadStrip(int i, int next, const RegistrationResult& found, double restoring,
+                              BayesianStrip& strip) {
   strip.rect = m_strips.Block(0, i);
   strip.images.resize(m_bands.size() + 1);
-  strip.counts = Counts(i);
-  if (!LowPass(i, found, restoring, strip)) return false;
+  strip.counts = m_takesMoments && Counts(i);
+  if (!LowPass(i, next, found, restoring, strip)) return false;
   const auto hasGaps = [&strip] {
     return std::any_of(strip.lowPass.begin(), strip.lowPass.end(), [](double v) { return v != v; });
   };
@@ -196,9 +212,9 @@ BayesianScene::Filters BayesianScene::FiltersOf(const CRect& part, const Registr
   return {filter(1.0), filter(restoring)};
 }
 
-bool BayesianScene::LowPass(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip) {
+bool BayesianScene::LowPass(int i, int next, const RegistrationResult& found, double restoring, BayesianStrip& strip) {
   const CRect& rect = strip.rect;
-  const auto widthOf = [&](int which) { return Counts(which) ? restoring : 1.0; };
+  const auto widthOf = [&](int which) { return m_takesMoments && Counts(which) ? restoring : 1.0; };
   const bool restores = widthOf(i) != 1.0;
   std::vector<double>& wide = strip.images.back();
   strip.lowPass.resize(static_cast<std::size_t>(rect.Area()));
@@ -211,8 +227,8 @@ bool BayesianScene::LowPass(int i, const RegistrationResult& found, double resto
     m_ahead.reset();
     const CRect reads = filters.Reads();
     if (!ReadPan(reads)) return false;
-    if (m_overlapped && m_grid->IsGrid() && i + 1 < m_strips.Count()) {
-      m_ahead.emplace(FiltersOf(m_strips.Block(0, i + 1), found, widthOf(i + 1)));
+    if (m_overlapped && m_grid->IsGrid() && next >= 0) {
+      m_ahead.emplace(FiltersOf(m_strips.Block(0, next), found, widthOf(next)));
       m_buffer.Expect(0, m_pan.GetRasterBand(m_param.m_nPanBand), m_ahead->Reads(), m_reader);
     }
     const auto put = [&](const PanLowPass& lowPass, std::vector<double>& out) {
@@ -229,7 +245,7 @@ bool BayesianScene::LowPass(int i, const RegistrationResult& found, double resto
                         (part.left - rect.left));
       }
     };
-    put(filters.plain, strip.lowPass);
+    if (m_takesLowPass || !restores) put(filters.plain, strip.lowPass);
     if (restores) put(filters.restored, wide);
   }
   if (!restores && strip.counts) wide = strip.lowPass;

@@ -57,9 +57,19 @@ class BayesianScene {
   int StripCount() const { return m_strips.Count(); }
   /// Whether the moments are taken of some strips only, spread evenly: more than a million pixels tell no more.
   bool Samples() const { return m_countedStrips < StripCount(); }
-  /// Calls use with one strip after another, downwards, until it answers false. False after a failed read.
+  /// Whether the moments are taken of a strip.
+  bool Counts(int strip) const;
+  /// The strips that a run over a part of the pan image reads, whatever it is moved by.
+  bool IsRead(int strip, const CRect& panRect, const RegistrationResult& found);
+  /// What strips are for: moments, the low-passed pan, or both.
+  void SetUse(bool moments, bool lowPass) {
+    m_takesMoments = moments;
+    m_takesLowPass = lowPass;
+  }
+  /// Calls use with one of the strips after another until it answers false. False after a failed read.
   /// @param restoring how much wider than the blur pan is low-passed for the moments
-  bool ForEachStrip(const RegistrationResult& found, double restoring, const std::function<bool(BayesianStrip&)>& use);
+  bool ForEachStrip(const std::vector<int>& strips, const RegistrationResult& found, double restoring,
+                    const std::function<bool(int strip, BayesianStrip&)>& use);
 
  private:
   /// What pan is low-passed by at some multispectral pixels: for the model, and wider for the moments.
@@ -72,9 +82,11 @@ class BayesianScene {
   void SettleArea(const CRect& panArea);
   bool ReadBands(const CRect& rect, std::vector<std::vector<double>>& bands);
   bool ReadPan(const CRect& rect);
-  bool LoadStrip(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip);
-  bool Counts(int strip) const;
-  bool LowPass(int i, const RegistrationResult& found, double restoring, BayesianStrip& strip);
+  /// The multispectral pixels under a rectangle of pan, clipped to the image.
+  CRect MsUnder(const CRect& panRect);
+  bool LoadStrip(int i, int next, const RegistrationResult& found, double restoring, BayesianStrip& strip);
+  /// @param next the strip to come; -1 for none
+  bool LowPass(int i, int next, const RegistrationResult& found, double restoring, BayesianStrip& strip);
   Filters FiltersOf(const CRect& part, const RegistrationResult& found, double restoring) const;
 
   const BayesianFusionParam& m_param;
@@ -90,6 +102,8 @@ class BayesianScene {
   CRect m_area;
   BlockGrid m_strips{0, 0, 0, 0};
   int m_countedStrips = 0;
+  bool m_takesMoments = true;
+  bool m_takesLowPass = true;
   BandBuffers m_buffer;            ///< what is read of pan, and of the bands, one rectangle at a time
   std::optional<Filters> m_ahead;  ///< of the strip whose pan is being read ahead
   platform::TaskQueue m_reader;

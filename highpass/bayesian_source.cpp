@@ -17,16 +17,18 @@ std::wstring NameInMemory() {
 
 }  // namespace
 
-BayesianSource::BayesianSource(const Origin& origin, PixelDataType lowPassType, const std::wstring& beside)
+BayesianSource::BayesianSource(const Origin& origin, PixelDataType lowPassType, const std::wstring& beside, bool partly)
     : m_view(std::make_unique<platform::VirtualRaster>(origin.file, origin.bands, origin.geoTransform, nullptr,
                                                        std::nullopt, origin.northUp)),
       m_bandCount(static_cast<int>(origin.bands.size()) + 1) {
   constexpr std::int64_t kSmall = std::int64_t{32} << 20;  // bytes
   const std::int64_t bytes = std::int64_t{origin.width} * origin.height * platform::PixelSize(lowPassType);
   m_lowPassFile = beside.empty() || bytes <= kSmall ? NameInMemory() : CommonFun::GetTempFilePath(beside + L".tif");
+  const std::vector<std::string> options =
+      partly ? std::vector<std::string>{"SPARSE_OK=TRUE"} : std::vector<std::string>{};
   const double identity[6] = {0.0, 1.0, 0.0, 0.0, 0.0, 1.0};
   if (m_lowPassFile.empty() || !m_lowPass.CreateRaster(kFormatGeoTiff, m_lowPassFile, origin.width, origin.height, 1,
-                                                       lowPassType, identity, L"", nullptr)) {
+                                                       lowPassType, identity, L"", options)) {
     CRasterSource::DeleteFileW(m_lowPassFile);
     throw std::runtime_error("cannot keep the low-passed pan image");
   }

@@ -24,9 +24,10 @@ class BayesianSource {
   };
 
   /// @param lowPassType of the low-passed pan
+  /// @param partly not all of the low-passed pan will be written, and no more read
   /// @param beside a file's name beside which a large one may lie; empty: in memory whatever its size
   /// Throws std::runtime_error.
-  BayesianSource(const Origin& origin, PixelDataType lowPassType, const std::wstring& beside);
+  BayesianSource(const Origin& origin, PixelDataType lowPassType, const std::wstring& beside, bool partly = false);
   ~BayesianSource();
   BayesianSource(const BayesianSource&) = delete;
   BayesianSource& operator=(const BayesianSource&) = delete;

@@ -59,14 +59,17 @@ GISError BlockHpf::Preproccess() {
   rows.Reserve(platform::CacheRoom::BytesToShare(*m_pPanSrc, 0));
   BandFigures first;
   BandFigures second;
+  double pan = 0.0;
   if (!MeasureFiltered(*m_filters.Pan(), {stages::kFiltering}, L"卷积处理", first)) return GIS_FAILED;
   if (m_filters.Detail() && !MeasureFiltered(*m_filters.Detail(), {stages::kSecondFiltering}, L"二次卷积", second)) {
     return GIS_FAILED;
   }
-  if (!MeasureMs()) return GIS_FAILED;
+  if (!MeasureMs() || (m_capsDetail && !MeasurePan(pan))) return GIS_FAILED;
+  if (AwaitsSurvey()) return GIS_SUCCESS;
 
   double weights[] = {m_hpfParam.m_dDetailWeight1, m_hpfParam.m_dDetailWeight2};
-  if (!CapWeight(first, weights[0]) || (m_filters.Detail() && !CapWeight(second, weights[1]))) return GIS_FAILED;
+  if (!CapWeight(first, pan, weights[0])) return GIS_FAILED;
+  if (m_filters.Detail() && !CapWeight(second, pan, weights[1])) return GIS_FAILED;
   m_detailWeight = weights[0];
   SetMulMeanValue(m_means);
   SetMulStdvValue(m_stdDevs);
@@ -98,8 +101,9 @@ bool BlockHpf::MeasureFiltered(const platform::FilteredBand& filtered, const pla
     return !cancelled;
   };
   const auto read = [&](const CRect& rect, double* values, bool& gaps) { return filtered.Read(rect, values, gaps); };
-  if (platform::Measure({m_pPanSrc->GetWidth(), m_pPanSrc->GetHeight(), read}, m_overlappedIo, m_workers.get(), goesOn,
-                        figures)) {
+  const platform::UnwrittenBand band{m_pPanSrc->GetWidth(), m_pPanSrc->GetHeight(), read, m_param.m_pSurvey.get(),
+                                     "pan " + std::string(stage.name)};
+  if (platform::Measure(band, m_overlappedIo, m_workers.get(), goesOn, figures)) {
     return true;
   }
   SetError(cancelled ? ERR_CANCELLED : ERR_READ, cancelled ? L"" : messages::kReadFailed);
@@ -134,27 +138,29 @@ bool BlockHpf::MeasureMsBand(int band, double& mean, double& stdDev) {
   const auto read = [&](const CRect& rect, double* values, bool& gaps) {
     return mixed->Read(band, rect, values, gaps);
   };
-  const bool measured = platform::Measure({m_pMSSrc->GetWidth(), m_pMSSrc->GetHeight(), read}, m_overlappedIo,
-                                          m_workers.get(), goesOn, figures);
+  const platform::UnwrittenBand unwritten{m_pMSSrc->GetWidth(), m_pMSSrc->GetHeight(), read, m_param.m_pSurvey.get(),
+                                          "multispectral mixed band " + std::to_string(band + 1)};
+  const bool measured = platform::Measure(unwritten, m_overlappedIo, m_workers.get(), goesOn, figures);
   if (!measured && !cancelled) {
     SetError(ERR_READ, messages::kReadFailed);
     return false;
   }
   mean = figures.Mean();
   stdDev = figures.StdDev();
-  return (measured && !figures.IsEmpty()) || FailStatistics();
+  return (measured && (!figures.IsEmpty() || AwaitsSurvey())) || FailStatistics();
 }
 
-bool BlockHpf::CapWeight(const BandFigures& detail, double& weight) {
-  if (!m_capsDetail) return true;
+bool BlockHpf::MeasurePan(double& stdDev) {
   double minimum = 0.0;
   double maximum = 0.0;
   double mean = 0.0;
-  double pan = 0.0;
-  const bool measured =
-      !detail.IsEmpty() &&
-      m_pPanSrc->GetRasterBand(m_param.m_nPanBand)->ComputeStatics(&minimum, &maximum, &mean, &pan, true, m_pProgress);
-  if (!measured) return FailStatistics();
+  CRasterBand& band = *m_pPanSrc->GetRasterBand(m_param.m_nPanBand);
+  return band.ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, m_pProgress) || FailStatistics();
+}
+
+bool BlockHpf::CapWeight(const BandFigures& detail, double pan, double& weight) {
+  if (!m_capsDetail) return true;
+  if (detail.IsEmpty()) return FailStatistics();
   if (pan > 0.0) weight = std::min(weight, detail.StdDev() / pan);
   return true;
 }

@@ -34,7 +34,9 @@ class BlockHpf : public CHpfFusion {
                        platform::BandFigures& figures);
   bool MeasureMs();
   bool MeasureMsBand(int band, double& mean, double& stdDev);
-  bool CapWeight(const platform::BandFigures& detail, double& weight);
+  bool MeasurePan(double& stdDev);
+  /// @param pan its deviation
+  bool CapWeight(const platform::BandFigures& detail, double pan, double& weight);
   /// The error state of statistics that cannot be had.
   bool FailStatistics();
 

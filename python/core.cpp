@@ -156,7 +156,7 @@ py::object Watched(const py::object& watching, const Work& work) {
 template <typename Request>
 void Take(Request& request, const Options& options) {
   for (const auto& [name, value] : options) {
-    if constexpr (std::is_same_v<Request, fusion::FuseRequest>) {
+    if constexpr (std::is_base_of_v<fusion::FuseRequest, Request>) {
       // Those of a driver may have commas of their own.
       if (name == "co") {
         request.creationOptions.push_back(value);
@@ -286,6 +286,7 @@ PYBIND11_MODULE(_core, module) {
   run("check", Run<fusion::Check, fusion::CheckRequest>);
   run("assess", Run<fusion::Assess, fusion::AssessRequest>);
   run("report", Run<fusion::Report, fusion::ReportRequest>);
+  run("survey", Run<fusion::MakeSurvey, fusion::SurveyRequest>);
   run("sample", Run<fusion::MakeSample, fusion::SampleRequest>);
   module.def("verify", Verify, arg("file"), arg("watcher"));
   module.def("info", Info, arg("file"));

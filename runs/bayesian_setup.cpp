@@ -1,6 +1,7 @@
 #include "runs/bayesian_setup.h"
 
 #include "highpass/bayes_pan_sharpening_fusion.h"
+#include "platform/statistics/survey.h"
 #include "runs/failures.h"
 #include "runs/fuse.h"
 #include "runs/notices.h"
@@ -57,13 +58,18 @@ std::unique_ptr<CBaseAlgorithm> MakeBayesian(HpfFusionParam& param, const Method
   record.m_dBayesParam = setup.request.bayesWeight.value_or(kWeight);
   BayesianModelEstimator estimator(record);
   estimator.SetRegistration(RegistrationOf(setup.request));
-  // A window that stands for itself.
-  if (param.m_rcScene.IsRectEmpty()) estimator.SetArea(param.m_rcProcess);
+  // A window that stands for itself, or what the run is a part of.
+  estimator.SetArea(param.m_rcScene.IsRectEmpty() ? param.m_rcProcess : param.m_rcScene);
+  const bool gathers = param.m_pSurvey && param.m_pSurvey->Gathers();
+  estimator.MakeSourceForSurvey(setup.request.stretch);
   estimator.SetProgress(&setup.progress);
   estimator.SetOverlappedIo(true);
   estimator.ShareThreads(setup.workers);
   estimator.Process();
   ThrowFailure(estimator);
+  // Without a model there is nothing to fuse, and what is not stretched needs no more.
+  if (gathers && param.m_pSurvey->Pending() > 0 && setup.request.stretch) param.m_pSurvey->Wait();
+  if (gathers && (param.m_pSurvey->Pending() > 0 || !setup.request.stretch)) return nullptr;
 
   const BayesianEstimate& estimate = estimator.GetEstimate();
   if (RegistrationOf(setup.request) != BayesianRegistration::kOff) {

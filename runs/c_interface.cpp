@@ -19,7 +19,7 @@ using fusion::RunFailure;
 
 struct fusion_request {
   std::variant<fusion::FuseRequest, fusion::EvaluateRequest, fusion::SampleRequest, fusion::AssessRequest,
-               fusion::CheckRequest, fusion::ReportRequest>
+               fusion::CheckRequest, fusion::ReportRequest, fusion::SurveyRequest>
       what;
   std::string error;
 };
@@ -109,6 +109,14 @@ struct Runner {
   fusion::RunObserver& observer;
 
   void operator()(const fusion::FuseRequest& request) const { outcome.fused = fusion::Fuse(request, &observer); }
+  void operator()(const fusion::SurveyRequest& request) const {
+    const fusion::SurveyReport report = fusion::MakeSurvey(request, &observer);
+    outcome.facts = {{"output", report.output},
+                     {"height", std::to_string(report.height)},
+                     {"parts", std::to_string(report.parts)},
+                     {"complete", report.complete ? "yes" : "no"},
+                     {"awaited", report.awaited ? "yes" : "no"}};
+  }
   void operator()(const fusion::EvaluateRequest& request) const {
     const fusion::EvaluateReport report = fusion::Evaluate(request, &observer);
     outcome.labels = report.bands;
@@ -264,6 +272,7 @@ fusion_request* fusion_check_request(void) { return NewRequest<fusion::CheckRequ
 fusion_request* fusion_evaluate_request(void) { return NewRequest<fusion::EvaluateRequest>(); }
 fusion_request* fusion_assess_request(void) { return NewRequest<fusion::AssessRequest>(); }
 fusion_request* fusion_report_request(void) { return NewRequest<fusion::ReportRequest>(); }
+fusion_request* fusion_survey_request(void) { return NewRequest<fusion::SurveyRequest>(); }
 fusion_request* fusion_sample_request(void) { return NewRequest<fusion::SampleRequest>(); }
 void fusion_free_request(fusion_request* request) { delete request; }
 

@@ -11,6 +11,7 @@
 #include "runs/notices.h"
 #include "runs/run_log.h"
 #include "runs/run_progress.h"
+#include "runs/survey.h"
 
 namespace fusion {
 
@@ -32,6 +33,7 @@ FuseReport Fuse(const FuseRequest& request, RunObserver* observer) {
   };
   try {
     RunProgress progress(observer);
+    if (!request.rows.empty()) RefuseBest(request);
     std::optional<FuseRequest> best;
     if (request.method == kBestMethod) best = WithBestMethod(request, observer, notices, progress);
     FuseReport report = FuseRun(best ? *best : request, log, notices, progress).Run();

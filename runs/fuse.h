@@ -45,6 +45,8 @@ struct FUSION_API FuseRequest {
   int panBand = 1;                      ///< counted from 1
   std::vector<int> rgb;                 ///< ihs: red, green and blue, counted from 1 among the chosen bands; or empty
   std::vector<int> window;              ///< column, row, width and height in pan pixels; empty: where both images are
+  std::vector<int> rows;                ///< of the output, from and up to which: what is written; empty: all
+  std::string survey;                   ///< of MakeSurvey and MergeSurveys; empty: none
   std::string statistics;               ///< what a window's are taken from: scene, or window (with asPublished)
   std::string aoi;                      ///< vector file; fused inside its polygons only. Empty: none
   std::string spectralMatch = "auto";   ///< auto, on or off

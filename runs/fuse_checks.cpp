@@ -125,6 +125,12 @@ CheckedRequest CheckFuseRequest(const FuseRequest& o) {
   if (!o.window.empty() && (o.window.size() != 4 || o.window[2] <= 0 || o.window[3] <= 0)) {
     throw UsageError("--window is XOFF,YOFF,XSIZE,YSIZE with a size of at least one pixel.");
   }
+  if (!o.rows.empty() && (o.rows.size() != 2 || o.rows[0] < 0 || o.rows[1] <= o.rows[0])) {
+    throw UsageError("--rows is A:B, from row A, counted from 0, up to row B, which is larger and no part of it.");
+  }
+  if (!o.rows.empty() && !o.quicklook.empty()) {
+    throw UsageError("--quicklook shows a whole result; it does not go with --rows.");
+  }
   if (!o.rgb.empty() && o.rgb.size() != 3) throw UsageError("--rgb is three positions: red, green and blue.");
   checked.workers = MakeWorkers(o.threads);
   return checked;

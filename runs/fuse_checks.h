@@ -10,6 +10,10 @@
 #include "runs/methods.h"
 #include "runs/threads.h"
 
+namespace platform {
+class Survey;
+}
+
 namespace fusion {
 
 /// A request after all checks that need no file.
@@ -23,6 +27,7 @@ struct CheckedRequest {
   std::vector<std::string> creationOptions;  ///< with that of the compression
   bool matched = false;
   std::shared_ptr<platform::Workers> workers;
+  std::shared_ptr<platform::Survey> survey;  ///< that is used, or gathered; null: none. For the caller
 };
 
 /// What --resample may be: the kernels' names, and auto.

@@ -5,8 +5,10 @@
 #include "framework/match_targets.h"
 #include "framework/messages.h"
 #include "framework/overlap.h"
+#include "framework/run/block_buffers.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/statistics/clipped_moments.h"
+#include "platform/statistics/survey.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/gap_search.h"
 #include "platform/validity/no_data.h"
@@ -16,6 +18,7 @@
 #include "runs/output_notes.h"
 #include "runs/room.h"
 #include "runs/same_extent.h"
+#include "runs/survey_subject.h"
 #include "runs/text.h"
 
 namespace fusion {
@@ -33,17 +36,27 @@ std::string SizeOf(const CRasterSource& image) {
 }
 
 /// Corrects a band's moments where single values decide them. False after a failed read or a cancellation.
-bool MeasureRobustly(CRasterBand& band, double& mean, double& stdDev, const CBaseProgress& progress) {
+bool MeasureRobustly(const CRasterSource& source, int index, double& mean, double& stdDev,
+                     const CBaseProgress& progress) {
   constexpr int kRows = 128;
+  using Part = platform::ClippedMoments::Part;
+  CRasterBand& band = *source.GetRasterBand(index);
   platform::ClippedMoments moments(platform::NoDataSample(band));
+  const auto fold = [&moments](const Part& part) { moments.Add(part); };
+  const platform::SurveyPass pass =
+      source.Pass("band " + std::to_string(index + 1) + " robust moments", BlockGrid::Pieces(band.GetHeight(), kRows));
   std::vector<double> values;
-  for (int top = 0; top < band.GetHeight(); top += kRows) {
+  for (const std::int64_t piece : pass.Pieces()) {
+    const int top = static_cast<int>(piece) * kRows;
     const CRect rows(0, top, band.GetWidth(), std::min(top + kRows, band.GetHeight()));
     values.resize(static_cast<std::size_t>(rows.Area()));
     bool gaps = false;
     if (progress.IsCancelRequested() || band.ReadSamples(rows, values.data(), gaps) != 0) return false;
-    moments.Add(values.data(), rows.Area());
+    Part part;
+    moments.Reduce(values.data(), rows.Area(), part);
+    pass.Take(piece, part, fold);
   }
+  if (!pass.End<Part>(fold)) return true;
   moments.Settle();
   if (moments.Outliers() == 0) return true;
   mean = moments.Mean();
@@ -56,6 +69,7 @@ bool MeasureRobustly(CRasterBand& band, double& mean, double& stdDev, const CBas
 FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked, Notices& notices,
                        const CBaseProgress& progress)
     : m_options(options),
+      m_checked(checked),
       m_notices(notices),
       m_msImage(options.ms, options.moreMs, options.pan),
       m_panFile(CommonFun::Utf82U(options.pan)),
@@ -65,6 +79,7 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
   m_panSize = SizeOf(m_pan);
   m_msSize = SizeOf(m_ms);
   m_msType = m_ms.GetRasterDataType();
+  if (checked.survey) CheckSurvey();
   CheckArea();
   CheckRoom(checked.type == PDT_UNKNOWN ? m_msType : checked.type);
   SettleNoData(progress);
@@ -79,6 +94,7 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
     source->SetMaskNoData(m_maskNoData);
     source->SetReadAhead(true);
     source->SetWorkers(checked.workers.get());
+    source->SetSurvey(checked.survey.get(), source == &m_pan ? "pan" : "multispectral");
   }
 
   const std::optional<CRect> overlap = FindOverlap(m_pan, m_ms, m_needReproject);
@@ -93,6 +109,7 @@ FuseInputs::FuseInputs(const FuseRequest& options, const CheckedRequest& checked
     m_area = m_window;
     if (checked.sceneStatistics) m_scene = *overlap;
   }
+  if (!options.rows.empty() || checked.survey) CutRows(*overlap);
   if (checked.method->Takes(kTakesKernels) && !options.kernelSize) {
     m_pixelRatio = fusion::PixelRatio(m_pan, m_ms, m_needReproject);
   }
@@ -180,18 +197,30 @@ void FuseInputs::SettleNoData(const CBaseProgress& progress) {
     const auto& bands = m_options.bands;
     if (bands.empty() || std::find(bands.begin(), bands.end(), b + 1) != bands.end()) chosen.push_back(b);
   }
-  const auto lacksSamples = [&](CRasterSource& source, const std::vector<int>& bands) {
-    const bool says = std::any_of(bands.begin(), bands.end(), [&](int b) {
-      const CRasterBand* band = source.GetRasterBand(b);
-      return band && (band->IsHaveNoData() || band->HasMask());
+  const std::pair<CRasterSource*, std::vector<int>> looked[] = {{&m_pan, {m_options.panBand - 1}}, {&m_ms, chosen}};
+  const auto anyBand = [&](const auto& is) {
+    return std::any_of(std::begin(looked), std::end(looked), [&](const auto& image) {
+      return std::any_of(image.second.begin(), image.second.end(), [&](int b) {
+        const CRasterBand* band = image.first->GetRasterBand(b);
+        return band && is(*band);
+      });
     });
-    if (says) return true;
-    // Samples of a float type may be no numbers, which only a look at them tells.
-    source.SetMaskNoData(true);
-    return platform::HasGaps(source, bands, progress);
   };
   const bool told = m_options.noDataMask == "on" || m_options.noData;
-  const bool gaps = !told && (lacksSamples(m_pan, {m_options.panBand - 1}) || lacksSamples(m_ms, chosen));
+  bool gaps = !told && anyBand([](const CRasterBand& band) { return band.IsHaveNoData() || band.HasMask(); });
+  if (!told && !gaps) {
+    // Samples of a float type may be no numbers, which only a look at them tells.
+    for (const auto& [source, bands] : looked) source->SetMaskNoData(true);
+    const auto take = [&gaps](bool found) { gaps = found; };
+    // One piece, since the look ends at the first sample that is missing.
+    const bool mayBe = anyBand([](const CRasterBand& band) { return band.MayHoldGaps(); });
+    const platform::SurveyPass pass(m_checked.survey.get(), "gaps", mayBe ? 1 : 0);
+    for (const std::int64_t piece : pass.Pieces()) {
+      bool found = platform::HasGaps(m_pan, looked[0].second, progress) || platform::HasGaps(m_ms, chosen, progress);
+      pass.Take(piece, found, take);
+    }
+    if (!pass.End<bool>(take)) return;
+  }
   const bool area = !m_options.aoi.empty();
   m_maskNoData = told || gaps || area;
   if (!m_maskNoData) return;
@@ -274,6 +303,32 @@ void FuseInputs::CutWindow(const CRect& overlap) {
   }
 }
 
+void FuseInputs::CheckSurvey() const {
+  const std::string subject = SurveySubject(m_options, m_pan, m_ms);
+  platform::Survey& survey = *m_checked.survey;
+  if (survey.Subject().empty()) survey.SetSubject(subject);
+  if (survey.Subject() == subject) return;
+  throw UsageError("The survey " + m_options.survey + " is of " + SubjectDifference(subject, survey.Subject()) + ".");
+}
+
+void FuseInputs::CutRows(const CRect& overlap) {
+  const CRect whole = OutputArea();
+  if (whole.Area() == 0) throw RunError(ERR_NONE, messages::kWrongExtent);
+  m_wholeHeight = whole.Height();
+  if (m_scene.IsRectEmpty()) m_scene = m_options.window.empty() ? overlap : m_window;
+  const bool gathers = m_checked.survey && m_checked.survey->Gathers();
+  // What is gathered needs no output, only a place for one.
+  const int first = gathers || m_options.rows.empty() ? 0 : m_options.rows[0];
+  const int end = gathers ? 1 : m_options.rows.empty() ? m_wholeHeight : m_options.rows[1];
+  if (!m_options.rows.empty() && m_options.rows[1] > m_wholeHeight) {
+    throw UsageError("--rows " + std::to_string(m_options.rows[0]) + ":" + std::to_string(m_options.rows[1]) +
+                     ": the output has rows 0 to " + std::to_string(m_wholeHeight - 1) + ".");
+  }
+  if (gathers) m_checked.survey->SetHeight(m_wholeHeight);
+  m_window = {whole.left, whole.top + first, whole.right, whole.top + end};
+  m_area = m_window;
+}
+
 /// A georeference that makes one image's pixels a dust grain in the other's is wrong, and its positions mean nothing.
 void FuseInputs::CheckPixelSizes() {
   if (m_needReproject) return;
@@ -295,6 +350,8 @@ void FuseInputs::CheckValidPixels() const {
     if (band && band->HasValidPixel()) return;
     throw RunError(ERR_STATISTICS, L"", name + " has no valid pixel or cannot be read.");
   };
+  // Whoever has gathered a survey has looked.
+  if (m_checked.survey && !m_checked.survey->Gathers()) return;
   check(m_pan.GetRasterBand(m_panBand), "The pan image");
   for (const int b : ChosenBands()) check(m_ms.GetRasterBand(b), "Multispectral band " + std::to_string(b + 1));
 }
@@ -308,6 +365,7 @@ void FuseInputs::FillParam(FusionParam& param) const {
   param.m_rcScene = m_scene;
   param.m_bNeedReproject = m_needReproject;
   param.m_bMaskNoData = m_maskNoData;
+  param.m_pSurvey = m_checked.survey;
 }
 
 void FuseInputs::ComputeTargets(MatchTargets& targets, CBaseProgress& progress) const {
@@ -318,7 +376,7 @@ void FuseInputs::ComputeTargets(MatchTargets& targets, CBaseProgress& progress) 
     double mean = 0.0;
     double stdDev = 0.0;
     bool done = band.ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, &progress);
-    if (done && targets.robust) done = MeasureRobustly(band, mean, stdDev, progress);
+    if (done && targets.robust) done = MeasureRobustly(m_ms, b, mean, stdDev, progress);
     if (!done) {
       if (progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
       throw RunError(ERR_STATISTICS, messages::kMsStatisticsFailed);

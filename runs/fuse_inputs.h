@@ -47,6 +47,8 @@ class FuseInputs {
   const CRect& Area() const { return m_area; }
   /// The files of the multispectral image, as they were given or found.
   const std::vector<std::string>& MsFiles() const { return m_msImage.Files(); }
+  /// Rows of the whole output, where the run has rows of its own.
+  int WholeHeight() const { return m_wholeHeight; }
   const CRasterSource& Pan() const { return m_pan; }
   /// Pan pixels that the output covers: where both images are, cut to the window and to the area of interest. Until
   /// Close.
@@ -70,12 +72,17 @@ class FuseInputs {
   /// Has a file seen through a view from now on.
   void LookThrough(std::unique_ptr<platform::VirtualRaster> view, std::wstring& file);
   void CutWindow(const CRect& overlap);
+  /// Cuts the run to some of its rows.
+  void CutRows(const CRect& overlap);
+  /// Refuses a survey of something else.
+  void CheckSurvey() const;
   /// Whether there is room for what a run over both images makes, before a sample is looked at.
   void CheckRoom(PixelDataType type);
   void CheckPixelSizes();
   void CheckValidPixels() const;
 
   const FuseRequest& m_options;
+  const CheckedRequest& m_checked;
   Notices& m_notices;
   MsImage m_msImage;
   std::vector<std::unique_ptr<platform::VirtualRaster>> m_views;
@@ -93,6 +100,7 @@ class FuseInputs {
   CRect m_window;
   CRect m_area;
   CRect m_scene;  ///< the common area that the window is a part of; empty without window, or with its own statistics
+  int m_wholeHeight = 0;
   bool m_needReproject = false;
   double m_pixelRatio = 0.0;
   bool m_maskNoData = false;

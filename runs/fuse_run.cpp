@@ -1,6 +1,7 @@
 #include "runs/fuse_run.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/raster/written_raster.h"
+#include "platform/statistics/survey.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/fuse_inputs.h"
@@ -24,6 +26,7 @@
 #include "runs/run_log.h"
 #include "runs/run_progress.h"
 #include "runs/sample_share.h"
+#include "runs/survey.h"
 
 namespace fusion {
 namespace {
@@ -74,6 +77,9 @@ FuseReport FuseRun::Run() {
 }
 
 FuseReport FuseRun::FuseAndPublish() {
+  if (!m_options.survey.empty() && m_options.rows.empty()) {
+    throw UsageError("--survey has an effect on --rows alone.");
+  }
   ThrowObstacle(m_pending.Foresee(m_checked.format), m_output);
   if (!m_options.log.empty() && m_pending.Concerns(CommonFun::Utf82U(m_options.log))) {
     throw UsageError("--log " + m_options.log + " is a file of this run's images.");
@@ -82,14 +88,10 @@ FuseReport FuseRun::FuseAndPublish() {
     m_quicklook = std::make_unique<Quicklook>(m_options, InputFiles(m_options), m_pending);
   }
   m_log.Open(m_options);
+  if (!m_options.survey.empty()) m_checked.survey = ReadSurvey(m_options.survey);
   FuseInputs inputs(m_options, m_checked, m_notices, m_progress);
   m_masks = inputs.MasksNoData();
-  m_type = m_checked.type;
-  if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
-  if (m_options.stretch && platform::IsFloatType(m_type)) {
-    throw UsageError("--stretch fills the range of an integer type, but the output type is a float type.");
-  }
-
+  SettleType(inputs);
   CheckFormatHolds(m_checked.format, m_type, static_cast<int>(inputs.Bands().size()), *m_checked.method);
   CheckDisk(inputs.Area(), static_cast<int>(inputs.Bands().size()), m_type, m_options);
   if (m_options.dryRun) return Plan(inputs);
@@ -98,22 +100,65 @@ FuseReport FuseRun::FuseAndPublish() {
   if (!m_options.noProvenance) m_notes = std::make_unique<OutputNotes>(m_options, m_checked, inputs);
   if (!m_pending.Begin()) throw RunError(ERR_CREATE, messages::CreateFailed(m_output));
   const std::wstring result = m_pending.WorkPath();
-  MatchTargets targets;
-  targets.robust = m_checked.guards.matchMoments;
-  if (targets.robust) targets.mostPixels = kMatchedPixels;
-  targets.root = m_checked.guards.productRoot;
-  targets.makeGreen = m_options.makeGreen && !m_checked.method->mixesGreen;
+  MatchTargets targets = MakeTargets();
   if (m_checked.matched) inputs.ComputeTargets(targets, m_progress);
   inputs.Close();
   Fuse(inputs, result, m_checked.matched ? &targets : nullptr);
   FuseReport report = Look(result, inputs.MsType());
-  if (m_checked.method->buildsOverviews && !m_options.noOverviews) BuildOverviews(result);
+  // Those of a part would not be parts of the whole's.
+  const bool isPart = !m_options.rows.empty();
+  if (m_checked.method->buildsOverviews && !m_options.noOverviews && !isPart) BuildOverviews(result);
   if (m_notes) TellOrigin(result, targets);
   if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
   Picture([&] { m_quicklook->Draw(result, report.method, inputs.Bands(), IsOnBandScale(), m_progress); });
   ThrowObstacle(m_pending.Publish(), m_output);
   if (m_options.sync && !m_pending.Sync()) throw FileFailure(m_output, "brought onto the disk");
   Picture([&] { m_quicklook->Save(); });
+  return report;
+}
+
+void FuseRun::SettleType(const FuseInputs& inputs) {
+  m_type = m_checked.type;
+  if (m_type == PDT_UNKNOWN) m_type = DefaultType(inputs.MsType());
+  if (m_options.stretch && platform::IsFloatType(m_type)) {
+    throw UsageError("--stretch fills the range of an integer type, but the output type is a float type.");
+  }
+}
+
+MatchTargets FuseRun::MakeTargets() const {
+  MatchTargets targets;
+  targets.robust = m_checked.guards.matchMoments;
+  if (targets.robust) targets.mostPixels = kMatchedPixels;
+  targets.root = m_checked.guards.productRoot;
+  targets.makeGreen = m_options.makeGreen && !m_checked.method->mixesGreen;
+  return targets;
+}
+
+SurveyReport FuseRun::Survey() {
+  m_log.Open(m_options);
+  m_checked.survey = m_options.survey.empty() ? std::make_shared<platform::Survey>() : ReadSurvey(m_options.survey);
+  platform::Survey& survey = *m_checked.survey;
+  const bool looks = !m_options.dryRun && !m_options.rows.empty();
+  survey.Gather({looks ? m_options.rows[0] : 0, looks ? m_options.rows[1] : 0, 1});
+  FuseInputs inputs(m_options, m_checked, m_notices, m_progress);
+  SurveyReport report;
+  report.height = inputs.WholeHeight();
+  if (survey.Pending() > 0) {
+    survey.Wait();
+  } else {
+    SettleType(inputs);
+    MatchTargets targets = MakeTargets();
+    if (m_checked.matched) inputs.ComputeTargets(targets, m_progress);
+    inputs.Close();
+    // A place in memory, of one row, in which nothing is written.
+    static std::atomic<int> count{0};
+    const std::wstring place = L"/vsimem/fusion_survey_" + std::to_wstring(++count) + L".tif";
+    m_checked.format = kFormatGeoTiff;
+    Fuse(inputs, place, m_checked.matched ? &targets : nullptr);
+    CRasterSource::DeleteFileW(place);
+  }
+  report.complete = survey.Pending() == 0;
+  report.awaited = survey.IsAwaited();
   return report;
 }
 
@@ -189,6 +234,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
 
   const std::unique_ptr<CBaseAlgorithm> algorithm = m_checked.method->make(
       param, {m_options, m_checked.guards, inputs.PixelRatio(), m_progress, m_notices, m_found, m_checked.workers});
+  if (!algorithm) return;
   if (targets) {
     // The matching brings the result to its scale.
     dynamic_cast<CFusion&>(*algorithm).MatchBlocks(*targets);
@@ -201,6 +247,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   // Overviews are built once, on the finished file.
   algorithm->SetBuildsOverviews(false);
   Carry(*algorithm);
+  if (m_checked.survey && m_checked.survey->Gathers()) return;
   if (targets) TellOutliers(dynamic_cast<CFusion&>(*algorithm).GetMatchOutliers());
   if (m_checked.method->tell) m_checked.method->tell(*algorithm, m_facts);
   if (m_checked.method->remark) m_checked.method->remark(*algorithm, inputs.Bands(), m_notices);

@@ -20,6 +20,7 @@ class RunLog;
 class RunProgress;
 struct MatchOutliers;
 struct MatchTargets;
+struct SurveyReport;
 
 /// One run of Fuse: what it plans, carries out and publishes.
 class FuseRun {
@@ -30,9 +31,15 @@ class FuseRun {
 
   /// Throws RunFailure. The report's time and notices are the caller's.
   FuseReport Run();
+  /// Gathers a survey in its place. Throws RunFailure; time, notices and parts of the report are the caller's.
+  SurveyReport Survey();
+  /// What was gathered.
+  const std::shared_ptr<platform::Survey>& Surveyed() const { return m_checked.survey; }
 
  private:
   FuseReport FuseAndPublish();
+  void SettleType(const FuseInputs& inputs);
+  MatchTargets MakeTargets() const;
   /// What would be done.
   FuseReport Plan(const FuseInputs& inputs) const;
   /// What the multispectral image says of its bands goes to the output where it holds there, too.
@@ -64,7 +71,7 @@ class FuseRun {
   RunLog& m_log;
   Notices& m_notices;
   RunProgress& m_progress;
-  const CheckedRequest m_checked;
+  CheckedRequest m_checked;
   std::wstring m_output;
   platform::PendingOutput m_pending;
   std::unique_ptr<Quicklook> m_quicklook;  ///< null where none is asked for

@@ -52,7 +52,8 @@ struct Method {
   const char* suits = "";   ///< when to take it
   const char* spares = "";  ///< when not
   unsigned takes = 0;       ///< of MethodOption
-  /// The algorithm for a filled record. Throws RunFailure where preparing it fails. For the run itself.
+  /// The algorithm for a filled record; null where a run that gathers a survey is through with that. Throws RunFailure
+  /// where preparing it fails. For the run itself.
   std::unique_ptr<CBaseAlgorithm> (*make)(HpfFusionParam& param, const MethodSetup& setup);
   /// What is to be said of a run that has succeeded; null for nothing. For the run itself.
   /// @param bands the chosen multispectral bands, counted from 0

@@ -121,6 +121,20 @@ void TakeLines(Request& request, const std::string& text) {
   for (std::string line; std::getline(lines, line);) (request.*Member).push_back(line);
 }
 
+/// "A:B", or, as other languages have pairs, "A,B"
+void TakeRows(F& request, const std::string& text) {
+  request.rows.clear();
+  if (text.empty()) return;
+  const auto colon = text.find_first_of(":,");
+  if (colon == std::string::npos) throw UsageError("--rows is A:B, from row A up to row B, not '" + text + "'.");
+  request.rows = {NumberOf<int>(text.substr(0, colon), "whole number"),
+                  NumberOf<int>(text.substr(colon + 1), "whole number")};
+}
+
+std::string TellRows(const F& request) {
+  return request.rows.size() == 2 ? TextOf(request.rows[0]) + ":" + TextOf(request.rows[1]) : std::string();
+}
+
 constexpr bool kBeside = false;
 constexpr Option<F> kFuseOptions[] = {
     Field<&F::pan, F>("pan", kBeside),
@@ -141,6 +155,8 @@ constexpr Option<F> kFuseOptions[] = {
     Field<&F::panBand, F>("pan-band"),
     Field<&F::rgb, F>("rgb"),
     Field<&F::window, F>("window"),
+    {"rows", TakeRows, TellRows},
+    Field<&F::survey, F>("survey", kBeside),
     Field<&F::statistics, F>("statistics"),
     Field<&F::aoi, F>("aoi"),
     Field<&F::spectralMatch, F>("spectral-match"),
@@ -171,6 +187,11 @@ constexpr Option<F> kFuseOptions[] = {
     Field<&F::log, F>("log", kBeside),
     Field<&F::given, F>("given", kBeside),
     Field<&F::measureValid, F>("measure-valid", kBeside),
+};
+
+using V = SurveyRequest;
+constexpr Option<V> kSurveyOptions[] = {
+    {"merge", TakeLines<&V::merge>},
 };
 
 using E = EvaluateRequest;
@@ -298,6 +319,14 @@ std::vector<std::string> Arguments(const Request& request, std::span<const Optio
 
 void SetOption(FuseRequest& request, const std::string& option, const std::string& value) {
   Set<FuseRequest>(request, kFuseOptions, option, value);
+}
+
+void SetOption(SurveyRequest& request, const std::string& option, const std::string& value) {
+  if (option == kSurveyOptions[0].name) {
+    Set<SurveyRequest>(request, kSurveyOptions, option, value);
+  } else {
+    SetOption(static_cast<FuseRequest&>(request), option, value);
+  }
 }
 
 void SetOption(CheckRequest& request, const std::string& option, const std::string& value) {

@@ -9,15 +9,17 @@
 #include "runs/fuse.h"
 #include "runs/report.h"
 #include "runs/sample.h"
+#include "runs/survey.h"
 
 namespace fusion {
 
 // A request's fields by the command's names for its options, without dashes ("spectral-match"), and by "pan", "ms",
 // "out", "fused", "folder", "measure-valid" and "given". Values are texts: a switch is "on" or "off", a list has
-// commas; "more-ms" and a report's "fused" are names of files, one a line. They throw a RunFailure of wrong usage for
-// an unknown option and for a text that is no value of its kind.
+// commas; "more-ms", a report's "fused" and a survey's "merge" are names of files, one a line. They throw a RunFailure
+// of wrong usage for an unknown option and for a text that is no value of its kind.
 
 FUSION_API void SetOption(FuseRequest& request, const std::string& option, const std::string& value);
+FUSION_API void SetOption(SurveyRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(CheckRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(AssessRequest& request, const std::string& option, const std::string& value);
 FUSION_API void SetOption(EvaluateRequest& request, const std::string& option, const std::string& value);

@@ -11,16 +11,27 @@
 #include "framework/run/block_buffers.h"
 #include "platform/raster/raster_algorithm.h"
 #include "platform/statistics/row_statistics.h"
+#include "platform/statistics/survey.h"
 #include "platform/system/workers.h"
 #include "platform/utility/matrix_operation.h"
 
 namespace {
 
-/// What some rows tell of pan and of the first component.
+/// What some rows tell of pan and of the first component, in sums of their own, which are the same whoever takes them.
 struct PanSums {
   platform::RowStatistics::Pieces pan;
-  double products = 0.0;
-  double deviations = 0.0;
+  std::vector<double> products;
+  std::vector<double> deviations;
+
+  void Append(const PanSums& next) {
+    pan.insert(pan.end(), next.pan.begin(), next.pan.end());
+    products.insert(products.end(), next.products.begin(), next.products.end());
+    deviations.insert(deviations.end(), next.deviations.begin(), next.deviations.end());
+  }
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(pan, products, deviations);
+  }
 };
 
 /// Rows of a block: the resampled bands, the component, and pan.
@@ -45,13 +56,15 @@ class ComponentRows {
     std::copy_n(m_block.pan + static_cast<std::size_t>(y) * m_width, m_width, pan);
     m_source.Resample(y, m_rows.data());
     fusion::CombineRows(m_rows.data(), transform, m_block.msBandCount, width, component);
+    sums.products.push_back(0.0);
+    sums.deviations.push_back(0.0);
     if (m_block.aoi) m_block.aoi->MarkRow(m_block.panRect->left, m_block.panRect->top + y, width, m_inside.data());
     for (std::size_t i = 0; i < m_width; ++i) {
       if (!m_inside[i]) {
         pan[i] = std::numeric_limits<double>::quiet_NaN();
       } else if (std::isfinite(pan[i]) && std::isfinite(component[i])) {
-        sums.products += pan[i] * (component[i] - mean);
-        sums.deviations += component[i] - mean;
+        sums.products.back() += pan[i] * (component[i] - mean);
+        sums.deviations.back() += component[i] - mean;
       }
     }
     moments.Reduce(pan, width, sums.pan);
@@ -92,6 +105,7 @@ GISError CPrinComponentFusion::Preproccess() {
   long long count = 0;
   CRasterAlgorithm::ComputeStaticsFromAOI(m_pMSSrc, nullptr, count, m_pSecondStatics, m_pFirstStatics, variances,
                                           m_pTransform, false, nullptr);
+  if (AwaitsSurvey()) return GIS_SUCCESS;
   std::copy_n(static_cast<double*>(m_pTransform), size * size, static_cast<double*>(m_pInverseTransform));
   m_means.assign(&m_pSecondStatics[0], &m_pSecondStatics[0] + size);
   m_components.assign(&m_pTransform[0], &m_pTransform[0] + size * size);
@@ -113,24 +127,30 @@ bool CPrinComponentFusion::FitPan(double mean, double stdDev) {
   platform::RowStatistics pan;
   double products = 0.0;
   double deviations = 0.0;
-  const bool visited = VisitBlocks(
-      {platform::stages::kPanStatistics}, L"正在计算全色影像统计值 ...", [&](const fusion::FusionBlock& block) {
-        const fusion::BlockGrid pieces = fusion::PiecesOf(*block.panRect);
-        platform::FoldInOrder(
-            m_workers.get(), pieces.Count(), [&] { return ComponentRows(block, MakeRowSource(block)); },
-            [&](ComponentRows& rows, int i) {
-              PanSums sums;
-              const CRect piece = pieces.Block(0, i);
-              for (int y = piece.top; y < piece.bottom; ++y) rows.Look(y, m_pTransform, mean, pan, sums);
-              return sums;
-            },
-            [&](const PanSums& sums) {
-              pan.Add(sums.pan);
-              products += sums.products;
-              deviations += sums.deviations;
-            });
-      });
+  const auto fold = [&](const PanSums& sums) {
+    pan.Add(sums.pan);
+    for (const double product : sums.products) products += product;
+    for (const double deviation : sums.deviations) deviations += deviation;
+  };
+  const platform::SurveyPass pass = BlockPass("pan and component");
+  const bool visited =
+      VisitBlocks({platform::stages::kPanStatistics}, L"正在计算全色影像统计值 ...", pass,
+                  [&](std::int64_t at, const fusion::FusionBlock& block) {
+                    PanSums whole;
+                    const fusion::BlockGrid pieces = fusion::PiecesOf(*block.panRect);
+                    platform::FoldInOrder(
+                        m_workers.get(), pieces.Count(), [&] { return ComponentRows(block, MakeRowSource(block)); },
+                        [&](ComponentRows& rows, int i) {
+                          PanSums sums;
+                          const CRect piece = pieces.Block(0, i);
+                          for (int y = piece.top; y < piece.bottom; ++y) rows.Look(y, m_pTransform, mean, pan, sums);
+                          return sums;
+                        },
+                        [&](const PanSums& sums) { whole.Append(sums); });
+                    pass.Take(at, whole, fold);
+                  });
   if (!visited) return false;
+  if (!pass.End<PanSums>(fold)) return AwaitsSurvey();
   // Pan without spread has nothing to bring; one that goes against the component is turned over, or the bands would be.
   const bool goesAgainst = products < pan.Mean() * deviations;
   if (pan.StdDev() > 0.0) m_panFactor = (goesAgainst ? -stdDev : stdDev) / pan.StdDev();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -42,6 +43,13 @@ struct BlockGrid {
       }
     }
     return true;
+  }
+  /// The same of some of the blocks, as they are counted: visit(i, block).
+  template <typename Visit>
+  bool ForEachOf(const std::vector<std::int64_t>& blocks, const Visit& visit) const {
+    return std::all_of(blocks.begin(), blocks.end(), [&](std::int64_t i) {
+      return visit(i, Block(static_cast<int>(i % Across()), static_cast<int>(i / Across())));
+    });
   }
   /// Block with other steps than the block's own size, clipped to the rectangle.
   CRect Cell(int column, int row, int stepX, int stepY) const;

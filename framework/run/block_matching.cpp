@@ -85,12 +85,32 @@ bool BlockMatching::EndCounting(std::int64_t enough) {
   return true;
 }
 
-bool BlockMatching::Take(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,
-                         CRasterSource& output) {
+void BlockMatching::Count(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,
+                          const platform::SurveyPass& pass, std::int64_t piece) {
   const unsigned char* marks = inside.empty() ? nullptr : inside.data();
-  if (!IsCounting()) return Write(bands, rect, marks, output);
-  Count(bands, rect, marks);
-  return true;
+  if (CountsMoments()) {
+    platform::MomentMatching::Part part = MomentsOf(bands, rect, marks);
+    pass.Take(piece, part, [this](const platform::MomentMatching::Part& whole) { m_matching->Add(whole); });
+    return;
+  }
+  CountLevels(bands, rect, marks);
+  if (!pass.Records()) return;
+  LevelParts parts;
+  for (platform::BandLevel& level : m_levels) parts.push_back(level.TakePart());
+  pass.Take(piece, parts, [](const LevelParts&) {});
+}
+
+bool BlockMatching::End(const platform::SurveyPass& pass) {
+  if (CountsMoments()) {
+    return pass.End<platform::MomentMatching::Part>(
+        [this](const platform::MomentMatching::Part& part) { m_matching->Add(part); });
+  }
+  return pass.End<LevelParts>([this](const LevelParts& parts) { AddLevels(parts); });
+}
+
+void BlockMatching::AddLevels(const LevelParts& parts) {
+  platform::CheckSurveyed(parts.size() == m_levels.size());
+  for (std::size_t b = 0; b < parts.size(); ++b) m_levels[b].Add(parts[b]);
 }
 
 BlockMatching::Rows BlockMatching::MakeRows(int width) const {
@@ -122,12 +142,10 @@ void BlockMatching::MatchRow(Rows& rows, const unsigned char* inside, int width)
   for (std::size_t b = 0; rows.between && b < m_bandCount; ++b) rows.between->Pass(rows.pointers[b], inside, width);
 }
 
-void BlockMatching::Count(void* const* bands, const CRect& rect, const unsigned char* inside) {
+platform::MomentMatching::Part BlockMatching::MomentsOf(void* const* bands, const CRect& rect,
+                                                        const unsigned char* inside) const {
   const int width = rect.Width();
-  if (!m_matching || m_matches) {
-    CountLevels(bands, rect, inside);
-    return;
-  }
+  platform::MomentMatching::Part whole;
   const BlockGrid pieces = PiecesOf(rect);
   platform::FoldInOrder(
       m_workers, pieces.Count(), [&] { return MakeRows(width); },
@@ -141,7 +159,8 @@ void BlockMatching::Count(void* const* bands, const CRect& rect, const unsigned 
         }
         return part;
       },
-      [&](const platform::MomentMatching::Part& part) { m_matching->Add(part); });
+      [&](const platform::MomentMatching::Part& part) { whole.Append(part); });
+  return whole;
 }
 
 void BlockMatching::CountLevels(void* const* bands, const CRect& rect, const unsigned char* inside) {
@@ -156,7 +175,8 @@ void BlockMatching::CountLevels(void* const* bands, const CRect& rect, const uns
   }
 }
 
-bool BlockMatching::Write(void* const* bands, const CRect& rect, const unsigned char* inside, CRasterSource& output) {
+bool BlockMatching::Write(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,
+                          CRasterSource& output) {
   const int width = rect.Width();
   const std::size_t rowBytes =
       static_cast<std::size_t>(platform::PixelSize(m_outType)) * static_cast<std::size_t>(width);
@@ -175,7 +195,7 @@ bool BlockMatching::Write(void* const* bands, const CRect& rect, const unsigned 
           Rows& rows = *taken;
           const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(first + row) * width;
           LoadRow(bands, at, width, rows);
-          const unsigned char* marks = inside ? inside + at : nullptr;
+          const unsigned char* marks = inside.empty() ? nullptr : inside.data() + at;
           MatchRow(rows, marks, width);
           for (std::size_t b = 0; b < m_bandCount; ++b) {
             if (!m_levels.empty()) m_levels[b].Apply(rows.pointers[b], width, m_outType, rows.pointers[b]);

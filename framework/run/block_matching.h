@@ -7,6 +7,7 @@
 #include "platform/algorithm/stored_row.h"
 #include "platform/processing/band_level.h"
 #include "platform/processing/moment_matching.h"
+#include "platform/statistics/survey.h"
 #include "platform/system/workers.h"
 
 namespace fusion {
@@ -32,17 +33,24 @@ class BlockMatching {
   bool EndCounting(std::int64_t enough = 0);
   MatchOutliers Outliers() const;
 
-  /// Counts or writes a block.
+  /// Counts a block, which is a piece of a pass.
   /// @param bands one buffer of FusedType per band
   /// @param rect the block in the output raster
   /// @param inside one byte per pixel, 0 outside the area of interest; empty where all are inside
-  /// @return false after a failed write
-  bool Take(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside, CRasterSource& output);
+  void Count(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,
+             const platform::SurveyPass& pass, std::int64_t piece);
+  /// Takes what a survey has of the count at hand, before EndCounting. False where that is pending.
+  bool End(const platform::SurveyPass& pass);
+  /// Writes a block. False after a failed write.
+  bool Write(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside, CRasterSource& output);
 
  private:
-  void Count(void* const* bands, const CRect& rect, const unsigned char* inside);
-  bool Write(void* const* bands, const CRect& rect, const unsigned char* inside, CRasterSource& output);
+  bool CountsMoments() const { return m_matching && !m_matches; }
+  platform::MomentMatching::Part MomentsOf(void* const* bands, const CRect& rect, const unsigned char* inside) const;
   void CountLevels(void* const* bands, const CRect& rect, const unsigned char* inside);
+  /// What the level adjustment has counted, of each band.
+  using LevelParts = std::vector<platform::OrderStatistics::Part>;
+  void AddLevels(const LevelParts& parts);
 
   /// The row at hand of each band, and what a thread works on it with.
   struct Rows {

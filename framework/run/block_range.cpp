@@ -12,7 +12,9 @@ BlockRange::BlockRange(int bandCount, bool masked, platform::Workers* workers)
       m_range(m_noData),
       m_workers(workers) {}
 
-void BlockRange::Count(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside) {
+platform::RowRange BlockRange::RangeOf(void* const* bands, const CRect& rect,
+                                       const std::vector<unsigned char>& inside) const {
+  platform::RowRange whole(m_noData);
   const BlockGrid pieces = PiecesOf(rect);
   const auto look = [&](std::vector<double>& kept, int i) {
     platform::RowRange range(m_noData);
@@ -35,7 +37,8 @@ void BlockRange::Count(void* const* bands, const CRect& rect, const std::vector<
   };
   platform::FoldInOrder(
       m_workers, pieces.Count(), [] { return std::vector<double>(); }, look,
-      [&](const platform::RowRange& range) { m_range.Add(range); });
+      [&](const platform::RowRange& range) { whole.Add(range); });
+  return whole;
 }
 
 }  // namespace fusion

@@ -20,7 +20,8 @@ class BlockRange {
 
   /// @param bands one buffer of kFusedType per band
   /// @param inside one byte per pixel, 0 outside the area of interest; empty where all are inside
-  void Count(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside);
+  platform::RowRange RangeOf(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside) const;
+  void Add(const platform::RowRange& part) { m_range.Add(part); }
   const platform::RowRange& Range() const { return m_range; }
 
  private:

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "framework/fusion_block.h"
@@ -11,6 +12,7 @@
 #include "framework/run/block_range.h"
 #include "framework/run/block_store.h"
 #include "platform/raster/cache_room.h"
+#include "platform/statistics/survey.h"
 #include "platform/system/task_queue.h"
 
 namespace fusion {
@@ -28,6 +30,11 @@ struct BlockSet {
   /// The blocks of the count at hand, where there is one, and of what comes behind it.
   const BlockGrid& AtHand() const { return !IsCounting() ? grid : sampled ? *sampled : *counted; }
   const BlockGrid& Behind() const { return CountsToCome() > 1 ? *counted : grid; }
+  /// What the count at hand is, in a survey.
+  std::string CountName() const {
+    if (range) return "range";
+    return sampled ? "sampled moments" : "count " + std::to_string(matching->CountsToCome());
+  }
   /// What they are fused in; the given type where they are written as they are.
   PixelDataType FusedType(PixelDataType outType) const {
     if (range) return BlockRange::kFusedType;
@@ -37,8 +44,10 @@ struct BlockSet {
   FusionBlock Block(bool withDetail, PixelDataType type, int outBandCount);
 
   BlockGrid grid;
-  std::optional<BlockGrid> counted;  ///< what statistics of the result are taken from, where there are any
-  std::optional<BlockGrid> sampled;  ///< what the first of them are taken from in place of all of that
+  std::optional<BlockGrid> counted;          ///< what statistics of the result are taken from, where there are any
+  std::optional<BlockGrid> sampled;          ///< what the first of them are taken from in place of all of that
+  std::optional<platform::SurveyPass> pass;  ///< that the count at hand is; the writer folds its parts
+  std::int64_t piece = 0;                    ///< of it, that the block at hand is
   std::vector<int> msBands;
   int panLeft;
   int panTop;

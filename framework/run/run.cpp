@@ -26,6 +26,9 @@ Run::~Run() {
 }
 
 void Run::Execute() {
+  const std::shared_ptr<platform::Survey> survey = m_fusion.m_param.m_pSurvey;
+  const bool gathers = survey && survey->Gathers();
+  m_pendingBefore = survey ? survey->Pending() : 0;
   bool prepared = false;
   m_fusion.Guard([&] { prepared = Prepare(); });
   if (!prepared) {
@@ -34,12 +37,16 @@ void Run::Execute() {
   }
   m_fusion.Guard([&] {
     while (m_blocks->IsCounting()) {
-      if (!Walk(m_blocks->AtHand())) return;
+      if (!Count()) return;
       EndCounting();
     }
-    Walk(m_blocks->grid);
+    if (!gathers) Walk(m_blocks->grid, platform::SurveyPass(nullptr, "", m_blocks->grid.Count()));
   });
   m_blocks.reset();
+  if (gathers) {
+    Abandon();
+    return;
+  }
   m_fusion.Guard([&] { Finish(); });
 }
 
@@ -89,6 +96,28 @@ bool Run::Prepare() {
   PrepareRange();
   BeginBlocks();
   return true;
+}
+
+bool Run::AwaitsSurvey() const {
+  const std::shared_ptr<platform::Survey>& survey = m_fusion.m_param.m_pSurvey;
+  if (!survey || survey->Pending() == m_pendingBefore) return false;
+  survey->Wait();
+  return true;
+}
+
+bool Run::Count() {
+  BlockSet& blocks = *m_blocks;
+  platform::Survey* survey = m_fusion.m_param.m_pSurvey.get();
+  const std::string name = blocks.CountName();
+  const platform::SurveyPass pass(survey, name, blocks.AtHand().Count(), AwaitsSurvey());
+  blocks.pass = pass;
+  const bool walked = Walk(blocks.AtHand(), pass);
+  blocks.pass.reset();
+  if (!walked) return false;
+  if (blocks.range) {
+    return pass.End<platform::RowRange>([&](const platform::RowRange& part) { blocks.range->Add(part); });
+  }
+  return blocks.matching->End(pass);
 }
 
 void Run::BeginBlocks() {
@@ -194,14 +223,14 @@ BlockGrid Run::MakeBlockGrid() {
   int width = 1024;
   int height = 1024;
   m_fusion.GetBlockSize(width, height);
-  return Lower({m_dst.GetWidth(), m_dst.GetHeight(), width, height});
+  return Lower({m_dst.GetWidth(), m_dst.GetHeight(), width, height}, m_dst.GetBlockYSize());
 }
 
-BlockGrid Run::Lower(BlockGrid grid) const {
+BlockGrid Run::Lower(BlockGrid grid, int fileBlock) const {
   const std::int64_t most = m_fusion.m_param.m_nMostBlockPixels;
   if (most <= 0 || grid.Across() != 1) return grid;
   // A block of the file that is written in parts is encoded more than once.
-  const std::int64_t whole = std::max(m_dst.GetBlockYSize(), 1);
+  const std::int64_t whole = std::max(fileBlock, 1);
   const std::int64_t rows = std::max(BlockRows(most, grid.blockWidth), whole);
   grid.blockHeight = static_cast<int>(std::min<std::int64_t>(grid.blockHeight, rows / whole * whole));
   return grid;
@@ -210,8 +239,11 @@ BlockGrid Run::Lower(BlockGrid grid) const {
 BlockGrid Run::MakeSceneGrid() {
   if (m_scene.Area() == 0) return MakeBlockGrid();
   constexpr int kRows = 512;
+  // The pieces of a survey are the same whatever is written.
+  const int fileBlock = m_fusion.m_param.m_pSurvey ? 1 : m_dst.GetBlockYSize();
   return Lower({m_scene.Width(), m_scene.Height(), m_scene.Width(), std::min(kRows, m_scene.Height()),
-                m_scene.left - m_fusion.m_param.m_rcProcess.left, m_scene.top - m_fusion.m_param.m_rcProcess.top});
+                m_scene.left - m_fusion.m_param.m_rcProcess.left, m_scene.top - m_fusion.m_param.m_rcProcess.top},
+               fileBlock);
 }
 
 void Run::Abandon() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "platform/algorithm/stage.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
+#include "platform/statistics/survey.h"
 #include "platform/validity/raster_aoi.h"
 
 class CFusion;
@@ -37,8 +39,12 @@ class Run {
   /// Reads one block of the output: everything before the kernel.
   LoadResult Load(BlockSet& blocks, const CRect& dstBlock);
   /// See CFusion::VisitBlocks.
-  bool Visit(const platform::Stage& stage, const std::wstring& title,
-             const std::function<void(const FusionBlock&)>& visit);
+  bool Visit(const platform::Stage& stage, const std::wstring& title, const platform::SurveyPass& pass,
+             const std::function<void(std::int64_t block, const FusionBlock&)>& visit);
+  /// How many blocks there are to visit.
+  std::int64_t SceneBlocks() { return MakeSceneGrid().Count(); }
+  /// See CFusion::AwaitsSurvey.
+  bool AwaitsSurvey() const;
 
   /// Makes the run a part of a run over a larger area.
   /// @param rect in pan pixels, toGround from the pixels of a run over it
@@ -58,7 +64,7 @@ class Run {
   /// The output raster in blocks of GetBlockSize's size.
   BlockGrid MakeBlockGrid();
   /// The same blocks as low as the run asks for.
-  BlockGrid Lower(BlockGrid grid) const;
+  BlockGrid Lower(BlockGrid grid, int fileBlock) const;
   /// The area that statistics passes go over, in the output raster's pixels, in blocks of whole rows: the output
   /// raster, or, where the run is a part of a scene, the whole of that, around the output.
   BlockGrid MakeSceneGrid();
@@ -70,6 +76,8 @@ class Run {
   std::optional<BlockGrid> Sampled(BlockGrid grid, std::int64_t mostPixels) const;
   /// Begins to tell how many blocks are done.
   void BeginBlocks();
+  /// Fuses blocks for the statistics of the result. False where the run ended before, or has to wait for a survey.
+  bool Count();
   /// Turns from the statistics of the result to the result.
   void EndCounting();
 
@@ -77,8 +85,8 @@ class Run {
   CRasterBand* DetailBand() const;
   /// What kernels are to see of the multispectral image where a block needs a rectangle of it.
   CRect KernelRect(const CRect& msRect) const;
-  /// Fuses every block of a grid. False where the run ended before.
-  bool Walk(const BlockGrid& grid);
+  /// Fuses every block of a grid, or those of a pass. False where the run ended before.
+  bool Walk(const BlockGrid& grid, const platform::SurveyPass& pass);
   /// Leaves out the pixels of a block just read that have no data, where the run masks them.
   LoadResult MaskBlock(BlockSet& blocks);
   /// Begins to read the block that follows the one at hand, where the run overlaps.
@@ -103,6 +111,7 @@ class Run {
   CRasterSource m_dst;
   std::unique_ptr<CRasterAOI> m_area;
   std::unique_ptr<CReproject> m_reproject;
+  std::int64_t m_pendingBefore = 0;  ///< passes of the survey
   CRect m_scene;
   platform::Affine m_sceneToGround;
   BlockGaps m_gaps;

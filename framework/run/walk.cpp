@@ -70,8 +70,9 @@ void Run::ReadAhead(BlockSet& blocks) {
   if (m_variation.HasDetail()) blocks.detail.Expect(0, DetailBand(), panRect, blocks.reader);
 }
 
-bool Run::Walk(const BlockGrid& grid) {
-  const bool walked = grid.ForEach([&](const CRect& block) {
+bool Run::Walk(const BlockGrid& grid, const platform::SurveyPass& pass) {
+  const bool walked = grid.ForEachOf(pass.Pieces(), [&](std::int64_t piece, const CRect& block) {
+    m_blocks->piece = piece;
     const LoadResult loaded = Load(*m_blocks, block);
     // A block that could not be written comes before one that cannot be read.
     const bool goesOn =
@@ -121,15 +122,21 @@ bool Run::FuseAndWrite() {
   std::vector<unsigned char> inside;
   const bool sortsPixels = blocks.matching || blocks.range;
   if (sortsPixels && blocks.aoi && !m_fusion.m_param.m_bMaskNoData) inside = MarkInside(*blocks.aoi, blocks.panRect);
-  blocks.writer.Add([this, &blocks, bandCount, rect = blocks.dstBlock, result, inside = std::move(inside)]() mutable {
+  blocks.writer.Add([this, &blocks, bandCount, rect = blocks.dstBlock, piece = blocks.piece, result,
+                     inside = std::move(inside)]() mutable {
     if (blocks.writeFailed) return;
     if (blocks.range) {
-      blocks.range->Count(result.get(), rect, inside);
+      platform::RowRange part = blocks.range->RangeOf(result.get(), rect, inside);
+      blocks.pass->Take(piece, part, [&](const platform::RowRange& range) { blocks.range->Add(range); });
       return;
     }
-    const bool taken = blocks.matching ? blocks.matching->Take(result.get(), rect, inside, m_dst)
-                                       : m_fusion.WriteBlock(&m_dst, bandCount, &rect, result.get()) == GIS_SUCCESS;
-    if (!taken) blocks.writeFailed = true;
+    if (blocks.pass) {
+      blocks.matching->Count(result.get(), rect, inside, *blocks.pass, piece);
+      return;
+    }
+    const bool written = blocks.matching ? blocks.matching->Write(result.get(), rect, inside, m_dst)
+                                         : m_fusion.WriteBlock(&m_dst, bandCount, &rect, result.get()) == GIS_SUCCESS;
+    if (!written) blocks.writeFailed = true;
   });
   return !blocks.writeFailed || FinishWriting();
 }
@@ -148,14 +155,14 @@ bool Run::StepProgress() {
   return false;
 }
 
-bool Run::Visit(const platform::Stage& stage, const std::wstring& title,
-                const std::function<void(const FusionBlock&)>& visit) {
+bool Run::Visit(const platform::Stage& stage, const std::wstring& title, const platform::SurveyPass& pass,
+                const std::function<void(std::int64_t block, const FusionBlock&)>& visit) {
   const BlockGrid grid = MakeSceneGrid();
   const FusionParam& param = m_fusion.m_param;
   if (m_fusion.m_pProgress) m_fusion.m_pProgress->Begin(stage, title, grid.Count());
   BlockSet blocks(grid, param.m_vecMSBands, param.m_rcProcess.left, param.m_rcProcess.top, m_fusion.m_overlappedIo);
   int done = 0;
-  return grid.ForEach([&](const CRect& rect) {
+  return grid.ForEachOf(pass.Pieces(), [&](std::int64_t piece, const CRect& rect) {
     switch (Load(blocks, rect)) {
       case LoadResult::kSkipped:
         return true;
@@ -168,7 +175,7 @@ bool Run::Visit(const platform::Stage& stage, const std::wstring& title,
       case LoadResult::kOutside:
         break;
       case LoadResult::kReady:
-        visit(blocks.Block(m_variation.HasDetail(), PDT_FLOAT64, static_cast<int>(blocks.ms.Count())));
+        visit(piece, blocks.Block(m_variation.HasDetail(), PDT_FLOAT64, static_cast<int>(blocks.ms.Count())));
         break;
     }
     if (m_fusion.m_pProgress) m_fusion.m_pProgress->Step(++done, messages::kProcessing);

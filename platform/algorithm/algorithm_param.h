@@ -12,6 +12,7 @@
 
 namespace platform {
 class RasterNotes;
+class Survey;
 class WrittenRaster;
 }  // namespace platform
 
@@ -43,5 +44,8 @@ struct FUSION_API AlgorithmParam {
   std::shared_ptr<const platform::RasterNotes> m_pNotes;  ///< in a domain of their own; null for nothing
   std::shared_ptr<platform::WrittenRaster> m_pWritten;    ///< learns what the output is and gets; null for nobody
   std::vector<std::string> m_vecCreationOptions;          ///< for the driver that writes the output: NAME=VALUE each
+  /// Has what is taken from whole images, or gathers it, of m_rcScene: a run that gathers writes no output. Null: the
+  /// run looks at all for itself.
+  std::shared_ptr<platform::Survey> m_pSurvey;
   bool m_bOpenOption = true;  ///< present inputs through a north-up warp where they are not north-up
 };

@@ -34,16 +34,23 @@ FUSION_MULTIVERSION(void, LevelRow, (const double* values, double* out, int widt
 BandLevel::BandLevel(PixelDataType type, double noData, double ratio)
     : m_type(type), m_noData(noData), m_ratio(ratio) {}
 
-void BandLevel::Count(const double* values, const unsigned char* inside, int width) {
+OrderStatistics& BandLevel::Order() {
   if (!m_order) m_order.emplace(m_type, m_ratio);
-  m_order->AddRow(values, inside, width, m_noData);
+  return *m_order;
 }
+
+void BandLevel::Count(const double* values, const unsigned char* inside, int width) {
+  Order().AddRow(values, inside, width, m_noData);
+}
+
+OrderStatistics::Part BandLevel::TakePart() { return Order().TakePart(); }
+
+void BandLevel::Add(const OrderStatistics::Part& part) { Order().Add(part); }
 
 void BandLevel::EndPass() {
   // Half the range of a double apart at most, so that the difference stays finite.
   constexpr double kFar = std::numeric_limits<double>::max() / 4.0;
-  if (!m_order) m_order.emplace(m_type, m_ratio);
-  m_order->EndPass();
+  Order().EndPass();
   if (++m_passes < PassCount()) return;
   m_low = std::clamp(m_order->Low(), -kFar, kFar);
   m_high = std::clamp(m_order->High(), -kFar, kFar);

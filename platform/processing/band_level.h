@@ -18,12 +18,17 @@ class BandLevel {
   int PassCount() const { return OrderStatistics::PassCount(m_type); }
   /// Takes a row into the present pass; inside is null where the whole row counts, else 0 marks what does not.
   void Count(const double* values, const unsigned char* inside, int width);
+  /// What the present pass has counted; takes that out, or adds it.
+  OrderStatistics::Part TakePart();
+  void Add(const OrderStatistics::Part& part);
   void EndPass();
   /// Adjusts a row, after the last pass, to the range of a type: what it can hold, 0 to 1 for the float types. out may
   /// be values.
   void Apply(const double* values, int width, PixelDataType outType, double* out) const;
 
  private:
+  OrderStatistics& Order();
+
   PixelDataType m_type;
   double m_noData;
   double m_ratio;

@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/statistics/survey.h"
 #include "platform/system/multiversion.h"
 #include "platform/validity/no_data.h"
 
@@ -76,7 +77,17 @@ void MomentMatching::Reduce(const double* const* rows, const unsigned char* insi
   });
 }
 
+void MomentMatching::Part::Append(const Part& next) {
+  pieces.resize(next.pieces.size());
+  robust.resize(next.robust.size());
+  for (std::size_t b = 0; b < pieces.size(); ++b) {
+    pieces[b].insert(pieces[b].end(), next.pieces[b].begin(), next.pieces[b].end());
+  }
+  for (std::size_t b = 0; b < robust.size(); ++b) robust[b].Append(next.robust[b]);
+}
+
 void MomentMatching::Add(const Part& part) {
+  CheckSurveyed(part.pieces.size() <= m_statistics.size() && part.robust.size() <= m_robust.size());
   for (std::size_t b = 0; b < part.pieces.size(); ++b) m_statistics[b].Add(part.pieces[b]);
   for (std::size_t b = 0; b < part.robust.size(); ++b) m_robust[b].Add(part.robust[b]);
 }

@@ -35,6 +35,13 @@ class MomentMatching {
   struct Part {
     std::vector<RowStatistics::Pieces> pieces;
     std::vector<ClippedMoments::Part> robust;
+
+    /// Adds what comes behind.
+    void Append(const Part& next);
+    template <typename Archive>
+    void Exchange(Archive& archive) {
+      archive(pieces, robust);
+    }
   };
   /// What a thread works with.
   struct Room {

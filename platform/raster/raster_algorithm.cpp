@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/read_window.h"
-#include "platform/system/multiversion.h"
+#include "platform/statistics/running_covariance.h"
+#include "platform/statistics/survey.h"
 #include "platform/validity/no_data.h"
 #include "platform/validity/raster_aoi.h"
 
@@ -23,13 +25,6 @@ bool CRasterAlgorithm::GetMaxMinVal(PixelDataType type, double& maximum, double&
 }
 
 namespace {
-
-/// One run of pixels of a row: the samples of every band, and 1 for a pixel that counts, else 0.
-struct PixelRun {
-  std::vector<const double*> bands;
-  std::vector<double> counts;
-  std::vector<unsigned char> inside;  ///< scratch
-};
 
 /// Reads all bands window after window and hands on the pixels that are valid in every band, inside the area if there
 /// is one.
@@ -46,20 +41,23 @@ class ValidPixels {
     }
   }
 
-  /// Calls visit with one run after another. False after a failed read or a cancellation.
-  template <typename Visit>
-  bool ForEachRun(const Visit& visit) {
-    PixelRun run;
-    for (std::int64_t i = 0; i < m_windows.Count(); ++i) {
-      if (m_progress && m_progress->IsCancelRequested()) return false;
-      const CRect rect = m_windows.At(i);
-      if (!Read(rect)) return false;
-      for (int row = 0; row < rect.Height(); ++row) {
-        Fill(rect, row, run);
-        visit(run);
-      }
+  std::int64_t WindowCount() const { return m_windows.Count(); }
+
+  /// The covariance of the pixels of a window; none after a failed read or a cancellation.
+  std::optional<platform::RunningCovariance> Look(std::int64_t window) {
+    if (m_progress && m_progress->IsCancelRequested()) return std::nullopt;
+    const CRect rect = m_windows.At(window);
+    if (!Read(rect)) return std::nullopt;
+    const auto count = static_cast<std::int64_t>(Keep(rect));
+    platform::RunningCovariance covariance(static_cast<int>(m_values.size()));
+    // In pieces that stay in the processor's cache while each column meets each.
+    constexpr std::int64_t kPiece = std::int64_t{1} << 12;
+    std::vector<const double*> columns(m_values.size());
+    for (std::int64_t first = 0; first < count; first += kPiece) {
+      for (std::size_t b = 0; b < columns.size(); ++b) columns[b] = m_values[b].data() + first;
+      covariance.Add(columns.data(), std::min(kPiece, count - first));
     }
-    return true;
+    return covariance;
   }
 
  private:
@@ -75,23 +73,31 @@ class ValidPixels {
     return true;
   }
 
-  void Fill(const CRect& rect, int row, PixelRun& run) const {
-    run.bands.clear();
-    run.counts.assign(static_cast<std::size_t>(rect.Width()), 1.0);
-    for (std::size_t b = 0; b < m_values.size(); ++b) {
-      const double* samples = m_values[b].data() + static_cast<std::ptrdiff_t>(row) * rect.Width();
-      run.bands.push_back(samples);
-      const double noData = m_noData[b];
-      for (std::size_t i = 0; i < run.counts.size(); ++i) {
-        run.counts[i] = platform::IsValidSample(samples[i], noData) ? run.counts[i] : 0.0;
+  /// Moves the pixels that count to the front of every band. Answers how many there are.
+  std::size_t Keep(const CRect& rect) {
+    const auto width = static_cast<std::size_t>(rect.Width());
+    std::vector<unsigned char> counts(width);
+    std::size_t kept = 0;
+    for (int row = 0; row < rect.Height(); ++row) {
+      const std::size_t first = static_cast<std::size_t>(row) * width;
+      std::fill(counts.begin(), counts.end(), 1);
+      if (m_aoi) m_aoi->MarkRow(rect.left, rect.top + row, rect.Width(), counts.data());
+      for (std::size_t b = 0; b < m_values.size(); ++b) {
+        for (std::size_t i = 0; i < width; ++i) {
+          if (!platform::IsValidSample(m_values[b][first + i], m_noData[b])) counts[i] = 0;
+        }
       }
+      std::size_t end = kept;
+      for (auto& values : m_values) {
+        end = kept;
+        for (std::size_t i = 0; i < width; ++i) {
+          values[end] = values[first + i];
+          end += counts[i] != 0 ? 1 : 0;
+        }
+      }
+      kept = end;
     }
-    if (!m_aoi) return;
-    run.inside.resize(run.counts.size());
-    m_aoi->MarkRow(rect.left, rect.top + row, rect.Width(), run.inside.data());
-    for (std::size_t i = 0; i < run.counts.size(); ++i) {
-      if (!run.inside[i]) run.counts[i] = 0.0;
-    }
+    return kept;
   }
 
   CRasterSource& m_source;
@@ -101,63 +107,6 @@ class ValidPixels {
   std::vector<std::vector<double>> m_values;
   std::vector<double> m_noData;
 };
-
-/// Independent lanes let the sum vectorise although additions may not be reordered.
-FUSION_MULTIVERSION(double, Dot, (const double* a, const double* b, std::size_t count), (a, b, count)) {
-  constexpr std::size_t kLanes = 16;
-  double lanes[kLanes] = {};
-  std::size_t i = 0;
-  for (; i + kLanes <= count; i += kLanes) {
-    for (std::size_t l = 0; l < kLanes; ++l) lanes[l] += a[i + l] * b[i + l];
-  }
-  double sum = 0.0;
-  for (; i < count; ++i) sum += a[i] * b[i];
-  for (const double lane : lanes) sum += lane;
-  return sum;
-}
-
-/// A band's differences from a value; pixels that do not count differ by nothing.
-void Centre(const double* samples, const std::vector<double>& counts, double middle, std::vector<double>& centred) {
-  centred.resize(counts.size());
-  for (std::size_t i = 0; i < counts.size(); ++i) centred[i] = counts[i] != 0.0 ? samples[i] - middle : 0.0;
-}
-
-bool ComputeMeans(ValidPixels& pixels, long long& count, Eigen::VectorXd& means) {
-  std::vector<double> centred;
-  return pixels.ForEachRun([&](const PixelRun& run) {
-    const std::size_t n = run.counts.size();
-    const double added = Dot(run.counts.data(), run.counts.data(), n);
-    if (added == 0.0) return;
-    count += static_cast<long long>(added);
-    // Differences from the running mean keep their digits whatever the mean.
-    for (std::size_t b = 0; b < run.bands.size(); ++b) {
-      double& mean = means[static_cast<Eigen::Index>(b)];
-      Centre(run.bands[b], run.counts, mean, centred);
-      mean += Dot(centred.data(), run.counts.data(), n) / static_cast<double>(count);
-    }
-  }) && count > 0;
-}
-
-bool ComputeCovariance(ValidPixels& pixels, long long count, const Eigen::VectorXd& means,
-                       Eigen::MatrixXd& covariance) {
-  std::vector<std::vector<double>> centred(static_cast<std::size_t>(means.size()));
-  Eigen::VectorXd rest = Eigen::VectorXd::Zero(means.size());
-  const bool read = pixels.ForEachRun([&](const PixelRun& run) {
-    for (Eigen::Index a = 0; a < means.size(); ++a) {
-      const auto first = static_cast<std::size_t>(a);
-      Centre(run.bands[first], run.counts, means[a], centred[first]);
-      rest[a] += Dot(centred[first].data(), run.counts.data(), run.counts.size());
-      for (Eigen::Index b = 0; b <= a; ++b) {
-        covariance(a, b) += Dot(centred[first].data(), centred[static_cast<std::size_t>(b)].data(), run.counts.size());
-      }
-    }
-  });
-  // What rounding left of the means is taken out again.
-  rest /= static_cast<double>(count);
-  covariance = covariance / static_cast<double>(count) - rest * rest.transpose();
-  covariance.triangularView<Eigen::StrictlyUpper>() = covariance.transpose();
-  return read;
-}
 
 /// Signs and the scale of the first row. Sums and entries that only rounding keeps from 0 count as 0.
 void FixScale(Eigen::MatrixXd& components) {
@@ -184,9 +133,24 @@ bool CRasterAlgorithm::ComputeStaticsFromAOI(CRasterSource* source, CRasterAOI* 
   if (!source || !source->IsOpen()) return false;
   const auto n = static_cast<Eigen::Index>(source->GetBandCount());
   ValidPixels pixels(*source, aoi, progress);
-  Eigen::VectorXd mean = Eigen::VectorXd::Zero(n);
-  Eigen::MatrixXd covariance = Eigen::MatrixXd::Zero(n, n);
-  if (!ComputeMeans(pixels, count, mean) || !ComputeCovariance(pixels, count, mean, covariance)) return false;
+  platform::RunningCovariance figures(source->GetBandCount());
+  const auto fold = [&figures](const platform::RunningCovariance& part) { figures.Add(part); };
+  const platform::SurveyPass pass = source->Pass("covariance", pixels.WindowCount());
+  for (const std::int64_t window : pass.Pieces()) {
+    std::optional<platform::RunningCovariance> part = pixels.Look(window);
+    if (!part) return false;
+    pass.Take(window, *part, fold);
+  }
+  if (!pass.End<platform::RunningCovariance>(fold) || figures.Count() == 0) return false;
+  count = figures.Count();
+  Eigen::VectorXd mean(n);
+  Eigen::MatrixXd covariance(n, n);
+  for (Eigen::Index a = 0; a < n; ++a) {
+    mean[a] = figures.Mean(static_cast<int>(a));
+    for (Eigen::Index b = 0; b < n; ++b) {
+      covariance(a, b) = figures.Covariance(static_cast<int>(a), static_cast<int>(b));
+    }
+  }
 
   const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> solver(covariance);
   if (solver.info() != Eigen::Success) return false;

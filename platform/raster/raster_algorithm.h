@@ -13,8 +13,9 @@ class FUSION_API CRasterAlgorithm {
   static bool GetMaxMinVal(PixelDataType type, double& maximum, double& minimum);
 
   /// Principal components of all bands over the pixels that are valid in every band (inside the area of interest where
-  /// one is given), in two streaming passes (Hotelling, Analysis of a complex of statistical variables into principal
-  /// components, 1933: the eigenvectors of the population covariance).
+  /// one is given), in one streaming pass (Hotelling, Analysis of a complex of statistical variables into principal
+  /// components, 1933: the eigenvectors of the population covariance). Of a source with a survey whose pass is pending
+  /// nothing is known: false.
   /// @param source an open raster of n bands
   /// @param aoi null for no area
   /// @param count number of pixels used

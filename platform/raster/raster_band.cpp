@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <mutex>
 #include <new>
+#include <numeric>
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
@@ -18,6 +19,7 @@
 #include "platform/raster/written_raster.h"
 #include "platform/statistics/band_figures.h"
 #include "platform/statistics/row_statistics.h"
+#include "platform/statistics/survey.h"
 #include "platform/system/task_queue.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/no_data.h"
@@ -253,15 +255,16 @@ void CRasterBand::SetMaskNoData(bool mask, bool hasMask) {
 
 bool CRasterBand::MayHoldGaps() const { return m_bGaps; }
 
-/// Hands on the samples of one window of bounded size after another until visit answers false. False after a failed
-/// read.
+/// Hands on the samples of one window after another until visit answers false. False after a failed read.
+/// @param pieces the windows
 template <typename Visit>
-bool CRasterBand::ForEachWindow(std::int64_t mostValues, const Visit& visit) {
-  const platform::WindowGrid windows = platform::ReadWindows(*this, mostValues);
+bool CRasterBand::ForEachWindow(const platform::WindowGrid& windows, const std::vector<std::int64_t>& pieces,
+                                const Visit& visit) {
   std::vector<double> values[2];
   bool wanted = true;
+  const auto pieceAt = [&](std::int64_t i) { return pieces[static_cast<std::size_t>(i)]; };
   const auto load = [&](std::int64_t i, int slot) {
-    const CRect rect = windows.At(i);
+    const CRect rect = windows.At(pieceAt(i));
     values[slot].resize(static_cast<std::size_t>(windows.step.Area()));
     double* samples = values[slot].data();
     // The figures leave the no-data value out by themselves.
@@ -269,8 +272,27 @@ bool CRasterBand::ForEachWindow(std::int64_t mostValues, const Visit& visit) {
     return Transfer(false, rect, samples, rect.Width(), rect.Height(), PDT_FLOAT64, 0, 0) == 0 &&
            (!m_bMask || ClearMasked(rect, samples, gaps));
   };
-  const auto use = [&](std::int64_t i, int slot) { return wanted = visit(values[slot].data(), windows.At(i).Area()); };
-  return platform::LoadInTurn(m_pSource->IsReadAhead(), windows.Count(), load, use) || !wanted;
+  const auto use = [&](std::int64_t i, int slot) {
+    return wanted = visit(pieceAt(i), values[slot].data(), windows.At(pieceAt(i)).Area());
+  };
+  const auto count = static_cast<std::int64_t>(pieces.size());
+  return platform::LoadInTurn(m_pSource->IsReadAhead(), count, load, use) || !wanted;
+}
+
+template <typename Part, typename Reduce, typename Fold, typename GoesOn>
+bool CRasterBand::FoldWindows(const char* name, bool& pending, const Reduce& reduce, const Fold& fold,
+                              const GoesOn& goesOn) {
+  const platform::WindowGrid windows = platform::ReadWindows(*this, platform::kStatisticsWindow);
+  const platform::SurveyPass pass =
+      m_pSource->Pass("band " + std::to_string(m_nIndex + 1) + ' ' + name, windows.Count());
+  const bool read =
+      ForEachWindow(windows, pass.Pieces(), [&](std::int64_t piece, const double* values, std::int64_t count) {
+        Part part = reduce(values, count);
+        pass.Take(piece, part, fold);
+        return goesOn();
+      });
+  pending = !pass.End<Part>(fold);
+  return read;
 }
 
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,
@@ -278,12 +300,19 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
   *minimum = *maximum = *mean = *stdDev = 0.0;
   platform::BandFigures figures(platform::NoDataSample(*this));
   bool cancelled = false;
-  const bool read = ForEachWindow(platform::kStatisticsWindow, [&](const double* values, std::int64_t count) {
-    figures.Add(values, count, m_pSource->GetWorkers());
-    cancelled = progress && progress->IsCancelRequested();
-    return !cancelled;
-  });
-  if (!read || cancelled || figures.IsEmpty()) return false;
+  bool pending = false;
+  const bool read = FoldWindows<platform::BandFigures::Part>(
+      "figures", pending,
+      [&](const double* values, std::int64_t count) { return figures.Reduce(values, count, m_pSource->GetWorkers()); },
+      [&](const platform::BandFigures::Part& part) { figures.Add(part); },
+      [&] {
+        cancelled = progress && progress->IsCancelRequested();
+        return !cancelled;
+      });
+  if (!read || cancelled) return false;
+  // Whoever goes on asks the survey first.
+  if (pending) return true;
+  if (figures.IsEmpty()) return false;
   *minimum = figures.Minimum();
   *maximum = figures.Maximum();
   *mean = figures.Mean();
@@ -294,8 +323,11 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
 bool CRasterBand::HasValidPixel() {
   platform::RowRange range(platform::NoDataSample(*this));
   // Most images have one in the first rows.
-  return ForEachWindow(std::int64_t{1} << 16,
-                       [&](const double* values, std::int64_t count) {
+  const platform::WindowGrid windows = platform::ReadWindows(*this, std::int64_t{1} << 16);
+  std::vector<std::int64_t> all(static_cast<std::size_t>(windows.Count()));
+  std::iota(all.begin(), all.end(), 0);
+  return ForEachWindow(windows, all,
+                       [&](std::int64_t, const double* values, std::int64_t count) {
                          range.Add(values, count);
                          return range.IsEmpty();
                        }) &&
@@ -304,18 +336,24 @@ bool CRasterBand::HasValidPixel() {
 
 bool CRasterBand::ComputeMinMax(double* minimum, double* maximum, bool /*approximate*/) {
   *minimum = *maximum = 0.0;
-  platform::RowRange range(platform::NoDataSample(*this));
-  const bool read = ForEachWindow(platform::kStatisticsWindow, [&](const double* values, std::int64_t count) {
+  const double noData = platform::NoDataSample(*this);
+  platform::RowRange range(noData);
+  const auto reduce = [&](const double* values, std::int64_t count) {
+    platform::RowRange whole(noData);
     platform::FoldPieces(
         m_pSource->GetWorkers(), count,
         [&](std::int64_t first, std::int64_t end) {
-          platform::RowRange part(platform::NoDataSample(*this));
+          platform::RowRange part(noData);
           part.Add(values + first, end - first);
           return part;
         },
-        [&](const platform::RowRange& part) { range.Add(part); });
-    return true;
-  });
+        [&](const platform::RowRange& part) { whole.Add(part); });
+    return whole;
+  };
+  bool pending = false;
+  const bool read = FoldWindows<platform::RowRange>(
+      "range", pending, reduce, [&](const platform::RowRange& part) { range.Add(part); }, [] { return true; });
+  if (read && pending) return true;
   if (!read || range.IsEmpty()) return false;
   *minimum = range.Minimum();
   *maximum = range.Maximum();

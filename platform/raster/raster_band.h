@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/raster/raster_types.h"
 #include "platform/system/export.h"
@@ -8,6 +10,10 @@
 
 class CBaseProgress;
 class CRasterSource;
+
+namespace platform {
+struct WindowGrid;
+}
 
 /// One band of an open raster. Bands belong to their CRasterSource and live as long as it is open.
 class FUSION_API CRasterBand {
@@ -67,7 +73,11 @@ class FUSION_API CRasterBand {
 
  private:
   template <typename Visit>
-  bool ForEachWindow(std::int64_t mostValues, const Visit& visit);
+  bool ForEachWindow(const platform::WindowGrid& windows, const std::vector<std::int64_t>& pieces, const Visit& visit);
+  /// Folds what reduce(values, count) makes of one window after another, those that the source's survey says, until
+  /// goesOn answers false. False after a failed read.
+  template <typename Part, typename Reduce, typename Fold, typename GoesOn>
+  bool FoldWindows(const char* name, bool& pending, const Reduce& reduce, const Fold& fold, const GoesOn& goesOn);
   int Transfer(bool write, const CRect& rect, void* buffer, int bufferWidth, int bufferHeight, PixelDataType type,
                int pixelSpace, int lineSpace);
   bool ClearMasked(const CRect& rect, double* values, bool& gaps);

@@ -21,6 +21,7 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/raster/write_guard.h"
 #include "platform/raster/written_raster.h"
+#include "platform/statistics/survey.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/sample_mask.h"
 
@@ -42,6 +43,8 @@ struct CRasterSource::Impl {
   bool maskNoData = false;
   bool readAhead = false;
   platform::Workers* workers = nullptr;
+  platform::Survey* survey = nullptr;
+  std::string role;
   std::shared_ptr<platform::WrittenRaster> written;
   std::wstring wkt;
   const platform::RasterFormat* copyFormat = nullptr;  ///< set while writing a format that can only be copied
@@ -248,6 +251,15 @@ bool CRasterSource::IsReadAhead() const { return m_impl->readAhead; }
 
 void CRasterSource::SetWorkers(platform::Workers* workers) { m_impl->workers = workers; }
 platform::Workers* CRasterSource::GetWorkers() const { return m_impl->workers; }
+
+void CRasterSource::SetSurvey(platform::Survey* survey, const std::string& role) {
+  m_impl->survey = survey;
+  m_impl->role = role;
+}
+
+platform::SurveyPass CRasterSource::Pass(const std::string& name, std::int64_t pieces) const {
+  return {m_impl->survey, m_impl->role + ' ' + name, pieces};
+}
 
 void CRasterSource::TellWritten(std::shared_ptr<platform::WrittenRaster> written) {
   m_impl->written = std::move(written);

@@ -18,6 +18,8 @@
 class CBaseProgress;
 
 namespace platform {
+class Survey;
+class SurveyPass;
 class Workers;
 class WrittenRaster;
 }  // namespace platform
@@ -65,6 +67,11 @@ class FUSION_API CRasterSource {
   /// Until it is closed, such passes share their work out among these; null: among nobody. Not owned.
   void SetWorkers(platform::Workers* workers);
   platform::Workers* GetWorkers() const;
+  /// Until it is closed, such passes are those of a survey; null: of none. Not owned.
+  /// @param role what the raster is to the run, in the names of the passes
+  void SetSurvey(platform::Survey* survey, const std::string& role);
+  /// A pass over so many pieces of the raster.
+  platform::SurveyPass Pass(const std::string& name, std::int64_t pieces) const;
   /// Until it is closed, a raster just created tells what it is and what its bands get; null: nobody.
   void TellWritten(std::shared_ptr<platform::WrittenRaster> written);
   platform::WrittenRaster* GetWritten() const;

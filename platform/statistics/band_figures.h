@@ -28,12 +28,27 @@ class BandFigures {
   explicit BandFigures(double noData = std::numeric_limits<double>::quiet_NaN())
       : m_moments(noData), m_empty(noData), m_range(noData) {}
 
+  /// What a window comes to.
+  struct Part {
+    RowStatistics::Pieces pieces;
+    RowRange range;
+
+    template <typename Archive>
+    void Exchange(Archive& archive) {
+      archive(pieces, range);
+    }
+  };
+
   /// @param workers who share the values out among them; null: the caller alone
   void Add(const double* values, std::int64_t count, Workers* workers = nullptr) {
-    struct Part {
-      RowStatistics::Pieces pieces;
-      RowRange range;
-    };
+    Add(Reduce(values, count, workers));
+  }
+  void Add(const Part& part) {
+    m_moments.Add(part.pieces);
+    m_range.Add(part.range);
+  }
+  Part Reduce(const double* values, std::int64_t count, Workers* workers) const {
+    Part whole{{}, m_empty};
     const auto look = [&](std::int64_t first, std::int64_t end) {
       Part part{{}, m_empty};
       // In pieces that stay in the processor's cache for both.
@@ -44,10 +59,11 @@ class BandFigures {
       }
       return part;
     };
-    FoldPieces(workers, count, look, [this](const Part& part) {
-      m_moments.Add(part.pieces);
-      m_range.Add(part.range);
+    FoldPieces(workers, count, look, [&whole](const Part& part) {
+      whole.pieces.insert(whole.pieces.end(), part.pieces.begin(), part.pieces.end());
+      whole.range.Add(part.range);
     });
+    return whole;
   }
 
   /// Whether no value counted.

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "platform/statistics/survey.h"
 #include "platform/validity/no_data.h"
 
 namespace platform {
@@ -61,6 +62,27 @@ class ClippedMoments::Bins {
     }
   }
 
+  /// Place, sum and count of the bins with values, upwards.
+  std::vector<std::uint64_t> Packed() const {
+    std::vector<std::uint64_t> packed;
+    for (std::size_t p = 0; p < m_pages.size(); ++p) {
+      if (!m_pages[p]) continue;
+      for (std::size_t b = 0; b < m_pages[p]->size(); ++b) {
+        const Bin& bin = (*m_pages[p])[b];
+        if (bin.count > 0)
+          packed.insert(packed.end(), {p << kBinBits | b, bin.places, static_cast<std::uint64_t>(bin.count)});
+      }
+    }
+    return packed;
+  }
+  void AddPacked(const std::vector<std::uint64_t>& packed) {
+    CheckSurveyed(packed.size() % 3 == 0);
+    for (std::size_t i = 0; i < packed.size(); i += 3) {
+      CheckSurveyed(packed[i] >> kBinBits < m_pages.size());
+      PageOf(packed[i] >> kBinBits)[packed[i] & kBinMask] += {packed[i + 1], static_cast<std::int64_t>(packed[i + 2])};
+    }
+  }
+
  private:
   static constexpr int kPageBits = 12;   ///< sign and power of two
   static constexpr int kBinBits = 8;     ///< parts of it: few, which the processor's first cache has room for
@@ -109,6 +131,22 @@ void ClippedMoments::Reduce(const double* values, std::int64_t count, Part& part
 void ClippedMoments::Add(const Part& part) {
   m_all.Add(part.pieces);
   if (part.bins) m_bins->Add(*part.bins);
+}
+
+void ClippedMoments::Part::Append(const Part& next) {
+  pieces.insert(pieces.end(), next.pieces.begin(), next.pieces.end());
+  if (!next.bins) return;
+  if (!bins) bins = std::make_shared<Bins>();
+  bins->Add(*next.bins);
+}
+
+std::vector<std::uint64_t> ClippedMoments::Part::PackedBins() const {
+  return bins ? bins->Packed() : std::vector<std::uint64_t>();
+}
+
+void ClippedMoments::Part::UnpackBins(const std::vector<std::uint64_t>& packed) {
+  bins = std::make_shared<Bins>();
+  bins->AddPacked(packed);
 }
 
 double ClippedMoments::Widening() const {

@@ -31,6 +31,19 @@ class ClippedMoments {
   struct Part {
     RowStatistics::Pieces pieces;
     std::shared_ptr<Bins> bins;
+
+    /// Adds what comes behind.
+    void Append(const Part& next);
+    template <typename Archive>
+    void Exchange(Archive& archive) {
+      std::vector<std::uint64_t> packed = PackedBins();
+      archive(pieces, packed);
+      UnpackBins(packed);
+    }
+
+   private:
+    std::vector<std::uint64_t> PackedBins() const;
+    void UnpackBins(const std::vector<std::uint64_t>& packed);
   };
   /// Adds values to a part, which may begin empty. May be called from several threads, with parts of their own.
   void Reduce(const double* values, std::int64_t count, Part& part) const;

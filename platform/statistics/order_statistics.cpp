@@ -3,8 +3,10 @@
 #include <bit>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "platform/raster/pixel_type.h"
+#include "platform/statistics/survey.h"
 #include "platform/validity/no_data.h"
 
 namespace platform {
@@ -70,6 +72,30 @@ void OrderStatistics::AddRow(const double* values, const unsigned char* inside, 
 void OrderStatistics::Tally(std::uint64_t key, Target& target) const {
   const std::uint64_t bits = key >> m_shift;
   if (m_isFirstPass || bits / kBins == (target.key >> m_shift) / kBins) ++target.histogram[bits % kBins];
+}
+
+OrderStatistics::Part OrderStatistics::TakePart() {
+  Part part;
+  for (int end = 0; end < 2; ++end) {
+    std::vector<std::int64_t>& histogram = (end == 0 ? m_low : m_high).histogram;
+    for (std::size_t bin = 0; bin < histogram.size(); ++bin) {
+      if (histogram[bin] == 0) continue;
+      part.bins[end].push_back(static_cast<std::uint32_t>(bin));
+      part.counts[end].push_back(std::exchange(histogram[bin], 0));
+    }
+  }
+  return part;
+}
+
+void OrderStatistics::Add(const Part& part) {
+  for (int end = 0; end < 2; ++end) {
+    std::vector<std::int64_t>& histogram = (end == 0 ? m_low : m_high).histogram;
+    CheckSurveyed(part.counts[end].size() == part.bins[end].size());
+    for (std::size_t i = 0; i < part.bins[end].size(); ++i) {
+      CheckSurveyed(part.bins[end][i] < histogram.size());
+      histogram[part.bins[end][i]] += part.counts[end][i];
+    }
+  }
 }
 
 void OrderStatistics::EndPass() {

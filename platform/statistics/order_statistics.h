@@ -22,6 +22,19 @@ class OrderStatistics {
 
   /// Values that are NaN or no-data do not count, nor do those that inside marks with 0 (null counts all).
   void AddRow(const double* values, const unsigned char* inside, int width, double noData);
+  /// What the present pass has counted: bins of both ends with values, and how many.
+  struct Part {
+    std::vector<std::uint32_t> bins[2];
+    std::vector<std::int64_t> counts[2];
+
+    template <typename Archive>
+    void Exchange(Archive& archive) {
+      for (int end = 0; end < 2; ++end) archive(bins[end], counts[end]);
+    }
+  };
+  /// Takes that out.
+  Part TakePart();
+  void Add(const Part& part);
   /// Every pass must show the same values.
   void EndPass();
 

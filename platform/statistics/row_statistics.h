@@ -22,6 +22,11 @@ class RowStatistics {
     double mean = 0.0;
     double correction = 0.0;  ///< from the mean as it was rounded to the true one
     double squares = 0.0;     ///< sum of squared deviations
+
+    template <typename Archive>
+    void Exchange(Archive& archive) {
+      archive(count, mean, correction, squares);
+    }
   };
   using Pieces = std::vector<Piece>;
   /// Adds what values come to behind the pieces that are there. May be called from several threads.
@@ -52,6 +57,11 @@ class RowRange {
 
   void Add(const double* values, std::int64_t count);
   void Add(const RowRange& part);
+
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(m_minimum, m_maximum);
+  }
 
   bool IsEmpty() const { return m_minimum > m_maximum; }
   double Minimum() const { return m_minimum; }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "platform/statistics/survey.h"
 #include "platform/system/multiversion.h"
 
 namespace platform {
@@ -80,6 +81,31 @@ void RunningCovariance::Add(const double* const* columns, std::int64_t count) {
   }
   for (std::size_t i = 0; i < means.size(); ++i) m_means[i] += (means[i] - m_means[i]) * (added / (before + added));
   m_count += count;
+}
+
+void RunningCovariance::Add(const RunningCovariance& part) {
+  const std::size_t size = m_means.size();
+  CheckSurveyed(part.m_size == m_size && part.m_origins.size() == size && part.m_means.size() == size &&
+                part.m_products.size() == size * size && part.m_count >= 0);
+  if (part.m_count == 0) return;
+  if (m_count == 0) {
+    *this = part;
+    return;
+  }
+  const auto before = static_cast<double>(m_count);
+  const auto added = static_cast<double>(part.m_count);
+  const double share = before * added / (before + added);
+  std::vector<double> apart(size);
+  for (std::size_t i = 0; i < size; ++i) {
+    apart[i] = (part.m_origins[i] - m_origins[i]) + part.m_means[i] - m_means[i];
+  }
+  for (std::size_t i = 0; i < size; ++i) {
+    for (std::size_t j = i; j < size; ++j) {
+      m_products[i * size + j] += part.m_products[i * size + j] + apart[i] * apart[j] * share;
+    }
+    m_means[i] += apart[i] * (added / (before + added));
+  }
+  m_count += part.m_count;
 }
 
 double RunningCovariance::Covariance(int i, int j) const {

@@ -11,15 +11,22 @@ namespace platform {
 class RunningCovariance {
  public:
   /// @param size of the vectors
-  explicit RunningCovariance(int size);
+  explicit RunningCovariance(int size = 0);
 
   /// @param columns one array of count values per component
   void Add(const double* const* columns, std::int64_t count);
+  /// Takes over the vectors of another one, behind its own.
+  void Add(const RunningCovariance& part);
 
   std::int64_t Count() const { return m_count; }
   double Mean(int i) const { return m_origins[static_cast<std::size_t>(i)] + m_means[static_cast<std::size_t>(i)]; }
   /// Population covariance, 0 without any vector.
   double Covariance(int i, int j) const;
+
+  template <typename Archive>
+  void Exchange(Archive& archive) {
+    archive(m_size, m_count, m_origins, m_means, m_products);
+  }
 
  private:
   int m_size;

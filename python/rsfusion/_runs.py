@@ -83,6 +83,8 @@ def fuse(
     pan_band: Optional[int] = None,
     rgb: Any = None,
     window: Any = None,
+    rows: Any = None,
+    survey: Any = None,
     statistics: Optional[str] = None,
     aoi: Any = None,
     spectral_match: Any = None,
@@ -136,6 +138,8 @@ def fuse(
         pan_band: of pan, counted from 1
         rgb: ihs: which of the chosen bands are red, green and blue, counted from 1
         window: column, row, width and height in pan pixels
+        rows: of the whole result, from and up to which; only these are made
+        survey: path of what these need of the whole images (see rsfusion.dask); None looks at all of them
         statistics: what those of a window are taken from: scene or window
         aoi: path of a vector file: only inside its polygons
         spectral_match: auto, on or off (or True, False): bring the bands to the multispectral means and deviations

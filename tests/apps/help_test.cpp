@@ -17,8 +17,8 @@ using test_support::Quoted;
 using test_support::RunCommand;
 using testing::HasSubstr;
 
-const std::vector<std::string> kCommands = {"fuse",   "check", "evaluate", "assess", "report",
-                                            "sample", "info",  "verify",   "methods"};
+const std::vector<std::string> kCommands = {"fuse",   "check",  "evaluate", "assess", "report",
+                                            "survey", "sample", "info",     "verify", "methods"};
 
 std::string Output(const std::vector<std::string>& arguments) {
   const auto run = RunCommand(FUSION_COMMAND, arguments);

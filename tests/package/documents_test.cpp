@@ -123,7 +123,7 @@ std::set<std::string> OptionsOfHelp(const std::vector<std::string>& arguments) {
 TEST(Documents, ListTheOptionsThatTheHelpLists) {
   const std::string usage = TextOf("docs/usage.md");
   std::set<std::string> all = {"--help", "--version"};
-  for (const std::string command : {"fuse", "check", "evaluate", "assess", "report", "sample"}) {
+  for (const std::string command : {"fuse", "check", "evaluate", "assess", "report", "survey", "sample"}) {
     std::set<std::string> listed;
     for (const std::string& cell : All(Section(usage, command), R"(\n\| (`--(?:[^|\n\\]|\\\|)*))", 1))
       listed.merge(OptionsOf(cell));
@@ -175,6 +175,7 @@ TEST(Options, CanBeSetByNameFromAProgram) {
   ExpectSetByName<fusion::AssessRequest>("assess");
   ExpectSetByName<fusion::EvaluateRequest>("evaluate");
   ExpectSetByName<fusion::ReportRequest>("report");
+  ExpectSetByName<fusion::SurveyRequest>("survey");
   ExpectSetByName<fusion::SampleRequest>("sample");
 }
 

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <random>
 
+#include "platform/statistics/survey.h"
+
 namespace {
 
 using platform::RunningCovariance;
@@ -23,6 +25,31 @@ TEST(RunningCovariance, ByHand) {
   EXPECT_DOUBLE_EQ(statistics.Covariance(1, 1), 14.0 / 3.0);
   EXPECT_DOUBLE_EQ(statistics.Covariance(0, 1), -5.0 / 3.0);
   EXPECT_EQ(statistics.Covariance(1, 0), statistics.Covariance(0, 1));
+}
+
+TEST(RunningCovariance, TakesOverWhatAnotherHasSeen) {
+  // The first two values of the test above, then the third one, whose origins are others.
+  const double x[] = {1.0, 2.0, 3.0};
+  const double y[] = {8.0, 4.0, 3.0};
+  const double* first[] = {x, y};
+  const double* last[] = {x + 2, y + 2};
+  RunningCovariance statistics(2);
+  RunningCovariance behind(2);
+  statistics.Add(first, 2);
+  behind.Add(last, 1);
+  statistics.Add(RunningCovariance(2));
+  statistics.Add(behind);
+  EXPECT_EQ(statistics.Count(), 3);
+  EXPECT_DOUBLE_EQ(statistics.Mean(0), 2.0);
+  EXPECT_DOUBLE_EQ(statistics.Mean(1), 5.0);
+  EXPECT_DOUBLE_EQ(statistics.Covariance(0, 0), 2.0 / 3.0);
+  EXPECT_DOUBLE_EQ(statistics.Covariance(1, 1), 14.0 / 3.0);
+  EXPECT_DOUBLE_EQ(statistics.Covariance(0, 1), -5.0 / 3.0);
+  RunningCovariance empty(2);
+  empty.Add(statistics);
+  EXPECT_EQ(empty.Count(), 3);
+  EXPECT_EQ(empty.Covariance(0, 1), statistics.Covariance(0, 1));
+  EXPECT_THROW(empty.Add(RunningCovariance(3)), platform::SurveyFault);
 }
 
 TEST(RunningCovariance, EmptyOnesAreZero) {
