@@ -262,9 +262,9 @@ py::tuple ReadImage(const std::string& path) {
   return py::make_tuple(samples, transform, CommonFun::U2Utf8(source.GetSpatialReferenceWKT()), noData);
 }
 
-void Translate(const std::exception_ptr& thrown) {
+void Translate(std::exception_ptr thrown) {
   try {
-    if (thrown) std::rethrow_exception(thrown);
+    if (thrown) std::rethrow_exception(std::move(thrown));
   } catch (const fusion::RunFailure& failure) {
     using Kind = fusion::RunFailure::Kind;
     const char* kind = failure.GetKind() == Kind::kWrongUsage  ? "UsageError"
@@ -278,7 +278,7 @@ void Translate(const std::exception_ptr& thrown) {
 }  // namespace
 
 PYBIND11_MODULE(_core, module) {
-  py::register_local_exception_translator([](std::exception_ptr thrown) { Translate(thrown); });
+  py::register_local_exception_translator(Translate);
   using py::arg;
   const auto run = [&](const char* name, auto start) { module.def(name, start, arg("options"), arg("watcher")); };
   run("fuse", Run<fusion::Fuse, fusion::FuseRequest>);
