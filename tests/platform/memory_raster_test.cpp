@@ -23,6 +23,14 @@ constexpr int kWidth = 5;
 constexpr int kHeight = 3;
 constexpr int kBands = 2;
 
+/// The place of a sample in a list, of steps between columns, rows and bands.
+std::size_t PlaceOf(int column, int row, int band, int pixel, int line, int field) {
+  const auto step = [](int count, int space) {
+    return static_cast<std::size_t>(count) * static_cast<std::size_t>(space);
+  };
+  return step(column, pixel) + step(row, line) + step(band, field);
+}
+
 double ValueOf(int band, int row, int column) { return 100 * band + 10 * row + column; }
 
 void ExpectValues(const MemoryRaster& raster, PixelDataType type) {
@@ -36,7 +44,7 @@ void ExpectValues(const MemoryRaster& raster, PixelDataType type) {
     std::array<double, kWidth * kHeight> read{};
     ASSERT_EQ(source.GetRasterBand(b)->ReadBlock(0, 0, kWidth, kHeight, read.data(), kWidth, kHeight, PDT_FLOAT64), 0);
     for (int y = 0; y < kHeight; ++y) {
-      for (int x = 0; x < kWidth; ++x) EXPECT_EQ(read[static_cast<std::size_t>(y * kWidth + x)], ValueOf(b, y, x));
+      for (int x = 0; x < kWidth; ++x) EXPECT_EQ(read[PlaceOf(x, y, 0, 1, kWidth, 0)], ValueOf(b, y, x));
     }
   }
 }
@@ -44,11 +52,11 @@ void ExpectValues(const MemoryRaster& raster, PixelDataType type) {
 /// Samples of a type, so many elements apart.
 template <typename Element>
 struct Field {
-  Field(PixelDataType type, int pixel, int line, int band) : elements(static_cast<std::size_t>(kBands * band + 1)) {
+  Field(PixelDataType type, int pixel, int line, int plane) : elements(PlaceOf(0, 0, kBands, pixel, line, plane) + 1) {
     for (int b = 0; b < kBands; ++b) {
       for (int y = 0; y < kHeight; ++y) {
         for (int x = 0; x < kWidth; ++x) {
-          elements[static_cast<std::size_t>(b * band + y * line + x * pixel)] = static_cast<Element>(ValueOf(b, y, x));
+          elements[PlaceOf(x, y, b, pixel, line, plane)] = static_cast<Element>(ValueOf(b, y, x));
         }
       }
     }
@@ -59,7 +67,7 @@ struct Field {
                .bands = kBands,
                .pixelSpace = pixel * static_cast<int>(sizeof(Element)),
                .lineSpace = line * static_cast<int>(sizeof(Element)),
-               .bandSpace = band * static_cast<int>(sizeof(Element))};
+               .bandSpace = plane * static_cast<int>(sizeof(Element))};
   }
   std::vector<Element> elements;
   MemorySamples samples;
@@ -82,8 +90,7 @@ TEST(MemoryRaster, ReadsSamplesThatLieApart) {
   for (int b = 0; b < kBands; ++b) {
     for (int y = 0; y < kHeight; ++y) {
       for (int x = 0; x < kWidth; ++x) {
-        together.elements[static_cast<std::size_t>(b + 3 * (y * kWidth + x))] =
-            static_cast<std::int16_t>(ValueOf(b, y, x));
+        together.elements[PlaceOf(x, y, b, 3, 3 * kWidth, 1)] = static_cast<std::int16_t>(ValueOf(b, y, x));
       }
     }
   }
@@ -106,7 +113,7 @@ TEST(MemoryRaster, CopiesNothing) {
   const MemoryRaster raster(field.samples, nullptr, "");
   for (int b = 0; b < kBands; ++b) {
     for (int i = 0; i < kWidth * kHeight; ++i) {
-      field.elements[static_cast<std::size_t>(b * kWidth * kHeight + i)] =
+      field.elements[PlaceOf(i, 0, b, 1, 0, kWidth * kHeight)] =
           static_cast<std::uint8_t>(ValueOf(b, i / kWidth, i % kWidth));
     }
   }
