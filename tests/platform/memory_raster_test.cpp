@@ -1,11 +1,14 @@
 // Samples in memory, read where they lie.
 #include "platform/raster/memory_raster.h"
 
+#include <cpl_vsi.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdio>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -154,6 +157,8 @@ TEST(MemoryRaster, ItsNameGoesWithIt) {
   }
   CRasterSource source;
   EXPECT_FALSE(source.OpenSimple(CommonFun::Utf82U(path)));
+  VSIStatBufL status;
+  EXPECT_NE(VSIStatL(path.c_str(), &status), 0);
 }
 
 TEST(MemoryRaster, RefusesWhatIsNoImage) {
@@ -163,7 +168,12 @@ TEST(MemoryRaster, RefusesWhatIsNoImage) {
   };
   refuses(field.samples, "EPSG:1");
   // No file is looked into for a system.
-  refuses(field.samples, "/dev/null");
+  const std::string file = testing::TempDir() + "memory_raster_system.txt";
+  const MemoryRaster placed(field.samples, nullptr, "EPSG:32630");
+  CRasterSource source;
+  ASSERT_TRUE(source.OpenSimple(CommonFun::Utf82U(placed.Path())));
+  std::ofstream(file) << CommonFun::U2Utf8(source.GetSpatialReferenceWKT());
+  refuses(field.samples, file);
   MemorySamples samples = field.samples;
   samples.first = nullptr;
   refuses(samples, "");
@@ -182,6 +192,7 @@ TEST(MemoryRaster, RefusesWhatIsNoImage) {
   samples = field.samples;
   samples.lineSpace = std::int64_t{1} << 31;
   refuses(samples, "");
+  std::remove(file.c_str());
 }
 
 }  // namespace
