@@ -20,7 +20,7 @@ with tempfile.TemporaryDirectory() as locales:
     if made.returncode != 0:
         print("there is no source for the locale zh_CN here")
         sys.exit(77)
-    for locale in "zh_CN.UTF-8", "C":
+    for locale in "zh_CN.UTF-8", "C.UTF-8":
         done = subprocess.run([in_wine, wine_folder, program, "--gtest_filter=TextConversion.*:TempFiles.*:Files.*"],
                               env=dict(os.environ, LC_ALL=locale, LOCPATH=locales), stdout=subprocess.PIPE, text=True,
                               encoding="utf-8", errors="replace", check=False)
