@@ -291,8 +291,9 @@ bool CRasterBand::FoldWindows(const char* name, bool& pending, const Reduce& red
         pass.Take(piece, part, fold);
         return goesOn();
       });
+  if (!read) return false;
   pending = !pass.End<Part>(fold);
-  return read;
+  return true;
 }
 
 bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean, double* stdDev, bool /*approximate*/,

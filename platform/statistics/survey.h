@@ -200,13 +200,18 @@ class SurveyPass {
     m_found->parts[piece] = std::move(writer.bytes);
   }
 
-  /// After the last piece: folds the parts that the survey has. False where the pass is pending, so that there is
+  /// After the last piece, where none has failed: folds the parts that the survey has. False where the pass is pending, so that there is
   /// nothing to go on with.
   template <typename Part, typename Fold>
   bool End(const Fold& fold) const {
-    if (m_isPending) return false;
+    if (m_isPending) {
+      // Pieces in which there was nothing to look at are done, too.
+      for (const std::int64_t piece : m_pieces) m_found->parts.try_emplace(piece);
+      return false;
+    }
     if (!m_known) return true;
     for (const auto& [piece, bytes] : m_known->parts) {
+      if (bytes.empty()) continue;
       PartReader reader(bytes);
       Part part;
       reader(part);

@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 #include "band_arithmetic/multiple_fusion.h"
+#include "platform/statistics/survey.h"
+#include "platform/utility/common_fun.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 
@@ -154,6 +157,57 @@ TEST(SampledMoments, LeaveWhatComesBehindThemWhole) {
     EXPECT_NEAR(static_cast<double>(std::count(band.begin(), band.end(), *least)), 143, 20);
     EXPECT_NEAR(static_cast<double>(std::count(band.begin(), band.end(), *most)), 143, 20);
   }
+}
+
+/// The same by a survey that is gathered in two parts, in as many rounds as it takes.
+Bands FuseSurveyed(FusionParam param, const fusion::MatchTargets& targets, int& rounds) {
+  param.m_rcScene = param.m_rcProcess = CRect(0, 0, kWidth, kHeight);
+  const auto merged = std::make_shared<platform::Survey>("scene");
+  rounds = 0;
+  for (bool complete = false; !complete && rounds < 5; ++rounds) {
+    complete = true;
+    platform::Survey found("scene");
+    for (const platform::Survey::Rows rows : {platform::Survey::Rows{400, kHeight, kHeight}, {0, 400, kHeight}}) {
+      FusionParam part = param;
+      part.m_pSurvey = std::make_shared<platform::Survey>(*merged);
+      part.m_pSurvey->Gather(rows);
+      part.m_rcProcess.bottom = 1;
+      CMultipleFusion fusion(&part);
+      fusion.MatchBlocks(targets);
+      fusion.Process();
+      EXPECT_TRUE(fusion.Succeeded()) << CommonFun::U2Utf8(fusion.GetLastErrorMessage());
+      complete = complete && part.m_pSurvey->Pending() == 0;
+      found.Merge(part.m_pSurvey->Found());
+    }
+    merged->Merge(found);
+  }
+  --rounds;
+  param.m_pSurvey = merged;
+  return Fuse(param, &targets);
+}
+
+TEST(SampledMoments, AreTheSameByASurvey) {
+  TallScene scene(1);
+  FusionParam param = scene.Param(PDT_FLOAT64);
+  param.m_bMaskNoData = true;
+  int rounds = 0;
+  for (const bool robust : {false, true}) {
+    const auto targets = Targets(14300 / 3, robust);
+    const Bands expected = Fuse(param, &targets);
+    EXPECT_EQ(FuseSurveyed(param, targets, rounds), expected);
+    EXPECT_EQ(rounds, 1);
+  }
+  // What was looked at holds too little, which turns out when all of it is there.
+  auto& pan = scene.pan.bands[0];
+  for (std::size_t i = 0; i < pan.size(); ++i) {
+    const auto row = static_cast<int>(i / kWidth);
+    if (IsLookedAt(row, 24, 8) && row > 1) pan[i] = 0.0;
+  }
+  test_support::WriteImage(scene.pan, scene.panFile, PDT_UINT16, "", 0.0, {"BLOCKYSIZE=1"});
+  const auto sampled = Targets(14300 / 3);
+  const Bands expected = Fuse(param, &sampled);
+  EXPECT_EQ(FuseSurveyed(param, sampled, rounds), expected);
+  EXPECT_EQ(rounds, 2);
 }
 
 }  // namespace

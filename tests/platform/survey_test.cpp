@@ -99,6 +99,21 @@ TEST(Survey, ThatLacksAPartIsNoneToUse) {
   EXPECT_EQ(merged.Pending(), 1);
 }
 
+TEST(Survey, IsCompleteWherePiecesHoldNothing) {
+  Survey survey("images");
+  survey.Gather({0, 10, 10});
+  const SurveyPass pass(&survey, "pass", 3);
+  Part part = PartOf(1);
+  pass.Take(1, part, [](const Part&) {});
+  EXPECT_FALSE(pass.End<Part>([](const Part&) {}));
+  const Survey read = Survey::FromBytes(survey.Found().ToBytes());
+  Survey merged("images");
+  merged.Merge(read);
+  int folded = 0;
+  EXPECT_TRUE(SurveyPass(&merged, "pass", 3).End<Part>([&](const Part&) { ++folded; }));
+  EXPECT_EQ(folded, 1);
+}
+
 TEST(Survey, LetsWaitWhatDependsOnSomethingPending) {
   Survey survey("images");
   survey.Gather({0, 10, 10});

@@ -183,6 +183,22 @@ TEST_F(Surveys, AreTheSameWithGapsAndAnAreaOfInterest) {
   ExpectRowsOfWhole();
 }
 
+TEST_F(Surveys, AreCompleteWhereBlocksLieOutsideAnAreaOfInterest) {
+  SceneOptions options;
+  options.panWidth = 24;
+  options.panHeight = 1700;
+  Write(options);
+  // Of the second block of the area no pixel has data.
+  ChooseArea({2, 3}, {20, 3}, {2, 1690});
+  Image pan = m_scene->pan;
+  for (std::size_t i = 24 * 600; i < 24 * 1200; ++i) pan.bands[0][i] = 0.0;
+  test_support::WriteImage(pan, m_scene->panFile, PDT_UINT16, "", 0.0);
+  for (const char* method : {"weighted", "pca", "brovey"}) {
+    m_options.method = method;
+    ExpectRowsOfWhole(m_options, method);
+  }
+}
+
 TEST_F(Surveys, FindOutOnceWhetherFloatsAreMissing) {
   SceneOptions options;
   options.panWidth = 60;
