@@ -200,8 +200,8 @@ class SurveyPass {
     m_found->parts[piece] = std::move(writer.bytes);
   }
 
-  /// After the last piece, where none has failed: folds the parts that the survey has. False where the pass is pending, so that there is
-  /// nothing to go on with.
+  /// After the last piece, where none has failed: folds the parts that the survey has. False where the pass is pending,
+  /// so that there is nothing to go on with.
   template <typename Part, typename Fold>
   bool End(const Fold& fold) const {
     if (m_isPending) {
