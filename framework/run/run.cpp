@@ -50,6 +50,14 @@ void Run::Execute() {
   m_fusion.Guard([&] { Finish(); });
 }
 
+std::unique_ptr<BlockSet> Run::MakeBlocks(const BlockGrid& grid, const std::vector<int>& bands,
+                                          const CRect& inPan) const {
+  auto blocks = std::make_unique<BlockSet>(grid, bands, inPan.left, inPan.top, m_fusion.m_overlappedIo);
+  // Before anything is read ahead, which looks at it on a thread of its own.
+  blocks->ms.RepeatEdges(m_fusion.m_param.m_bRepeatMsEdges);
+  return blocks;
+}
+
 bool Run::Prepare() {
   const std::wstring title = messages::RunTitle(m_fusion.m_param.m_strAlgName);
   CBaseProgress* progress = m_fusion.m_pProgress;
@@ -79,7 +87,7 @@ bool Run::Prepare() {
     m_fusion.ReportError();
     return false;
   }
-  m_blocks = std::make_unique<BlockSet>(grid, bands, dstRectInPan.left, dstRectInPan.top, m_fusion.m_overlappedIo);
+  m_blocks = MakeBlocks(grid, bands, dstRectInPan);
   m_blocks->ms.SetReadSamples(m_variation.readMs);
   m_blocks->pan.SetReadSamples(m_variation.readPan);
   m_blocks->detail.SetReadSamples(m_variation.readDetail);

@@ -68,6 +68,8 @@ class Run {
   /// The area that statistics passes go over, in the output raster's pixels, in blocks of whole rows: the output
   /// raster, or, where the run is a part of a scene, the whole of that, around the output.
   BlockGrid MakeSceneGrid();
+  /// The blocks of a grid over the output, or over the whole scene, whose first pixel lies there in the pan image.
+  std::unique_ptr<BlockSet> MakeBlocks(const BlockGrid& grid, const std::vector<int>& bands, const CRect& inPan) const;
   /// The run's matching, none without targets. False with the error state set where they do not fit the bands.
   bool PrepareMatching();
   void PrepareRange();

@@ -23,7 +23,6 @@ LoadResult Run::Load(BlockSet& blocks, const CRect& dstBlock) {
   blocks.panRect = Shift(dstBlock, blocks.panLeft, blocks.panTop);
   if (!m_fusion.GetReadBufferRect(&blocks.dstBlock, &blocks.msRect)) return LoadResult::kSkipped;
   blocks.msRect = KernelRect(blocks.msRect);
-  blocks.ms.RepeatEdges(m_fusion.m_param.m_bRepeatMsEdges);
   blocks.ms.Reserve(blocks.msRect);
   blocks.rows.Reserve(platform::CacheRoom::BytesToShare(m_ms, blocks.msRect.Height()) +
                       platform::CacheRoom::BytesToShare(m_pan, blocks.grid.blockHeight));
@@ -160,7 +159,8 @@ bool Run::Visit(const platform::Stage& stage, const std::wstring& title, const p
   const BlockGrid grid = MakeSceneGrid();
   const FusionParam& param = m_fusion.m_param;
   if (m_fusion.m_pProgress) m_fusion.m_pProgress->Begin(stage, title, grid.Count());
-  BlockSet blocks(grid, param.m_vecMSBands, param.m_rcProcess.left, param.m_rcProcess.top, m_fusion.m_overlappedIo);
+  const std::unique_ptr<BlockSet> made = MakeBlocks(grid, param.m_vecMSBands, param.m_rcProcess);
+  BlockSet& blocks = *made;
   int done = 0;
   return grid.ForEachOf(pass.Pieces(), [&](std::int64_t piece, const CRect& rect) {
     switch (Load(blocks, rect)) {
