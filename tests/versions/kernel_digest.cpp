@@ -199,6 +199,13 @@ void DigestStatistics(std::mt19937& random, int n, Digest& digest) {
     double low = 1e10;
     double high = -1e10;
     fusion::WidenRow(a.data(), b.data(), n, test, low, high);
+    Row marked(a.size(), 0.5);
+    fusion::MarkValid(a.data(), b.data(), a.data() + 1, n, test, marked.data());
+    digest.Add(marked);
+    double least = 1e10;
+    double most = -1e10;
+    const std::int64_t widened = fusion::WidenValid(a.data(), valid.data(), n, least, most);
+    digest.Add({least, most, static_cast<double>(widened)});
     double sum = 0.0;
     std::int64_t count = 0;
     fusion::SumRow(a.data(), n, test, sum, count);

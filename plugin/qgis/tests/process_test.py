@@ -37,7 +37,8 @@ class QgisProcess(unittest.TestCase):
             QGIS_PLUGINPATH=str(cls.folder / "plugins"),
             QGIS_CUSTOM_CONFIG_PATH=str(cls.folder / "profile"),
             XDG_RUNTIME_DIR=temporary.name,
-            PATH=f"{cls.folder / 'bin'}:{os.environ['PATH']}",
+            # QGIS takes the Python of the first python3 there for its own, which has to be the system's.
+            PATH=f"{cls.folder / 'bin'}:/usr/bin:/bin",
             PYTHONDONTWRITEBYTECODE="1",
             SOURCE_DATE_EPOCH="1700000000",
         )
