@@ -97,29 +97,31 @@ def _survey(options: _Options, folder: str) -> Dict[str, Any]:
     return _core.survey(pairs_of(options), _watcher(folder))
 
 
-def _fuse_rows(options: _Options, folder: str, name: str) -> str:
-    """Runs on a worker: makes a part, which appears under its name when it is whole."""
+def _whole(work: Callable[[_Options, str], Any], options: _Options, folder: str, name: str) -> str:
+    """Makes a file, which appears under its name when it is whole."""
     path = os.path.join(folder, name)
     unfinished = os.path.join(folder, f".{secrets.token_hex(4)}.{name}")
     try:
-        _core.fuse(pairs_of({**options, "out": unfinished}), _watcher(folder))
+        work({**options, "out": unfinished}, folder)
         os.replace(unfinished, path)
     finally:
         with contextlib.suppress(FileNotFoundError):
             os.remove(unfinished)
     return path
+
+
+def _fuse(options: _Options, folder: str) -> None:
+    _core.fuse(pairs_of(options), _watcher(folder))
+
+
+def _fuse_rows(options: _Options, folder: str, name: str) -> str:
+    """Runs on a worker: makes a part."""
+    return _whole(_fuse, options, folder, name)
 
 
 def _survey_rows(options: _Options, folder: str, name: str) -> str:
-    path = os.path.join(folder, name)
-    unfinished = os.path.join(folder, f".{secrets.token_hex(4)}.{name}")
-    try:
-        _survey({**options, "out": unfinished}, folder)
-        os.replace(unfinished, path)
-    finally:
-        with contextlib.suppress(FileNotFoundError):
-            os.remove(unfinished)
-    return path
+    """Runs on a worker: surveys the rows of a part."""
+    return _whole(_survey, options, folder, name)
 
 
 def _ranges(height: int, rows: int) -> List[Tuple[int, int]]:

@@ -1,6 +1,7 @@
 """Scenes fused by rows on a Dask scheduler have the bytes of the whole run, whatever happens to workers."""
 import os
 import pathlib
+import resource
 import shutil
 import signal
 import socket
@@ -117,6 +118,52 @@ def test_a_worker_may_be_killed(work, paths, cluster, client, tmp_path, monkeypa
     client.wait_for_workers(2, timeout=60)
 
 
+@pytest.mark.parametrize("work", ["_survey_rows", "_fuse_rows"])
+def test_an_input_that_vanishes_ends_the_run_and_leaves_the_older_result(work, paths, client, tmp_path, monkeypatch):
+    dask.fuse(*paths, method="weighted", client=client)
+    before = read(paths[2])
+    here = left(tmp_path)
+    pan = tmp_path / "pan.tif"
+    shutil.copy(paths[0], pan)
+    plain = getattr(dask, work)
+
+    def takes_away(options, folder, name):
+        try:
+            return plain(options, folder, name)
+        finally:
+            pan.unlink(missing_ok=True)
+
+    monkeypatch.setattr(dask, work, takes_away)
+    with pytest.raises(rsfusion.FusionError, match="pan.tif"):
+        dask.fuse(pan, *paths[1:], method="weighted", client=client, rows_per_task=50, overwrite=True)
+    assert not pan.exists()
+    assert np.array_equal(read(paths[2]), before)
+    assert left(tmp_path) == here
+
+
+@pytest.mark.parametrize("work", ["_survey_rows", "_fuse_rows"])
+def test_a_full_disk_is_told_and_leaves_the_older_result(work, paths, client, tmp_path, monkeypatch):
+    dask.fuse(*paths, method="brovey", client=client)
+    before = read(paths[2])
+    here = left(tmp_path)
+    plain = getattr(dask, work)
+
+    def short_of_disk(options, folder, name):
+        # No file may be longer, as where a disk is full.
+        soft, hard = resource.getrlimit(resource.RLIMIT_FSIZE)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (100, hard))
+        try:
+            return plain(options, folder, name)
+        finally:
+            resource.setrlimit(resource.RLIMIT_FSIZE, (soft, hard))
+
+    monkeypatch.setattr(dask, work, short_of_disk)
+    with pytest.raises(rsfusion.FusionError, match="(?i)written|write|disk|room"):
+        dask.fuse(*paths, method="brovey", client=client, rows_per_task=50, overwrite=True)
+    assert np.array_equal(read(paths[2]), before)
+    assert left(tmp_path) == here
+
+
 def test_a_run_that_is_ended_leaves_nothing(paths, client, tmp_path, monkeypatch):
     def waits(options, folder, name):
         while os.path.isdir(folder):
@@ -185,7 +232,7 @@ def test_workers_may_come_late_to_a_scheduler_of_its_own(paths, tmp_path):
     start("dask_scheduler", "--host", "127.0.0.1", "--port", address.rsplit(":", 1)[1])
 
     def workers():
-        time.sleep(5)
+        time.sleep(10)
         for _ in range(2):
             start("dask_worker", address, "--nthreads", "1", "--no-nanny", "--local-directory", str(tmp_path))
 
