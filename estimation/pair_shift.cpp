@@ -95,8 +95,8 @@ class ShiftSearch {
  public:
   ShiftSearch(const std::vector<CRect>& windows, const PanGrid& grid,
               const std::function<RegistrationTile(const CRect&, const PanPositions&)>& read,
-              platform::Workers* workers)
-      : m_windows(windows), m_grid(grid), m_read(read), m_workers(workers) {}
+              platform::Workers* workers, const std::function<void()>& watch)
+      : m_windows(windows), m_grid(grid), m_read(read), m_workers(workers), m_watch(watch) {}
 
   PairShift Measure() {
     PairShift result = Around({});
@@ -168,6 +168,7 @@ class ShiftSearch {
   PairShift Around(const Offset& offset) const {
     std::vector<std::pair<double, double>> moves;
     Registration all(ReadAll(offset, &moves), m_grid, m_workers);
+    all.SetWatch(m_watch);
     const RegistrationResult found = all.Find(true);
     PairShift result;
     result.blur = found.blur;
@@ -206,14 +207,15 @@ class ShiftSearch {
   const PanGrid& m_grid;
   const std::function<RegistrationTile(const CRect&, const PanPositions&)>& m_read;
   platform::Workers* m_workers;
+  const std::function<void()>& m_watch;
 };
 
 }  // namespace
 
 PairShift MeasureShift(const std::vector<CRect>& windows, const PanGrid& grid,
                        const std::function<RegistrationTile(const CRect&, const PanPositions&)>& read,
-                       platform::Workers* workers) {
-  return ShiftSearch(windows, grid, read, workers).Measure();
+                       platform::Workers* workers, const std::function<void()>& watch) {
+  return ShiftSearch(windows, grid, read, workers, watch).Measure();
 }
 
 }  // namespace fusion

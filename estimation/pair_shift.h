@@ -25,8 +25,9 @@ struct PairShift {
 /// @param windows multispectral rectangles, of ChooseTiles
 /// @param read a window's tile; the positions may lie beside those of its pixels
 /// @param workers who look at windows; null: the caller alone
+/// @param watch called often by the caller's thread; what it throws ends the search
 PairShift MeasureShift(const std::vector<CRect>& windows, const PanGrid& grid,
                        const std::function<RegistrationTile(const CRect&, const PanPositions&)>& read,
-                       platform::Workers* workers);
+                       platform::Workers* workers, const std::function<void()>& watch = {});
 
 }  // namespace fusion

@@ -203,6 +203,7 @@ std::int64_t Registration::Evidence(const PanBlur& blur, double shiftX, double s
 }
 
 double Registration::Score(const PanBlur& blur, double shiftX, double shiftY) {
+  if (m_watch) m_watch();
   const auto [known, isNew] = m_scores.try_emplace({blur.isBox, blur.width, shiftX, shiftY}, 0.0);
   if (!isNew) return known->second;
   const auto size = static_cast<std::size_t>(m_bands) + 1;

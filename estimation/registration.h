@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "estimation/pan_grid.h"
@@ -45,6 +47,9 @@ class Registration {
  public:
   /// @param workers who look at tiles; null: the caller alone
   Registration(std::vector<RegistrationTile> tiles, const PanGrid& grid, platform::Workers* workers);
+
+  /// Called by the caller's thread before each place that is looked at. What it throws ends the search.
+  void SetWatch(std::function<void()> watch) { m_watch = std::move(watch); }
 
   /// The most that a shift may be on either axis, in pan pixels; tiles hold the pan pixels that it needs.
   static double LargestShift(const PanGrid& grid);
@@ -89,6 +94,7 @@ class Registration {
   std::vector<std::vector<std::vector<double>>> m_details;  ///< of each tile's bands
   const PanGrid& m_grid;
   platform::Workers* m_workers;
+  std::function<void()> m_watch;
   int m_bands;
   std::map<Place, double> m_scores;  ///< of where the search has been
 };

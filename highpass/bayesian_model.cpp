@@ -39,6 +39,9 @@ PixelDataType LowPassType(PixelDataType pan) {
   return pan == PDT_UINT32 || pan == PDT_INT32 || pan == PDT_FLOAT64 ? PDT_FLOAT64 : PDT_FLOAT32;
 }
 
+/// Ends a search that its user does not want any more.
+struct SearchCancelled {};
+
 }  // namespace
 
 /// How the images lie to each other.
@@ -88,7 +91,13 @@ void BayesianModelEstimator::Estimate() {
   // The places that it is found from are few and lie all over the scene: one piece.
   const platform::SurveyPass pass(m_param.m_pSurvey.get(), "registration", 1);
   for (const std::int64_t piece : pass.Pieces()) {
-    std::optional<Registered> found = Register(scene);
+    std::optional<Registered> found;
+    try {
+      found = Register(scene);
+    } catch (const SearchCancelled&) {
+      m_nLastErrorType = ERR_CANCELLED;
+      return;
+    }
     if (!found) return Fail(ERR_READ, messages::kReadFailed);
     pass.Take(piece, *found, take);
   }
@@ -113,6 +122,9 @@ std::optional<BayesianModelEstimator::Registered> BayesianModelEstimator::Regist
   std::vector<fusion::RegistrationTile> tiles;
   if (!scene.ReadTiles(tiles)) return std::nullopt;
   fusion::Registration registration(std::move(tiles), scene.Grid(), m_workers.get());
+  registration.SetWatch([this] {
+    if (m_pProgress && m_pProgress->IsCancelRequested()) throw SearchCancelled();
+  });
   const RegistrationResult best = registration.Find(m_registration != BayesianRegistration::kOff);
   // What is only told is not looked through.
   RegistrationResult used = best;

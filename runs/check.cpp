@@ -169,14 +169,16 @@ class PairCheck {
     constexpr double kLeastRatio = 1.2;
     if (m_report.ratioX < kLeastRatio || m_report.ratioY < kLeastRatio) return {};
     int read = 0;
+    const auto tell = [&] { Tell(kWalked + std::min(read, kSteps - kWalked)); };
     const std::vector<CRect> windows = ChooseTiles(m_msArea, *m_grid);
     return MeasureShift(
         windows, *m_grid,
         [&](const CRect& rect, const PanPositions& positions) {
-          Tell(kWalked + std::min(read++, kSteps - kWalked));
+          tell();
+          ++read;
           return m_pair.ReadTile(rect, positions, *m_grid);
         },
-        m_workers.get());
+        m_workers.get(), tell);
   }
 
   void Take(const PairShift& shift) {

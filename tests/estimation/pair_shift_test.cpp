@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <optional>
 
 #include "platform/raster/raster_source.h"
@@ -28,7 +29,8 @@ std::vector<double> Part(const std::vector<double>& image, int width, const CRec
   return part;
 }
 
-PairShift Measured(const SeenScene& scene, platform::Workers* workers = nullptr) {
+PairShift Measured(const SeenScene& scene, platform::Workers* workers = nullptr,
+                   const std::function<void()>& watch = {}) {
   CRasterSource pan;
   CRasterSource ms;
   pan.OpenSimple(scene.panFile);
@@ -44,7 +46,7 @@ PairShift Measured(const SeenScene& scene, platform::Workers* workers = nullptr)
     return tile;
   };
   const CRect all(0, 0, scene.ms.width, scene.ms.height);
-  return MeasureShift(fusion::ChooseTiles(all, grid), grid, read, workers);
+  return MeasureShift(fusion::ChooseTiles(all, grid), grid, read, workers, watch);
 }
 
 TEST(PairShift, IsThatOfTheSceneAsItWasMade) {
@@ -148,6 +150,22 @@ TEST(PairShift, ThreadsFindTheSame) {
   EXPECT_EQ(one.y, many.y);
   EXPECT_EQ(one.spreadX, many.spreadX);
   EXPECT_EQ(one.score, many.score);
+}
+
+TEST(PairShift, EndsWhenItIsWatchedByWhoHasEnough) {
+  const SeenScene scene(701, {.msWidth = 110, .msHeight = 100, .moveX = 1.0});
+  int places = 0;
+  Measured(scene, nullptr, [&] { ++places; });
+  // Twelve blurs and a box, and eight neighbours of where it starts at the least.
+  EXPECT_GE(places, 13 + 8);
+  for (const int end : {1, 10, 20}) {
+    int seen = 0;
+    const auto watch = [&] {
+      if (++seen == end) throw end;
+    };
+    EXPECT_THROW(Measured(scene, nullptr, watch), int);
+    EXPECT_EQ(seen, end);
+  }
 }
 
 }  // namespace

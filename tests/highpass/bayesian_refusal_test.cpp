@@ -15,6 +15,7 @@ namespace {
 
 using test_support::Scene;
 using test_support::SceneOptions;
+using test_support::SeenScene;
 using test_support::WriteImage;
 
 BayesianFusionParam BayesianRecord(const Scene& scene) {
@@ -219,6 +220,46 @@ TEST(BayesianEstimator, StepsThroughTheSearchAndThePassAndCanBeCancelledInEach) 
     EXPECT_EQ(cancelling.Steps(), step);
     EXPECT_EQ(cancelling.Errors(), 0);
     EXPECT_FALSE(cancelling.Finished());
+    EXPECT_TRUE(estimator.GetModel().transform.empty());
+  }
+}
+
+/// Asked whether to go on, says no at one of the questions.
+class Asked : public CBaseProgress {
+ public:
+  explicit Asked(int refused) {
+    AskForCancel([this, refused] { return m_questions++ >= refused; });
+  }
+  void Start(const std::wstring& /*title*/, int /*range*/) override {}
+  bool Step(int /*position*/, const std::wstring& /*text*/) override { return true; }
+  void Finish() override {}
+  void Error(int /*type*/, const std::wstring& /*message*/) override { ++m_errors; }
+  int Questions() const { return m_questions; }
+  int Errors() const { return m_errors; }
+
+ private:
+  mutable int m_questions = 0;
+  int m_errors = 0;
+};
+
+TEST(BayesianEstimator, IsCancelledWhileItSearches) {
+  // Found at a pan pixel and a half to the right: past twelve blurs and a box, and eight neighbours of a place or more.
+  const SeenScene scene(211, {.msWidth = 60, .msHeight = 56, .moveX = 1.5});
+  BayesianModelEstimator estimator(scene.Record());
+  estimator.SetRegistration(BayesianRegistration::kMove);
+  Asked willing(1 << 30);
+  estimator.SetProgress(&willing);
+  estimator.Process();
+  ASSERT_EQ(estimator.GetLastErrorType(), 0);
+  EXPECT_TRUE(estimator.GetEstimate().moved);
+  EXPECT_GE(willing.Questions(), 13 + 8);
+  for (int refused = 0; refused < willing.Questions(); refused += 5) {
+    Asked asked(refused);
+    estimator.SetProgress(&asked);
+    estimator.Process();
+    EXPECT_EQ(estimator.GetLastErrorType(), 1) << refused;
+    EXPECT_EQ(asked.Errors(), 0);
+    EXPECT_LE(asked.Questions(), refused + 2) << "it went on after question " << refused;
     EXPECT_TRUE(estimator.GetModel().transform.empty());
   }
 }
