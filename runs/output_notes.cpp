@@ -8,6 +8,7 @@
 
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/file_digest.h"
+#include "platform/raster/memory_raster.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
 #include "runs/fuse.h"
@@ -65,8 +66,10 @@ OutputNotes::OutputNotes(const FuseRequest& request, const CheckedRequest& check
   m_notes->Set("GUARDS", guards);
   const auto tell = [this](const std::string& role, const std::string& path, const std::string& size) {
     if (path.empty()) return;
-    m_notes->Set(role, path);
+    const bool inMemory = path.starts_with(platform::kMemoryRasterStem);
+    m_notes->Set(role, inMemory ? kInMemory : path);
     if (!size.empty()) m_notes->Set(role + "_SIZE", size);
+    if (inMemory) return;
     const std::string digest = platform::HeaderDigest(CommonFun::Utf82U(path));
     if (!digest.empty()) m_notes->Set(role + "_HEADER", digest);
   };

@@ -22,6 +22,9 @@ struct FuseRequest;
 /// The domain in which outputs tell how they were made.
 inline constexpr char kNotesDomain[] = "FUSION";
 
+/// In the place of a path: the samples of a caller's array, which no other run can name.
+inline constexpr char kInMemory[] = "an array in memory";
+
 /// What a run says of itself in its output.
 class OutputNotes {
  public:

@@ -67,6 +67,7 @@ Provenance ReadProvenance(const std::string& file) {
 std::string RepeatCommand(const Provenance& provenance, const std::string& file) {
   std::vector<std::string> words = {"fusion", "fuse"};
   for (const ProvenanceInput& input : provenance.inputs) {
+    if (input.path == kInMemory) return {};
     if (input.role != "AOI") words.push_back(input.path);
   }
   words.push_back(file);

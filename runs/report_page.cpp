@@ -177,8 +177,11 @@ std::string Commands(const ReportContents& c) {
   own.insert(own.end(), options.begin(), options.end());
   add(CommandOf(c, "check", {}, {}));
   for (const FusedSource& source : c.sources) {
-    if (source.provenance) {
-      add(RepeatCommand(*source.provenance, source.file));
+    const std::string command = source.provenance ? RepeatCommand(*source.provenance, source.file) : "";
+    if (!command.empty()) {
+      add(command);
+    } else if (source.provenance) {
+      add("# " + source.file + " was made of arrays.");
     } else {
       add("# " + source.file + " does not tell how it was made.");
     }

@@ -60,7 +60,7 @@ MemoryRaster::MemoryRaster(const MemorySamples& samples, const double* geoTransf
     throw std::invalid_argument("'" + system + "' is no coordinate system");
   }
 
-  const std::string stem = "/vsimem/fusion_memory_" + std::to_string(++count);
+  const std::string stem = kMemoryRasterStem + std::to_string(++count);
   const std::string raw = stem + ".raw";
   // It is opened for reading only.
   auto* bytes = static_cast<GByte*>(const_cast<void*>(samples.first));

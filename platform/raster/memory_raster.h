@@ -22,6 +22,9 @@ struct MemorySamples {
   bool swapped = false;         ///< bytes lie in the order of other machines
 };
 
+/// What the names of samples in memory begin with.
+inline constexpr char kMemoryRasterStem[] = "/vsimem/fusion_memory_";
+
 /// Samples in memory under a name by which rasters and runs read them where they lie: they are neither copied nor
 /// changed, and have to stay while the name is in use. The name disappears with the object.
 class FUSION_API MemoryRaster {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "platform/raster/memory_raster.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
 #include "runs/options.h"
@@ -53,6 +54,30 @@ TEST_F(ProvenanceRun, AnOutputThatReadsAsAnotherThingGetsNoName) {
                 " was not written as it should be: it was made as 40x40 with 4 bands and reads as 20x20 with "
                 "4 bands.");
   EXPECT_FALSE(m_folder.Has("out.tif"));
+}
+
+TEST_F(ProvenanceRun, SamplesInMemoryHaveNoNameThatAnotherRunCouldUse) {
+  const std::vector<unsigned char> samples(1600, 7);
+  platform::MemorySamples array;
+  array.first = samples.data();
+  array.type = PDT_UINT8;
+  array.width = array.height = 40;
+  array.bands = 1;
+  array.pixelSpace = 1;
+  array.lineSpace = 40;
+  array.bandSpace = 1600;
+  const double place[] = {0.0, 1.0, 0.0, 0.0, 0.0, -1.0};
+  const platform::MemoryRaster pan(array, place, "");
+  auto request = Request("brovey", "out.tif");
+  request.pan = pan.Path();
+  fusion::Fuse(request);
+  const fusion::Provenance told = fusion::ReadProvenance(request.out);
+  ASSERT_EQ(told.inputs.size(), 2U);
+  EXPECT_EQ(told.inputs[0].path, "an array in memory");
+  EXPECT_EQ(told.inputs[0].size, "40x40, 1 band of uint8");
+  EXPECT_EQ(told.inputs[0].header, "");
+  EXPECT_EQ(told.inputs[1].path, request.ms);
+  EXPECT_EQ(fusion::RepeatCommand(told, request.out), "");
 }
 
 TEST_F(ProvenanceRun, ArgumentsAreThoseThatDifferFromTheDefaults) {
