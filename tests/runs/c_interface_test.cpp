@@ -10,6 +10,7 @@
 #include "runs/fuse.h"
 #include "runs/report.h"
 #include "tests/support/command.h"
+#include "tests/support/test_raster.h"
 
 namespace {
 
@@ -127,6 +128,22 @@ TEST(CInterface, AnswersWhatCppAnswers) {
     EXPECT_EQ(protocol, "full");
     EXPECT_EQ(measure, name);
     EXPECT_EQ(read, value);
+  }
+
+  // Rows that were fused with a survey.
+  fuse = {};
+  fuse.pan = assess.pan;
+  fuse.ms = assess.ms;
+  fuse.out = folder.Path("whole.tif");
+  fuse.method = "brovey";
+  fusion::Fuse(fuse);
+  const reference::Image whole = test_support::ReadImage(folder.WidePath("whole.tif"));
+  const reference::Image rows = test_support::ReadImage(folder.WidePath("rows.tif"));
+  ASSERT_EQ(rows.bands.size(), whole.bands.size());
+  ASSERT_EQ(rows.height, 40);
+  for (std::size_t b = 0; b < rows.bands.size(); ++b) {
+    const auto from = whole.bands[b].begin() + static_cast<std::ptrdiff_t>(30) * whole.width;
+    EXPECT_TRUE(std::equal(rows.bands[b].begin(), rows.bands[b].end(), from)) << b;
   }
 }
 

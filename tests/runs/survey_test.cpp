@@ -183,6 +183,35 @@ TEST_F(Surveys, AreTheSameWithGapsAndAnAreaOfInterest) {
   ExpectRowsOfWhole();
 }
 
+TEST_F(Surveys, AreTheSameWhereEachBandHasAFileOfItsOwn) {
+  SceneOptions options;
+  options.panWidth = 60;
+  options.panHeight = 50;
+  Write(options);
+  std::vector<std::string> files;
+  for (const auto& band : m_scene->ms.bands) {
+    Image one = m_scene->ms;
+    one.bands = {band};
+    const std::string name = "band" + std::to_string(files.size()) + ".tif";
+    test_support::WriteImage(one, m_folder.WidePath(name), PDT_UINT16);
+    files.push_back(m_folder.Path(name));
+  }
+  m_options.ms = files[0];
+  m_options.moreMs = {files.begin() + 1, files.end()};
+  ExpectRowsOfWhole();
+  // Of the last of them, too, it is known whose survey it is.
+  m_options.method = "brovey";
+  std::string survey;
+  ASSERT_EQ(Gather(m_options, 2, survey), 1);
+  Image other = m_scene->ms;
+  other.bands = {m_scene->ms.bands[0]};
+  test_support::WriteImage(other, m_folder.WidePath("band3.tif"), PDT_UINT16);
+  m_options.survey = survey;
+  m_options.rows = {0, 5};
+  m_options.out = m_folder.Path("rows.tif");
+  EXPECT_THROW(fusion::Fuse(m_options), fusion::RunFailure);
+}
+
 TEST_F(Surveys, AreCompleteWhereBlocksLieOutsideAnAreaOfInterest) {
   SceneOptions options;
   options.panWidth = 24;
