@@ -16,6 +16,7 @@
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "tests/attacks/corpus.h"
+#include "tests/attacks/rational.h"
 #include "tests/support/scene.h"
 
 namespace {
@@ -139,6 +140,7 @@ TEST_F(BadInputs, FilesWithChangedBytes) { Attack(attacks::ChangedBytes(m_folder
 TEST_F(BadInputs, Sizes) { Attack(attacks::Sizes(m_folder)); }
 TEST_F(BadInputs, Georeferences) { Attack(attacks::GeoTransforms(m_folder)); }
 TEST_F(BadInputs, CoordinateSystems) { Attack(attacks::CoordinateSystems(m_folder)); }
+TEST_F(BadInputs, RationalPolynomials) { Attack(attacks::RationalPolynomials(m_folder)); }
 TEST_F(BadInputs, Samples) { Attack(attacks::SampleTypes(m_folder)); }
 TEST_F(BadInputs, Masks) { Attack(attacks::Masks(m_folder)); }
 TEST_F(BadInputs, Mosaics) { Attack(attacks::Mosaics(m_folder)); }
