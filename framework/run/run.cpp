@@ -247,11 +247,10 @@ BlockGrid Run::Lower(BlockGrid grid, int fileBlock) const {
 BlockGrid Run::MakeSceneGrid() {
   if (m_scene.Area() == 0) return MakeBlockGrid();
   constexpr int kRows = 512;
-  // The pieces of a survey are the same whatever is written.
-  const int fileBlock = m_fusion.m_param.m_pSurvey ? 1 : m_dst.GetBlockYSize();
+  // Of what is looked at the pieces are the same whatever is written, and however the file holds it.
   return Lower({m_scene.Width(), m_scene.Height(), m_scene.Width(), std::min(kRows, m_scene.Height()),
                 m_scene.left - m_fusion.m_param.m_rcProcess.left, m_scene.top - m_fusion.m_param.m_rcProcess.top},
-               fileBlock);
+               1);
 }
 
 void Run::Abandon() {

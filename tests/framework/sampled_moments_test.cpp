@@ -117,6 +117,19 @@ TEST(SampledMoments, AreThoseOfRowsFromEverywhere) {
   }
 }
 
+TEST(SampledMoments, AreTheSameHoweverTheOutputIsHeld) {
+  const TallScene scene(100);
+  FusionParam param = scene.Param();
+  param.m_rcScene = CRect(0, 0, kWidth, kHeight);
+  param.m_nMostBlockPixels = 100 * kWidth;
+  const auto targets = Targets(kWidth * kHeight / 3);
+  param.m_vecCreationOptions = {"BLOCKYSIZE=1"};
+  const Bands rows = Fuse(param, &targets);
+  // As many as would leave blocks of 64 of the 100 rows, if they were what is looked at.
+  param.m_vecCreationOptions = {"BLOCKYSIZE=64"};
+  EXPECT_EQ(Fuse(param, &targets), rows);
+}
+
 TEST(SampledMoments, AreThoseOfAllRowsWhereThoseLookedAtHoldTooLittle) {
   TallScene scene(1);
   // Of the rows that are looked at two hold data.
