@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "framework/measured.h"
+#include "framework/messages.h"
 #include "framework/row_kernel.h"
 #include "framework/run/block_buffers.h"
 #include "platform/statistics/survey.h"
@@ -156,7 +158,11 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
   if (m_pPanSrc && m_pPanSrc->IsOpen()) {
     CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);
     if (!pan) return GIS_FAILED;
-    pan->ComputeStatics(&m_dPanMin, &m_dPanMax, &figures.panMean, &figures.panStdDev, true, nullptr);
+    if (fusion::IsUnread(
+            pan->ComputeStatics(&m_dPanMin, &m_dPanMax, &figures.panMean, &figures.panStdDev, true, nullptr), *pan)) {
+      SetError(ERR_READ, fusion::messages::kReadFailed);
+      return GIS_FAILED;
+    }
   } else {
     result = GIS_FAILED;
   }
@@ -166,7 +172,7 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
   for (std::size_t i = 0; i < figures.means.size(); ++i) {
     CRasterBand* band = ExistingBand(*m_pMSSrc, m_param.m_vecMSBands[i]);
     if (!band) return GIS_FAILED;
-    band->ComputeStatics(&m_pMulMin[i], &m_pMulMax[i], &figures.means[i], &figures.stdDevs[i], true, m_pProgress);
+    if (!MeasureBand(*band, m_pMulMin[i], m_pMulMax[i], figures.means[i], figures.stdDevs[i])) return GIS_FAILED;
   }
   return result;
 }

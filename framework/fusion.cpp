@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "framework/band_choice.h"
+#include "framework/measured.h"
 #include "framework/messages.h"
 #include "framework/resampling/resample_point.h"
 #include "framework/run/run.h"
@@ -51,9 +52,13 @@ CRasterBand* CFusion::ExistingBand(CRasterSource& source, int index) {
 }
 
 bool CFusion::MeasureBand(CRasterBand& band, double& minimum, double& maximum, double& mean, double& stdDev) {
-  band.ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, m_pProgress);
-  if (!m_pProgress || !m_pProgress->IsCancelRequested()) return true;
-  m_nLastErrorType = ERR_CANCELLED;
+  const bool measured = band.ComputeStatics(&minimum, &maximum, &mean, &stdDev, true, m_pProgress);
+  if (m_pProgress && m_pProgress->IsCancelRequested()) {
+    m_nLastErrorType = ERR_CANCELLED;
+    return false;
+  }
+  if (!fusion::IsUnread(measured, band)) return true;
+  SetError(ERR_READ, fusion::messages::kReadFailed);
   return false;
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "framework/messages.h"
 #include "framework/row_kernel.h"
 #include "framework/row_math.h"
 #include "framework/run/block_buffers.h"
@@ -106,6 +107,10 @@ GISError CPrinComponentFusion::Preproccess() {
   CRasterAlgorithm::ComputeStaticsFromAOI(m_pMSSrc, nullptr, count, m_pSecondStatics, m_pFirstStatics, variances,
                                           m_pTransform, false, nullptr);
   if (AwaitsSurvey()) return GIS_SUCCESS;
+  if (count < 0) {
+    SetError(ERR_READ, fusion::messages::kReadFailed);
+    return GIS_FAILED;
+  }
   std::copy_n(static_cast<double*>(m_pTransform), size * size, static_cast<double*>(m_pInverseTransform));
   m_means.assign(&m_pSecondStatics[0], &m_pSecondStatics[0] + size);
   m_components.assign(&m_pTransform[0], &m_pTransform[0] + size * size);

@@ -9,6 +9,7 @@
 
 #include "platform/algorithm/base_progress.h"
 #include "platform/raster/pixel_type.h"
+#include "platform/raster/raster_fault.h"
 #include "platform/raster/read_window.h"
 #include "platform/statistics/running_covariance.h"
 #include "platform/statistics/survey.h"
@@ -131,6 +132,8 @@ bool CRasterAlgorithm::ComputeStaticsFromAOI(CRasterSource* source, CRasterAOI* 
                                              bool /*approximate*/, CDataProgress* progress) {
   count = 0;
   if (!source || !source->IsOpen()) return false;
+  count = -1;
+  if (platform::RasterFails(platform::RasterOperation::kStatistics, source->GetPath())) return false;
   const auto n = static_cast<Eigen::Index>(source->GetBandCount());
   ValidPixels pixels(*source, aoi, progress);
   platform::RunningCovariance figures(source->GetBandCount());
@@ -141,6 +144,7 @@ bool CRasterAlgorithm::ComputeStaticsFromAOI(CRasterSource* source, CRasterAOI* 
     if (!part) return false;
     pass.Take(window, *part, fold);
   }
+  count = 0;
   if (!pass.End<platform::RunningCovariance>(fold) || figures.Count() == 0) return false;
   count = figures.Count();
   Eigen::VectorXd mean(n);

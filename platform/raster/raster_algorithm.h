@@ -18,7 +18,7 @@ class FUSION_API CRasterAlgorithm {
   /// nothing is known: false.
   /// @param source an open raster of n bands
   /// @param aoi null for no area
-  /// @param count number of pixels used
+  /// @param count number of pixels used; -1 where there was no reading or looking through all of them
   /// @param means, stdDevs, eigenvalues n values each (population figures, eigenvalues falling)
   /// @param components n x n, row-major, one component a row. Row signs are fixed so that a row's sum is not negative
   ///   (a row of sum 0: its first non-zero entry positive); the first row is divided by its sum where that exceeds

@@ -282,6 +282,7 @@ bool CRasterBand::ForEachWindow(const platform::WindowGrid& windows, const std::
 template <typename Part, typename Reduce, typename Fold, typename GoesOn>
 bool CRasterBand::FoldWindows(const char* name, bool& pending, const Reduce& reduce, const Fold& fold,
                               const GoesOn& goesOn) {
+  if (platform::RasterFails(platform::RasterOperation::kStatistics, m_pSource->GetPath(), m_nIndex)) return false;
   const platform::WindowGrid windows = platform::ReadWindows(*this, platform::kStatisticsWindow);
   const platform::SurveyPass pass =
       m_pSource->Pass("band " + std::to_string(m_nIndex + 1) + ' ' + name, windows.Count());
@@ -322,6 +323,7 @@ bool CRasterBand::ComputeStatics(double* minimum, double* maximum, double* mean,
 }
 
 bool CRasterBand::HasValidPixel() {
+  if (platform::RasterFails(platform::RasterOperation::kStatistics, m_pSource->GetPath(), m_nIndex)) return false;
   platform::RowRange range(platform::NoDataSample(*this));
   // Most images have one in the first rows.
   const platform::WindowGrid windows = platform::ReadWindows(*this, std::int64_t{1} << 16);

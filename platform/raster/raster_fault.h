@@ -7,8 +7,9 @@
 
 namespace platform {
 
-/// kWrite is a block of samples, kStore bytes that a driver hands to a file, kRename a finished file's new name.
-enum class RasterOperation { kOpen, kCreate, kRead, kWrite, kClose, kStore, kRename };
+/// kWrite is a block of samples, kStore bytes that a driver hands to a file, kRename a finished file's new name,
+/// kStatistics one or several bands' figures.
+enum class RasterOperation { kOpen, kCreate, kRead, kWrite, kClose, kStore, kRename, kStatistics };
 
 /// Asked before every raster operation once set; answering true makes the operation fail as a broken disk would.
 /// Programs that check their own handling of failures use it (the tests do). An empty function takes it away. Must not

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <new>
 
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/pending_output.h"
@@ -26,6 +28,10 @@
 #include "tests/support/run_scene.h"
 #include "tests/support/test_raster.h"
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace {
 
 /// Threads until none can be started any more.
@@ -34,9 +40,9 @@ std::atomic<long> g_threads{-1};
 using fusion::RunFailure;
 using platform::RasterOperation;
 
-constexpr RasterOperation kOperations[] = {RasterOperation::kOpen,  RasterOperation::kCreate, RasterOperation::kRead,
-                                           RasterOperation::kWrite, RasterOperation::kClose,  RasterOperation::kStore,
-                                           RasterOperation::kRename};
+constexpr RasterOperation kOperations[] = {
+    RasterOperation::kOpen,  RasterOperation::kCreate, RasterOperation::kRead,   RasterOperation::kWrite,
+    RasterOperation::kClose, RasterOperation::kStore,  RasterOperation::kRename, RasterOperation::kStatistics};
 
 /// Wants out at one of the questions.
 class ChangedMind : public fusion::RunObserver {
@@ -57,7 +63,13 @@ class Faults : public test_support::RunScene {
     platform::SetThreadFault(nullptr);
     RunScene::TearDown();
     std::cout << m_what << ": " << m_runs << " runs, " << m_failed << " failed, " << m_runs - m_failed
-              << " went on without\n";
+              << " went on without";
+#ifdef __SANITIZE_ADDRESS__
+    const bool leaks = __lsan_do_recoverable_leak_check() != 0;
+    EXPECT_FALSE(leaks) << m_what;
+    std::cout << ", " << m_runs << " looked through for leaks" << (leaks ? ", which there are" : ": none");
+#endif
+    std::cout << '\n';
   }
 
   /// The runs of a method: matched, raw, masked, another coordinate system.
@@ -88,6 +100,8 @@ class Faults : public test_support::RunScene {
   bool Hit(const std::string& what, const std::string& good, const Run& run) {
     ++m_runs;
     const auto names = m_folder.Names();
+    if (m_pictureOf != good) m_picture = Read("out.tif").bands;
+    m_pictureOf = good;
     bool failed = false;
     try {
       run();
@@ -102,6 +116,8 @@ class Faults : public test_support::RunScene {
     if (failed) {
       EXPECT_TRUE(test_support::FileBytes(m_folder.Path("out.tif")) == good) << what;
     } else {
+      // What it could do without makes no other picture.
+      EXPECT_TRUE(Read("out.tif").bands == m_picture) << what;
       std::ofstream(CommonFun::ToPath(m_folder.WidePath("out.tif")), std::ios::binary) << good;
     }
     return failed;
@@ -126,7 +142,47 @@ class Faults : public test_support::RunScene {
     }
   }
 
+  /// Has the library's allocations fail, every step-th from the first on, in a run each.
+  void FailAllocations(const std::string& method, const std::string& threads, long first, long step) {
+    fusion::FuseRequest request = Requests(method)[0];
+    request.threads = threads;
+    constexpr long kMany = 1L << 40;
+    attacks::allocationsLeft = kMany;
+    fusion::Fuse(request);
+    const long count = kMany - attacks::allocationsLeft;
+    attacks::allocationsLeft = -1;
+    const std::string good = test_support::FileBytes(request.out);
+    for (long at = first; at < count; at += step) {
+      Hit(method + " on " + threads + ", allocation " + std::to_string(at), good, [&] {
+        attacks::allocationsLeft = at;
+        fusion::Fuse(request);
+      });
+    }
+  }
+
+  /// Lets one statistics call after another throw what a lack of memory throws, until none is left.
+  template <typename Run>
+  void ThrowStatistics(const std::string& what, const std::string& good, const Run& run) {
+    bool hit = true;
+    int at = 0;
+    for (; hit && at < 400; ++at) {
+      std::atomic<int> count = 0;
+      hit = false;
+      platform::SetRasterFault([&](RasterOperation asked, const std::wstring&, int, const CRect&) {
+        if (asked != RasterOperation::kStatistics || count++ != at) return false;
+        hit = true;
+        throw std::bad_alloc();
+      });
+      const bool failed = Hit(what + " statistics thrown " + std::to_string(at), good, run);
+      EXPECT_EQ(failed, hit) << what << ' ' << at;
+    }
+    m_statistics += at - 1;
+  }
+
   std::string m_what;
+  std::string m_pictureOf;
+  std::vector<std::vector<double>> m_picture;  ///< of those bytes
+  int m_statistics = 0;
   int m_runs = 0;
   int m_failed = 0;
 };
@@ -145,6 +201,7 @@ TEST_P(FaultsOfAMethod, OfOperationsAndThreadsLeaveTheOlderOutput) {
     const std::string good = test_support::FileBytes(request.out);
     const auto run = [&] { fusion::Fuse(request); };
     FailOperations(what, good, run);
+    ThrowStatistics(what, good, run);
     // Without a thread everything is done by the one there is.
     for (const long at : {0L, 1L, 2L, 3L}) {
       g_threads = at;
@@ -154,6 +211,8 @@ TEST_P(FaultsOfAMethod, OfOperationsAndThreadsLeaveTheOlderOutput) {
     }
   }
   EXPECT_GT(m_failed, 100);
+  // Five bands are looked at for a valid pixel at the least, in each of the four kinds.
+  EXPECT_GE(m_statistics, 4 * 5);
 }
 
 TEST_P(FaultsOfAMethod, EveryQuestionCanBeAnsweredWithNo) {
@@ -322,21 +381,27 @@ TEST_F(Faults, OfASampleAreToldAndLeaveTheOlderScene) {
 TEST_F(Faults, OfAllocationsLeaveTheOlderOutput) {
   if (!attacks::memoryFails) GTEST_SKIP() << "allocations cannot be made to fail here";
   m_what = "allocations";
-  fusion::FuseRequest request = Requests("brovey")[0];
-  request.threads = "1";
-  constexpr long kMany = 1L << 40;
-  attacks::allocationsLeft = kMany;
-  fusion::Fuse(request);
-  const long count = kMany - attacks::allocationsLeft;
-  attacks::allocationsLeft = -1;
-  const std::string good = test_support::FileBytes(request.out);
-  for (long at = 0; at < count; ++at) {
-    Hit("allocation " + std::to_string(at), good, [&] {
-      attacks::allocationsLeft = at;
-      fusion::Fuse(request);
-    });
-  }
-  EXPECT_GT(m_failed, 10);
+  FailAllocations("brovey", "1", 0, 1);
+  EXPECT_GT(m_failed, 1000);
 }
+
+class AllocationsOfAMethod : public Faults, public testing::WithParamInterface<const char*> {};
+
+/// A sample of them, on one thread and on three; all of them with FUSION_EVERY_ALLOCATION in the environment.
+TEST_P(AllocationsOfAMethod, ThatFailLeaveTheOlderOutput) {
+  if (!attacks::memoryFails) GTEST_SKIP() << "allocations cannot be made to fail here";
+  m_what = GetParam() + std::string(" without memory");
+  const bool every = std::getenv("FUSION_EVERY_ALLOCATION") != nullptr;
+  constexpr long kStep = 37;
+  for (const char* threads : {"1", "3"}) {
+    FailAllocations(GetParam(), threads, every ? 0 : *threads, every ? 1 : kStep);
+  }
+  EXPECT_GT(m_failed, 20);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, AllocationsOfAMethod,
+                         testing::Values("bayesian", "brovey", "multiplicative", "weighted", "ihs", "pca", "hpf",
+                                         "sharpen"),
+                         NameOf);
 
 }  // namespace
