@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <new>
 #include <stdexcept>
 
 #include "platform/raster/pixel_type.h"
@@ -35,8 +36,16 @@ BayesianSource::BayesianSource(const Origin& origin, PixelDataType lowPassType, 
 }
 
 BayesianSource::~BayesianSource() {
-  m_lowPass.Abandon();
-  CRasterSource::DeleteFileW(m_lowPassFile);
+  // Where memory is short, some more of it may be there a moment later.
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    try {
+      m_lowPass.Abandon();
+      CRasterSource::DeleteFileW(m_lowPassFile);
+      return;
+    } catch (const std::bad_alloc&) {
+      // It stays in memory, or in the folder of the run, which goes.
+    }
+  }
 }
 
 bool BayesianSource::Write(const CRect& rect, const double* values) {
