@@ -10,7 +10,7 @@
 #include "runs/fuse.h"
 #include "runs/report.h"
 #include "tests/support/command.h"
-#include "tests/support/test_raster.h"
+#include "tests/support/scene.h"
 
 namespace {
 
