@@ -1,8 +1,8 @@
 #include "framework/row_kernel.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
+#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <utility>
@@ -177,23 +177,26 @@ void ForRows(int rows, bool parallel, const Work& work) {
   if (parallel) {
     std::exception_ptr failure;
     std::mutex mutex;
-    std::atomic<int> finished = 0;
+    std::condition_variable ended;
+    int finished = 0;
 #pragma omp parallel
     {
       const int threads = omp_get_num_threads();
       const auto thread = static_cast<std::int64_t>(omp_get_thread_num());
       const auto begin = static_cast<int>(rows * thread / threads);
       const auto end = static_cast<int>(rows * (thread + 1) / threads);
+      std::exception_ptr own;
       try {
         if (begin < end) work(begin, end);
       } catch (...) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        failure = std::current_exception();
+        own = std::current_exception();
       }
       // Left to OpenMP, whoever is finished first would wait spinning, on a core that reading and writing could use.
-      int done = ++finished;
-      if (done == threads) finished.notify_all();
-      for (; done != threads; done = finished) finished.wait(done);
+      // Not by an atomic's wait: where the system has none, that of the standard library may miss being notified.
+      std::unique_lock<std::mutex> lock(mutex);
+      if (own) failure = own;
+      if (++finished == threads) ended.notify_all();
+      ended.wait(lock, [&] { return finished == threads; });
     }
     if (failure) std::rethrow_exception(failure);
     return;

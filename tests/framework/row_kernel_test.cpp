@@ -2,6 +2,7 @@
 #include "framework/row_kernel.h"
 
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <algorithm>
 
@@ -61,6 +62,42 @@ class Resampled : public CFusion {
   int outside = 0;
   int wrong = 0;
 };
+
+/// Shares each block out among OpenMP's threads again and again.
+class Repeated : public CFusion {
+ public:
+  using CFusion::CFusion;
+  void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
+                          PixelDataType outType, int outBandCount, CRect* dstBlock, CRasterAOI* aoi) override {
+    fusion::RowPolicy policy;
+    policy.parallelRows = true;
+    void** result = nullptr;
+    for (int i = 0; i < 4000; ++i) {
+      fusion::FreeBlock(outType, outBandCount, result);
+      result = FuseRows({pan, panRect, nullptr, ms, msBandCount, msRect, outType, outBandCount, dstBlock, aoi}, policy,
+                        [](const fusion::FusionRow& row) {
+                          for (int b = 0; b < row.outBandCount; ++b) std::copy_n(row.ms[b], row.width, row.out[b]);
+                        });
+    }
+    return result;
+  }
+};
+
+TEST(RowKernelThreads, OfOpenMpEndTogetherHoweverOften) {
+  SceneOptions options;
+  options.panWidth = options.panHeight = 16;
+  const Scene scene(44, options);
+  const FusionParam given = scene.Param();
+  for (const int threads : {2, 4}) {
+    FusionParam param = given;
+    Repeated fusion(&param);
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    fusion.Process();
+    omp_set_num_threads(before);
+    EXPECT_TRUE(fusion.Succeeded());
+  }
+}
 
 class RowKernel : public testing::TestWithParam<ResampleType> {
  protected:
