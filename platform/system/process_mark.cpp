@@ -37,8 +37,13 @@ unsigned long OwnNumber() { return GetCurrentProcessId(); }
 
 /// When a process was started; empty where there is none, "?" where that is not known.
 std::string StartOf(unsigned long number) {
-  const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, number);
+  const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, number);
   if (!process) return GetLastError() == ERROR_INVALID_PARAMETER ? "" : "?";
+  // One that has ended can be opened as long as anybody has it open.
+  if (WaitForSingleObject(process, 0) == WAIT_OBJECT_0) {
+    CloseHandle(process);
+    return "";
+  }
   FILETIME created{};
   FILETIME exited{};
   FILETIME kernel{};
