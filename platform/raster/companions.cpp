@@ -70,7 +70,8 @@ std::wstring FileInside(std::wstring name) {
 bool LiesIn(const std::wstring& file, const std::wstring& folder) {
   std::error_code error;
   const auto place = std::filesystem::weakly_canonical(CommonFun::ToPath(file), error).parent_path();
-  return std::filesystem::equivalent(place, CommonFun::ToPath(folder.empty() ? L"." : folder), error);
+  // A name that ends in a slash is equivalent to no other on some systems.
+  return std::filesystem::equivalent(place, CommonFun::ToPath(folder + L'.'), error);
 }
 
 bool IsHeader(const std::wstring& file) { return Lower(CommonFun::GetExtensionName(file)) == L"hdr"; }

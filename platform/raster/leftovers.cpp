@@ -127,8 +127,7 @@ void SweepLeftovers(const std::wstring& folder) {
     if (!IsLeftover(path, name)) continue;
     if (!lock) lock = std::make_unique<FolderLock>(CommonFun::ToPath(folder.empty() ? L"." : folder));
     if (CommonFun::IsFolder(path)) TakeBack(path + L'/', folder);
-    std::error_code ignored;
-    fs::remove_all(CommonFun::ToPath(path), ignored);
+    RemoveTree(CommonFun::ToPath(path));
   }
 }
 

@@ -63,8 +63,7 @@ void RemoveFolder(const std::wstring& folder) {
     VSIRmdirRecursive(CommonFun::U2Utf8(folder).c_str());
     return;
   }
-  std::error_code ignored;
-  fs::remove_all(CommonFun::ToPath(folder), ignored);
+  RemoveTree(CommonFun::ToPath(folder));
 }
 
 }  // namespace

@@ -25,6 +25,27 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
   return {static_cast<int>(error), std::system_category()};
 }
 
+// The standard library there lists no folder whose path is long.
+void RemoveTree(const std::filesystem::path& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return;
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+    ::DeleteFileW(path.c_str());
+    return;
+  }
+  WIN32_FIND_DATAW entry{};
+  const bool isLink = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  const HANDLE search = isLink ? INVALID_HANDLE_VALUE : FindFirstFileW((path / L"*").c_str(), &entry);
+  if (search != INVALID_HANDLE_VALUE) {
+    do {
+      const std::wstring name = entry.cFileName;
+      if (name != L"." && name != L"..") RemoveTree(path / name);
+    } while (FindNextFileW(search, &entry));
+    FindClose(search);
+  }
+  RemoveDirectoryW(path.c_str());
+}
+
 bool IsOwnFile(const std::filesystem::path& /*path*/) { return true; }
 bool IsTrustedLink(const std::filesystem::path& /*link*/) { return true; }
 
@@ -68,6 +89,11 @@ std::error_code RenameFresh(const std::filesystem::path& from, const std::filesy
   }
   std::filesystem::rename(from, to, error);
   return error;
+}
+
+void RemoveTree(const std::filesystem::path& path) {
+  std::error_code ignored;
+  std::filesystem::remove_all(path, ignored);
 }
 
 bool IsOwnFile(const std::filesystem::path& path) {

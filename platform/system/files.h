@@ -9,6 +9,9 @@ namespace platform {
 /// Gives a file another name in its file system, unless that name is taken: then the error is file_exists.
 std::error_code RenameFresh(const std::filesystem::path& from, const std::filesystem::path& to);
 
+/// Removes a file, or a folder with all that lies in it, as far as that can be done; of links themselves alone.
+void RemoveTree(const std::filesystem::path& path);
+
 /// Whether a file, or the link of that name, belongs to the user whose program this is.
 bool IsOwnFile(const std::filesystem::path& path);
 

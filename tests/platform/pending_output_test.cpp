@@ -289,6 +289,29 @@ TEST_F(PendingOutputs, OnlyFilesAreOutputs) {
 #endif
 }
 
+TEST_F(PendingOutputs, LeaveNothingTemporaryWherePathsAreLong) {
+  std::string deep = "deep";
+  for (int i = 0; i < 4; ++i) deep += '/' + std::string(80, 'd');
+  fs::create_directories(Native(deep));
+  ASSERT_GT(Wide(deep).size(), 260U);
+  const auto names = [&] {
+    const CPLStringList list(VSIReadDir(m_folder.Path(deep).c_str()));
+    std::vector<std::string> found;
+    for (int i = 0; i < list.size(); ++i) {
+      if (list[i][0] != '.') found.emplace_back(list[i]);
+    }
+    return found;
+  };
+  {
+    PendingOutput output(Wide(deep + "/out.tif"));
+    ASSERT_TRUE(output.Begin());
+    Make(output.WorkPath(), 5);
+    EXPECT_EQ(output.Publish().kind, OutputObstacle::kNone);
+  }
+  EXPECT_THAT(names(), ElementsAre("out.tif"));
+  EXPECT_EQ(ValueOf(deep + "/out.tif"), 5);
+}
+
 TEST_F(PendingOutputs, SeveralArePublishedTogetherOrNotAtAll) {
   Make("a.tif", 1);
   Make("b.tif", 1);
