@@ -219,6 +219,14 @@ TEST_F(CommandLine, NamesThatAreNoUnicodeTextAreRefused) {
   EXPECT_EQ(Shell("sample " + out, "").status, 2);
   EXPECT_EQ(m_folder.Names(), before);
 }
+#else
+TEST_F(CommandLine, ALogThatTakesNothingIsToldAndChangesNothingElse) {
+  GTEST_SKIP() << "no device is always full here";
+}
+TEST_F(CommandLine, StandardOutputThatTakesNothingIsAFailure) { GTEST_SKIP() << "no device is always full here"; }
+TEST_F(CommandLine, NamesThatAreNoUnicodeTextAreRefused) {
+  GTEST_SKIP() << "the system hands arguments over as wide text";
+}
 #endif
 
 TEST_F(CommandLine, TheLogTellsWhatWasDone) {

@@ -206,6 +206,10 @@ TEST_F(Conventions, FilesMayLieInArchivesAndComeFromStandardInput) {
   ASSERT_EQ(script(line), 0);
   EXPECT_EQ(Image("stdin.tif").bands, Image("whole.tif").bands);
 }
+#else
+TEST_F(Conventions, FilesMayLieInArchivesAndComeFromStandardInput) {
+  GTEST_SKIP() << "no shell that makes archives here";
+}
 #endif
 
 TEST_F(Conventions, ADryRunTellsWhatARunWouldDoAndWritesNothing) {

@@ -152,6 +152,9 @@ TEST_F(DiskFull, ARunOntoASmallDiskEndsAndLeavesNothing) {
     EXPECT_TRUE(std::filesystem::is_empty(CommonFun::ToPath(m_folder.WidePath("disk"))));
   }
 }
+#else
+TEST_F(DiskFull, ALimitOnTheSizeOfFilesIsAFailedWrite) { GTEST_SKIP() << "no limit on the size of files here"; }
+TEST_F(DiskFull, ARunOntoASmallDiskEndsAndLeavesNothing) { GTEST_SKIP() << "no file system can be mounted here"; }
 #endif
 
 }  // namespace

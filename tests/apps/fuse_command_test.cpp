@@ -349,6 +349,8 @@ TEST_F(FuseCommand, CtrlCIsStatus130AndLeavesNothing) {
   EXPECT_TRUE(FileBytes(Path("out.tif")) == before);
   EXPECT_THAT(NewNames(), ElementsAre("err", "large", "out.tif"));
 }
+#else
+TEST_F(FuseCommand, CtrlCIsStatus130AndLeavesNothing) { GTEST_SKIP() << "programs send each other no signals here"; }
 #endif
 
 }  // namespace

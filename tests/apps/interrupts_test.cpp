@@ -1,4 +1,5 @@
 // Requests to end the program, and standard streams that are not there.
+#include <gdal.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,8 +12,6 @@
 #include "platform/raster/raster_fault.h"
 #include "platform/utility/common_fun.h"
 #include "tests/apps/output_fixture.h"
-
-#ifndef _WIN32
 
 namespace {
 
@@ -55,7 +54,11 @@ class Interrupts : public OutputCommand {
     return status;
   }
 
+#ifdef _WIN32
+  static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGBREAK};
+#else
   static constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+#endif
 
  private:
   std::array<void (*)(int), kSignals.size()> m_before{};
@@ -71,16 +74,10 @@ TEST_F(Interrupts, EveryRequestEndsARunInOrderAndGivesTheStatus) {
   }
 }
 
-TEST_F(Interrupts, ARunThatIsToOutliveItsTerminalDoes) {
-  const auto before = std::signal(SIGHUP, SIG_IGN);
-  EXPECT_EQ(RunInto(SIGHUP, 1), app::kSuccess);
-  std::signal(SIGHUP, before);
-  EXPECT_THAT(NewNames(), ElementsAre("out.tif"));
-}
-
 TEST_F(Interrupts, TheFinalCopyIsShownAndCanBeCancelled) {
   const std::pair<std::string, std::string> outputs[] = {{"out.png", ""}, {"out.jp2", ""}, {"out.tif", "COG"}};
   for (const auto& [out, format] : outputs) {
+    if (out == "out.jp2" && !GDALGetDriverByName("JP2OpenJPEG")) continue;
     app::FuseOptions options;
     options.pan = Path("pan.tif");
     options.ms = Path("ms.tif");
@@ -129,6 +126,14 @@ TEST_F(Interrupts, ARequestAfterTheLastStepStillCancels) {
   EXPECT_THAT(NewNames(), IsEmpty());
 }
 
+#ifndef _WIN32
+TEST_F(Interrupts, ARunThatIsToOutliveItsTerminalDoes) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  EXPECT_EQ(RunInto(SIGHUP, 1), app::kSuccess);
+  std::signal(SIGHUP, before);
+  EXPECT_THAT(NewNames(), ElementsAre("out.tif"));
+}
+
 TEST_F(Interrupts, AReaderThatGoesAwayDoesNotEndARun) {
   std::vector<std::string> arguments = FuseArguments("out.tif", {});
   std::erase(arguments, "--quiet");
@@ -147,7 +152,14 @@ TEST_F(Interrupts, WithoutStandardErrorNothingIsWrittenIntoTheFiles) {
     }
   }
 }
+#else
+TEST_F(Interrupts, ARunThatIsToOutliveItsTerminalDoes) {
+  GTEST_SKIP() << "no request of a terminal can be ignored here";
+}
+TEST_F(Interrupts, AReaderThatGoesAwayDoesNotEndARun) { GTEST_SKIP() << "no shell with such pipes here"; }
+TEST_F(Interrupts, WithoutStandardErrorNothingIsWrittenIntoTheFiles) {
+  GTEST_SKIP() << "no shell that closes streams here";
+}
+#endif
 
 }  // namespace
-
-#endif

@@ -104,6 +104,8 @@ TEST_F(OpenFailures, AFileThatMayNotBeRead) {
                 StartsWith(Start("secret.tif") + "cannot be opened: Permission denied. ("));
   }
 }
+#else
+TEST_F(OpenFailures, AFileThatMayNotBeRead) { GTEST_SKIP() << "rights are not set by modes here"; }
 #endif
 
 }  // namespace

@@ -113,6 +113,13 @@ TEST_F(ProvenanceTest, TheCommandThatItRepeatsMakesTheSameFile) {
     ASSERT_EQ(test_support::RunShell("rm " + Quoted(Path("out.tif"))), 0);
   }
 }
+#else
+TEST_F(ProvenanceTest, HeadersAreToldByADigestThatOthersCompute) {
+  GTEST_SKIP() << "no shell with a program for digests here";
+}
+TEST_F(ProvenanceTest, TheCommandThatItRepeatsMakesTheSameFile) {
+  GTEST_SKIP() << "the command is quoted for another shell than the one here";
+}
 #endif
 
 TEST_F(ProvenanceTest, TellsTheModel) {
@@ -221,6 +228,8 @@ TEST_F(ProvenanceTest, ThatTimeIsTheClocksWhereNobodySetsAnother) {
   const auto time = Info("out.tif")["time"].get<std::string>();
   EXPECT_GT(time, "2024") << time;
   EXPECT_EQ(time.size(), 20U);
+#else
+  GTEST_SKIP() << "no shell that takes a variable away here";
 #endif
 }
 

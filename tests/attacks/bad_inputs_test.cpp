@@ -259,15 +259,26 @@ TEST_F(BadInputs, TheInputAsOutputIsRefusedThroughAnyLink) {
   }
 }
 
+#else
+TEST_F(BadInputs, WhatIsNoFileIsRefusedAndNotWaitedFor) {
+  GTEST_SKIP() << "no pipes and device nodes among files here";
+}
+TEST_F(BadInputs, TheInputAsOutputIsRefusedThroughAnyLink) { GTEST_SKIP() << "links cannot be made here"; }
+#endif
+
 TEST_F(BadInputs, NamesOfAnyLettersAreTaken) {
   const std::string longest = std::string(251, 'n') + ".tif";
+  std::vector<std::string> names = {"with space.tif",  "quo'te.tif",  "影像 融合.tif", "-dash.tif",
+                                    "percent%s%n.tif", "~tilde~.tif", "𠀀𝄞.tif",       longest};
+#ifndef _WIN32
+  // Letters that the file system there has no names with.
+  names.insert(names.end(), {"quo'te\".tif", "new\nline.tif", "star*?.tif"});
+#endif
   int runs = 0;
-  for (const std::string& name :
-       {std::string("with space.tif"), std::string("quo'te\".tif"), std::string("影像 融合.tif"),
-        std::string("-dash.tif"), std::string("new\nline.tif"), std::string("star*?.tif"),
-        std::string("percent%s%n.tif"), std::string("~tilde~.tif"), longest}) {
-    fs::copy_file(Native("pan.tif"), Native("i" + name.substr(1)));
-    auto request = Request("i" + name.substr(1), "ms.tif", "brovey");
+  for (const std::string& name : names) {
+    const std::string input = name == longest ? name.substr(1) : 'i' + name;
+    fs::copy_file(Native("pan.tif"), Native(input));
+    auto request = Request(input, "ms.tif", "brovey");
     request.out = m_folder.Path(name);
     EXPECT_NO_THROW(fusion::Fuse(request)) << name;
     EXPECT_TRUE(fs::exists(Native(name))) << name;
@@ -275,7 +286,6 @@ TEST_F(BadInputs, NamesOfAnyLettersAreTaken) {
   }
   std::cout << "names: " << runs << " runs\n";
 }
-#endif
 
 /// The input is gone, shorter, or another file from one read on.
 TEST_F(BadInputs, FilesThatChangeDuringARunEndItInOrder) {

@@ -21,6 +21,7 @@
 #ifndef _WIN32
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 namespace {
 
@@ -44,6 +45,7 @@ class Leftovers : public test_support::RunScene {
     std::erase_if(names, [](const auto& name) { return name == "pan.tif" || name == "ms.tif"; });
     return names;
   }
+#ifndef _WIN32
   /// Does something in a process of its own and answers how that ended, as waitpid tells.
   template <typename Work>
   static int Apart(const Work& work) {
@@ -56,6 +58,7 @@ class Leftovers : public test_support::RunScene {
     waitpid(child, &status, 0);
     return status;
   }
+#endif
 };
 
 /// A mark with one of its four parts changed.
@@ -73,6 +76,7 @@ TEST_F(Leftovers, AMarkTellsWhoseItIs) {
   EXPECT_EQ(LookAtProcess(Changed(1)), MarkedProcess::kOfOldRun);
   EXPECT_EQ(LookAtProcess(Changed(3)), MarkedProcess::kEnded) << "its number was taken again";
   EXPECT_EQ(LookAtProcess("short"), MarkedProcess::kRuns);
+#ifndef _WIN32
   // A child that has ended, but that nobody has asked for yet, is dead too.
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -95,6 +99,7 @@ TEST_F(Leftovers, AMarkTellsWhoseItIs) {
   EXPECT_EQ(LookAtProcess(mark), MarkedProcess::kEnded);
   close(ends[0]);
   close(ends[1]);
+#endif
 }
 
 TEST_F(Leftovers, OnlyWhatADeadRunOfThisUserAndMachineHasLeftIsSwept) {
@@ -115,11 +120,13 @@ TEST_F(Leftovers, OnlyWhatADeadRunOfThisUserAndMachineHasLeftIsSwept) {
   for (const std::string& name : stay) Write(name, "mine");
   fs::create_directory(Native("precious"));
   Write("precious/file", "mine");
-  fs::create_directory_symlink("precious", Native("link~" + dead));
+  // Not everywhere can there be links.
+  std::error_code noLinks;
+  fs::create_directory_symlink("precious", Native("link~" + dead), noLinks);
   Sweep();
   for (const std::string& name : stay) EXPECT_EQ(Bytes(name), "mine") << name;
   EXPECT_EQ(Bytes("precious/file"), "mine");
-  EXPECT_TRUE(fs::is_symlink(Native("link~" + dead)));
+  EXPECT_TRUE(noLinks || fs::is_symlink(Native("link~" + dead)));
   EXPECT_FALSE(m_folder.Has("out~" + dead));
   EXPECT_FALSE(m_folder.Has("out~" + dead + ".tif"));
   // From before the machine was started, or of one set up likewise: only once nothing has changed for a day.
@@ -130,6 +137,7 @@ TEST_F(Leftovers, OnlyWhatADeadRunOfThisUserAndMachineHasLeftIsSwept) {
   fs::last_write_time(Native(old), fs::file_time_type::clock::now() - std::chrono::hours(25));
   Sweep();
   EXPECT_FALSE(m_folder.Has(old));
+#ifndef _WIN32
   // Another user's.
   if (geteuid() == 0) {
     Write("out~" + dead + ".tif", "another's");
@@ -137,8 +145,10 @@ TEST_F(Leftovers, OnlyWhatADeadRunOfThisUserAndMachineHasLeftIsSwept) {
     Sweep();
     EXPECT_EQ(Bytes("out~" + dead + ".tif"), "another's");
   }
+#endif
 }
 
+#ifndef _WIN32
 TEST_F(Leftovers, TheNextRunSweepsWhatAKilledOneHasLeft) {
   const int ended = Apart([this] {
     int transfers = 0;
@@ -262,7 +272,18 @@ TEST_F(Leftovers, KilledAtSeededMomentsTheNextRunFindsItsWayClear) {
   EXPECT_GT(killed, 12);
   std::cout << "killed at seeded moments: " << killed << " of 24 runs\n";
 }
+#else
+TEST_F(Leftovers, TheNextRunSweepsWhatAKilledOneHasLeft) { GTEST_SKIP() << "processes cannot be forked here"; }
+TEST_F(Leftovers, ARunThatIsKilledAmongItsRenamesIsTakenBack) { GTEST_SKIP() << "processes cannot be forked here"; }
+TEST_F(Leftovers, KilledAtSeededMomentsTheNextRunFindsItsWayClear) {
+  GTEST_SKIP() << "processes cannot be forked here";
+}
+TEST_F(Leftovers, TemporaryFilesAreTheUsersAloneAndTheOutputIsAsTheMaskSays) {
+  GTEST_SKIP() << "rights are not set by modes here";
+}
+TEST_F(Leftovers, AnotherUsersLinkWhereEverybodyMayPutOneIsNotWrittenThrough) {
+  GTEST_SKIP() << "links cannot be made here";
+}
+#endif
 
 }  // namespace
-
-#endif

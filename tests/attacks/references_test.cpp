@@ -22,6 +22,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#endif
 
 namespace {
 
@@ -30,6 +31,7 @@ namespace fs = std::filesystem;
 using fusion::RunFailure;
 using testing::HasSubstr;
 
+#ifndef _WIN32
 /// Counts who comes to a port of this machine, and has nothing for them.
 class Listener {
  public:
@@ -77,6 +79,7 @@ class Listener {
   std::atomic<int> m_visitors = 0;
   std::thread m_thread;
 };
+#endif
 
 class References : public test_support::RunScene {
  protected:
@@ -109,6 +112,11 @@ class References : public test_support::RunScene {
   }
 };
 
+#ifdef _WIN32
+TEST_F(References, AcrossTheNetworkAreNotFollowedUnlessThatIsAllowed) {
+  GTEST_SKIP() << "the GDAL here reaches no network";
+}
+#else
 TEST_F(References, AcrossTheNetworkAreNotFollowedUnlessThatIsAllowed) {
   const Listener listener;
   if (!listener.Listens()) GTEST_SKIP() << "no port can be opened here";
@@ -174,12 +182,16 @@ TEST_F(References, AcrossTheNetworkAreNotFollowedUnlessThatIsAllowed) {
   std::cout << "references across the network: " << refused + 3 << " refused\n";
 }
 
+#endif
+
 TEST_F(References, AConfinedRunOpensNothingOutsideTheFolder) {
   const test_support::TemporaryFolder elsewhere;
   fs::copy_file(Native("pan.tif"), CommonFun::ToPath(elsewhere.WidePath("secret.tif")));
   fs::create_directory(Native("inner"));
   fs::copy_file(Native("pan.tif"), Native("inner/pan.tif"));
-  fs::create_symlink(CommonFun::ToPath(elsewhere.WidePath("secret.tif")), Native("link.tif"));
+  // Not everywhere can there be links.
+  std::error_code noLinks;
+  fs::create_symlink(CommonFun::ToPath(elsewhere.WidePath("secret.tif")), Native("link.tif"), noLinks);
   Write("absolute.vrt", Mosaic(elsewhere.Path("secret.tif")));
   Write("upwards.vrt",
         Mosaic("../" + Native("pan.tif").parent_path().filename().string() + "/../" +
@@ -190,17 +202,22 @@ TEST_F(References, AConfinedRunOpensNothingOutsideTheFolder) {
   Write("below.vrt", Mosaic("inner/pan.tif", "", "1"));
   Write("other_kind.asc", "ncols 2\nnrows 2\nxllcorner 0\nyllcorner 0\ncellsize 1\n1 2\n3 4\n");
   for (const std::string name : {"absolute.vrt", "upwards.vrt", "linked.vrt"}) {
+    if (noLinks && name == "linked.vrt") continue;
     EXPECT_EQ(Said(name), "") << name;
     EXPECT_THAT(Said(name, true, true), HasSubstr("outside its folder (--confined)")) << name;
   }
   EXPECT_THAT(Said("other_kind.asc", false, true), HasSubstr("--confined forbids"));
   // What it names by itself, wherever that is, and what lies with it, is opened.
   for (const std::string name : {"beside.vrt", "below.vrt", "pan.tif", "link.tif"}) {
+    if (noLinks && name == "link.tif") continue;
     EXPECT_EQ(Said(name, false, true), "") << name;
   }
 }
 
 TEST_F(References, APipeInAMosaicIsNotWaitedFor) {
+#ifdef _WIN32
+  GTEST_SKIP() << "no pipes among files here";
+#endif
   ASSERT_EQ(test_support::RunShell("mkfifo " + test_support::Quoted(m_folder.Path("pipe"))), 0);
   Write("pipe.vrt", Mosaic("pipe", "", "1"));
   EXPECT_THAT(Said("pipe.vrt"), HasSubstr("which is no regular file"));
@@ -230,5 +247,3 @@ TEST_F(References, NamesTellWhatIsElsewhere) {
 }
 
 }  // namespace
-
-#endif

@@ -5,11 +5,19 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <thread>
 
 #ifdef _WIN32
 #include <windows.h>
+#else
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #endif
 
+#include "platform/system/files.h"
 #include "platform/utility/common_fun.h"
 
 namespace test_support {
@@ -33,7 +41,7 @@ TemporaryFolder::TemporaryFolder() {
 TemporaryFolder::~TemporaryFolder() {
   std::error_code ignored;
   std::filesystem::permissions(m_path, std::filesystem::perms::owner_all, ignored);
-  std::filesystem::remove_all(m_path, ignored);
+  platform::RemoveTree(m_path);
 }
 
 std::string TemporaryFolder::Path(const std::string& name) const { return ToUtf8(m_path / ToPath(name)); }
@@ -84,30 +92,51 @@ HANDLE OpenForChild(const std::string& path) {
                      FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+/// Starts a program; null where that fails.
+HANDLE Start(const std::string& program, const std::vector<std::string>& arguments, STARTUPINFOW& start) {
+  std::string line = Quoted(program);
+  for (const std::string& argument : arguments) line += ' ' + Quoted(argument);
+  std::wstring wide = CommonFun::Utf82U(line);
+  start.cb = sizeof start;
+  PROCESS_INFORMATION process{};
+  if (!CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
+    return nullptr;
+  }
+  CloseHandle(process.hThread);
+  return process.hProcess;
+}
+
 }  // namespace
 
 CommandResult RunCommand(const std::string& program, const std::vector<std::string>& arguments) {
   const TemporaryFolder folder;
-  std::string line = Quoted(program);
-  for (const std::string& argument : arguments) line += ' ' + Quoted(argument);
-  std::wstring wide = CommonFun::Utf82U(line);
   STARTUPINFOW start{};
-  start.cb = sizeof start;
   start.dwFlags = STARTF_USESTDHANDLES;
   start.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
   start.hStdOutput = OpenForChild(folder.Path("out"));
   start.hStdError = OpenForChild(folder.Path("err"));
-  PROCESS_INFORMATION process{};
   auto status = static_cast<DWORD>(-1);
-  if (CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &start, &process)) {
-    WaitForSingleObject(process.hProcess, INFINITE);
-    GetExitCodeProcess(process.hProcess, &status);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
+  if (const HANDLE process = Start(program, arguments, start)) {
+    WaitForSingleObject(process, INFINITE);
+    GetExitCodeProcess(process, &status);
+    CloseHandle(process);
   }
   CloseHandle(start.hStdOutput);
   CloseHandle(start.hStdError);
   return {static_cast<int>(status), FileBytes(folder.Path("out")), FileBytes(folder.Path("err"))};
+}
+
+bool KillCommand(const std::string& program, const std::vector<std::string>& arguments,
+                 const std::function<bool()>& when) {
+  STARTUPINFOW start{};
+  const HANDLE process = Start(program, arguments, start);
+  if (!process) return false;
+  while (WaitForSingleObject(process, 5) == WAIT_TIMEOUT && !when()) {
+  }
+  const bool killed = TerminateProcess(process, 137) != 0;
+  WaitForSingleObject(process, INFINITE);
+  CloseHandle(process);
+  return killed;
 }
 
 #else
@@ -138,6 +167,24 @@ CommandResult RunCommand(const std::string& program, const std::vector<std::stri
   line += " > " + Quoted(folder.Path("out")) + " 2> " + Quoted(folder.Path("err"));
   const int status = RunShell(line);
   return {status, FileBytes(folder.Path("out")), FileBytes(folder.Path("err"))};
+}
+
+bool KillCommand(const std::string& program, const std::vector<std::string>& arguments,
+                 const std::function<bool()>& when) {
+  std::vector<char*> words = {const_cast<char*>(program.c_str())};
+  for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+  words.push_back(nullptr);
+  pid_t process = 0;
+  if (posix_spawn(&process, program.c_str(), nullptr, nullptr, words.data(), environ) != 0) return false;
+  int status = 0;
+  pid_t ended = 0;
+  while ((ended = waitpid(process, &status, WNOHANG)) == 0 && !when()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  if (ended != 0) return false;
+  kill(process, SIGKILL);
+  waitpid(process, &status, 0);
+  return WIFSIGNALED(status);
 }
 
 #endif

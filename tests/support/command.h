@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,10 @@ struct CommandResult {
 
 /// Runs a program with arguments and waits for it.
 CommandResult RunCommand(const std::string& program, const std::vector<std::string>& arguments);
+/// Runs a program until something has come about, and ends it then as the system does where somebody kills it. False
+/// where it had ended before.
+bool KillCommand(const std::string& program, const std::vector<std::string>& arguments,
+                 const std::function<bool()>& when);
 /// Runs a line of the system's shell and answers its exit status.
 int RunShell(const std::string& line);
 /// An argument as the shell takes it literally.
