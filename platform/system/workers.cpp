@@ -71,7 +71,10 @@ Workers::~Workers() {
     m_impl->ending = true;
   }
   m_impl->wake.notify_all();
-  for (std::thread& thread : m_impl->threads) thread.join();
+  for (std::thread& thread : m_impl->threads) {
+    // One for whose start there was no memory is none.
+    if (thread.joinable()) thread.join();
+  }
 }
 
 void Workers::Share(int count, const std::function<void()>& share) {
