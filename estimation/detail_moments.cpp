@@ -47,8 +47,7 @@ DetailMoments::DetailMoments(int bands, int width, int height, const PanBlur& bl
       m_lowPass(HalvedAndBack(blur, width), HalvedAndBack(blur, height), 0.0),
       m_statistics(2 * m_images),
       m_rows(static_cast<std::size_t>(m_images) + 1),
-      m_low(m_rows.size()),
-      m_columns(2 * static_cast<std::size_t>(m_images)) {}
+      m_low(m_rows.size()) {}
 
 void DetailMoments::Begin(int height) {
   m_height = height;
@@ -113,12 +112,12 @@ void DetailMoments::CountRows(int first, int end) {
     const auto i = static_cast<std::size_t>(image);
     m_lowPass.Apply(m_rows[i].data(), held, rect, m_low[i].data());
   });
-  for (auto& column : m_columns) column.clear();
   constexpr double kLeastData = 0.5;
   const std::size_t pan = m_rows.size() - 2;
   const double* marks = m_rows.back().data();
   const std::size_t from = static_cast<std::size_t>(first - m_top) * static_cast<std::size_t>(m_width);
-  for (int y = std::max(first, kMargin); y < std::min(end, m_height - kMargin); ++y) {
+  const auto look = [&](std::vector<std::vector<double>>& columns, int y) {
+    for (auto& column : columns) column.clear();
     for (int x = kMargin; x < m_width - kMargin; ++x) {
       const std::size_t at =
           static_cast<std::size_t>(y - first) * static_cast<std::size_t>(m_width) + static_cast<std::size_t>(x);
@@ -127,16 +126,24 @@ void DetailMoments::CountRows(int first, int end) {
       if (data < kLeastData) continue;
       const auto low = [&](std::size_t i) { return gaps ? m_low[i][at] / data : m_low[i][at]; };
       for (std::size_t b = 0; b < pan; ++b) {
-        m_columns[b].push_back(low(b));
-        m_columns[pan + 2 + b].push_back(m_rows[b][from + at] - low(b));
+        columns[b].push_back(low(b));
+        columns[pan + 2 + b].push_back(m_rows[b][from + at] - low(b));
       }
-      m_columns[pan].push_back(m_rows[pan][from + at] - low(pan));
-      m_columns[pan + 1].push_back(low(pan));
+      columns[pan].push_back(m_rows[pan][from + at] - low(pan));
+      columns[pan + 1].push_back(low(pan));
     }
-  }
-  std::vector<const double*> columns;
-  for (const auto& column : m_columns) columns.push_back(column.data());
-  m_statistics.Add(columns.data(), static_cast<std::int64_t>(m_columns.front().size()));
+    std::vector<const double*> values;
+    for (const auto& column : columns) values.push_back(column.data());
+    platform::RunningCovariance statistics(2 * m_images);
+    statistics.Add(values.data(), static_cast<std::int64_t>(columns.front().size()));
+    return statistics;
+  };
+  const int top = std::max(first, kMargin);
+  platform::FoldInOrder(
+      m_workers, std::min(end, m_height - kMargin) - top,
+      [&] { return std::vector<std::vector<double>>(2 * static_cast<std::size_t>(m_images)); },
+      [&](std::vector<std::vector<double>>& columns, int i) { return look(columns, top + i); },
+      [this](const platform::RunningCovariance& row) { m_statistics.Add(row); });
 }
 
 void DetailMoments::Forget(int first) {

@@ -52,7 +52,6 @@ class DetailMoments {
   int m_counted = 0;            ///< rows
   std::vector<bool> m_hasGaps;  ///< of each row held
   std::vector<std::vector<double>> m_low;
-  std::vector<std::vector<double>> m_columns;
 };
 
 }  // namespace fusion

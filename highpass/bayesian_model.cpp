@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
-#include <numeric>
 #include <utility>
 
 #include "estimation/detail_moments.h"
@@ -147,30 +145,39 @@ std::shared_ptr<fusion::BayesianSource> BayesianModelEstimator::MakeSource(fusio
       LowPassType(scene.PanType()), m_param.m_strOutFile, partly);
 }
 
+std::vector<int> BayesianModelEstimator::StripsToRead(fusion::BayesianScene& scene, const platform::SurveyPass& pass,
+                                                      const std::vector<int>& counted, bool makesSource,
+                                                      const RegistrationResult& found) const {
+  std::vector<int> strips;
+  if (pass.Records()) {
+    if (!scene.Samples()) return pass.Pieces().empty() ? strips : counted;
+    for (const std::int64_t piece : pass.Pieces()) strips.push_back(counted[static_cast<std::size_t>(piece)]);
+    return strips;
+  }
+  const platform::Survey* survey = m_param.m_pSurvey.get();
+  // A part of a run whose moments are known reads what lies under it.
+  const bool isPart = survey && !survey->Gathers();
+  for (int strip = 0; makesSource && strip < scene.StripCount(); ++strip) {
+    if (!isPart || scene.IsRead(strip, m_param.m_rcProcess, found)) strips.push_back(strip);
+  }
+  return strips;
+}
+
 bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const RegistrationResult& found,
                                     const fusion::LowPassFill& fill) {
   const int n = scene.BandCount();
   const CRect& area = scene.Area();
   platform::Survey* const survey = m_param.m_pSurvey.get();
-  const bool gathers = survey && survey->Gathers();
-  std::vector<int> all(static_cast<std::size_t>(scene.StripCount()));
-  std::iota(all.begin(), all.end(), 0);
   std::vector<int> counted;
-  std::copy_if(all.begin(), all.end(), std::back_inserter(counted), [&](int strip) { return scene.Counts(strip); });
+  for (int strip = 0; strip < scene.StripCount(); ++strip) {
+    if (scene.Counts(strip)) counted.push_back(strip);
+  }
   // A strip that stands for others is a piece by itself; where all count they hang together.
   const bool samples = scene.Samples();
   const platform::SurveyPass pass(survey, "detail", samples ? static_cast<std::int64_t>(counted.size()) : 1);
+  const bool gathers = survey && survey->Gathers();
   const bool makesSource = !gathers || (m_sourceForSurvey && !pass.Records());
-  std::vector<int> strips;
-  if (pass.Records()) {
-    if (!samples && !pass.Pieces().empty()) strips = counted;
-    for (const std::int64_t piece : pass.Pieces()) {
-      if (samples) strips.push_back(counted[static_cast<std::size_t>(piece)]);
-    }
-  } else if (makesSource) {
-    std::copy_if(all.begin(), all.end(), std::back_inserter(strips),
-                 [&](int strip) { return !survey || gathers || scene.IsRead(strip, m_param.m_rcProcess, found); });
-  }
+  const std::vector<int> strips = StripsToRead(scene, pass, counted, makesSource, found);
   const bool takesMoments = !pass.Pieces().empty();
   scene.SetUse(takesMoments, makesSource);
   platform::RunningCovariance statistics(2 * (n + 1));
@@ -181,7 +188,7 @@ bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const Registra
     pass.Take(piece, part, fold);
   };
   const std::shared_ptr<fusion::BayesianSource> source =
-      makesSource ? MakeSource(scene, found, strips.size() < all.size()) : nullptr;
+      makesSource ? MakeSource(scene, found, static_cast<int>(strips.size()) < scene.StripCount()) : nullptr;
   int step = 1;
   bool written = true;
   const bool read =
@@ -203,7 +210,13 @@ bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const Registra
   if (m_nLastErrorType != ERR_NONE) return false;
   if (!samples && takesMoments) takePart(0);
   if (!pass.End<platform::RunningCovariance>(fold)) return true;
+  Fit(statistics, n);
+  m_model.source = source;
+  if (found.accepted) m_model.area = scene.CommonInPan();
+  return true;
+}
 
+void BayesianModelEstimator::Fit(const platform::RunningCovariance& statistics, int n) {
   constexpr double kLeastScore = 0.1;
   const bool unlike = m_estimate.score < kLeastScore;
   fusion::InjectionDoubt doubt = fusion::InjectionDoubt::kNone;
@@ -212,9 +225,6 @@ bool BayesianModelEstimator::Stream(fusion::BayesianScene& scene, const Registra
   m_estimate.samples = statistics.Count();
   m_estimate.gains = injection.panGains;
   Adopt(injection.Scaled(2.0 * m_param.m_dBayesParam));
-  m_model.source = source;
-  if (found.accepted) m_model.area = scene.CommonInPan();
-  return true;
 }
 
 void BayesianModelEstimator::Adopt(const fusion::InjectionModel& injection) {

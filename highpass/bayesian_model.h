@@ -15,6 +15,11 @@ struct InjectionModel;
 struct RegistrationResult;
 }  // namespace fusion
 
+namespace platform {
+class RunningCovariance;
+class SurveyPass;
+}  // namespace platform
+
 /// The model that BayesPanSharpeningFusion applies: a linear estimate of the fused bands from what it reads, see there.
 struct BayesianModel {
   double weight = 0.0;                ///< w
@@ -117,7 +122,12 @@ class FUSION_API BayesianModelEstimator : public CBaseAlgorithm {
   std::optional<Registered> Register(fusion::BayesianScene& scene) const;
   std::shared_ptr<fusion::BayesianSource> MakeSource(fusion::BayesianScene& scene,
                                                      const fusion::RegistrationResult& found, bool partly) const;
+  /// Those that a pass wants, or that the model's source is made from.
+  std::vector<int> StripsToRead(fusion::BayesianScene& scene, const platform::SurveyPass& pass,
+                                const std::vector<int>& counted, bool makesSource,
+                                const fusion::RegistrationResult& found) const;
   bool Stream(fusion::BayesianScene& scene, const fusion::RegistrationResult& found, const fusion::LowPassFill& fill);
+  void Fit(const platform::RunningCovariance& statistics, int n);
   void Adopt(const fusion::InjectionModel& injection);
   bool GoesOn(int step);
 

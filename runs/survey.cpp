@@ -94,8 +94,9 @@ SurveyReport Gather(const SurveyRequest& request, Notices& notices, RunObserver*
   RunProgress progress(observer);
   FuseRun run(looked, log, notices, progress);
   SurveyReport report = run.Survey();
-  if (file) file->Write(run.Surveyed()->Found());
-  report.parts = run.Surveyed()->Found().PartCount();
+  const platform::Survey found = run.Surveyed()->Found();
+  if (file) file->Write(found);
+  report.parts = found.PartCount();
   return report;
 }
 
@@ -127,17 +128,13 @@ SurveyReport MakeSurvey(const SurveyRequest& request, RunObserver* observer) {
   const platform::ReferenceScope references({request.allowNetwork, request.confined});
   platform::ClearWriteError();
   Notices notices(observer);
-  try {
+  return AsRun([&] {
     SurveyReport report = request.merge.empty() ? Gather(request, notices, observer) : Merge(request);
     report.output = request.out;
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     report.notices = notices.All();
     return report;
-  } catch (const RunFailure&) {
-    throw;
-  } catch (const std::exception& e) {
-    throw ExceptionError(e);
-  }
+  });
 }
 
 }  // namespace fusion

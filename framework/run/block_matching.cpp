@@ -93,11 +93,8 @@ void BlockMatching::Count(void* const* bands, const CRect& rect, const std::vect
     pass.Take(piece, part, [this](const platform::MomentMatching::Part& whole) { m_matching->Add(whole); });
     return;
   }
-  CountLevels(bands, rect, marks);
-  if (!pass.Records()) return;
-  LevelParts parts;
-  for (platform::BandLevel& level : m_levels) parts.push_back(level.TakePart());
-  pass.Take(piece, parts, [](const LevelParts&) {});
+  LevelParts parts = LevelsOf(bands, rect, marks);
+  pass.Take(piece, parts, [this](const LevelParts& whole) { AddLevels(whole, m_levels); });
 }
 
 bool BlockMatching::End(const platform::SurveyPass& pass) {
@@ -105,12 +102,18 @@ bool BlockMatching::End(const platform::SurveyPass& pass) {
     return pass.End<platform::MomentMatching::Part>(
         [this](const platform::MomentMatching::Part& part) { m_matching->Add(part); });
   }
-  return pass.End<LevelParts>([this](const LevelParts& parts) { AddLevels(parts); });
+  return pass.End<LevelParts>([this](const LevelParts& parts) { AddLevels(parts, m_levels); });
 }
 
-void BlockMatching::AddLevels(const LevelParts& parts) {
-  platform::CheckSurveyed(parts.size() == m_levels.size());
-  for (std::size_t b = 0; b < parts.size(); ++b) m_levels[b].Add(parts[b]);
+void BlockMatching::AddLevels(const LevelParts& parts, std::vector<platform::BandLevel>& levels) {
+  platform::CheckSurveyed(parts.size() == levels.size());
+  for (std::size_t b = 0; b < parts.size(); ++b) levels[b].Add(parts[b]);
+}
+
+std::vector<platform::BandLevel> BlockMatching::EmptyLevels() const {
+  std::vector<platform::BandLevel> levels = m_levels;
+  for (platform::BandLevel& level : levels) level.Forget();
+  return levels;
 }
 
 BlockMatching::Rows BlockMatching::MakeRows(int width) const {
@@ -163,16 +166,42 @@ platform::MomentMatching::Part BlockMatching::MomentsOf(void* const* bands, cons
   return whole;
 }
 
-void BlockMatching::CountLevels(void* const* bands, const CRect& rect, const unsigned char* inside) {
+BlockMatching::LevelParts BlockMatching::LevelsOf(void* const* bands, const CRect& rect,
+                                                  const unsigned char* inside) const {
+  struct Share {
+    Rows rows;
+    std::vector<platform::BandLevel> levels;
+  };
   const int width = rect.Width();
-  Rows rows = MakeRows(width);
-  for (int row = 0; row < rect.Height(); ++row) {
-    const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(row) * width;
-    LoadRow(bands, at, width, rows);
-    const unsigned char* marks = inside ? inside + at : nullptr;
-    MatchRow(rows, marks, width);
-    for (std::size_t b = 0; b < m_levels.size(); ++b) m_levels[b].Count(rows.pointers[b], marks, width);
-  }
+  // One share of the rows for each thread, since what a share counts in is large; whole numbers add up to the same.
+  const int shares = std::clamp(m_workers ? m_workers->Count() : 1, 1, std::max(rect.Height(), 1));
+  std::vector<LevelParts> found;
+  const auto take = [](std::vector<platform::BandLevel>& from) {
+    LevelParts parts;
+    for (platform::BandLevel& level : from) parts.push_back(level.TakePart());
+    return parts;
+  };
+  platform::FoldInOrder(
+      m_workers, shares,
+      [&] {
+        return Share{MakeRows(width), EmptyLevels()};
+      },
+      [&](Share& share, int i) {
+        const int end = static_cast<int>(std::int64_t{rect.Height()} * (i + 1) / shares);
+        for (auto row = static_cast<int>(std::int64_t{rect.Height()} * i / shares); row < end; ++row) {
+          const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(row) * width;
+          LoadRow(bands, at, width, share.rows);
+          const unsigned char* marks = inside ? inside + at : nullptr;
+          MatchRow(share.rows, marks, width);
+          for (std::size_t b = 0; b < m_bandCount; ++b) share.levels[b].Count(share.rows.pointers[b], marks, width);
+        }
+        return take(share.levels);
+      },
+      [&](const LevelParts& parts) { found.push_back(parts); });
+  if (shares == 1) return found.front();
+  std::vector<platform::BandLevel> levels = EmptyLevels();
+  for (const LevelParts& parts : found) AddLevels(parts, levels);
+  return take(levels);
 }
 
 bool BlockMatching::Write(void* const* bands, const CRect& rect, const std::vector<unsigned char>& inside,

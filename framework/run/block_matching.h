@@ -47,10 +47,12 @@ class BlockMatching {
  private:
   bool CountsMoments() const { return m_matching && !m_matches; }
   platform::MomentMatching::Part MomentsOf(void* const* bands, const CRect& rect, const unsigned char* inside) const;
-  void CountLevels(void* const* bands, const CRect& rect, const unsigned char* inside);
   /// What the level adjustment has counted, of each band.
   using LevelParts = std::vector<platform::OrderStatistics::Part>;
-  void AddLevels(const LevelParts& parts);
+  LevelParts LevelsOf(void* const* bands, const CRect& rect, const unsigned char* inside) const;
+  static void AddLevels(const LevelParts& parts, std::vector<platform::BandLevel>& levels);
+  /// Such as have counted nothing in the present pass.
+  std::vector<platform::BandLevel> EmptyLevels() const;
 
   /// The row at hand of each band, and what a thread works on it with.
   struct Rows {

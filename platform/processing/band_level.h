@@ -21,6 +21,10 @@ class BandLevel {
   /// What the present pass has counted; takes that out, or adds it.
   OrderStatistics::Part TakePart();
   void Add(const OrderStatistics::Part& part);
+  /// Begins the present pass anew.
+  void Forget() {
+    if (m_order) m_order->Forget();
+  }
   void EndPass();
   /// Adjusts a row, after the last pass, to the range of a type: what it can hold, 0 to 1 for the float types. out may
   /// be values.

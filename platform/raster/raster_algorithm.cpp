@@ -13,6 +13,7 @@
 #include "platform/raster/read_window.h"
 #include "platform/statistics/running_covariance.h"
 #include "platform/statistics/survey.h"
+#include "platform/system/workers.h"
 #include "platform/validity/no_data.h"
 #include "platform/validity/raster_aoi.h"
 
@@ -53,11 +54,17 @@ class ValidPixels {
     platform::RunningCovariance covariance(static_cast<int>(m_values.size()));
     // In pieces that stay in the processor's cache while each column meets each.
     constexpr std::int64_t kPiece = std::int64_t{1} << 12;
-    std::vector<const double*> columns(m_values.size());
-    for (std::int64_t first = 0; first < count; first += kPiece) {
-      for (std::size_t b = 0; b < columns.size(); ++b) columns[b] = m_values[b].data() + first;
-      covariance.Add(columns.data(), std::min(kPiece, count - first));
-    }
+    platform::FoldInOrder(
+        m_source.GetWorkers(), static_cast<int>((count + kPiece - 1) / kPiece),
+        [&](int piece) {
+          const std::int64_t first = kPiece * piece;
+          std::vector<const double*> columns;
+          for (const auto& values : m_values) columns.push_back(values.data() + first);
+          platform::RunningCovariance part(static_cast<int>(m_values.size()));
+          part.Add(columns.data(), std::min(kPiece, count - first));
+          return part;
+        },
+        [&](const platform::RunningCovariance& part) { covariance.Add(part); });
     return covariance;
   }
 

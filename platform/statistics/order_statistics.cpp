@@ -1,5 +1,6 @@
 #include "platform/statistics/order_statistics.h"
 
+#include <algorithm>
 #include <bit>
 #include <limits>
 #include <type_traits>
@@ -96,6 +97,10 @@ void OrderStatistics::Add(const Part& part) {
       histogram[part.bins[end][i]] += part.counts[end][i];
     }
   }
+}
+
+void OrderStatistics::Forget() {
+  for (Target* target : {&m_low, &m_high}) std::fill(target->histogram.begin(), target->histogram.end(), 0);
 }
 
 void OrderStatistics::EndPass() {

@@ -35,6 +35,8 @@ class OrderStatistics {
   /// Takes that out.
   Part TakePart();
   void Add(const Part& part);
+  /// Begins the present pass anew.
+  void Forget();
   /// Every pass must show the same values.
   void EndPass();
 

@@ -5,12 +5,14 @@
 #include <atomic>
 #include <cstring>
 #include <mutex>
+#include <random>
 #include <set>
 #include <thread>
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "framework/resampling/kernels.h"
 #include "framework/row_fusion.h"
+#include "framework/run/block_matching.h"
 #include "platform/algorithm/run_threads.h"
 #include "platform/system/start_thread.h"
 #include "tests/support/all_methods.h"
@@ -209,6 +211,57 @@ TEST(Threads, AreStartedOnRequestAndWorkTogether) {
     EXPECT_EQ(fusion.seen.size(), asked ? 3U : 1U);
     EXPECT_TRUE(fusion.seen.contains(std::this_thread::get_id()));
   }
+}
+
+int g_started = 0;
+
+TEST(Threads, ShareTheRowsThatLevelsAreCountedFrom) {
+  constexpr int kWidth = 61;
+  constexpr int kHeight = 40;
+  constexpr double kRatio = 0.1;
+  std::mt19937 random(208);
+  std::uniform_real_distribution<float> value(-300.0F, 900.0F);
+  std::vector<float> values(static_cast<std::size_t>(kWidth) * kHeight);
+  for (float& v : values) v = value(random);
+
+  platform::Workers workers(3);
+  fusion::BlockMatching matching({}, fusion::LevelTargets{kRatio, PDT_FLOAT32}, 1, PDT_FLOAT32, false, &workers);
+  g_started = 0;
+  platform::SetThreadFault([] {
+    ++g_started;
+    return false;
+  });
+  while (matching.IsCounting()) {
+    const platform::SurveyPass pass(nullptr, "", 2);
+    for (const std::int64_t half : pass.Pieces()) {
+      void* const there[] = {values.data() + half * kWidth * (kHeight / 2)};
+      matching.Count(there, CRect(0, 0, kWidth, kHeight / 2), {}, pass, half);
+    }
+    EXPECT_TRUE(matching.End(pass));
+    matching.EndCounting();
+  }
+  platform::SetThreadFault(nullptr);
+  EXPECT_EQ(g_started, 2) << "beside the caller's";
+
+  const std::wstring file = L"/vsimem/levelled.tif";
+  const double identity[6] = {0, 1, 0, 0, 0, 1};
+  CRasterSource output;
+  ASSERT_TRUE(output.CreateRaster(kFormatGeoTiff, file, kWidth, kHeight, 1, PDT_FLOAT32, identity, L"", nullptr));
+  void* const bands[] = {values.data()};
+  ASSERT_TRUE(matching.Write(bands, CRect(0, 0, kWidth, kHeight), {}, output));
+  output.Close();
+  // The definition: a tenth of the values lie beyond either end of what becomes 0 to 1.
+  std::vector<float> sorted = values;
+  std::sort(sorted.begin(), sorted.end());
+  const auto cut = static_cast<std::size_t>(kRatio * static_cast<double>(sorted.size()));
+  const double low = sorted[cut];
+  const double high = sorted[sorted.size() - 1 - cut];
+  const auto written = test_support::ReadImage(file).bands.front();
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const double levelled = std::clamp((static_cast<double>(values[i]) - low) / (high - low), 0.0, 1.0);
+    ASSERT_EQ(written[i], static_cast<double>(static_cast<float>(levelled))) << i;
+  }
+  CRasterSource::DeleteFileW(file);
 }
 
 TEST(Threads, AStageTakesThoseOfTheRunThatItIsIn) {

@@ -9,6 +9,8 @@
 #include "platform/raster/raster_algorithm.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/read_window.h"
+#include "platform/system/start_thread.h"
+#include "platform/system/workers.h"
 #include "platform/utility/common_fun.h"
 #include "platform/validity/raster_aoi.h"
 #include "tests/support/recording_progress.h"
@@ -400,6 +402,32 @@ TEST_F(RasterStatistics, PrincipalComponentsOfTwoRunsAgreeBitForBit) {
   const Components second = Principal(source);
   EXPECT_EQ(first.rows, second.rows);
   EXPECT_EQ(first.means, second.means);
+}
+
+TEST_F(RasterStatistics, PrincipalComponentsAreTakenByAllThreads) {
+  static int started;
+  std::mt19937 random(34);
+  std::uniform_int_distribution<int> value(0, 4000);
+  std::vector<std::vector<double>> bands(4);
+  for (auto& band : bands) {
+    for (int i = 0; i < 211 * 197; ++i) band.push_back(value(random));
+  }
+  CRasterSource& source = Open(Bands(211, 197, bands));
+  const Components alone = Principal(source);
+  platform::Workers workers(3);
+  source.SetWorkers(&workers);
+  started = 0;
+  platform::SetThreadFault([] {
+    ++started;
+    return false;
+  });
+  const Components together = Principal(source);
+  platform::SetThreadFault(nullptr);
+  source.SetWorkers(nullptr);
+  EXPECT_EQ(started, 2) << "beside the caller's";
+  EXPECT_EQ(together.rows, alone.rows);
+  EXPECT_EQ(together.means, alone.means);
+  EXPECT_EQ(together.eigenvalues, alone.eigenvalues);
 }
 
 TEST(RasterAlgorithm, RangesAreTheTypesOwn) {
