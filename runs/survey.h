@@ -43,6 +43,6 @@ FUSION_API SurveyReport MakeSurvey(const SurveyRequest& request, RunObserver* ob
 /// Throws a usage error where a part of a run would have to find its method by itself.
 void RefuseBest(const FuseRequest& request);
 /// A survey from its file. Throws RunFailure.
-std::shared_ptr<platform::Survey> ReadSurvey(const std::string& file);
+std::shared_ptr<platform::Survey> ReadSurvey(const std::string& name);
 
 }  // namespace fusion
