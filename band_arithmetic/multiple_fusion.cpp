@@ -1,7 +1,5 @@
 #include "band_arithmetic/multiple_fusion.h"
 
-#include "framework/measured.h"
-#include "framework/messages.h"
 #include "platform/system/multiversion.h"
 
 namespace {
@@ -31,10 +29,7 @@ GISError CMultipleFusion::Preproccess() {
   if (m_pPanSrc && m_pPanSrc->IsOpen()) {
     CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);
     if (!pan) return GIS_FAILED;
-    if (fusion::IsUnread(pan->ComputeMinMax(&m_dPanMin, &m_dPanMax, true), *pan)) {
-      SetError(ERR_READ, fusion::messages::kReadFailed);
-      return GIS_FAILED;
-    }
+    if (!IsMeasured(pan->ComputeMinMax(&m_dPanMin, &m_dPanMax, true), *pan)) return GIS_FAILED;
   } else {
     result = GIS_FAILED;
   }

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "framework/measured.h"
-#include "framework/messages.h"
 #include "framework/row_kernel.h"
 #include "framework/run/block_buffers.h"
 #include "platform/statistics/survey.h"
@@ -158,11 +156,9 @@ GISError CWeightFusion::ComputeFigures(Figures& figures) {
   if (m_pPanSrc && m_pPanSrc->IsOpen()) {
     CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);
     if (!pan) return GIS_FAILED;
-    if (fusion::IsUnread(
-            pan->ComputeStatics(&m_dPanMin, &m_dPanMax, &figures.panMean, &figures.panStdDev, true, nullptr), *pan)) {
-      SetError(ERR_READ, fusion::messages::kReadFailed);
-      return GIS_FAILED;
-    }
+    const bool measured =
+        pan->ComputeStatics(&m_dPanMin, &m_dPanMax, &figures.panMean, &figures.panStdDev, true, nullptr);
+    if (!IsMeasured(measured, *pan)) return GIS_FAILED;
   } else {
     result = GIS_FAILED;
   }

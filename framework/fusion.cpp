@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "framework/band_choice.h"
-#include "framework/measured.h"
 #include "framework/messages.h"
 #include "framework/resampling/resample_point.h"
 #include "framework/run/run.h"
@@ -57,7 +56,12 @@ bool CFusion::MeasureBand(CRasterBand& band, double& minimum, double& maximum, d
     m_nLastErrorType = ERR_CANCELLED;
     return false;
   }
-  if (!fusion::IsUnread(measured, band)) return true;
+  return IsMeasured(measured, band);
+}
+
+bool CFusion::IsMeasured(bool measured, CRasterBand& band) {
+  // A band without a valid pixel has no figures either, which ends no run.
+  if (measured || !m_param.m_bNeedsFigures || !band.HasValidPixel()) return true;
   SetError(ERR_READ, fusion::messages::kReadFailed);
   return false;
 }

@@ -124,8 +124,12 @@ class FUSION_API CFusion : public CBaseAlgorithm {
   /// A band of a source; null, with the error state of a failed read, where it has no such band.
   CRasterBand* ExistingBand(CRasterSource& source, int index);
   /// A band's statistics; zeros where they cannot be computed. False, with the error state set, where the user
-  /// cancelled.
+  /// cancelled, and where IsMeasured says so.
   bool MeasureBand(CRasterBand& band, double& minimum, double& maximum, double& mean, double& stdDev);
+  /// False, with the error state of a failed read, where a band's figures are missing though it has valid pixels, and
+  /// the run needs them.
+  /// @param measured whether they are there
+  bool IsMeasured(bool measured, CRasterBand& band);
   /// Whether the first bands of both inputs declare a no-data value.
   bool BothDeclareNoData() const;
   /// Whether there is a run whose rows can be fused into a type.

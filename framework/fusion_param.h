@@ -33,6 +33,8 @@ struct FUSION_API FusionParam : AlgorithmParam {
   bool m_bRepeatMsEdges = false;
   /// Keep what bicubic resampling makes between the least and the largest of the samples that it is made from.
   bool m_bKeepSampleRange = false;
+  /// End with ERR_READ where the figures of a band could not be read; otherwise a run goes on with figures of 0.
+  bool m_bNeedsFigures = false;
   /// Blocks as wide as the output that hold more pixels than this are taken lower, but no lower than kLeastBlockRows
   /// and in whole blocks of the output, which gives the same result and takes less memory; 0 leaves them as they are.
   std::int64_t m_nMostBlockPixels = 0;

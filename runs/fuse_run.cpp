@@ -227,6 +227,7 @@ void FuseRun::Fuse(const FuseInputs& inputs, const std::wstring& file, const Mat
   param.m_eResampleType = m_checked.resample;
   param.m_bRepeatMsEdges = m_checked.guards.edges;
   param.m_bKeepSampleRange = m_checked.guards.resample;
+  param.m_bNeedsFigures = true;
   param.m_nMostBlockPixels = kMostBlockPixels;
   for (const int position : m_options.rgb) param.m_vecRGBBands.push_back(position - 1);
   param.m_bMakeGreen = m_options.makeGreen && m_checked.method->mixesGreen;

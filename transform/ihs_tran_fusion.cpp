@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "framework/measured.h"
 #include "framework/messages.h"
 #include "framework/run/run_variation.h"
 #include "platform/algorithm/build_raster_overviews.h"
@@ -38,10 +37,7 @@ GISError CIhsTranFusion::Preproccess() {
   if (m_pPanSrc && m_pPanSrc->IsOpen()) {
     CRasterBand* pan = ExistingBand(*m_pPanSrc, m_param.m_nPanBand);
     if (!pan) return GIS_FAILED;
-    if (fusion::IsUnread(pan->ComputeMinMax(&m_dPanMin, &m_dPanMax, true), *pan)) {
-      SetError(ERR_READ, fusion::messages::kReadFailed);
-      return GIS_FAILED;
-    }
+    if (!IsMeasured(pan->ComputeMinMax(&m_dPanMin, &m_dPanMax, true), *pan)) return GIS_FAILED;
   } else {
     result = GIS_FAILED;
   }
@@ -57,10 +53,7 @@ GISError CIhsTranFusion::Preproccess() {
     for (std::size_t i = 0; i < count; ++i) {
       CRasterBand* band = ExistingBand(*m_pMSSrc, m_param.m_vecMSBands[i]);
       if (!band) return GIS_FAILED;
-      if (fusion::IsUnread(band->ComputeMinMax(&m_pMulMin[i], &m_pMulMax[i], true), *band)) {
-        SetError(ERR_READ, fusion::messages::kReadFailed);
-        return GIS_FAILED;
-      }
+      if (!IsMeasured(band->ComputeMinMax(&m_pMulMin[i], &m_pMulMax[i], true), *band)) return GIS_FAILED;
     }
   } else {
     result = GIS_FAILED;

@@ -107,7 +107,7 @@ GISError CPrinComponentFusion::Preproccess() {
   CRasterAlgorithm::ComputeStaticsFromAOI(m_pMSSrc, nullptr, count, m_pSecondStatics, m_pFirstStatics, variances,
                                           m_pTransform, false, nullptr);
   if (AwaitsSurvey()) return GIS_SUCCESS;
-  if (count < 0) {
+  if (count < 0 && m_param.m_bNeedsFigures) {
     SetError(ERR_READ, fusion::messages::kReadFailed);
     return GIS_FAILED;
   }
