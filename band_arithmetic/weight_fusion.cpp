@@ -187,6 +187,7 @@ bool CWeightFusion::SumCovariances(const Figures& figures, std::vector<double>& 
   return visited && (pass.End<Part>(fold) || AwaitsSurvey());
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the operation is as it is published
 void CWeightFusion::ComputeCovSum(double* panBuf, CRect* panRect, double panMean, double /*panStdDev*/,
                                   double** mulBufs, int bandCount, CRect* mulRect, double* mulMeans,
                                   double* /*mulStdDevs*/, double* covSum, long& count, CRasterAOI* aoi) {

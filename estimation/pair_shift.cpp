@@ -81,7 +81,8 @@ void AddMoments(const Details& details, const Offset& offset, std::vector<double
   double& pan = own.back();
   for (int y = reach; y < details.height - reach; ++y) {
     for (int x = reach; x < details.width - reach; ++x) {
-      const double v = details.pan[static_cast<std::size_t>((y + offset.y) * details.width + x + offset.x)];
+      const std::ptrdiff_t at = std::ptrdiff_t{y + offset.y} * details.width + x + offset.x;
+      const double v = details.pan[static_cast<std::size_t>(at)];
       pan += v * v;
     }
   }
