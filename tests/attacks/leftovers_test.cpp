@@ -151,9 +151,8 @@ TEST_F(Leftovers, OnlyWhatADeadRunOfThisUserAndMachineHasLeftIsSwept) {
 #ifndef _WIN32
 TEST_F(Leftovers, TheNextRunSweepsWhatAKilledOneHasLeft) {
   const int ended = Apart([this] {
-    int transfers = 0;
-    platform::SetRasterFault([&](platform::RasterOperation, const std::wstring&, int, const CRect&) {
-      if (++transfers == 12) raise(SIGKILL);
+    platform::SetRasterFault([](platform::RasterOperation operation, const std::wstring&, int, const CRect&) {
+      if (operation == platform::RasterOperation::kWrite) raise(SIGKILL);
       return false;
     });
     fusion::Fuse(Request("brovey"));
