@@ -33,8 +33,7 @@ struct Provenance {
 
 /// Throws RunFailure: of wrong usage where the file tells nothing.
 FUSION_API Provenance ReadProvenance(const std::string& file);
-/// The command that made an output, for a shell, with the file as what it writes. Empty
-/// where it was made of arrays.
+/// The command that made an output, for a shell, with the file as what it writes. Empty where it was made of arrays.
 FUSION_API std::string RepeatCommand(const Provenance& provenance, const std::string& file);
 /// Reads all samples of an output and compares them with its checksums. Throws RunFailure where they are not those that
 /// were written, and of wrong usage where the file has no checksums.

@@ -390,14 +390,18 @@ TEST_F(RasterStatistics, PrincipalComponentsThatFailLeaveTheArraysAlone) {
   EXPECT_FALSE(Principal(closed).ok);
 }
 
-TEST_F(RasterStatistics, PrincipalComponentsOfTwoRunsAgreeBitForBit) {
-  std::mt19937 random(33);
+TestRaster RandomBands(unsigned seed, int width, int height) {
+  std::mt19937 random(seed);
   std::uniform_int_distribution<int> value(0, 4000);
   std::vector<std::vector<double>> bands(4);
   for (auto& band : bands) {
-    for (int i = 0; i < 211 * 97; ++i) band.push_back(value(random));
+    for (int i = 0; i < width * height; ++i) band.push_back(value(random));
   }
-  CRasterSource& source = Open(Bands(211, 97, bands));
+  return Bands(width, height, bands);
+}
+
+TEST_F(RasterStatistics, PrincipalComponentsOfTwoRunsAgreeBitForBit) {
+  CRasterSource& source = Open(RandomBands(33, 211, 97));
   const Components first = Principal(source);
   const Components second = Principal(source);
   EXPECT_EQ(first.rows, second.rows);
@@ -406,13 +410,7 @@ TEST_F(RasterStatistics, PrincipalComponentsOfTwoRunsAgreeBitForBit) {
 
 TEST_F(RasterStatistics, PrincipalComponentsAreTakenByAllThreads) {
   static int started;
-  std::mt19937 random(34);
-  std::uniform_int_distribution<int> value(0, 4000);
-  std::vector<std::vector<double>> bands(4);
-  for (auto& band : bands) {
-    for (int i = 0; i < 211 * 197; ++i) band.push_back(value(random));
-  }
-  CRasterSource& source = Open(Bands(211, 197, bands));
+  CRasterSource& source = Open(RandomBands(34, 211, 197));
   const Components alone = Principal(source);
   platform::Workers workers(3);
   source.SetWorkers(&workers);
