@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <new>
 #include <stdexcept>
 
 #include "platform/raster/pixel_type.h"
+#include "platform/system/second_attempt.h"
 #include "platform/utility/common_fun.h"
 
 namespace fusion {
@@ -36,16 +36,11 @@ BayesianSource::BayesianSource(const Origin& origin, PixelDataType lowPassType, 
 }
 
 BayesianSource::~BayesianSource() {
-  // Where memory is short, some more of it may be there a moment later.
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    try {
-      m_lowPass.Abandon();
-      CRasterSource::DeleteFileW(m_lowPassFile);
-      return;
-    } catch (const std::bad_alloc&) {
-      // It stays in memory, or in the folder of the run, which goes.
-    }
-  }
+  // What stays is in memory, or in the folder of the run, which goes.
+  platform::WithSecondAttempt([this] {
+    m_lowPass.Abandon();
+    CRasterSource::DeleteFileW(m_lowPassFile);
+  });
 }
 
 bool BayesianSource::Write(const CRect& rect, const double* values) {

@@ -10,6 +10,8 @@
 #include "framework/row_kernel.h"
 #include "framework/run/block_buffers.h"
 #include "platform/raster/reproject.h"
+#include "platform/system/files.h"
+#include "platform/system/second_attempt.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/fuse_checks.h"
@@ -62,8 +64,7 @@ ScratchFolder::ScratchFolder() {
 }
 
 ScratchFolder::~ScratchFolder() {
-  std::error_code ignored;
-  if (!m_path.empty()) std::filesystem::remove_all(m_path, ignored);
+  if (!m_path.empty()) platform::WithSecondAttempt([this] { platform::RemoveTree(m_path); });
 }
 
 TileFiles::TileFiles(const std::filesystem::path& folder, const AssessTile& tile, PixelDataType type, bool replace)

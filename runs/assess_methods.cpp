@@ -82,7 +82,7 @@ class Assessment {
     Check(request);
     m_scene = std::make_unique<AssessScene>(request, notices);
     m_ratio = std::sqrt(static_cast<double>(m_scene->RatioX()) * m_scene->RatioY());
-    m_gains = ChooseGains(*m_scene, request.mtf, m_ratio);
+    m_gains = ChooseGains(*m_scene, request.mtf, m_ratio, [this] { Tell(0); });
     if (!m_gains.doubt.empty()) notices.Add(m_gains.doubt + " (--mtf).");
     if (!request.picture.empty()) {
       std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan)};
@@ -119,6 +119,10 @@ class Assessment {
   }
 
  private:
+  void Tell(int step) {
+    if (!m_progress.Step(step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
+  }
+
   struct Row {
     std::string protocol;
     AssessEntry entry;
@@ -158,7 +162,7 @@ class Assessment {
     for (Row& row : m_rows) {
       if (row.protocol != protocol) continue;
       if (worth) MeasureRow(row.entry, *tile, files, drawn);
-      if (!m_progress.Step(++m_step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
+      Tell(++m_step);
     }
   }
 

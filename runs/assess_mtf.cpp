@@ -17,11 +17,15 @@ struct PartBlur {
   bool isEnough;
 };
 
-PartBlur MeasurePart(AssessScene& scene, const CRect& part) {
+PartBlur MeasurePart(AssessScene& scene, const CRect& part, const std::function<void()>& watch) {
   const PanGrid& grid = scene.Grid();
   std::vector<RegistrationTile> tiles;
-  for (const CRect& rect : ChooseTiles(part, grid)) tiles.push_back(scene.ReadTile(rect));
+  for (const CRect& rect : ChooseTiles(part, grid)) {
+    watch();
+    tiles.push_back(scene.ReadTile(rect));
+  }
   Registration registration(std::move(tiles), grid, scene.Workers());
+  registration.SetWatch(watch);
   // Images that lie beside each other look more blurred than they are.
   const RegistrationResult found = registration.Find(true);
   return {found, registration.Evidence(found.blur, found.shiftX, found.shiftY) >= Registration::kLeastEvidence};
@@ -46,7 +50,7 @@ std::string DoubtOf(const PartBlur& first, const PartBlur& second, const SceneBl
 
 }  // namespace
 
-SceneBlur MeasureBlur(AssessScene& scene) {
+SceneBlur MeasureBlur(AssessScene& scene, const std::function<void()>& watch) {
   const CRect& all = scene.Common();
   CRect halves[2] = {all, all};
   if (all.Width() >= all.Height()) {
@@ -54,8 +58,8 @@ SceneBlur MeasureBlur(AssessScene& scene) {
   } else {
     halves[0].bottom = halves[1].top = (all.top + all.bottom) / 2;
   }
-  const PartBlur first = MeasurePart(scene, halves[0]);
-  const PartBlur second = MeasurePart(scene, halves[1]);
+  const PartBlur first = MeasurePart(scene, halves[0], watch);
+  const PartBlur second = MeasurePart(scene, halves[1], watch);
   SceneBlur blur;
   blur.width = (first.found.blur.width + second.found.blur.width) / 2.0;
   blur.apart = std::fabs(first.found.blur.width - second.found.blur.width);
@@ -72,13 +76,14 @@ double GainThatKeeps(double width, double ratio, double panGain) {
   return GainOfDeviation(1.0, std::sqrt(variance));
 }
 
-SceneGains ChooseGains(AssessScene& scene, const std::vector<double>& given, double ratio) {
+SceneGains ChooseGains(AssessScene& scene, const std::vector<double>& given, double ratio,
+                       const std::function<void()>& watch) {
   SceneGains gains;
   gains.source = given.empty() ? "published" : "given";
   if (!given.empty()) gains.reduced.bands = gains.full.bands = given[0];
   if (given.size() > 1) gains.reduced.pan = gains.full.pan = given[1];
   if (!given.empty()) return gains;
-  const SceneBlur blur = MeasureBlur(scene);
+  const SceneBlur blur = MeasureBlur(scene, watch);
   gains.blur = {blur.width, blur.apart, blur.score};
   if (!blur.doubt.empty()) {
     gains.doubt = "What blurs the bands more than pan cannot be told from the images: " + blur.doubt +

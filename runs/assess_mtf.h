@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -39,7 +40,8 @@ struct SceneBlur {
 };
 
 /// Looks at both halves of the common ground by themselves. Throws RunFailure after a failed read.
-SceneBlur MeasureBlur(AssessScene& scene);
+/// @param watch called again and again, by the caller's thread; what it throws ends the search
+SceneBlur MeasureBlur(AssessScene& scene, const std::function<void()>& watch);
 
 /// What the bands let through at their Nyquist frequency of what pan shows there.
 double GainBeyondPan(double width);
@@ -52,6 +54,8 @@ double GainThatKeeps(double width, double ratio, double panGain);
 /// What is not given is taken from the images, and from the literature where they do not tell.
 /// @param given the bands' gain, and pan's; or the first of them; or none
 /// @param ratio of the pixels
-SceneGains ChooseGains(AssessScene& scene, const std::vector<double>& given, double ratio);
+/// @param watch as of MeasureBlur
+SceneGains ChooseGains(AssessScene& scene, const std::vector<double>& given, double ratio,
+                       const std::function<void()>& watch);
 
 }  // namespace fusion

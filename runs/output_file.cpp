@@ -29,7 +29,8 @@ void ThrowObstacle(const OutputObstacle& obstacle, const std::wstring& output) {
       if (CommonFun::IsFolder(obstacle.file)) throw UsageError(file + " is a folder.");
       throw UsageError(file + " is no regular file; only files, or links to files, can be written.");
     case OutputObstacle::kNotGiven:
-      throw RunError(ERR_WRITE, platform::messages::kWriteFailed);
+      throw RunError(ERR_WRITE, platform::messages::kWriteFailed,
+                     file + " cannot be written" + Reason(obstacle.error) + ".");
   }
 }
 

@@ -71,7 +71,10 @@ std::string RepeatCommand(const Provenance& provenance, const std::string& file)
     if (input.role != "AOI") words.push_back(input.path);
   }
   words.push_back(file);
-  return ShellWords(words) + (provenance.options.empty() ? "" : " " + provenance.options);
+  // Word by word: whoever made the file, its options are that and nothing that a shell would run.
+  const std::vector<std::string> options = UnquotedWords(provenance.options);
+  words.insert(words.end(), options.begin(), options.end());
+  return CommandLine(words);
 }
 
 Provenance VerifyOutput(const std::string& file, RunObserver* observer) {

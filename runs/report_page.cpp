@@ -166,7 +166,7 @@ std::string CommandOf(const ReportContents& c, const std::string& name, const st
   }
   words.insert(words.end(), images.begin(), images.end());
   words.insert(words.end(), more.begin(), more.end());
-  return ShellWords(words);
+  return CommandLine(words);
 }
 
 std::string Commands(const ReportContents& c) {

@@ -70,10 +70,11 @@ quality::Image ReadOn(const CRect& rect, const FusedSource& source) {
 /// Images of the same multispectral bands.
 class QualityGroup {
  public:
-  QualityGroup(const ReportRequest& request, const std::string& ms, const std::vector<int>& bands, Notices& notices)
+  QualityGroup(const ReportRequest& request, const std::string& ms, const std::vector<int>& bands, Notices& notices,
+               const std::function<void()>& watch)
       : m_scene(RequestOf(request, ms, bands), notices),
         m_ratio(std::sqrt(static_cast<double>(m_scene.RatioX()) * m_scene.RatioY())),
-        m_gains(ChooseGains(m_scene, {}, m_ratio)) {
+        m_gains(ChooseGains(m_scene, {}, m_ratio, watch)) {
     if (!m_gains.doubt.empty()) notices.Add(m_gains.doubt + '.');
     OpenInput(m_pan, CommonFun::Utf82U(request.pan));
   }
@@ -137,8 +138,9 @@ void MeasureQuality(const ReportRequest& request, const std::string& ms, const s
     try {
       std::vector<const FusedSource*> group;
       for (const std::size_t i : members) group.push_back(&sources[i]);
-      const std::vector<MethodSums> sums =
-          QualityGroup(request, ms, bands, notices).Measure(group, [&](double done) { step(before + share * done); });
+      const std::vector<MethodSums> sums = QualityGroup(request, ms, bands, notices, [&] {
+                                             step(before);
+                                           }).Measure(group, [&](double done) { step(before + share * done); });
       for (std::size_t g = 0; g < members.size(); ++g) images[members[g]].quality = QualityOf(sums[g]);
     } catch (const RunFailure& failure) {
       // Images without common ground are no fault of the run.

@@ -18,7 +18,13 @@ std::string MoveInWords(double right, double down);
 /// "a, b and c", with the last separator as given.
 std::string Join(const std::vector<std::string>& parts, const std::string& last = " and ");
 
-/// "a b 'c d'": words as a shell takes them apart again.
+/// "a b 'c d'": words as a POSIX shell takes them apart again, the same on every system.
 std::string ShellWords(const std::vector<std::string>& words);
+
+/// The words of what ShellWords made, or of what else says to be it.
+std::vector<std::string> UnquotedWords(const std::string& line);
+
+/// Words as the shell of this system takes them apart again: quoted once or, where cmd and PowerShell are, twice.
+std::string CommandLine(const std::vector<std::string>& words);
 
 }  // namespace fusion

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <list>
-#include <new>
 #include <system_error>
 
 #include "platform/algorithm/string_param_parser.h"
@@ -16,6 +15,7 @@
 #include "platform/raster/renames.h"
 #include "platform/raster/write_guard.h"
 #include "platform/system/files.h"
+#include "platform/system/second_attempt.h"
 #include "platform/system/sync.h"
 #include "platform/utility/common_fun.h"
 
@@ -192,15 +192,8 @@ PendingOutput::PendingOutput(const std::wstring& path, bool replace, const std::
 }
 
 PendingOutput::~PendingOutput() {
-  // Where memory is short, some more of it may be there a moment later.
-  for (int attempt = 0; attempt < 2 && !m_impl->folder.empty(); ++attempt) {
-    try {
-      RemoveFolder(m_impl->folder);
-      return;
-    } catch (const std::bad_alloc&) {
-      // The next run sweeps it.
-    }
-  }
+  // What stays, the next run sweeps.
+  if (!m_impl->folder.empty()) WithSecondAttempt([this] { RemoveFolder(m_impl->folder); });
 }
 
 OutputObstacle PendingOutput::Foresee(RasterDataFormat format) const {

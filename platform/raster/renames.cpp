@@ -3,12 +3,12 @@
 #include <cpl_vsi.h>
 
 #include <filesystem>
-#include <new>
 #include <system_error>
 
 #include "platform/raster/raster_fault.h"
 #include "platform/system/failure_number.h"
 #include "platform/system/files.h"
+#include "platform/system/second_attempt.h"
 #include "platform/utility/common_fun.h"
 
 namespace platform {
@@ -42,14 +42,7 @@ bool GiveSecondName(const std::wstring& file, const std::wstring& second) {
 
 Renames::~Renames() {
   for (auto done = m_done.rbegin(); done != m_done.rend(); ++done) {
-    for (int attempt = 0; attempt < 2; ++attempt) {
-      try {
-        Rename(done->second, done->first, true);
-        break;
-      } catch (const std::bad_alloc&) {
-        // Some more memory may be there a moment later.
-      }
-    }
+    WithSecondAttempt([&] { Rename(done->second, done->first, true); });
   }
 }
 

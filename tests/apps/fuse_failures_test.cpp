@@ -60,6 +60,19 @@ TEST_F(FuseFailures, AFailureAnywhereLeavesTheOldOutputAndNothingElse) {
   }
 }
 
+TEST_F(FuseFailures, ANameThatIsNotGivenIsToldWithTheReason) {
+  const auto options = Options("brovey");
+  platform::SetRasterFault(
+      [](RasterOperation asked, const std::wstring&, int, const CRect&) { return asked == RasterOperation::kRename; });
+  testing::internal::CaptureStderr();
+  const int status = app::RunFuse(options);
+  const std::string said = testing::internal::GetCapturedStderr();
+  platform::SetRasterFault({});
+  EXPECT_EQ(status, app::kRunFailed);
+  EXPECT_THAT(said, testing::StartsWith("fusion: error 3: " + options.out +
+                                        " cannot be written: " + std::generic_category().message(EIO) + ". ("));
+}
+
 TEST_F(FuseFailures, CtrlCAnywhereLeavesTheOldOutputAndNothingElse) {
   for (const auto& method : fusion::Methods()) {
     auto options = Options(method.name);

@@ -154,7 +154,7 @@ TEST_F(OutputFiles, AnOutputThatAnotherProgramHasOpenIsReplacedOrLeft) {
     const auto run = Fuse("out.tif", {"--overwrite", "--method", "pca"});
 #ifdef _WIN32
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.err, HasSubstr("error 3: "));
+    EXPECT_THAT(run.err, HasSubstr("error 3: " + Path("out.tif") + " cannot be written: "));
     EXPECT_TRUE(Bytes("out.tif") == before);
 #else
     EXPECT_EQ(run.status, 0) << run.err;

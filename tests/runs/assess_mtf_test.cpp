@@ -58,7 +58,7 @@ class AssessMtf : public testing::Test {
   static fusion::SceneBlur BlurOf(const AssessRequest& request) {
     fusion::Notices notices(nullptr);
     fusion::AssessScene scene(request, notices);
-    return fusion::MeasureBlur(scene);
+    return fusion::MeasureBlur(scene, [] {});
   }
   /// The scene with another multispectral image.
   AssessRequest With(AssessRequest request, const std::function<void(Image&)>& change) const {
@@ -214,6 +214,36 @@ TEST_F(AssessMtf, HalvesThatDisagreeDoNotTell) {
   });
   const AssessReport report = Untold(request, "the halves of the scene disagree");
   EXPECT_GT(report.blur->apart, 0.2);
+}
+
+TEST_F(AssessMtf, TheSearchEndsWhereItsWatcherWantsThat) {
+  class Patient : public fusion::RunObserver {
+   public:
+    explicit Patient(int patience) : m_patience(patience) {}
+    void StageBegins(const fusion::RunStage& stage) override { begun = stage.identity.name; }
+    bool WantsCancel() override { return begun.empty() && ++asked > m_patience; }
+
+    std::string begun;
+    int asked = 0;  ///< before the first method
+
+   private:
+    int m_patience;
+  };
+  const AssessRequest request = Scene(4);
+  Patient whole(1 << 30);
+  fusion::Assess(request, &whole);
+  EXPECT_EQ(whole.begun, "assess");
+  // Tiles are read, and then dozens of places looked at, of each half.
+  EXPECT_GT(whole.asked, 100);
+  Patient half(whole.asked / 2);
+  try {
+    fusion::Assess(request, &half);
+    ADD_FAILURE() << "went on";
+  } catch (const fusion::RunFailure& failure) {
+    EXPECT_EQ(failure.GetKind(), fusion::RunFailure::Kind::kCancelled);
+  }
+  EXPECT_EQ(half.asked, whole.asked / 2 + 1);
+  EXPECT_EQ(half.begun, "");
 }
 
 }  // namespace
