@@ -97,8 +97,8 @@ bool IsForeignExtension(const std::wstring& extension) {
   static const std::set<std::wstring> foreign = [] {
     InitialiseGdal();
     // Those of drivers that an installation may do without are foreign there, too.
-    std::set<std::wstring> found = {L"ecw", L"exr", L"h5", L"hdf", L"j2k", L"jp2",  L"jpx",
-                                    L"jxl", L"kea", L"nc", L"png", L"sid", L"webp", L"zarr"};
+    std::set<std::wstring> found = {L"ecw", L"exr", L"h5",  L"hdf", L"j2k", L"jp2",  L"jpx", L"jxl",
+                                    L"kea", L"nc",  L"pdf", L"png", L"sid", L"webp", L"zarr"};
     for (int i = 0; i < GDALGetDriverCount(); ++i) {
       for (const char* item : {GDAL_DMD_EXTENSION, GDAL_DMD_EXTENSIONS}) {
         const char* text = GDALGetMetadataItem(GDALGetDriver(i), item, nullptr);

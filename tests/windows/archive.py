@@ -42,6 +42,8 @@ folder = wine / "drive_c" / "影像 工具"
 with zipfile.ZipFile(archive) as packed:
     packed.extractall(folder)
 program = next(folder.glob("*/bin/fusion.exe"))
+if b"longPathAware" not in program.read_bytes():
+    sys.exit("the command does not say that it can have long paths")
 inside = "C:\\影像 工具\\" + "\\".join(program.relative_to(folder).parts)
 print(run(inside, "--version").strip())
 run(inside, "sample", "C:\\景", "--size", "256", "--quiet")
