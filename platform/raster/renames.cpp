@@ -3,6 +3,7 @@
 #include <cpl_vsi.h>
 
 #include <filesystem>
+#include <ranges>
 #include <system_error>
 
 #include "platform/raster/raster_fault.h"
@@ -41,8 +42,8 @@ bool GiveSecondName(const std::wstring& file, const std::wstring& second) {
 }  // namespace
 
 Renames::~Renames() {
-  for (auto done = m_done.rbegin(); done != m_done.rend(); ++done) {
-    WithSecondAttempt([&] { Rename(done->second, done->first, true); });
+  for (const auto& [from, to] : std::views::reverse(m_done)) {
+    WithSecondAttempt([&from = from, &to = to] { Rename(to, from, true); });
   }
 }
 

@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 class OutputFiles : public OutputCommand {
@@ -203,7 +202,7 @@ TEST_F(OutputFiles, OnlyFilesAreWritten) {
   ASSERT_EQ(RunShell("mkfifo " + Quoted(Path("scene/ms.tif"))), 0);
   std::vector<std::string> names = {"dangling.tif", "pipe.tif", "scene"};
   // Device nodes need rights that a test may not have; the zero device stands for what they are.
-  if (RunShell("mknod " + Quoted(Path("device.tif")) + " c 1 3 2> /dev/null") == 0) names.push_back("device.tif");
+  if (RunShell("mknod " + Quoted(Path("device.tif")) + " c 1 3 2> /dev/null") == 0) names.emplace_back("device.tif");
   for (const std::string& name : names) {
     for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--overwrite"}}) {
       const auto status = fs::symlink_status(Native(name)).type();
