@@ -3,7 +3,6 @@
 #include <cpl_vsi.h>
 
 #include <filesystem>
-#include <ranges>
 #include <system_error>
 
 #include "platform/raster/raster_fault.h"
@@ -42,8 +41,8 @@ bool GiveSecondName(const std::wstring& file, const std::wstring& second) {
 }  // namespace
 
 Renames::~Renames() {
-  for (const auto& [from, to] : std::views::reverse(m_done)) {
-    WithSecondAttempt([&from = from, &to = to] { Rename(to, from, true); });
+  for (; !m_done.empty(); m_done.pop_back()) {
+    WithSecondAttempt([this] { Rename(m_done.back().second, m_done.back().first, true); });
   }
 }
 
