@@ -56,28 +56,7 @@ struct Reading {
   }
 };
 
-}  // namespace
-
-Provenance ReadProvenance(const std::string& file) {
-  CRasterSource raster;
-  Open(raster, file);
-  return Read(raster, file);
-}
-
-std::string RepeatCommand(const Provenance& provenance, const std::string& file) {
-  std::vector<std::string> words = {"fusion", "fuse"};
-  for (const ProvenanceInput& input : provenance.inputs) {
-    if (input.path == kInMemory) return {};
-    if (input.role != "AOI") words.push_back(input.path);
-  }
-  words.push_back(file);
-  // Word by word: whoever made the file, its options are that and nothing that a shell would run.
-  const std::vector<std::string> options = UnquotedWords(provenance.options);
-  words.insert(words.end(), options.begin(), options.end());
-  return CommandLine(words);
-}
-
-Provenance VerifyOutput(const std::string& file, RunObserver* observer) {
+Provenance Verified(const std::string& file, RunObserver* observer) {
   CRasterSource raster;
   Open(raster, file);
   Provenance provenance = Read(raster, file);
@@ -100,6 +79,33 @@ Provenance VerifyOutput(const std::string& file, RunObserver* observer) {
   throw RunError(ERR_READ, L"",
                  "The samples of " + file + (wrong.size() == 1 ? ", band " : ", bands ") + Join(wrong) +
                      ", are not those that were written.");
+}
+
+}  // namespace
+
+Provenance ReadProvenance(const std::string& file) {
+  return AsRun([&] {
+    CRasterSource raster;
+    Open(raster, file);
+    return Read(raster, file);
+  });
+}
+
+std::string RepeatCommand(const Provenance& provenance, const std::string& file) {
+  std::vector<std::string> words = {"fusion", "fuse"};
+  for (const ProvenanceInput& input : provenance.inputs) {
+    if (input.path == kInMemory) return {};
+    if (input.role != "AOI") words.push_back(input.path);
+  }
+  words.push_back(file);
+  // Word by word: whoever made the file, its options are that and nothing that a shell would run.
+  const std::vector<std::string> options = UnquotedWords(provenance.options);
+  words.insert(words.end(), options.begin(), options.end());
+  return CommandLine(words);
+}
+
+Provenance VerifyOutput(const std::string& file, RunObserver* observer) {
+  return AsRun([&] { return Verified(file, observer); });
 }
 
 }  // namespace fusion
