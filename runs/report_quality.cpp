@@ -138,9 +138,8 @@ void MeasureQuality(const ReportRequest& request, const std::string& ms, const s
     try {
       std::vector<const FusedSource*> group;
       for (const std::size_t i : members) group.push_back(&sources[i]);
-      const std::vector<MethodSums> sums = QualityGroup(request, ms, bands, notices, [&] {
-                                             step(before);
-                                           }).Measure(group, [&](double done) { step(before + share * done); });
+      QualityGroup measure(request, ms, bands, notices, [&] { step(before); });
+      const std::vector<MethodSums> sums = measure.Measure(group, [&](double done) { step(before + share * done); });
       for (std::size_t g = 0; g < members.size(); ++g) images[members[g]].quality = QualityOf(sums[g]);
     } catch (const RunFailure& failure) {
       // Images without common ground are no fault of the run.

@@ -24,7 +24,8 @@ std::string ShellWords(const std::vector<std::string>& words);
 /// The words of what ShellWords made, or of what else says to be it.
 std::vector<std::string> UnquotedWords(const std::string& line);
 
-/// Words as the shell of this system takes them apart again: quoted once or, where cmd and PowerShell are, twice.
+/// Words as the shell of this system takes them apart again: in single quotation marks or, for cmd and PowerShell, in
+/// double ones.
 std::string CommandLine(const std::vector<std::string>& words);
 
 }  // namespace fusion

@@ -111,21 +111,39 @@ class Faults : public test_support::RunScene {
     return failed;
   }
 
+  struct Blow {
+    RasterOperation operation;
+    int at;       ///< which of them
+    bool throws;  ///< what a lack of memory throws, rather than that it fails
+  };
+  struct Struck {
+    bool met;  ///< there was such an operation
+    bool failed;
+  };
+
+  /// A run in which one operation goes wrong.
+  template <typename Run>
+  Struck Strike(const std::string& what, const std::string& good, const Run& run, const Blow& blow) {
+    std::atomic<int> count = 0;
+    std::atomic<bool> met = false;
+    platform::SetRasterFault([&](RasterOperation asked, const std::wstring&, int, const CRect&) {
+      if (asked != blow.operation || count++ != blow.at) return false;
+      met = true;
+      if (blow.throws) throw std::bad_alloc();
+      return true;
+    });
+    const std::string which = std::to_string(static_cast<int>(blow.operation)) + ' ' + std::to_string(blow.at);
+    const bool failed = Hit(what + (blow.throws ? " throws in" : "") + " operation " + which, good, run);
+    return {met, failed};
+  }
+
   /// Lets one operation after another fail, or every step-th, until none is left to fail.
   template <typename Run>
   void FailOperations(const std::string& what, const std::string& good, const Run& run, int step = 1) {
     for (const RasterOperation operation : kOperations) {
       bool hit = true;
       for (int at = 0; hit && at < 400; at += step) {
-        std::atomic<int> count = 0;
-        std::atomic<bool> met = false;
-        platform::SetRasterFault([&](RasterOperation asked, const std::wstring&, int, const CRect&) {
-          const bool now = asked == operation && count++ == at;
-          if (now) met = true;
-          return now;
-        });
-        Hit(what + " operation " + std::to_string(static_cast<int>(operation)) + ' ' + std::to_string(at), good, run);
-        hit = met;
+        hit = Strike(what, good, run, {operation, at, false}).met;
       }
     }
   }
@@ -156,19 +174,11 @@ class Faults : public test_support::RunScene {
       if (operation == RasterOperation::kStore) continue;
       bool hit = true;
       for (int at = 0; hit && at < 400; at += statistics ? 1 : kStep) {
-        std::atomic<int> count = 0;
-        std::atomic<bool> met = false;
-        platform::SetRasterFault([&](RasterOperation asked, const std::wstring&, int, const CRect&) {
-          if (asked != operation || count++ != at) return false;
-          met = true;
-          throw std::bad_alloc();
-        });
-        const std::string which = what + " throws in operation " + std::to_string(static_cast<int>(operation));
-        const bool failed = Hit(which + ' ' + std::to_string(at), good, run);
-        hit = met;
+        const Struck struck = Strike(what, good, run, {operation, at, true});
+        hit = struck.met;
         if (!statistics || !hit) continue;
         ++m_statistics;
-        m_ofStatistics += failed ? 1 : 0;
+        m_ofStatistics += struck.failed ? 1 : 0;
       }
     }
   }

@@ -38,8 +38,7 @@ class FaultsOfMeasures : public Faults, public testing::WithParamInterface<const
     ASSERT_NO_THROW(plain());
     FailOperations(m_what, good, plain, Seventh());
     ThrowInOperations(m_what, good, plain);
-    if (attacks::memoryFails)
-      FailAllocations(m_what, good, plain, attacks::EveryAllocation() ? 0 : *m_what.c_str(), Step());
+    if (attacks::memoryFails) FailAllocations(m_what, good, plain, 0, Step());
     ChangedMind never(1 << 30);
     run(request, &never);
     const int step = std::max(1, never.Asked() / 200);
