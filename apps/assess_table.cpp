@@ -12,8 +12,6 @@ namespace {
 
 constexpr int kWidth = 11;
 
-std::string Number(double value) { return std::isnan(value) ? "-" : fusion::Formatted("%.4g", value); }
-
 std::string Padded(const std::string& text, int width) {
   const auto missing = static_cast<std::size_t>(std::max(0, width - static_cast<int>(text.size())));
   return std::string(missing, ' ') + text;
@@ -37,7 +35,7 @@ void PrintTable(const fusion::AssessTable& table) {
     line = "  " + table.rows[r].method;
     line.resize(names, ' ');
     for (std::size_t m = 0; m < table.measures.size(); ++m) {
-      line += Padded(Number(table.rows[r].values[m]), kWidth);
+      line += Padded(fusion::NumberOrDash("%.4g", table.rows[r].values[m]), kWidth);
       line += table.measures[m].best == static_cast<int>(r) ? '*' : ' ';
     }
     print(line);

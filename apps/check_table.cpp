@@ -13,9 +13,7 @@ namespace {
 
 using fusion::Formatted;
 
-std::string Number(double value, const char* format = "%.5g") {
-  return std::isnan(value) ? "-" : Formatted(format, value);
-}
+std::string Number(double value, const char* format = "%.5g") { return fusion::NumberOrDash(format, value); }
 
 std::string Percent(double share) { return std::isnan(share) ? "-" : Formatted("%.3g", 100.0 * share) + " %"; }
 

@@ -33,11 +33,11 @@ void Brovey(const fusion::FusionRow& row) {
   for (int b = 0; b < row.outBandCount; ++b) ShareNothing(row.pan, sum, row.outBandCount, row.width, row.out[b]);
 }
 
-fusion::RowMethod MakeRows(CRowFusion&, const fusion::FusionBlock&) { return {{.scratchRows = 1}, Brovey}; }
+fusion::RowMethod MakeRatios(CRowFusion&, const fusion::FusionBlock&) { return {{.scratchRows = 1}, Brovey}; }
 
 }  // namespace
 
-CBroveyFusion::CBroveyFusion(FusionParam* param) : CRowFusion(param, MakeRows) {
+CBroveyFusion::CBroveyFusion(FusionParam* param) : CRowFusion(param, MakeRatios) {
   if (param) m_broveyParam = *param;
 }
 CBroveyFusion::~CBroveyFusion() = default;

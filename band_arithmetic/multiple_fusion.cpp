@@ -12,12 +12,12 @@ void Multiply(const fusion::FusionRow& row) {
   for (int b = 0; b < row.outBandCount; ++b) MultiplyRow(row.ms[b], row.pan, row.width, row.out[b]);
 }
 
-fusion::RowMethod MakeRows(CRowFusion&, const fusion::FusionBlock&) { return {{}, Multiply}; }
+fusion::RowMethod MakeProducts(CRowFusion&, const fusion::FusionBlock&) { return {{}, Multiply}; }
 
 }  // namespace
 
 CMultipleFusion::CMultipleFusion(FusionParam* param)
-    : CRowFusion(param, MakeRows, {.start = fusion::PositionStart::kOutput}) {}
+    : CRowFusion(param, MakeProducts, {.start = fusion::PositionStart::kOutput}) {}
 CMultipleFusion::~CMultipleFusion() = default;
 CMultipleFusion::CMultipleFusion(const CMultipleFusion&) = default;
 CMultipleFusion& CMultipleFusion::operator=(const CMultipleFusion&) = default;

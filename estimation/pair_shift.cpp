@@ -5,19 +5,13 @@
 #include <cstdlib>
 #include <utility>
 
+#include "estimation/median.h"
+
 namespace fusion {
 namespace {
 
 constexpr int kFarthest = 16;
 constexpr PanBlur kUsual = {false, 1.0};
-
-double Median(std::vector<double> values) {
-  if (values.empty()) return 0.0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  if (values.size() % 2 == 1) return *middle;
-  return (*middle + *std::max_element(values.begin(), middle)) / 2.0;
-}
 
 /// The deviation of normal values whose median distance from their median this is.
 double Spread(std::vector<double> values, double median) {
@@ -56,11 +50,11 @@ struct Offset {
 };
 
 /// How far a window can be moved on itself.
-int Reach(const Details& details) { return std::min(kFarthest, std::min(details.width, details.height) / 4); }
+int FarthestMove(const Details& details) { return std::min(kFarthest, std::min(details.width, details.height) / 4); }
 
 /// Adds the second moments of the bands inside a window, and of pan's detail that lies beside them by the offset.
 void AddMoments(const Details& details, const Offset& offset, std::vector<double>& sums) {
-  const int reach = Reach(details);
+  const int reach = FarthestMove(details);
   const std::size_t n = details.bands.size();
   std::vector<double> own((n + 1) * (n + 1), 0.0);
   const auto addRows = [&](std::size_t i, std::size_t j) {
@@ -152,7 +146,7 @@ class ShiftSearch {
       details[static_cast<std::size_t>(t)] = DetailsOf(tiles[static_cast<std::size_t>(t)], registration);
     });
     int reach = kFarthest;
-    for (const Details& d : details) reach = std::min(reach, Reach(d));
+    for (const Details& d : details) reach = std::min(reach, FarthestMove(d));
     const int side = 2 * reach + 1;
     const std::size_t n = tiles[0].bands.size();
     std::vector<double> scores(static_cast<std::size_t>(side) * static_cast<std::size_t>(side));

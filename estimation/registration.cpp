@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "estimation/median.h"
 #include "framework/row_math.h"
 #include "platform/statistics/running_covariance.h"
 #include "platform/utility/matrix_operation.h"
@@ -25,13 +26,6 @@ double TopOf(const double* x, const double* y) {
   const double bend = (right - left) / (x[2] - x[0]);
   if (!(bend < 0.0)) return x[1];
   return std::clamp((x[0] + x[1]) / 2.0 - left / (2.0 * bend), x[0], x[2]);
-}
-
-double Median(std::vector<double> values) {
-  if (values.empty()) return 0.0;
-  const std::size_t middle = values.size() / 2;
-  std::sort(values.begin(), values.end());
-  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2.0;
 }
 
 }  // namespace

@@ -10,13 +10,13 @@
 namespace {
 
 template <typename Metric>
-CFusionEvaluate* Make(FusionEvaluateParam* param) {
+CFusionEvaluate* MakeMeasure(FusionEvaluateParam* param) {
   return new Metric(param);
 }
 
 /// In the order of FusionEvaluateType.
-constexpr std::array kMakers = {Make<CEntropyEvaluate>, Make<CStatisticEvaluate>, Make<CSNREvaluate>,
-                                Make<CGradEvaluate>};
+constexpr std::array kMeasureMakers = {MakeMeasure<CEntropyEvaluate>, MakeMeasure<CStatisticEvaluate>,
+                                       MakeMeasure<CSNREvaluate>, MakeMeasure<CGradEvaluate>};
 
 }  // namespace
 
@@ -26,8 +26,8 @@ CFusEvaluateAlgorithmFactory::~CFusEvaluateAlgorithmFactory() = default;
 CFusionEvaluate* CFusEvaluateAlgorithmFactory::CreateAlgorithm(FusionEvaluateType type, CBaseProgress* progress,
                                                                FusionEvaluateParam* param) {
   const auto index = static_cast<std::size_t>(type);
-  if (type < 0 || index >= kMakers.size()) return nullptr;
-  CFusionEvaluate* metric = kMakers[index](param);
+  if (type < 0 || index >= kMeasureMakers.size()) return nullptr;
+  CFusionEvaluate* metric = kMeasureMakers[index](param);
   metric->SetProgress(progress);
   return metric;
 }

@@ -66,7 +66,8 @@ Provenance Verified(const std::string& file, RunObserver* observer) {
     throw RunError(ERR_READ, L"", file + " was written as " + provenance.output + " and reads as " + size + ".");
   }
   Reading reading{observer};
-  if (observer) observer->StageBegins({{"verify"}, "verify", ""});
+  static const RunStage kStage = {{"verify"}, "verify", ""};
+  if (observer) observer->StageBegins(kStage);
   const std::vector<std::string> sums = platform::ChecksumsOf(raster, Reading::GoOn, &reading);
   if (observer) observer->StageEnds();
   if (reading.cancelled) throw RunError(ERR_CANCELLED, L"");

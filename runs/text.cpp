@@ -37,6 +37,10 @@ std::string Formatted(const char* format, double value) {
   return text;
 }
 
+std::string NumberOrDash(const char* format, double value) {
+  return std::isnan(value) ? "-" : Formatted(format, value);
+}
+
 std::string MoveInWords(double right, double down) {
   std::vector<std::string> ways;
   const auto add = [&ways](double by, const char* backward, const char* forward) {

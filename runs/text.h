@@ -11,6 +11,9 @@ std::string Lower(std::string text);
 /// A number as printf shows it.
 std::string Formatted(const char* format, double value);
 
+/// A number as a table shows it: "-" in the place of none.
+std::string NumberOrDash(const char* format, double value);
+
 /// Where a move of some pan pixels to the right and down leads: "0.5 pan pixels to the left and 1 pan pixel down";
 /// empty for none.
 std::string MoveInWords(double right, double down);

@@ -10,23 +10,23 @@ namespace platform {
 namespace {
 
 // Independent lanes let the sums vectorise although additions may not be reordered.
-constexpr int kLanes = 16;
+constexpr int kProductLanes = 16;
 
 FUSION_MULTIVERSION(void, AddProducts,
                     (const double* a, double meanA, const double* b, double meanB, std::int64_t count, double* lanes),
                     (a, meanA, b, meanB, count, lanes)) {
   // Sums of its own, which the compiler knows to lie apart from the values.
-  double sums[kLanes];
-  std::copy_n(lanes, kLanes, sums);
-  for (std::int64_t i = 0; i < count; i += kLanes) {
-    for (int l = 0; l < kLanes; ++l) sums[l] += (a[i + l] - meanA) * (b[i + l] - meanB);
+  double sums[kProductLanes];
+  std::copy_n(lanes, kProductLanes, sums);
+  for (std::int64_t i = 0; i < count; i += kProductLanes) {
+    for (int l = 0; l < kProductLanes; ++l) sums[l] += (a[i + l] - meanA) * (b[i + l] - meanB);
   }
-  std::copy_n(sums, kLanes, lanes);
+  std::copy_n(sums, kProductLanes, lanes);
 }
 
 double SumOfProducts(const double* a, double meanA, const double* b, double meanB, std::int64_t count) {
-  const std::int64_t whole = count - count % kLanes;
-  double lanes[kLanes] = {};
+  const std::int64_t whole = count - count % kProductLanes;
+  double lanes[kProductLanes] = {};
   AddProducts(a, meanA, b, meanB, whole, lanes);
   double sum = 0.0;
   for (std::int64_t i = whole; i < count; ++i) sum += (a[i] - meanA) * (b[i] - meanB);

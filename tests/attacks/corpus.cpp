@@ -23,10 +23,6 @@ constexpr int kPanSize = 64;
 constexpr int kMsSize = 16;
 constexpr int kBands = 4;
 
-void Write(const TemporaryFolder& folder, const std::string& name, const std::string& bytes) {
-  std::ofstream(CommonFun::ToPath(folder.WidePath(name)), std::ios::binary) << bytes;
-}
-
 void Must(CPLErr result) {
   if (result != CE_None) throw std::runtime_error(CPLGetLastErrorMsg());
 }
@@ -122,6 +118,10 @@ void Both(Corpus& corpus, const std::string& name, End end, const std::function<
 }
 
 }  // namespace
+
+void Write(const TemporaryFolder& folder, const std::string& name, const std::string& bytes) {
+  std::ofstream(CommonFun::ToPath(folder.WidePath(name)), std::ios::binary) << bytes;
+}
 
 void MakeGoodPair(const TemporaryFolder& folder) {
   Make(folder, "pan.tif", kPan, {.geoTransform = GroundOf(kPan), .wkt = Wkt(32630)});

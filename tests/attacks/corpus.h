@@ -28,6 +28,9 @@ struct Corpus {
   std::vector<Entry> mss;   ///< with the good pan image
 };
 
+/// Makes a file of these bytes.
+void Write(const test_support::TemporaryFolder& folder, const std::string& name, const std::string& bytes);
+
 /// Makes pan.tif (64 x 64, 0.5 m) and ms.tif (16 x 16, 2 m, 4 bands) in a folder.
 void MakeGoodPair(const test_support::TemporaryFolder& folder);
 

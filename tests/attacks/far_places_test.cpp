@@ -85,9 +85,9 @@ struct Map {
 };
 constexpr Map kDegrees{4326, Degrees};
 constexpr Map kPacific{3832, OfPacific};
-constexpr Map kNorth{3413, OfNorth};
+constexpr Map kNorthern{3413, OfNorth};
 constexpr Map kArctic{3995, OfArctic};
-constexpr Map kSouth{3031, OfSouth};
+constexpr Map kSouthern{3031, OfSouth};
 constexpr Map kZone60{32660, OfZone60};
 constexpr Map kZone1{32601, OfZone1};
 
@@ -237,13 +237,13 @@ TEST_F(FarPlaces, InZonesOnBothSidesOfTheDateLineShowWhatIsThere) {
 }
 
 TEST_F(FarPlaces, AtAPoleShowWhatIsThere) {
-  const Grid north{kNorth, 64, 64, -3200.0, 3200.0, 100.0};
+  const Grid north{kNorthern, 64, 64, -3200.0, 3200.0, 100.0};
   Expect("north over another map", north, {kArctic, 40, 40, -8000.0, 8000.0, 400.0}, AroundPole, 0.1);
   // Half a row at the pole, and half a column at 180 degrees, have no neighbours beyond.
   Expect("north over degrees", north, {kDegrees, 360, 60, -180.0, 90.0, 1.0, 0.001}, AroundPole, 3.0);
-  const Grid south{kSouth, 64, 64, -3200.0, 3200.0, 100.0};
+  const Grid south{kSouthern, 64, 64, -3200.0, 3200.0, 100.0};
   Expect("south over degrees", south, {kDegrees, 360, 60, -180.0, -89.94, 1.0, 0.001}, AroundPole, 3.0);
-  Expect("south over itself", south, {kSouth, 40, 40, -8000.0, 8000.0, 400.0}, AroundPole, 0.1);
+  Expect("south over itself", south, {kSouthern, 40, 40, -8000.0, 8000.0, 400.0}, AroundPole, 0.1);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "platform/utility/common_fun.h"
+#include "tests/attacks/corpus.h"
 #include "tests/support/scene.h"
 
 namespace attacks {
@@ -35,10 +36,6 @@ std::string Joined(const std::vector<double>& values, const std::string& between
   std::string text;
   for (const double value : values) text += (text.empty() ? "" : between) + Number(value);
   return text;
-}
-
-void Write(const TemporaryFolder& folder, const std::string& name, const std::string& bytes) {
-  std::ofstream(CommonFun::ToPath(folder.WidePath(name)), std::ios::binary) << bytes;
 }
 
 }  // namespace

@@ -118,11 +118,11 @@ TEST_P(RationalPlaces, AreThoseOfPan) {
   ExpectGround(both, 100.0 / kRatio);
 }
 
-std::string NameOf(const testing::TestParamInfo<Carrier>& carrier) {
+std::string NameOfCarrier(const testing::TestParamInfo<Carrier>& carrier) {
   if (carrier.param == Carrier::kTag) return "tag";
   return carrier.param == Carrier::kRpb ? "rpb" : "text";
 }
 
-INSTANTIATE_TEST_SUITE_P(Carriers, RationalPlaces, testing::ValuesIn(attacks::kCarriers), NameOf);
+INSTANTIATE_TEST_SUITE_P(Carriers, RationalPlaces, testing::ValuesIn(attacks::kCarriers), NameOfCarrier);
 
 }  // namespace

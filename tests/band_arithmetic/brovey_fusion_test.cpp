@@ -9,7 +9,7 @@ namespace {
 using test_support::Scene;
 using test_support::SceneOptions;
 
-reference::Run Reference(const Scene& scene, const FusionParam& param) {
+reference::Run BroveyReference(const Scene& scene, const FusionParam& param) {
   reference::Run run = scene.Reference(param);
   run.arithmetic = [n = run.outBandCount](const reference::Pixel& pixel) { return reference::Brovey(pixel, n); };
   return run;
@@ -58,7 +58,7 @@ TEST(BroveyFusion, TheSumTakesAsManyBandsAsTheOutputHas) {
             (std::vector<std::vector<double>>{{20.0, 0.0}, {40.0, 0.0}, {60.0, 90.0}, {0.0, 0.0}}));
 }
 
-TEST(BroveyFusion, PositionsStartAtThePanRaster) { test_support::ExpectPositionStart<CBroveyFusion>(Reference); }
+TEST(BroveyFusion, PositionsStartAtThePanRaster) { test_support::ExpectPositionStart<CBroveyFusion>(BroveyReference); }
 
 TEST(BroveyFusion, ResultIsClampedThenTruncatedToTheOutputType) {
   const test_support::OneRow row({1000.0, 7.0, -50.0}, {{3.0, 1.0, 1.0}, {1.0, 1.0, 1.0}});
@@ -74,7 +74,7 @@ TEST(BroveyFusion, ResultIsClampedThenTruncatedToTheOutputType) {
 
 class BroveyDefinition : public test_support::MethodSweep {};
 
-TEST_P(BroveyDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CBroveyFusion>(Reference); }
+TEST_P(BroveyDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CBroveyFusion>(BroveyReference); }
 
 TEST_P(BroveyDefinition, HoldsForChosenAreaAndBands) {
   SceneOptions options;
@@ -83,7 +83,7 @@ TEST_P(BroveyDefinition, HoldsForChosenAreaAndBands) {
   FusionParam param = Param(scene);
   param.m_rcProcess = {5, 3, 30, 27};
   param.m_vecMSBands = {4, 0, 2};
-  test_support::ExpectDefinition<CBroveyFusion>(scene, param, Reference(scene, param));
+  test_support::ExpectDefinition<CBroveyFusion>(scene, param, BroveyReference(scene, param));
 }
 
 TEST_P(BroveyDefinition, HoldsForPartialOverlap) {
@@ -94,7 +94,7 @@ TEST_P(BroveyDefinition, HoldsForPartialOverlap) {
   options.msHeight = 8;
   const Scene scene(Seed(), options);
   const FusionParam param = Param(scene);
-  reference::Run run = Reference(scene, param);
+  reference::Run run = BroveyReference(scene, param);
   run.process = {7, 5, 25, 21};
   test_support::ExpectDefinition<CBroveyFusion>(scene, param, run);
 }
@@ -104,7 +104,7 @@ TEST_P(BroveyDefinition, HoldsForSouthUpImages) {
   options.southUp = true;
   const Scene scene(Seed(), options);
   const FusionParam param = Param(scene);
-  test_support::ExpectDefinition<CBroveyFusion>(scene, param, Reference(scene, param));
+  test_support::ExpectDefinition<CBroveyFusion>(scene, param, BroveyReference(scene, param));
 }
 
 TEST_P(BroveyDefinition, NarrowsTheRangeWhereBothImagesDeclareNoData) {
@@ -115,7 +115,7 @@ TEST_P(BroveyDefinition, NarrowsTheRangeWhereBothImagesDeclareNoData) {
   options.high = 3.0;
   const Scene scene(Seed(), options);
   const FusionParam param = Param(scene);
-  reference::Run run = Reference(scene, param);
+  reference::Run run = BroveyReference(scene, param);
   run.conversion.addOne = true;
   test_support::ExpectDefinition<CBroveyFusion>(scene, param, run);
 }
@@ -134,7 +134,7 @@ TEST(BroveyFusion, PixelsOutsideTheAreaOfInterestAreZeroWhateverTheAddOneSwitch)
   const double x = 440000.0 + 5 * 10.0;
   const double y = 4470000.0 - 4 * 10.0;
   test_support::WriteTriangle(param.m_strAoiFile, {x, y}, {x + 200.0, y}, {x, y - 200.0});
-  reference::Run run = Reference(scene, param);
+  reference::Run run = BroveyReference(scene, param);
   run.process = {5, 4, 25, 24};
   run.conversion.addOne = true;
   run.inside = [](int column, int row) { return column - 5 + 0.5 + row - 4 + 0.5 < 20.0; };

@@ -9,7 +9,7 @@ namespace {
 using test_support::ReadImage;
 using test_support::Scene;
 
-reference::Run Reference(const Scene& scene, const FusionParam& param) {
+reference::Run MultipleReference(const Scene& scene, const FusionParam& param) {
   reference::Run run = scene.Reference(param);
   run.startAtOutput = true;
   run.arithmetic = [](const reference::Pixel& pixel) {
@@ -22,7 +22,7 @@ reference::Run Reference(const Scene& scene, const FusionParam& param) {
 
 class MultipleDefinition : public test_support::MethodSweep {};
 
-TEST_P(MultipleDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CMultipleFusion>(Reference); }
+TEST_P(MultipleDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CMultipleFusion>(MultipleReference); }
 
 INSTANTIATE_TEST_SUITE_P(AllTypes, MultipleDefinition, test_support::AllTypesAndResamplings(),
                          test_support::SweepCaseName);
@@ -58,7 +58,9 @@ TEST(MultipleFusion, ProductOfTwoBytesIsClampedToTheRange) {
 
 TEST(MultipleFusion, PreparingWithoutOpenImagesFails) { EXPECT_EQ(CMultipleFusion(nullptr).Preproccess(), 4); }
 
-TEST(MultipleFusion, PositionsStartAtTheOutputRaster) { test_support::ExpectPositionStart<CMultipleFusion>(Reference); }
+TEST(MultipleFusion, PositionsStartAtTheOutputRaster) {
+  test_support::ExpectPositionStart<CMultipleFusion>(MultipleReference);
+}
 
 TEST(MultipleFusion, UnknownResamplingGivesZero) {
   const Scene scene(41);
@@ -93,7 +95,7 @@ TEST(MultipleFusion, DoesNotNarrowTheRangeForNoData) {
   options.msNoData = 0.0;
   const Scene scene(43, options);
   const FusionParam param = scene.Param(PDT_UINT8);
-  test_support::ExpectDefinition<CMultipleFusion>(scene, param, Reference(scene, param));
+  test_support::ExpectDefinition<CMultipleFusion>(scene, param, MultipleReference(scene, param));
 }
 
 TEST(MultipleFusion, SpectralMatchingBringsTheBandsToTheirMeans) {

@@ -1,4 +1,5 @@
 #include "estimation/detail_moments.h"
+#include "tests/support/numbers.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +11,7 @@ namespace {
 using fusion::DetailMoments;
 using fusion::PanBlur;
 
-constexpr double kPi = 3.14159265358979323846;
+using test_support::kPi;
 
 /// Images of one size with a made-up texture, values row by row.
 struct Stack {

@@ -20,7 +20,7 @@ using test_support::RecordingProgress;
 using test_support::Scene;
 using test_support::SceneOptions;
 
-class Probe : public CFusion {
+class OperationsProbe : public CFusion {
  public:
   using CFusion::CFusion;
   void** AlgorithmProcess(double*, CRect*, double**, int, CRect*, PixelDataType, int, CRect*, CRasterAOI*) override {
@@ -41,7 +41,7 @@ void Create(CRasterSource& source, int width, int height, int bands, PixelDataTy
   ASSERT_TRUE(source.CreateRaster(kFormatGeoTiff, MemoryPath(), width, height, bands, type, transform, L"", nullptr));
 }
 
-std::pair<int, int> BlockSize(Probe& probe) {
+std::pair<int, int> BlockSize(OperationsProbe& probe) {
   int width = -7;
   int height = 99999;
   probe.GetBlockSize(width, height);
@@ -49,7 +49,7 @@ std::pair<int, int> BlockSize(Probe& probe) {
 }
 
 TEST(BlockSize, IsWholePanRows512AtATime) {
-  Probe probe(nullptr);
+  OperationsProbe probe(nullptr);
   CRasterSource pan;
   Create(pan, 3000, 700, 1, PDT_UINT8);
   probe.m_pPanSrc = &pan;
@@ -57,7 +57,7 @@ TEST(BlockSize, IsWholePanRows512AtATime) {
 }
 
 TEST(BlockSize, IsASquareWithoutAPanImage) {
-  Probe probe(nullptr);
+  OperationsProbe probe(nullptr);
   EXPECT_EQ(BlockSize(probe), std::make_pair(1024, 1024));
   CRasterSource closed;
   probe.m_pPanSrc = &closed;
@@ -66,7 +66,7 @@ TEST(BlockSize, IsASquareWithoutAPanImage) {
 }
 
 TEST(BlockSize, IsCutToTheOutput) {
-  Probe probe(nullptr);
+  OperationsProbe probe(nullptr);
   CRasterSource pan;
   CRasterSource narrow;
   CRasterSource low;
@@ -98,7 +98,7 @@ class ReadRectangle : public testing::Test {
     EXPECT_TRUE(probe.GetReadBufferRect(&block, &rect));
     return rect;
   }
-  Probe probe{nullptr};
+  OperationsProbe probe{nullptr};
   CRasterSource dst;
   CRasterSource ms;
 };
@@ -142,7 +142,7 @@ TEST_F(ReadRectangle, UnderReprojectionIsTheReprojectionsOwn) {
 class WriteOperation : public testing::Test {
  protected:
   ~WriteOperation() override { platform::SetRasterFault({}); }
-  Probe probe{nullptr};
+  OperationsProbe probe{nullptr};
 };
 
 TEST_F(WriteOperation, WritesEachBandInItsOwnTypeOverTheRectangle) {
@@ -185,7 +185,7 @@ TEST_P(BaseConversion, IsNarrowedWhereBothImagesDeclareNoData) {
   if (msDeclares) options.msNoData = 0.0;
   const Scene scene(31, options);
   FusionParam param = scene.Param();
-  Probe probe(&param);
+  OperationsProbe probe(&param);
   probe.Process();
   const platform::ValueConversion& conversion = probe.GetValueConversion();
   const bool narrowed = panDeclares && msDeclares;
@@ -218,7 +218,7 @@ TEST(BasePreparation, OnlyTheFirstBandsNoDataValuesCount) {
       write(panFile, panBand);
       write(msFile, msBand);
       ASSERT_TRUE(pan.OpenSimple(panFile) && ms.OpenSimple(msFile));
-      Probe probe(nullptr);
+      OperationsProbe probe(nullptr);
       probe.m_pPanSrc = &pan;
       probe.m_pMSSrc = &ms;
       EXPECT_EQ(probe.Preproccess(), 0);
@@ -232,14 +232,14 @@ TEST(BasePreparation, StatisticsAreMadeForMatchingOnly) {
   CRasterSource ms;
   ASSERT_TRUE(ms.OpenSimple(scene.msFile));
   FusionParam param = scene.Param();
-  Probe plain(&param);
+  OperationsProbe plain(&param);
   plain.m_pMSSrc = &ms;
   EXPECT_EQ(plain.Preproccess(), 0);
   EXPECT_FALSE(plain.m_pMeans || plain.m_pStdDevs);
   EXPECT_TRUE(plain.m_param.m_vecMSBands.empty());
 
   param.m_bSpectralMatch = true;
-  Probe matched(&param);
+  OperationsProbe matched(&param);
   EXPECT_EQ(matched.Preproccess(), 0) << "without a multispectral image nothing is made";
   EXPECT_FALSE(matched.m_pMeans || matched.m_pStdDevs);
   matched.m_pMSSrc = &ms;
@@ -259,7 +259,7 @@ TEST(BasePreparation, CancelledStatisticsEndIt) {
   param.m_bSpectralMatch = true;
   RecordingProgress progress;
   progress.RequestCancel();
-  Probe probe(&param);
+  OperationsProbe probe(&param);
   probe.SetProgress(&progress);
   probe.m_pMSSrc = &ms;
   EXPECT_EQ(probe.Preproccess(), 4);
@@ -270,9 +270,9 @@ TEST(BasePreparation, CancelledStatisticsEndIt) {
 }
 
 TEST(BasePreparation, OneThatWasCancelledIsLoggedNotReported) {
-  class Cancelled : public Probe {
+  class Cancelled : public OperationsProbe {
    public:
-    using Probe::Probe;
+    using OperationsProbe::OperationsProbe;
     GISError Preproccess() override {
       m_nLastErrorType = ERR_CANCELLED;
       return GIS_FAILED;
@@ -296,9 +296,9 @@ TEST(BasePreparation, OneThatWasCancelledIsLoggedNotReported) {
 }
 
 TEST(Kernel, GetsTheNumbersOfBandsReadAndWanted) {
-  class Counting : public Probe {
+  class Counting : public OperationsProbe {
    public:
-    using Probe::Probe;
+    using OperationsProbe::OperationsProbe;
     void** AlgorithmProcess(double*, CRect*, double**, int msBandCount, CRect*, PixelDataType outType, int outBandCount,
                             CRect*, CRasterAOI*) override {
       given = {msBandCount, outBandCount, outType};
@@ -317,7 +317,7 @@ TEST(Kernel, GetsTheNumbersOfBandsReadAndWanted) {
 TEST(Run, LeavesNoPointerToARasterBehind) {
   const Scene scene(36);
   FusionParam param = scene.Param();
-  Probe probe(&param);
+  OperationsProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.m_pPanSrc, nullptr);
   EXPECT_EQ(probe.m_pMSSrc, nullptr);

@@ -30,9 +30,9 @@ constexpr wchar_t kReadFailed[] = L"读取数据失败！";
 constexpr wchar_t kWriteFailed[] = L"写数据失败！";
 
 /// Writes the pan value plus the band number, and records what the driver does.
-class Probe : public CFusion {
+class DriverProbe : public CFusion {
  public:
-  explicit Probe(FusionParam* param) : CFusion(param) {}
+  explicit DriverProbe(FusionParam* param) : CFusion(param) {}
 
   GISError Preproccess() override {
     calls.push_back("Preproccess");
@@ -123,8 +123,8 @@ class Driver : public testing::Test {
     return options;
   }
   /// Runs a probe with four blocks of 10 lines and the recording reporter.
-  std::unique_ptr<Probe> Run(const std::function<void(Probe&)>& prepare = {}) {
-    auto probe = std::make_unique<Probe>(&param);
+  std::unique_ptr<DriverProbe> Run(const std::function<void(DriverProbe&)>& prepare = {}) {
+    auto probe = std::make_unique<DriverProbe>(&param);
     probe->blockHeight = 10;
     if (prepare) prepare(*probe);
     probe->SetProgress(&progress);
@@ -158,7 +158,7 @@ TEST_F(Driver, RunsBothProgressStagesAndStepsOncePerBlock) {
 }
 
 TEST_F(Driver, WorksWithoutAReporter) {
-  Probe probe(&param);
+  DriverProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_EQ(ReadImage(scene.outFile).bands[1][5], scene.pan.bands[0][5] + 1);
@@ -171,7 +171,7 @@ TEST_F(Driver, BlocksAreWholePanRows512LinesAtATime) {
   options.msBands = 2;
   const Scene large(2, options);
   FusionParam largeParam = large.Param();
-  Probe probe(&largeParam);
+  DriverProbe probe(&largeParam);
   probe.Process();
   EXPECT_EQ(probe.blockSize, std::make_pair(1000, 512));
   ASSERT_EQ(probe.blocks.size(), 3u);
@@ -185,7 +185,7 @@ TEST_F(Driver, BlocksAreWholePanRows512LinesAtATime) {
 
 TEST_F(Driver, BlocksGoRowByRowAndShiftByTheProcessingArea) {
   param.m_rcProcess = {3, 5, 16, 25};
-  const auto probe = Run([](Probe& p) { p.blockWidth = 8; });
+  const auto probe = Run([](DriverProbe& p) { p.blockWidth = 8; });
   ASSERT_EQ(probe->blocks.size(), 4u);
   EXPECT_EQ(probe->blocks[1], CRect(8, 0, 13, 10));
   EXPECT_EQ(probe->panRects[1], CRect(11, 5, 16, 15));
@@ -198,7 +198,7 @@ TEST_F(Driver, BlocksGoRowByRowAndShiftByTheProcessingArea) {
 }
 
 TEST_F(Driver, BlockWithoutReadRectangleIsPassedOverSilently) {
-  const auto probe = Run([](Probe& p) { p.skipBlock = 1; });
+  const auto probe = Run([](DriverProbe& p) { p.skipBlock = 1; });
   EXPECT_EQ(probe->GetLastErrorType(), 0);
   EXPECT_EQ(probe->Count("Process"), 3);
   EXPECT_EQ(probe->Count("End"), 3);
@@ -206,7 +206,7 @@ TEST_F(Driver, BlockWithoutReadRectangleIsPassedOverSilently) {
 }
 
 TEST_F(Driver, BuffersGrowWhenARectangleNeedsMore) {
-  const auto probe = Run([](Probe& p) {
+  const auto probe = Run([](DriverProbe& p) {
     p.blockWidth = 2;
     p.blockHeight = 2;
     p.msRectGiven = {0, 0, 8, 20};
@@ -217,7 +217,7 @@ TEST_F(Driver, BuffersGrowWhenARectangleNeedsMore) {
 }
 
 TEST_F(Driver, NullResultWritesNothingAndTheRunGoesOn) {
-  const auto probe = Run([](Probe& p) { p.answerNull = true; });
+  const auto probe = Run([](DriverProbe& p) { p.answerNull = true; });
   EXPECT_EQ(probe->GetLastErrorType(), 0);
   EXPECT_EQ(probe->Count("Process"), 4);
   const auto out = ReadImage(scene.outFile);
@@ -225,7 +225,7 @@ TEST_F(Driver, NullResultWritesNothingAndTheRunGoesOn) {
 }
 
 TEST_F(Driver, NullBandIsLeftOut) {
-  const auto probe = Run([](Probe& p) { p.nullBand = 1; });
+  const auto probe = Run([](DriverProbe& p) { p.nullBand = 1; });
   EXPECT_EQ(probe->GetLastErrorType(), 0);
   const auto out = ReadImage(scene.outFile);
   EXPECT_EQ(out.bands[1][0], 0.0);
@@ -233,7 +233,7 @@ TEST_F(Driver, NullBandIsLeftOut) {
 }
 
 TEST_F(Driver, FailedPreparationIsReportedAndEndsTheRunWithoutEndProccess) {
-  const auto probe = Run([](Probe& p) { p.preprocessResult = GIS_FAILED; });
+  const auto probe = Run([](DriverProbe& p) { p.preprocessResult = GIS_FAILED; });
   EXPECT_EQ(probe->GetLastErrorType(), 4);
   EXPECT_EQ(probe->Count("EndProccess"), 0);
   EXPECT_EQ(progress.Calls().back(), L"Error 4 ");
@@ -241,7 +241,7 @@ TEST_F(Driver, FailedPreparationIsReportedAndEndsTheRunWithoutEndProccess) {
 }
 
 TEST_F(Driver, RefusedBlockIsReportedAndCleanedUp) {
-  const auto probe = Run([](Probe& p) { p.startResult = GIS_FAILED; });
+  const auto probe = Run([](DriverProbe& p) { p.startResult = GIS_FAILED; });
   EXPECT_NE(probe->GetLastErrorType(), 0);
   EXPECT_EQ(probe->Count("EndProccess"), 1);
   EXPECT_EQ(progress.Errors(), 1);
@@ -322,7 +322,7 @@ TEST_F(Driver, AFailedRunsOutputIsNotCompleted) {
   ASSERT_TRUE(test_support::FileExists(scene.outFile));
   CRasterSource::DeleteFileW(scene.outFile);
   // A cancellation would end the copy, too.
-  EXPECT_EQ(Run([](Probe& p) { p.inProcess = [] { throw std::bad_alloc(); }; })->GetLastErrorType(), 6);
+  EXPECT_EQ(Run([](DriverProbe& p) { p.inProcess = [] { throw std::bad_alloc(); }; })->GetLastErrorType(), 6);
   EXPECT_FALSE(test_support::FileExists(scene.outFile));
 }
 
@@ -338,7 +338,7 @@ TEST_F(Driver, NothingReadOrProcessedOutsideTheAreaOfInterest) {
   const double x = 440000.0;
   const double y = 4470000.0;
   test_support::WriteTriangle(param.m_strAoiFile, {x, y}, {x + 160.0, y}, {x, y - 400.0});
-  const auto probe = Run([](Probe& p) { p.blockWidth = 4; });
+  const auto probe = Run([](DriverProbe& p) { p.blockWidth = 4; });
   EXPECT_EQ(probe->GetLastErrorType(), 0);
   // Blocks of 4 columns: the last column of blocks lies outside from the second block row on.
   EXPECT_LT(probe->Count("Process"), 16);
@@ -363,7 +363,7 @@ TEST_F(Driver, BlockWhollyInsideTheAreaGetsNoMask) {
 }
 
 TEST_F(Driver, FailedAllocationBecomesAnErrorState) {
-  const auto probe = Run([](Probe& p) { p.inProcess = [] { throw std::bad_alloc(); }; });
+  const auto probe = Run([](DriverProbe& p) { p.inProcess = [] { throw std::bad_alloc(); }; });
   EXPECT_EQ(probe->GetLastErrorType(), 6);
   EXPECT_EQ(probe->GetLastErrorMessage(), L"内存不足！");
   EXPECT_EQ(progress.Errors(), 1);
@@ -371,13 +371,13 @@ TEST_F(Driver, FailedAllocationBecomesAnErrorState) {
 }
 
 TEST_F(Driver, ExceptionFromBelowBecomesAnErrorState) {
-  const auto probe = Run([](Probe& p) { p.inProcess = [] { throw std::runtime_error("broken"); }; });
+  const auto probe = Run([](DriverProbe& p) { p.inProcess = [] { throw std::runtime_error("broken"); }; });
   EXPECT_EQ(probe->GetLastErrorType(), 6);
   EXPECT_EQ(probe->GetLastErrorMessage(), L"broken");
 }
 
 TEST_F(Driver, ARunClearsTheStateOfTheOneBefore) {
-  Probe probe(&param);
+  DriverProbe probe(&param);
   probe.inProcess = [] { throw std::runtime_error("broken"); };
   probe.Process();
   probe.inProcess = {};
@@ -405,7 +405,7 @@ TEST_F(Driver, CompletionMessageCarriesTheOutputPath) {
   EXPECT_EQ(window.messages[0], std::make_tuple(1124u, scene.outFile, LPARAM{1}));
   EXPECT_EQ(window.threads[0], std::this_thread::get_id());
   // With or without a reporter.
-  Probe probe(&param);
+  DriverProbe probe(&param);
   probe.Process();
   EXPECT_EQ(window.messages.size(), 2u);
 }
@@ -416,13 +416,13 @@ TEST_F(Driver, FailedOrCancelledRunSendsNoCompletionMessage) {
   progress.CancelAtStep(1);
   Run();
   FailAt(RasterOperation::kClose, scene.outFile);
-  Probe probe(&param);
+  DriverProbe probe(&param);
   probe.Process();
   EXPECT_TRUE(window.messages.empty());
 }
 
 TEST_F(Driver, WriteBlockSkipsWhatItCannotWrite) {
-  Probe probe(&param);
+  DriverProbe probe(&param);
   CRasterSource dst;
   const double geoTransform[6] = {0, 1, 0, 0, 0, -1};
   ASSERT_TRUE(

@@ -21,9 +21,9 @@ using test_support::SceneOptions;
 
 constexpr wchar_t kWrongExtent[] = L"设置的影像范围有误！";
 
-class Probe : public CFusion {
+class ConfigProbe : public CFusion {
  public:
-  explicit Probe(FusionParam* param) : CFusion(param) {}
+  explicit ConfigProbe(FusionParam* param) : CFusion(param) {}
   void** AlgorithmProcess(double*, CRect*, double**, int, CRect*, PixelDataType, int, CRect*, CRasterAOI*) override {
     tempFile = m_strTempFile;
     reprojecting = m_pReproject != nullptr;
@@ -50,7 +50,7 @@ class OutputConfig : public testing::Test {
   ~OutputConfig() override { platform::SetRasterFault({}); }
   void ExpectFailure(FusionParam param, int type, const std::wstring& message) {
     RecordingProgress progress;
-    Probe probe(&param);
+    ConfigProbe probe(&param);
     probe.SetProgress(&progress);
     probe.Process();
     EXPECT_EQ(probe.GetLastErrorType(), type);
@@ -100,7 +100,7 @@ TEST_F(OutputConfig, SingleBandIsErrorElevenUnlessTheCallerGivesABandCount) {
   ExpectFailure(scene.Param(), 11, L"多光谱数据处理波段错误！");
   FusionParam param = scene.Param();
   param.m_nOutBandCount = 1;
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_EQ(ReadImage(scene.outFile).bands.size(), 1u);
@@ -152,7 +152,7 @@ TEST_F(OutputConfig, DefaultsComeFromTheImages) {
   const Scene scene(9, options);
   FusionParam param = scene.Param(PDT_UNKNOWN);
   param.m_strOutFile = L"/vsimem/default.unknown";
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_EQ(probe.Param().m_eOutDataType, PDT_INT16);
@@ -174,7 +174,7 @@ TEST_F(OutputConfig, SpectralMatchingWritesToATemporaryFileWithOneBandPerChosenB
   FusionParam param = scene.Param();
   param.m_bSpectralMatch = true;
   param.m_vecMSBands = {3, 1};
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.Process();
   EXPECT_FALSE(probe.tempFile.empty());
   EXPECT_NE(probe.tempFile, scene.outFile);
@@ -200,7 +200,7 @@ TEST_F(OutputConfig, EarlyReturnRemovesTheTemporaryFile) {
   FusionParam param = scene.Param();
   param.m_bSpectralMatch = true;
   const auto before = FilesNamedLike(L"");
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.fail = true;
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 4);
@@ -217,7 +217,7 @@ TEST_F(OutputConfig, ImagesWithoutAnyGeoreferenceOverlayPixelByPixel) {
   CRasterSource ms;
   ASSERT_TRUE(pan.OpenSimple(L"/vsimem/plain.tif"));
   ASSERT_TRUE(ms.OpenSimple(L"/vsimem/plain.tif"));
-  Probe probe(nullptr);
+  ConfigProbe probe(nullptr);
   CRect rect;
   bool reproject = true;
   EXPECT_TRUE(probe.GetOutRect(&pan, &ms, rect, reproject, false));
@@ -227,7 +227,7 @@ TEST_F(OutputConfig, ImagesWithoutAnyGeoreferenceOverlayPixelByPixel) {
 
 TEST_F(OutputConfig, OverlapNeedsBothRasters) {
   CRasterSource source;
-  Probe probe(nullptr);
+  ConfigProbe probe(nullptr);
   CRect rect;
   bool reproject = false;
   EXPECT_FALSE(probe.GetOutRect(nullptr, &source, rect, reproject, false));
@@ -242,7 +242,7 @@ TEST_F(OutputConfig, OneValidCoordinateSystemIsNoReasonToReproject) {
   CRasterSource ms;
   ASSERT_TRUE(pan.OpenSimple(scene.panFile));
   ASSERT_TRUE(ms.OpenSimple(scene.msFile));
-  Probe probe(nullptr);
+  ConfigProbe probe(nullptr);
   CRect rect;
   bool reproject = true;
   EXPECT_TRUE(probe.GetOutRect(&pan, &ms, rect, reproject, false));
@@ -257,7 +257,7 @@ TEST_F(OutputConfig, ReprojectionIsBuiltForTheRunAndFreedAtItsEnd) {
   std::copy_n(degrees, 6, scene.ms.geoTransform);
   test_support::WriteImage(scene.ms, scene.msFile, PDT_UINT16, test_support::Wgs84Wkt());
   FusionParam param = scene.Param();
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_TRUE(probe.reprojecting);
@@ -273,7 +273,7 @@ TEST_F(OutputConfig, RotationTermsAreKeptOnlyWithoutTheOpenOption) {
   FusionParam param = scene.Param();
   param.m_bOpenOption = false;
   param.m_rcProcess = {0, 0, 4, 4};
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   const auto out = ReadImage(scene.outFile);
@@ -282,7 +282,7 @@ TEST_F(OutputConfig, RotationTermsAreKeptOnlyWithoutTheOpenOption) {
 
   param.m_bOpenOption = true;
   param.m_rcProcess = {0, 0, 4, 4};
-  Probe warped(&param);
+  ConfigProbe warped(&param);
   warped.Process();
   EXPECT_EQ(warped.GetLastErrorType(), 0);
   const auto north = ReadImage(scene.outFile);
@@ -296,7 +296,7 @@ TEST_F(OutputConfig, AreaThatDoesNotTouchTheImagesFails) {
   param.m_strAoiFile = L"/vsimem/far_area.csv";
   test_support::WriteTriangle(param.m_strAoiFile, {0.0, 0.0}, {10.0, 0.0}, {0.0, 10.0});
   RecordingProgress progress;
-  Probe probe(&param);
+  ConfigProbe probe(&param);
   probe.SetProgress(&progress);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorMessage(), kWrongExtent);

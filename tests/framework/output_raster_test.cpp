@@ -21,7 +21,7 @@ using test_support::SceneOptions;
 using test_support::UtmWkt;
 
 /// Writes pan into every band, and shows the run's reprojection while it is there.
-class Probe : public CFusion {
+class OutputProbe : public CFusion {
  public:
   using CFusion::CFusion;
   void** AlgorithmProcess(double* pan, CRect* panRect, double** ms, int msBandCount, CRect* msRect,
@@ -39,7 +39,7 @@ class Probe : public CFusion {
 
 using Dataset = std::unique_ptr<GDALDataset>;
 Dataset RunAndOpen(FusionParam param) {
-  Probe probe(&param);
+  OutputProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_TRUE(probe.GetLastErrorMessage().empty());
@@ -122,7 +122,7 @@ TEST(OutputRaster, TheTemporaryOneOfAMatchedRunHasABandForEachChosenOne) {
   FusionParam param = scene.Param();
   param.m_bSpectralMatch = true;
   param.m_nOutBandCount = 2;
-  Probe probe(&param);
+  OutputProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_EQ(probe.bandsWritten, 3);
@@ -145,7 +145,7 @@ TEST(OutputRaster, InputsAreOpenedPanFirst) {
   FusionParam param = scene.Param();
   param.m_strPanFile = L"/vsimem/no_pan.tif";
   param.m_strMSFile = L"/vsimem/no_ms.tif";
-  Probe probe(&param);
+  OutputProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorMessage(), L"打开文件（/vsimem/no_pan.tif）失败！");
 }
@@ -156,7 +156,7 @@ TEST(OutputRaster, CommonGroundIsLookedForBeforeTheBandsAreCounted) {
   options.msShiftX = 5000.0;
   const Scene scene(7, options);
   FusionParam param = scene.Param();
-  Probe probe(&param);
+  OutputProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 0);
   EXPECT_EQ(probe.GetLastErrorMessage(), L"设置的影像范围有误！");
@@ -169,7 +169,7 @@ TEST(OutputRaster, OneOfTwoBandsIsTooFewAndTwoAreEnough) {
   EXPECT_EQ(RunAndOpen(scene.Param())->GetRasterCount(), 2);
   FusionParam param = scene.Param();
   param.m_vecMSBands = {1};
-  Probe probe(&param);
+  OutputProbe probe(&param);
   probe.Process();
   EXPECT_EQ(probe.GetLastErrorType(), 11);
 }
@@ -193,7 +193,7 @@ TEST(OutputRaster, PositionsUnderReprojectionComeFromAGridOverIt) {
   const auto exact = build(CRect());
   int seen = 0;
   int apart = 0;
-  Probe probe(&param);
+  OutputProbe probe(&param);
   probe.atReprojection = [&](const CReproject& of, const CRasterSource& output) {
     for (int i = 0; i < 20; ++i) {
       double ground[2];

@@ -16,12 +16,12 @@ constexpr auto kTypes = fusion::kResampleTypes.size();
 
 constexpr int kWidths[] = {1, 3, 7, 8, 9, 31, 32, 33, 257};
 
-struct Scene {
+struct Coarse {
   CRect rect;
   std::vector<std::vector<double>> buffers;
   std::vector<const double*> bands;
 
-  Scene(std::mt19937& random, int bandCount) {
+  Coarse(std::mt19937& random, int bandCount) {
     const int left = static_cast<int>(random() % 3 == 0 ? 0 : random() % 50);
     const int top = static_cast<int>(random() % 3 == 0 ? 0 : random() % 50);
     rect = CRect(left, top, left + 1 + static_cast<int>(random() % 60), top + 1 + static_cast<int>(random() % 30));
@@ -44,7 +44,7 @@ struct Rows {
   }
 };
 
-void ExpectSameBits(const Scene& scene, int type, double x, double y, int column, const Rows& rows) {
+void ExpectSameBits(const Coarse& scene, int type, double x, double y, int column, const Rows& rows) {
   const auto expected = reference::Resample(type, x, y, scene.buffers, scene.rect);
   for (std::size_t b = 0; b < expected.size(); ++b) {
     const double value = rows.values[b][static_cast<std::size_t>(column)];
@@ -66,7 +66,7 @@ std::vector<double> Columns(std::mt19937& random, int width, int first, int size
 TEST(RowResampler, SeparableRowsEqualTheDefinitionBitForBit) {
   std::mt19937 random(11);
   for (int round = 0; round < 1500; ++round) {
-    const Scene scene(random, 1 + static_cast<int>(random() % 4));
+    const Coarse scene(random, 1 + static_cast<int>(random() % 4));
     const int width = kWidths[random() % std::size(kWidths)];
     const int type = static_cast<int>(random() % (kTypes + 1));  // an unknown one among them
     const auto x = Columns(random, width, scene.rect.left, scene.rect.Width());
@@ -86,7 +86,7 @@ TEST(RowResampler, SeparableRowsEqualTheDefinitionBitForBit) {
 TEST(RowResampler, RowsMayComeInAnyOrder) {
   std::mt19937 random(12);
   for (int round = 0; round < 200; ++round) {
-    const Scene scene(random, 2);
+    const Coarse scene(random, 2);
     const int type = static_cast<int>(random() % kTypes);
     const auto x = Columns(random, 33, scene.rect.left, scene.rect.Width());
     fusion::RowResampler resampler(static_cast<ResampleType>(type), scene.bands.data(), 2, scene.rect);
@@ -103,7 +103,7 @@ TEST(RowResampler, RowsMayComeInAnyOrder) {
 
 TEST(RowResampler, NewColumnsForgetTheOldOnes) {
   std::mt19937 random(13);
-  const Scene scene(random, 2);
+  const Coarse scene(random, 2);
   fusion::RowResampler resampler(RT_BICUBIC, scene.bands.data(), 2, scene.rect);
   for (const double shift : {0.0, 0.3, 0.6}) {
     std::vector<double> x;
@@ -120,7 +120,7 @@ TEST(RowResampler, FreePositionsEqualTheDefinitionBitForBit) {
   std::mt19937 random(14);
   const double far[] = {-1e9, 1e9};
   for (int round = 0; round < 600; ++round) {
-    const Scene scene(random, 1 + static_cast<int>(random() % 9));
+    const Coarse scene(random, 1 + static_cast<int>(random() % 9));
     const int width = kWidths[random() % std::size(kWidths)];
     const int type = static_cast<int>(random() % (kTypes + 1));  // an unknown one among them
     // Rows all of whose positions lie inside, and others.

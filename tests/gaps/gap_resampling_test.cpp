@@ -7,6 +7,7 @@
 
 #include "framework/resampling/kernels.h"
 #include "framework/resampling/resample_point.h"
+#include "tests/support/numbers.h"
 
 namespace {
 
@@ -14,7 +15,7 @@ using fusion::ListTaps;
 using fusion::ResampleValid;
 using fusion::Tap;
 
-const double kNaN = std::nan("");
+using test_support::kNaN;
 
 /// A rectangle of 6 x 5 samples at (3, 2) with the value 10 x column + row, counted in the image.
 class GapResampling : public testing::Test {

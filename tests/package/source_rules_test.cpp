@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kRoot = FUSION_SOURCE_DIR;
+const fs::path kTree = FUSION_SOURCE_DIR;
 
 /// What each layer may include besides itself.
 const std::map<std::string, std::set<std::string>> kAllowed = {
@@ -43,7 +43,7 @@ std::string LayerOf(const std::string& path) { return path.substr(0, path.find('
 
 std::vector<fs::path> SourcesOf(const std::string& folder) {
   std::vector<fs::path> sources;
-  for (const auto& entry : fs::recursive_directory_iterator(kRoot / folder)) {
+  for (const auto& entry : fs::recursive_directory_iterator(kTree / folder)) {
     const auto extension = entry.path().extension();
     if (extension == ".h" || extension == ".cpp") sources.push_back(entry.path());
   }
@@ -62,7 +62,7 @@ TEST(SourceRules, FoldersIncludeOnlyWhatStandsBelowThem) {
   int seen = 0;
   for (const auto& folder : kFolders) {
     for (const auto& file : SourcesOf(folder)) {
-      const std::string layer = LayerOf(fs::relative(file, kRoot).generic_string());
+      const std::string layer = LayerOf(fs::relative(file, kTree).generic_string());
       for (const auto& line : LinesOf(file)) {
         std::smatch match;
         if (!std::regex_search(line, match, include)) continue;
@@ -88,7 +88,7 @@ TEST(SourceRules, ASourceIncludesItsOwnHeaderFirst) {
       for (const auto& line : LinesOf(source)) {
         if (first.empty() && std::regex_match(line, match, include)) first = match[1];
       }
-      EXPECT_EQ(first, fs::relative(header, kRoot).generic_string()) << source;
+      EXPECT_EQ(first, fs::relative(header, kTree).generic_string()) << source;
     }
   }
   EXPECT_GT(seen, 100);
@@ -113,7 +113,7 @@ TEST(SourceRules, PixelTypesBecomeElementTypesInOnePlace) {
   for (const auto& folder : kFolders) {
     for (const auto& file : SourcesOf(folder)) {
       for (const auto& line : LinesOf(file)) {
-        if (line.find("case PDT_") != std::string::npos) places.insert(fs::relative(file, kRoot).generic_string());
+        if (line.find("case PDT_") != std::string::npos) places.insert(fs::relative(file, kTree).generic_string());
       }
     }
   }
@@ -127,7 +127,7 @@ TEST(SourceRules, NothingAsksWhichKernelAResamplingIs) {
   for (const auto& folder : kFolders) {
     for (const auto& file : SourcesOf(folder)) {
       for (const auto& line : LinesOf(file)) {
-        if (std::regex_search(line, asks)) places.insert(fs::relative(file, kRoot).generic_string());
+        if (std::regex_search(line, asks)) places.insert(fs::relative(file, kTree).generic_string());
       }
     }
   }
@@ -137,7 +137,7 @@ TEST(SourceRules, NothingAsksWhichKernelAResamplingIs) {
 TEST(SourceRules, TheDocumentsShowTheExamplesAsTheyAre) {
   const auto text = [](const fs::path& file) {
     std::string all;
-    for (const auto& line : LinesOf(kRoot / file)) all += line + '\n';
+    for (const auto& line : LinesOf(kTree / file)) all += line + '\n';
     return all;
   };
   const std::string usage = text("docs/usage.md");

@@ -13,7 +13,7 @@ namespace {
 
 using test_support::RecordingProgress;
 
-constexpr wchar_t kIn[] = L"/vsimem/base_in.tif";
+constexpr wchar_t kBaseIn[] = L"/vsimem/base_in.tif";
 constexpr wchar_t kArea[] = L"/vsimem/base_area.csv";
 
 /// Opens what the base class keeps for its heirs.
@@ -116,15 +116,15 @@ class AreaOfInterest : public testing::Test {
     const double transform[6] = {0.0, 1.0, 0.0, 10.0, 0.0, -1.0};
     std::copy_n(transform, 6, image.geoTransform);
     image.bands.emplace_back(200, 1.0);
-    test_support::WriteImage(image, kIn, PDT_UINT8);
-    EXPECT_TRUE(m_source.OpenSimple(kIn));
+    test_support::WriteImage(image, kBaseIn, PDT_UINT8);
+    EXPECT_TRUE(m_source.OpenSimple(kBaseIn));
     // Covers columns 2..7 and rows 1..6.
     test_support::WriteTriangle(kArea, {2.0, 9.0}, {8.0, 9.0}, {2.0, 3.0});
     m_param.m_strAoiFile = kArea;
   }
   ~AreaOfInterest() override {
     m_source.Close();
-    CRasterSource::DeleteFileW(kIn);
+    CRasterSource::DeleteFileW(kBaseIn);
     CRasterSource::DeleteFileW(kArea);
   }
 

@@ -15,8 +15,8 @@ using test_support::FileExists;
 using test_support::ReadImage;
 using test_support::WriteImage;
 
-constexpr wchar_t kIn[] = L"/vsimem/convolution_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/convolution_out.tif";
+constexpr wchar_t kConvolutionIn[] = L"/vsimem/convolution_in.tif";
+constexpr wchar_t kConvolutionOut[] = L"/vsimem/convolution_out.tif";
 
 std::size_t At(int column, int row, int width) {
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(width) + static_cast<std::size_t>(column);
@@ -38,8 +38,8 @@ Image RandomImage(int width, int height, int bands, unsigned seed) {
 ConvolutionParam Param(int width, int height, std::vector<double> coefficients, double scale = 1.0) {
   ConvolutionParam param;
   param.m_strAlgName = L"卷积处理";
-  param.m_strInFile = kIn;
-  param.m_strOutFile = kOut;
+  param.m_strInFile = kConvolutionIn;
+  param.m_strOutFile = kConvolutionOut;
   param.m_eOutDataType = PDT_FLOAT64;
   param.m_dScale = scale;
   param.m_vecCoefficients = std::move(coefficients);
@@ -69,11 +69,11 @@ std::pair<double, double> PlainSum(const Image& image, const ConvolutionParam& p
 }
 
 void ExpectPlainSum(const Image& image, ConvolutionParam param) {
-  WriteImage(image, kIn, PDT_FLOAT64);
+  WriteImage(image, kConvolutionIn, PDT_FLOAT64);
   CConvolution convolution(&param);
   convolution.Process();
   ASSERT_EQ(convolution.GetLastErrorType(), 0);
-  const Image out = ReadImage(kOut);
+  const Image out = ReadImage(kConvolutionOut);
   ASSERT_EQ(out.bands.size(), 1u);
   ASSERT_EQ(out.width, image.width);
   ASSERT_EQ(out.height, image.height);
@@ -108,8 +108,8 @@ std::vector<double> Random(int count, unsigned seed) {
 class Convolution : public testing::Test {
  protected:
   ~Convolution() override {
-    CRasterSource::DeleteFileW(kIn);
-    CRasterSource::DeleteFileW(kOut);
+    CRasterSource::DeleteFileW(kConvolutionIn);
+    CRasterSource::DeleteFileW(kConvolutionOut);
   }
 };
 
@@ -119,11 +119,11 @@ TEST_F(Convolution, SevenBySevenMeanRepeatsTheEdge) {
   image.width = 4;
   image.height = 1;
   image.bands = {{0, 7, 14, 21}};
-  WriteImage(image, kIn, PDT_UINT8);
+  WriteImage(image, kConvolutionIn, PDT_UINT8);
   ConvolutionParam param = Param(7, 7, Constant(49, 1.0), 1.0 / 49.0);
   CConvolution convolution(&param);
   convolution.Process();
-  const Image out = ReadImage(kOut);
+  const Image out = ReadImage(kConvolutionOut);
   ASSERT_EQ(out.bands.size(), 1u);
   // Column 0 sees 0 0 0 0 7 14 21, column 1 0 0 0 7 14 21 21 and so on.
   const double expected[] = {6.0, 9.0, 12.0, 15.0};
@@ -135,11 +135,11 @@ TEST_F(Convolution, IsACorrelationNotAMirroredConvolution) {
   image.width = 3;
   image.height = 3;
   image.bands = {{0, 0, 0, 0, 1, 0, 0, 0, 0}};
-  WriteImage(image, kIn, PDT_FLOAT64);
+  WriteImage(image, kConvolutionIn, PDT_FLOAT64);
   ConvolutionParam param = Param(3, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9});
   CConvolution convolution(&param);
   convolution.Process();
-  EXPECT_EQ(ReadImage(kOut).bands[0], (std::vector<double>{9, 8, 7, 6, 5, 4, 3, 2, 1}));
+  EXPECT_EQ(ReadImage(kConvolutionOut).bands[0], (std::vector<double>{9, 8, 7, 6, 5, 4, 3, 2, 1}));
 }
 
 TEST_F(Convolution, ConstantKernels) {
@@ -238,10 +238,10 @@ TEST_F(Convolution, OneHugeValueSpoilsNoPixelBeyondItsReach) {
     ConvolutionParam param = Param(7, 7, coefficients);
     std::vector<double> results[2];
     for (const bool huge : {false, true}) {
-      WriteImage(huge ? image : clean, kIn, PDT_FLOAT64);
+      WriteImage(huge ? image : clean, kConvolutionIn, PDT_FLOAT64);
       CConvolution convolution(&param);
       convolution.Process();
-      results[huge] = ReadImage(kOut).bands[0];
+      results[huge] = ReadImage(kConvolutionOut).bands[0];
     }
     for (int y = 0; y < 60; ++y) {
       for (int x = 0; x < 60; ++x) {
@@ -255,17 +255,17 @@ TEST_F(Convolution, OneHugeValueSpoilsNoPixelBeyondItsReach) {
 
 TEST_F(Convolution, ChosenBandGoesToOneFloatBand) {
   const Image image = RandomImage(20, 10, 3, 18);
-  WriteImage(image, kIn, PDT_FLOAT64);
+  WriteImage(image, kConvolutionIn, PDT_FLOAT64);
   ConvolutionParam param = Param(1, 1, {2.0});
   param.m_nBand = 2;
   param.m_eOutDataType = PDT_UNKNOWN;
   CConvolution convolution(&param);
   convolution.Process();
   CRasterSource out;
-  ASSERT_TRUE(out.OpenSimple(kOut));
+  ASSERT_TRUE(out.OpenSimple(kConvolutionOut));
   EXPECT_EQ(out.GetBandCount(), 1);
   EXPECT_EQ(out.GetRasterDataType(), PDT_FLOAT32);
-  const Image read = ReadImage(kOut);
+  const Image read = ReadImage(kConvolutionOut);
   for (std::size_t i = 0; i < read.bands[0].size(); ++i) {
     EXPECT_EQ(read.bands[0][i], static_cast<double>(static_cast<float>(2.0 * image.bands[2][i])));
   }
@@ -276,16 +276,16 @@ TEST_F(Convolution, IntegerTypesTruncateAndClamp) {
   image.width = 4;
   image.height = 1;
   image.bands = {{3, 200, -5, 1}};
-  WriteImage(image, kIn, PDT_INT16);
+  WriteImage(image, kConvolutionIn, PDT_INT16);
   ConvolutionParam param = Param(1, 1, {1.5});
   param.m_eOutDataType = PDT_UINT8;
   CConvolution convolution(&param);
   convolution.Process();
-  EXPECT_EQ(ReadImage(kOut).bands[0], (std::vector<double>{4, 255, 0, 1}));
+  EXPECT_EQ(ReadImage(kConvolutionOut).bands[0], (std::vector<double>{4, 255, 0, 1}));
 }
 
 TEST_F(Convolution, KernelsThatMakeNoSenseAreRefused) {
-  WriteImage(RandomImage(8, 8, 1, 19), kIn, PDT_FLOAT64);
+  WriteImage(RandomImage(8, 8, 1, 19), kConvolutionIn, PDT_FLOAT64);
   std::vector<ConvolutionParam> refused = {Param(3, 3, Constant(8, 1.0)),
                                            Param(3, 3, {}),
                                            Param(0, 0, {}),
@@ -304,12 +304,12 @@ TEST_F(Convolution, KernelsThatMakeNoSenseAreRefused) {
     convolution.Process();
     EXPECT_NE(convolution.GetLastErrorType(), 0);
     EXPECT_FALSE(convolution.GetLastErrorMessage().empty());
-    EXPECT_FALSE(FileExists(kOut));
+    EXPECT_FALSE(FileExists(kConvolutionOut));
   }
 }
 
 TEST_F(Convolution, MissingBandFailsLikeARead) {
-  WriteImage(RandomImage(8, 8, 1, 20), kIn, PDT_FLOAT64);
+  WriteImage(RandomImage(8, 8, 1, 20), kConvolutionIn, PDT_FLOAT64);
   for (const int band : {-1, 1}) {
     ConvolutionParam param = Param(3, 3, Constant(9, 1.0));
     param.m_nBand = band;
@@ -321,10 +321,10 @@ TEST_F(Convolution, MissingBandFailsLikeARead) {
 }
 
 TEST_F(Convolution, PlainRecordIsRefused) {
-  WriteImage(RandomImage(8, 8, 1, 21), kIn, PDT_FLOAT64);
+  WriteImage(RandomImage(8, 8, 1, 21), kConvolutionIn, PDT_FLOAT64);
   AlgorithmParam param;
-  param.m_strInFile = kIn;
-  param.m_strOutFile = kOut;
+  param.m_strInFile = kConvolutionIn;
+  param.m_strOutFile = kConvolutionOut;
   CConvolution convolution(&param);
   convolution.Process();
   EXPECT_NE(convolution.GetLastErrorType(), 0);

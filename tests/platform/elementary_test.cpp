@@ -8,11 +8,13 @@
 #include <random>
 #include <vector>
 
+#include "tests/support/numbers.h"
+
 namespace {
 
-constexpr double kPi = 3.141592653589793;
+using test_support::kPi;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 
 /// Distance from a value known better, in units of the last place that a double of its size has.
 double Units(double value, long double exact) {

@@ -20,8 +20,8 @@ namespace {
 using reference::Image;
 using test_support::ReadMasked;
 
-constexpr wchar_t kIn[] = L"/vsimem/gap_stage_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/gap_stage_out.tif";
+constexpr wchar_t kGapIn[] = L"/vsimem/gap_stage_in.tif";
+constexpr wchar_t kGapOut[] = L"/vsimem/gap_stage_out.tif";
 constexpr double kFill = -9999.0;
 
 std::size_t At(const Image& image, int x, int y) {
@@ -50,8 +50,8 @@ Image ImageWithGaps(int bands, double fill) {
 template <typename Record>
 Record MakeRecord(PixelDataType type = PDT_FLOAT64) {
   Record record;
-  record.m_strInFile = kIn;
-  record.m_strOutFile = kOut;
+  record.m_strInFile = kGapIn;
+  record.m_strOutFile = kGapOut;
   record.m_eOutDataType = type;
   record.m_bMaskNoData = true;
   return record;
@@ -62,7 +62,7 @@ Image RunStage(Record record) {
   Stage stage(&record);
   stage.Process();
   EXPECT_EQ(stage.GetLastErrorType(), 0);
-  const auto output = ReadMasked(kOut);
+  const auto output = ReadMasked(kGapOut);
   EXPECT_TRUE(output.declaresZero);
   return output.image;
 }
@@ -93,7 +93,7 @@ double Expected(const Image& image, const ConvolutionParam& kernel, int x, int y
 
 void ExpectConvolution(int width, int height, std::vector<double> coefficients) {
   const Image image = ImageWithGaps(1, kFill);
-  test_support::WriteImage(image, kIn, PDT_FLOAT64, "", kFill);
+  test_support::WriteImage(image, kGapIn, PDT_FLOAT64, "", kFill);
   auto record = MakeRecord<ConvolutionParam>();
   record.m_nWidth = width;
   record.m_nHeight = height;
@@ -119,7 +119,7 @@ TEST(GapStages, ConvolutionPutsTheMeanUnderTheKernelInThePlaceOfGaps) {
 
 TEST(GapStages, ConvolutionFarFromGapsIsTheOrdinaryOneBitForBit) {
   Image image = ImageWithGaps(1, kFill);
-  test_support::WriteImage(image, kIn, PDT_FLOAT64, "", kFill);
+  test_support::WriteImage(image, kGapIn, PDT_FLOAT64, "", kFill);
   auto record = MakeRecord<ConvolutionParam>();
   record.m_nWidth = record.m_nHeight = 3;
   record.m_nCenterX = record.m_nCenterY = 1;
@@ -129,7 +129,7 @@ TEST(GapStages, ConvolutionFarFromGapsIsTheOrdinaryOneBitForBit) {
   record.m_bMaskNoData = false;
   CConvolution stage(&record);
   stage.Process();
-  const Image ordinary = test_support::ReadImage(kOut);
+  const Image ordinary = test_support::ReadImage(kGapOut);
   int far = 0;
   for (int y = 0; y < image.height; ++y) {
     for (int x = 0; x < image.width; ++x) {
@@ -150,7 +150,7 @@ TEST(GapStages, StretchAndLevelsCountPixelsWithDataAndWriteNoZeroThere) {
   const double spreads[] = {4.0, 100.0};
   for (const double fill : {kFill, 1e30}) {
     const Image image = ImageWithGaps(2, fill);
-    test_support::WriteImage(image, kIn, PDT_FLOAT64, "", fill);
+    test_support::WriteImage(image, kGapIn, PDT_FLOAT64, "", fill);
     auto stretch = MakeRecord<CStretchAlgorithmParam>(PDT_INT16);
     stretch.m_pMeans = targets;
     stretch.m_pStdDevs = spreads;
@@ -183,7 +183,7 @@ TEST(GapStages, StretchAndLevelsCountPixelsWithDataAndWriteNoZeroThere) {
 
 TEST(GapStages, GreenIsMixedWhereBothBandsHaveData) {
   const Image image = ImageWithGaps(4, kFill);
-  test_support::WriteImage(image, kIn, PDT_FLOAT64, "", kFill);
+  test_support::WriteImage(image, kGapIn, PDT_FLOAT64, "", kFill);
   const Image mixed = RunStage<CMakeGreenAlg>(MakeRecord<AlgorithmParam>());
   for (std::size_t i = 0; i < image.bands[1].size(); ++i) {
     const double green = image.bands[1][i];

@@ -17,8 +17,8 @@ using reference::Image;
 using test_support::ReadImage;
 using test_support::WriteImage;
 
-constexpr wchar_t kIn[] = L"/vsimem/level_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/level_out.tif";
+constexpr wchar_t kLevelIn[] = L"/vsimem/level_in.tif";
+constexpr wchar_t kLevelOut[] = L"/vsimem/level_out.tif";
 constexpr wchar_t kArea[] = L"/vsimem/level_area.csv";
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
@@ -104,7 +104,7 @@ TEST(OrderStatistics, NothingGivesZero) {
 class Level : public testing::Test {
  protected:
   ~Level() override {
-    for (const auto* file : {kIn, kOut, kArea}) CRasterSource::DeleteFileW(file);
+    for (const auto* file : {kLevelIn, kLevelOut, kArea}) CRasterSource::DeleteFileW(file);
   }
 
   static Image Row(const std::vector<std::vector<double>>& bands) {
@@ -116,8 +116,8 @@ class Level : public testing::Test {
   }
   static OutoAdjustLevelParam Param(double ratio, PixelDataType type) {
     OutoAdjustLevelParam param;
-    param.m_strInFile = kIn;
-    param.m_strOutFile = kOut;
+    param.m_strInFile = kLevelIn;
+    param.m_strOutFile = kLevelOut;
     param.m_dRatio = ratio;
     param.m_eOutDataType = type;
     return param;
@@ -126,7 +126,7 @@ class Level : public testing::Test {
     COutoAdjustLevel level(&param);
     level.CSingleBandIOProcess::Process();
     EXPECT_EQ(level.GetLastErrorType(), 0);
-    return ReadImage(kOut);
+    return ReadImage(kLevelOut);
   }
 };
 
@@ -138,52 +138,52 @@ TEST_F(Level, RecordStartsWithOneHundredthAndModeZero) {
 
 TEST_F(Level, CutsTheShareAndMapsTheRestToTheRange) {
   // Ten values, a tenth cut: 20 to 100 become 0 to 255.
-  WriteImage(Row({{60, 1000, 20, 30, 40, 1, 80, 50, 100, 90}}), kIn, PDT_UINT16);
+  WriteImage(Row({{60, 1000, 20, 30, 40, 1, 80, 50, 100, 90}}), kLevelIn, PDT_UINT16);
   const std::vector<double> expected = {128, 255, 0, 32, 64, 0, 191, 96, 255, 223};
   EXPECT_EQ(Run(Param(0.1, PDT_UINT8)).bands[0], expected);
 }
 
 TEST_F(Level, WithoutACutTheWholeRangeIsMapped) {
-  WriteImage(Row({{10, 20, 30}, {5, 105, 55}}), kIn, PDT_UINT8);
+  WriteImage(Row({{10, 20, 30}, {5, 105, 55}}), kLevelIn, PDT_UINT8);
   const Image out = Run(Param(0.0, PDT_INT16));
   EXPECT_EQ(out.bands[0], (std::vector<double>{-32768, 0, 32767})) << "-0.5 rounds up";
   EXPECT_EQ(out.bands[1], (std::vector<double>{-32768, 32767, 0}));
 }
 
 TEST_F(Level, FloatsGoFromZeroToOne) {
-  WriteImage(Row({{-4, 0, 4, 12}}), kIn, PDT_FLOAT32);
+  WriteImage(Row({{-4, 0, 4, 12}}), kLevelIn, PDT_FLOAT32);
   EXPECT_EQ(Run(Param(0.0, PDT_FLOAT32)).bands[0], (std::vector<double>{0, 0.25, 0.5, 1}));
 }
 
 TEST_F(Level, CutCountIsRoundedDown) {
   // 0.34 x 5 = 1.7: one value at each end.
-  WriteImage(Row({{0, 10, 20, 30, 1000}}), kIn, PDT_UINT16);
+  WriteImage(Row({{0, 10, 20, 30, 1000}}), kLevelIn, PDT_UINT16);
   EXPECT_EQ(Run(Param(0.34, PDT_FLOAT64)).bands[0], (std::vector<double>{0, 0, 0.5, 1, 1}));
 }
 
 TEST_F(Level, NoDataStaysAndDoesNotCount) {
-  WriteImage(Row({{0, 10, 20, 30, 0}}), kIn, PDT_UINT16, "", 0.0);
+  WriteImage(Row({{0, 10, 20, 30, 0}}), kLevelIn, PDT_UINT16, "", 0.0);
   EXPECT_EQ(Run(Param(0.0, PDT_UINT8)).bands[0], (std::vector<double>{0, 0, 128, 255, 0}));
   CRasterSource file;
-  ASSERT_TRUE(file.OpenSimple(kOut));
+  ASSERT_TRUE(file.OpenSimple(kLevelOut));
   EXPECT_TRUE(file.GetRasterBand(0)->IsNoData(0.0));
   file.Close();
   // Above the others, where a level would make it the largest value.
-  WriteImage(Row({{0, 10, 20, 200, 30}}), kIn, PDT_UINT16, "", 200.0);
+  WriteImage(Row({{0, 10, 20, 200, 30}}), kLevelIn, PDT_UINT16, "", 200.0);
   EXPECT_EQ(Run(Param(0.0, PDT_UINT8)).bands[0], (std::vector<double>{0, 85, 170, 200, 255}));
 }
 
 TEST_F(Level, ConstantBandBecomesTheLowEnd) {
-  WriteImage(Row({{7, 7, 7}}), kIn, PDT_UINT8);
+  WriteImage(Row({{7, 7, 7}}), kLevelIn, PDT_UINT8);
   EXPECT_EQ(Run(Param(0.01, PDT_UINT8)).bands[0], (std::vector<double>{0, 0, 0}));
 }
 
 TEST_F(Level, WidestDoublesStayInRangeAndInfinitiesGoToItsEnds) {
   const double far = std::numeric_limits<double>::max();
-  WriteImage(Row({{-far, 0, far}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{-far, 0, far}}), kLevelIn, PDT_FLOAT64);
   EXPECT_EQ(Run(Param(0.0, PDT_FLOAT64)).bands[0], (std::vector<double>{0, 0.5, 1}));
   const double infinity = std::numeric_limits<double>::infinity();
-  WriteImage(Row({{-infinity, 1, 11, infinity, kNan}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{-infinity, 1, 11, infinity, kNan}}), kLevelIn, PDT_FLOAT64);
   const Image out = Run(Param(0.0, PDT_UINT8));
   EXPECT_EQ(out.bands[0], (std::vector<double>{0, 0, 255, 255, 0}));
 }
@@ -195,7 +195,7 @@ TEST_F(Level, OnlyTheAreaCountsAndOutsideIsZero) {
   const double transform[6] = {0.0, 1.0, 0.0, 2.0, 0.0, -1.0};
   std::copy_n(transform, 6, image.geoTransform);
   image.bands = {{10, 20, 500, 30, 500, 500}};
-  WriteImage(image, kIn, PDT_UINT16);
+  WriteImage(image, kLevelIn, PDT_UINT16);
   test_support::WriteTriangle(kArea, {0, 2}, {2.5, 2}, {0, -0.5});
   OutoAdjustLevelParam param = Param(0.0, PDT_FLOAT64);
   param.m_strAoiFile = kArea;
@@ -203,7 +203,7 @@ TEST_F(Level, OnlyTheAreaCountsAndOutsideIsZero) {
 }
 
 TEST_F(Level, EveryPassIsAStepOfTheProgress) {
-  WriteImage(Row({{1, 2, 3}, {4, 5, 6}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{1, 2, 3}, {4, 5, 6}}), kLevelIn, PDT_FLOAT64);
   OutoAdjustLevelParam param = Param(0.0, PDT_UINT8);
   test_support::RecordingProgress progress;
   COutoAdjustLevel level(&param);
@@ -215,7 +215,7 @@ TEST_F(Level, EveryPassIsAStepOfTheProgress) {
 }
 
 TEST_F(Level, ParametersThatMakeNoSenseAreRefused) {
-  WriteImage(Row({{1, 2, 3}}), kIn, PDT_UINT8);
+  WriteImage(Row({{1, 2, 3}}), kLevelIn, PDT_UINT8);
   std::vector<OutoAdjustLevelParam> refused;
   for (const double ratio : {-0.1, 0.5, 2.0, kNan}) refused.push_back(Param(ratio, PDT_UINT8));
   refused.push_back(Param(0.1, PDT_UINT8));
@@ -225,7 +225,7 @@ TEST_F(Level, ParametersThatMakeNoSenseAreRefused) {
     level.Process();
     EXPECT_NE(level.GetLastErrorType(), 0);
     EXPECT_FALSE(level.GetLastErrorMessage().empty());
-    EXPECT_FALSE(test_support::FileExists(kOut));
+    EXPECT_FALSE(test_support::FileExists(kLevelOut));
   }
 }
 

@@ -11,14 +11,14 @@ using reference::Image;
 using test_support::ReadImage;
 using test_support::WriteImage;
 
-constexpr wchar_t kIn[] = L"/vsimem/green_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/green_out.tif";
+constexpr wchar_t kGreenIn[] = L"/vsimem/green_in.tif";
+constexpr wchar_t kGreenOut[] = L"/vsimem/green_out.tif";
 
 class MakeGreen : public testing::Test {
  protected:
   ~MakeGreen() override {
-    CRasterSource::DeleteFileW(kIn);
-    CRasterSource::DeleteFileW(kOut);
+    CRasterSource::DeleteFileW(kGreenIn);
+    CRasterSource::DeleteFileW(kGreenOut);
   }
 
   /// Writes one row of pixels, runs the stage and answers its output.
@@ -28,15 +28,15 @@ class MakeGreen : public testing::Test {
     image.width = static_cast<int>(bands.front().size());
     image.height = 1;
     image.bands = bands;
-    WriteImage(image, kIn, type, "", noData);
+    WriteImage(image, kGreenIn, type, "", noData);
     AlgorithmParam param;
-    param.m_strInFile = kIn;
-    param.m_strOutFile = kOut;
+    param.m_strInFile = kGreenIn;
+    param.m_strOutFile = kGreenOut;
     param.m_eOutDataType = outType;
     CMakeGreenAlg green(&param);
     green.Process();
     EXPECT_EQ(green.GetLastErrorType(), 0);
-    return ReadImage(kOut);
+    return ReadImage(kGreenOut);
   }
 };
 
@@ -65,7 +65,7 @@ TEST_F(MakeGreen, LeavesGreenAloneWhereEitherBandIsNoData) {
   EXPECT_NEAR(out.bands[1][3], 22.0, 1e-5);
   EXPECT_EQ(out.bands[0], (std::vector<double>{0, 1, 1, 0}));
   CRasterSource file;
-  ASSERT_TRUE(file.OpenSimple(kOut));
+  ASSERT_TRUE(file.OpenSimple(kGreenOut));
   EXPECT_TRUE(file.GetRasterBand(1)->IsNoData(0.0));
 }
 

@@ -9,12 +9,13 @@
 #include <vector>
 
 #include "platform/raster/box_carrier.h"
+#include "tests/support/numbers.h"
 
 namespace {
 
 using platform::PositionGrid;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 
 /// Bilinear interpolation point by point. False outside the box.
 bool InterpolatePlainly(const PositionGrid& grid, double groundX, double groundY, double& x, double& y) {

@@ -13,6 +13,7 @@
 #include "platform/system/workers.h"
 #include "platform/validity/raster_aoi.h"
 #include "tests/platform/opened_raster.h"
+#include "tests/support/numbers.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"
@@ -21,7 +22,7 @@ namespace {
 
 using test_support::TestRaster;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 
 class PrincipalComponents : public OpenedRaster {};
 

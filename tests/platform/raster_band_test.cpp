@@ -9,6 +9,7 @@
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
+#include "tests/support/numbers.h"
 #include "tests/support/test_raster.h"
 
 namespace {
@@ -17,7 +18,7 @@ using test_support::MakeRaster;
 using test_support::MemoryPath;
 using test_support::TestRaster;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 
 /// A raster in memory, open.
 class RasterBand : public testing::Test {

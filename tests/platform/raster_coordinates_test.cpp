@@ -8,6 +8,7 @@
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
+#include "tests/support/numbers.h"
 #include "tests/support/test_raster.h"
 
 namespace {
@@ -16,7 +17,7 @@ using test_support::MakeRaster;
 using test_support::MemoryPath;
 using test_support::WktOfEpsg;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 
 /// An open raster of the given size and geotransform.
 class Georeferenced {

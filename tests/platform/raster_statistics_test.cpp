@@ -13,6 +13,7 @@
 #include "platform/raster/read_window.h"
 #include "platform/utility/common_fun.h"
 #include "tests/platform/opened_raster.h"
+#include "tests/support/numbers.h"
 #include "tests/support/recording_progress.h"
 #include "tests/support/test_raster.h"
 
@@ -21,7 +22,7 @@ namespace {
 using test_support::MakeRaster;
 using test_support::TestRaster;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 
 struct Figures {
   bool ok = false;

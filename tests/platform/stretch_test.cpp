@@ -16,8 +16,8 @@ using test_support::FileExists;
 using test_support::ReadImage;
 using test_support::WriteImage;
 
-constexpr wchar_t kIn[] = L"/vsimem/stretch_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/stretch_out.tif";
+constexpr wchar_t kStretchIn[] = L"/vsimem/stretch_in.tif";
+constexpr wchar_t kStretchOut[] = L"/vsimem/stretch_out.tif";
 constexpr wchar_t kArea[] = L"/vsimem/stretch_area.csv";
 
 Image Row(const std::vector<std::vector<double>>& bands) {
@@ -32,13 +32,13 @@ class Stretch : public testing::Test {
  protected:
   ~Stretch() override {
     platform::SetRasterFault({});
-    for (const auto* file : {kIn, kOut, kArea}) CRasterSource::DeleteFileW(file);
+    for (const auto* file : {kStretchIn, kStretchOut, kArea}) CRasterSource::DeleteFileW(file);
   }
 
   static CStretchAlgorithmParam Param(const std::vector<double>& means, const std::vector<double>& deviations) {
     CStretchAlgorithmParam param;
-    param.m_strInFile = kIn;
-    param.m_strOutFile = kOut;
+    param.m_strInFile = kStretchIn;
+    param.m_strOutFile = kStretchOut;
     param.m_eOutDataType = PDT_FLOAT64;
     param.m_pMeans = means.data();
     param.m_pStdDevs = deviations.data();
@@ -48,7 +48,7 @@ class Stretch : public testing::Test {
     CStretchOfMultiBand stretch(&param);
     stretch.Process();
     EXPECT_EQ(stretch.GetLastErrorType(), 0);
-    return ReadImage(kOut);
+    return ReadImage(kStretchOut);
   }
 };
 
@@ -58,7 +58,7 @@ const std::vector<double> kEight = {2, 4, 4, 4, 5, 5, 7, 9};
 TEST_F(Stretch, BringsEachBandToItsTarget) {
   std::vector<double> doubled = kEight;
   for (double& v : doubled) v = 2.0 * v + 1.0;
-  WriteImage(Row({kEight, doubled}), kIn, PDT_UINT8);
+  WriteImage(Row({kEight, doubled}), kStretchIn, PDT_UINT8);
   const std::vector<double> means = {100.0, 0.0};
   const std::vector<double> deviations = {10.0, 1.0};
   const Image out = Run(Param(means, deviations));
@@ -77,7 +77,7 @@ TEST_F(Stretch, CanTakeItsMomentsRobustly) {
   std::vector<double> spoilt = ramp;
   spoilt[3] = 60000.0;
   spoilt[1700] = 65535.0;
-  WriteImage(Row({ramp, spoilt}), kIn, PDT_UINT16);
+  WriteImage(Row({ramp, spoilt}), kStretchIn, PDT_UINT16);
   const std::vector<double> means = {500.0, 500.0};
   const std::vector<double> deviations = {100.0, 100.0};
   CStretchAlgorithmParam param = Param(means, deviations);
@@ -87,7 +87,7 @@ TEST_F(Stretch, CanTakeItsMomentsRobustly) {
   ASSERT_EQ(stretch.GetLastErrorType(), 0);
   EXPECT_EQ(stretch.GetOutliers(), 2);
   EXPECT_GT(stretch.GetWidening(), 3.0);
-  const Image robust = ReadImage(kOut);
+  const Image robust = ReadImage(kStretchOut);
   param.m_bRobust = false;
   const Image plain = Run(param);
   EXPECT_EQ(robust.bands[0], plain.bands[0]);
@@ -96,7 +96,7 @@ TEST_F(Stretch, CanTakeItsMomentsRobustly) {
 }
 
 TEST_F(Stretch, IntegersRoundHalfUpAndClamp) {
-  WriteImage(Row({kEight}), kIn, PDT_UINT8);
+  WriteImage(Row({kEight}), kStretchIn, PDT_UINT8);
   const std::vector<double> means = {1.0};
   const std::vector<double> deviations = {1.0};
   CStretchAlgorithmParam param = Param(means, deviations);
@@ -109,7 +109,7 @@ TEST_F(Stretch, IntegersRoundHalfUpAndClamp) {
 }
 
 TEST_F(Stretch, BandWithoutSpreadBecomesItsTargetMean) {
-  WriteImage(Row({{7, 7, 7}}), kIn, PDT_UINT8);
+  WriteImage(Row({{7, 7, 7}}), kStretchIn, PDT_UINT8);
   const std::vector<double> means = {42.25};
   const std::vector<double> deviations = {5.0};
   EXPECT_EQ(Run(Param(means, deviations)).bands[0], (std::vector<double>(3, 42.25)));
@@ -118,9 +118,9 @@ TEST_F(Stretch, BandWithoutSpreadBecomesItsTargetMean) {
 TEST_F(Stretch, SpreadCountsFromAHundredMillionthOn) {
   const std::vector<double> means = {42.0};
   const std::vector<double> deviations = {5.0};
-  WriteImage(Row({{-0.9e-8, 0.9e-8}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{-0.9e-8, 0.9e-8}}), kStretchIn, PDT_FLOAT64);
   EXPECT_EQ(Run(Param(means, deviations)).bands[0], (std::vector<double>(2, 42.0)));
-  WriteImage(Row({{-1.1e-8, 1.1e-8}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{-1.1e-8, 1.1e-8}}), kStretchIn, PDT_FLOAT64);
   const Image out = Run(Param(means, deviations));
   EXPECT_NEAR(out.bands[0][0], 37.0, 1e-9);
   EXPECT_NEAR(out.bands[0][1], 47.0, 1e-9);
@@ -129,7 +129,7 @@ TEST_F(Stretch, SpreadCountsFromAHundredMillionthOn) {
 TEST_F(Stretch, NoDataStaysAndDoesNotCount) {
   std::vector<double> values = kEight;
   values.insert(values.begin() + 3, 200.0);
-  WriteImage(Row({values}), kIn, PDT_UINT8, "", 200.0);
+  WriteImage(Row({values}), kStretchIn, PDT_UINT8, "", 200.0);
   const std::vector<double> means = {50.0};
   const std::vector<double> deviations = {2.0};
   const Image out = Run(Param(means, deviations));
@@ -137,14 +137,14 @@ TEST_F(Stretch, NoDataStaysAndDoesNotCount) {
   EXPECT_NEAR(out.bands[0][0], 47.0, 1e-12);
   EXPECT_NEAR(out.bands[0][8], 54.0, 1e-12);
   CRasterSource file;
-  ASSERT_TRUE(file.OpenSimple(kOut));
+  ASSERT_TRUE(file.OpenSimple(kStretchOut));
   EXPECT_TRUE(file.GetRasterBand(0)->IsNoData(200.0));
 }
 
 TEST_F(Stretch, NanStaysNanAndDoesNotCount) {
   std::vector<double> values = kEight;
   values.push_back(NAN);
-  WriteImage(Row({values}), kIn, PDT_FLOAT32);
+  WriteImage(Row({values}), kStretchIn, PDT_FLOAT32);
   const std::vector<double> means = {50.0};
   const std::vector<double> deviations = {2.0};
   const Image out = Run(Param(means, deviations));
@@ -153,7 +153,7 @@ TEST_F(Stretch, NanStaysNanAndDoesNotCount) {
 }
 
 TEST_F(Stretch, ImageWithoutAValidPixelIsCopied) {
-  WriteImage(Row({{3, 3, 3}}), kIn, PDT_UINT8, "", 3.0);
+  WriteImage(Row({{3, 3, 3}}), kStretchIn, PDT_UINT8, "", 3.0);
   const std::vector<double> means = {50.0};
   const std::vector<double> deviations = {2.0};
   EXPECT_EQ(Run(Param(means, deviations)).bands[0], (std::vector<double>{3, 3, 3}));
@@ -169,11 +169,11 @@ TEST_F(Stretch, OwnStatisticsAsTargetsChangeNothing) {
   for (auto& band : image.bands) {
     for (int i = 0; i < 101 * 57; ++i) band.push_back(value(random));
   }
-  WriteImage(image, kIn, PDT_UINT16);
+  WriteImage(image, kStretchIn, PDT_UINT16);
   std::vector<double> means(3);
   std::vector<double> deviations(3);
   CRasterSource source;
-  ASSERT_TRUE(source.OpenSimple(kIn));
+  ASSERT_TRUE(source.OpenSimple(kStretchIn));
   for (std::size_t b = 0; b < 3; ++b) {
     double low = 0.0;
     double high = 0.0;
@@ -190,7 +190,7 @@ TEST_F(Stretch, GreenMixComesFirst) {
   std::vector<double> green = kEight;
   for (double& v : green) v *= 10.0;
   const std::vector<double> infrared(8, 100.0);
-  WriteImage(Row({kEight, green, kEight, infrared}), kIn, PDT_UINT8);
+  WriteImage(Row({kEight, green, kEight, infrared}), kStretchIn, PDT_UINT8);
   const std::vector<double> means = {55.0, 55.0, 55.0, 100.0};
   const std::vector<double> deviations = {18.0, 18.0, 18.0, 1.0};
   CStretchAlgorithmParam param = Param(means, deviations);
@@ -207,7 +207,7 @@ TEST_F(Stretch, GreenMixComesFirst) {
 }
 
 TEST_F(Stretch, GreenIsNotMixedUnlessWanted) {
-  WriteImage(Row({{1, 2, 3}, {10, 20, 30}, {1, 2, 3}, {0, 0, 600}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{1, 2, 3}, {10, 20, 30}, {1, 2, 3}, {0, 0, 600}}), kStretchIn, PDT_FLOAT64);
   const std::vector<double> means = {0.0, 20.0, 0.0, 0.0};
   const std::vector<double> deviations = {1.0, std::sqrt(200.0 / 3.0), 1.0, 1.0};
   const Image out = Run(Param(means, deviations));
@@ -216,7 +216,7 @@ TEST_F(Stretch, GreenIsNotMixedUnlessWanted) {
 
 TEST_F(Stretch, GreenMixShowsInTheShapeOfGreen) {
   // Near infrared outweighs green in the last pixel, which a stretch alone could not bring about.
-  WriteImage(Row({{1, 2, 3}, {10, 20, 30}, {1, 2, 3}, {0, 0, 600}}), kIn, PDT_FLOAT64);
+  WriteImage(Row({{1, 2, 3}, {10, 20, 30}, {1, 2, 3}, {0, 0, 600}}), kStretchIn, PDT_FLOAT64);
   // Mixed 9, 18, 87: mean 38, deviation sqrt((29^2 + 20^2 + 49^2) / 3).
   const double deviation = std::sqrt((29.0 * 29.0 + 20.0 * 20.0 + 49.0 * 49.0) / 3.0);
   const std::vector<double> means = {0.0, 0.0, 0.0, 0.0};
@@ -238,7 +238,7 @@ TEST_F(Stretch, StatisticsAreTakenInsideTheAreaAndOutsideIsZero) {
   std::copy_n(transform, 6, image.geoTransform);
   image.bands = {{2, 4, 4, 900, 4, 5, 900, 900, 5, 900, 900, 900, 900, 900, 900, 900}};
   // Inside: column + row <= 2, that is 2 4 4 4 5 5: mean 4, variance (4 + 1 + 1) / 6 = 1.
-  WriteImage(image, kIn, PDT_UINT16);
+  WriteImage(image, kStretchIn, PDT_UINT16);
   test_support::WriteTriangle(kArea, {0, 4}, {3.5, 4}, {0, 0.5});
   const std::vector<double> means = {10.0};
   const std::vector<double> deviations = {3.0};
@@ -280,7 +280,7 @@ TEST_F(Stretch, RealSceneTakesItsTargetsOverItsValidPixels) {
 }
 
 TEST_F(Stretch, MissingTargetsAreAnErrorState) {
-  WriteImage(Row({kEight}), kIn, PDT_UINT8);
+  WriteImage(Row({kEight}), kStretchIn, PDT_UINT8);
   const std::vector<double> one = {1.0};
   for (const int missing : {0, 1}) {
     CStretchAlgorithmParam param = Param(one, one);
@@ -289,18 +289,18 @@ TEST_F(Stretch, MissingTargetsAreAnErrorState) {
     stretch.Process();
     EXPECT_NE(stretch.GetLastErrorType(), 0);
     EXPECT_FALSE(stretch.GetLastErrorMessage().empty());
-    EXPECT_FALSE(FileExists(kOut));
+    EXPECT_FALSE(FileExists(kStretchOut));
   }
   AlgorithmParam plain;
-  plain.m_strInFile = kIn;
-  plain.m_strOutFile = kOut;
+  plain.m_strInFile = kStretchIn;
+  plain.m_strOutFile = kStretchOut;
   CStretchOfMultiBand stretch(&plain);
   stretch.Process();
   EXPECT_NE(stretch.GetLastErrorType(), 0);
 }
 
 TEST_F(Stretch, MoreBandsThanTheImageHasFailLikeARead) {
-  WriteImage(Row({kEight}), kIn, PDT_UINT8);
+  WriteImage(Row({kEight}), kStretchIn, PDT_UINT8);
   const std::vector<double> one = {1.0};
   CStretchAlgorithmParam param = Param(one, one);
   param.m_nOutBandCount = 2;

@@ -16,8 +16,8 @@ namespace {
 using platform::BandFigures;
 using reference::Image;
 
-constexpr wchar_t kIn[] = L"/vsimem/unwritten_in.tif";
-constexpr wchar_t kOut[] = L"/vsimem/unwritten_out.tif";
+constexpr wchar_t kUnwrittenIn[] = L"/vsimem/unwritten_in.tif";
+constexpr wchar_t kUnwrittenOut[] = L"/vsimem/unwritten_out.tif";
 
 Image RandomImage(int width, int height, int bands, double share) {
   std::mt19937 random(13);
@@ -36,8 +36,8 @@ Image RandomImage(int width, int height, int bands, double share) {
 
 template <typename Stage, typename Param>
 void WriteStage(Param param, bool masked) {
-  param.m_strInFile = kIn;
-  param.m_strOutFile = kOut;
+  param.m_strInFile = kUnwrittenIn;
+  param.m_strOutFile = kUnwrittenOut;
   param.m_eOutDataType = PDT_FLOAT32;
   param.m_bMaskNoData = masked;
   Stage stage(&param);
@@ -91,7 +91,7 @@ TEST(UnwrittenBands, FilteredAreThoseOfTheConvolvedFile) {
   for (const auto& [width, height] : {std::pair{1300, 70}, {301, 3600}}) {
     for (const bool masked : {false, true}) {
       SCOPED_TRACE(testing::Message() << width << (masked ? ", masked" : ""));
-      test_support::WriteImage(RandomImage(width, height, 1, masked ? 0.002 : 0.0), kIn, PDT_UINT16, "", 7.0);
+      test_support::WriteImage(RandomImage(width, height, 1, masked ? 0.002 : 0.0), kUnwrittenIn, PDT_UINT16, "", 7.0);
       for (const platform::Kernel& kernel : kernels) {
         ConvolutionParam param;
         param.m_dScale = 0.3;
@@ -103,7 +103,7 @@ TEST(UnwrittenBands, FilteredAreThoseOfTheConvolvedFile) {
         WriteStage<CConvolution>(param, masked);
         CRasterSource input;
         CRasterSource file;
-        ASSERT_TRUE(input.OpenSimple(kIn) && file.OpenSimple(kOut));
+        ASSERT_TRUE(input.OpenSimple(kUnwrittenIn) && file.OpenSimple(kUnwrittenOut));
         input.SetMaskNoData(masked);
         file.SetMaskNoData(masked);
         const platform::FilteredBand filtered(input, 0, *platform::MakeKernel(kernel, 0.3));
@@ -115,17 +115,17 @@ TEST(UnwrittenBands, FilteredAreThoseOfTheConvolvedFile) {
       }
     }
   }
-  for (const wchar_t* path : {kIn, kOut}) CRasterSource::DeleteFileW(path);
+  for (const wchar_t* path : {kUnwrittenIn, kUnwrittenOut}) CRasterSource::DeleteFileW(path);
 }
 
 TEST(UnwrittenBands, MixedAreThoseOfTheMixedFile) {
   for (const bool masked : {false, true}) {
     SCOPED_TRACE(masked);
-    test_support::WriteImage(RandomImage(301, 3600, 5, 0.002), kIn, PDT_UINT16, "", 7.0);
+    test_support::WriteImage(RandomImage(301, 3600, 5, 0.002), kUnwrittenIn, PDT_UINT16, "", 7.0);
     WriteStage<CMakeGreenAlg>(AlgorithmParam(), masked);
     CRasterSource input;
     CRasterSource file;
-    ASSERT_TRUE(input.OpenSimple(kIn) && file.OpenSimple(kOut));
+    ASSERT_TRUE(input.OpenSimple(kUnwrittenIn) && file.OpenSimple(kUnwrittenOut));
     input.SetMaskNoData(masked);
     file.SetMaskNoData(masked);
     const platform::MixedBands mixed(input);
@@ -136,7 +136,7 @@ TEST(UnwrittenBands, MixedAreThoseOfTheMixedFile) {
           mixed.NoDataSample());
     }
   }
-  for (const wchar_t* path : {kIn, kOut}) CRasterSource::DeleteFileW(path);
+  for (const wchar_t* path : {kUnwrittenIn, kUnwrittenOut}) CRasterSource::DeleteFileW(path);
 }
 
 }  // namespace

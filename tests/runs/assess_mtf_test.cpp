@@ -13,6 +13,7 @@
 #include "runs/options.h"
 #include "runs/sample.h"
 #include "tests/support/command.h"
+#include "tests/support/numbers.h"
 #include "tests/support/scene.h"
 
 namespace {
@@ -24,7 +25,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-const double kPi = std::acos(-1.0);
+using test_support::kPi;
 
 /// The deviation of a Gaussian, in pixels, that keeps a share of a pattern with a period of two of them.
 double DeviationOf(double gain) { return std::sqrt(-2.0 * std::log(gain)) / kPi; }

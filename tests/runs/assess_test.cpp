@@ -14,6 +14,7 @@
 #include "quality/sharpness.h"
 #include "quality/uiqi.h"
 #include "runs/fuse.h"
+#include "tests/support/numbers.h"
 #include "tests/support/run_scene.h"
 
 namespace {
@@ -26,7 +27,7 @@ using reference::Image;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr double kPi = 3.14159265358979323846;
+using test_support::kPi;
 
 /// The Gaussian with a gain at the Nyquist frequency of pixels ratio samples wide, at a position, in one dimension.
 std::vector<double> Weights(double position, double ratio, double gain, int size) {

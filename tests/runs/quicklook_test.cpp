@@ -10,6 +10,7 @@
 #include "platform/utility/common_fun.h"
 #include "runs/picture.h"
 #include "runs/reduced_image.h"
+#include "tests/support/numbers.h"
 #include "tests/support/run_scene.h"
 #include "tests/support/seen_scene.h"
 
@@ -22,7 +23,7 @@ using reference::Image;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+using test_support::kNaN;
 /// Panels begin 8 pixels from the edges, under 22 of title.
 constexpr int kLeft = 8;
 constexpr int kTop = 30;

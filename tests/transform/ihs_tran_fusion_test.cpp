@@ -16,7 +16,7 @@ using test_support::Scene;
 using test_support::SceneOptions;
 
 /// Scaling of everything but bytes to 1..254 by the range of each image band.
-reference::Run Reference(const Scene& scene, const FusionParam& param) {
+reference::Run IhsReference(const Scene& scene, const FusionParam& param) {
   reference::Run run = scene.Reference(param);
   // The library's cosines differ from the C library's in the last bit.
   run.tolerance = 1e-12;
@@ -45,7 +45,7 @@ reference::Run Reference(const Scene& scene, const FusionParam& param) {
 
 class IhsDefinition : public test_support::MethodSweep {};
 
-TEST_P(IhsDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CIhsTranFusion>(Reference); }
+TEST_P(IhsDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<CIhsTranFusion>(IhsReference); }
 
 INSTANTIATE_TEST_SUITE_P(AllTypes, IhsDefinition, test_support::AllTypesAndResamplings(), test_support::SweepCaseName);
 
@@ -96,15 +96,15 @@ TEST(IhsFusion, PositionsOfTheCallerAreUsedAsTheyStand) {
   for (const auto& rgb : {std::vector<std::int32_t>{3, 0, 2}, {0, 1, 2}, {0, 0, 1}, {2, 1, 0, 9}}) {
     FusionParam param = scene.Param();
     param.m_vecRGBBands = rgb;
-    test_support::ExpectDefinition<CIhsTranFusion>(scene, param, Reference(scene, param));
+    test_support::ExpectDefinition<CIhsTranFusion>(scene, param, IhsReference(scene, param));
   }
   FusionParam fewer = scene.Param();
   fewer.m_nOutBandCount = 2;
   fewer.m_vecRGBBands = {3, 0, 2};
-  test_support::ExpectDefinition<CIhsTranFusion>(scene, fewer, Reference(scene, fewer));
+  test_support::ExpectDefinition<CIhsTranFusion>(scene, fewer, IhsReference(scene, fewer));
   FusionParam chosen = scene.Param();
   chosen.m_vecMSBands = {3, 1, 0};
-  test_support::ExpectDefinition<CIhsTranFusion>(scene, chosen, Reference(scene, chosen));
+  test_support::ExpectDefinition<CIhsTranFusion>(scene, chosen, IhsReference(scene, chosen));
 }
 
 TEST(IhsFusion, MultispectralNoDataIsNotScaled) {

@@ -44,7 +44,7 @@ std::vector<double> Multiply(const std::vector<double>& matrix, const std::vecto
 }
 
 /// The definition with the matrices that the run found; how they come about is tested on its own.
-reference::Run Reference(const Scene& scene, const FusionParam& param) {
+reference::Run PcaReference(const Scene& scene, const FusionParam& param) {
   reference::Run run = scene.Reference(param);
   run.arithmetic = [](const reference::Pixel& pixel) {
     std::vector<double> y = Multiply(Recorded::s_transform, pixel.ms);
@@ -56,7 +56,7 @@ reference::Run Reference(const Scene& scene, const FusionParam& param) {
 
 class PcaDefinition : public test_support::MethodSweep {};
 
-TEST_P(PcaDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<Recorded>(Reference); }
+TEST_P(PcaDefinition, HoldsForRatiosOffsetsAreasAndMasks) { Sweep<Recorded>(PcaReference); }
 
 INSTANTIATE_TEST_SUITE_P(AllTypes, PcaDefinition, test_support::AllTypesAndResamplings(), test_support::SweepCaseName);
 
@@ -281,7 +281,7 @@ TEST(PrinComponentFusion, TheNumberOfOutputBandsAloneDecidesWhetherARunIsTaken) 
 }
 
 /// Shows what the statistics filled, and what is left at the end.
-class Opened : public CPrinComponentFusion {
+class OpenedPca : public CPrinComponentFusion {
  public:
   using CPrinComponentFusion::CPrinComponentFusion;
   using CPrinComponentFusion::m_pFirstStatics;
@@ -325,7 +325,7 @@ TEST(PrinComponentFusion, StatisticsAreThoseOfTheWholeImageWhateverAreaAndReport
 TEST(PrinComponentFusion, MeansAreTheSecondStatisticsAndDeviationsTheFirst) {
   const Scene scene(77);
   FusionParam param = scene.Param();
-  Opened fusion(&param);
+  OpenedPca fusion(&param);
   fusion.Process();
   ASSERT_EQ(fusion.first.size(), 3u);
   for (std::size_t b = 0; b < 3; ++b) {
@@ -342,7 +342,7 @@ TEST(PrinComponentFusion, MatchedRunPreparesAndMatchesNothing) {
   const Scene scene(78);
   FusionParam param = scene.Param();
   param.m_bSpectralMatch = true;
-  Opened fusion(&param);
+  OpenedPca fusion(&param);
   fusion.Process();
   test_support::ExpectSuccess(fusion);
   EXPECT_EQ(fusion.m_pMeans, nullptr);
@@ -355,7 +355,7 @@ TEST(PrinComponentFusion, RefusalIsAnsweredWithFour) {
   const Scene scene(79);
   FusionParam param = scene.Param();
   param.m_nOutBandCount = 2;
-  Opened fusion(&param);
+  OpenedPca fusion(&param);
   fusion.Process();
   EXPECT_EQ(fusion.answer, 4);
   EXPECT_EQ(fusion.GetLastErrorType(), 11);
