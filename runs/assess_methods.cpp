@@ -5,7 +5,6 @@
 #include <memory>
 #include <optional>
 
-#include "framework/messages.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "runs/assess_fusion.h"
@@ -82,7 +81,7 @@ class Assessment {
     Check(request);
     m_scene = std::make_unique<AssessScene>(request, notices);
     m_ratio = std::sqrt(static_cast<double>(m_scene->RatioX()) * m_scene->RatioY());
-    m_gains = ChooseGains(*m_scene, request.mtf, m_ratio, [this] { Tell(0); });
+    m_gains = ChooseGains(*m_scene, request.mtf, m_ratio, [this] { m_progress.Advance(0); });
     if (!m_gains.doubt.empty()) notices.Add(m_gains.doubt + " (--mtf).");
     if (!request.picture.empty()) {
       std::vector<std::wstring> inputs{CommonFun::Utf82U(request.pan)};
@@ -119,10 +118,6 @@ class Assessment {
   }
 
  private:
-  void Tell(int step) {
-    if (!m_progress.Step(step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
-  }
-
   struct Row {
     std::string protocol;
     AssessEntry entry;
@@ -162,7 +157,7 @@ class Assessment {
     for (Row& row : m_rows) {
       if (row.protocol != protocol) continue;
       if (worth) MeasureRow(row.entry, *tile, files, drawn);
-      Tell(++m_step);
+      m_progress.Advance(++m_step);
     }
   }
 

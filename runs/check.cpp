@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "estimation/pair_shift.h"
-#include "framework/messages.h"
 #include "framework/overlap.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/gis_data_source.h"
@@ -84,7 +83,7 @@ class PairCheck {
                      .declaresMs = Declares(m_pair.Ms(), m_pair.Bands().empty() ? 0 : m_pair.Bands()[0])};
     if (FindGround(facts)) {
       figures = WalkPair(m_pair, *m_grid, m_msArea, m_panArea, m_workers.get(),
-                         [this](double done) { Tell(static_cast<int>(done * kWalked)); });
+                         [this](double done) { m_progress.Advance(static_cast<int>(done * kWalked)); });
       Take(figures);
       facts.figures = &figures;
       shift = Measure();
@@ -92,7 +91,7 @@ class PairCheck {
       Take(shift);
     }
     m_report.findings = JudgePair(facts);
-    Tell(kSteps);
+    m_progress.Advance(kSteps);
     m_progress.Finish();
     return m_report;
   }
@@ -100,10 +99,6 @@ class PairCheck {
  private:
   static constexpr int kSteps = 100;
   static constexpr int kWalked = 60;  ///< of the steps, when the figures are taken
-
-  void Tell(int step) {
-    if (!m_progress.Step(step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
-  }
 
   /// The common ground, and the grids that lie on it. False where there is none.
   bool FindGround(CheckFacts& facts) {
@@ -169,7 +164,7 @@ class PairCheck {
     constexpr double kLeastRatio = 1.2;
     if (m_report.ratioX < kLeastRatio || m_report.ratioY < kLeastRatio) return {};
     int read = 0;
-    const auto tell = [&] { Tell(kWalked + std::min(read, kSteps - kWalked)); };
+    const auto tell = [&] { m_progress.Advance(kWalked + std::min(read, kSteps - kWalked)); };
     const std::vector<CRect> windows = ChooseTiles(m_msArea, *m_grid);
     return MeasureShift(
         windows, *m_grid,

@@ -1,5 +1,6 @@
 #include "runs/provenance.h"
 
+#include "framework/messages.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/written_raster.h"
@@ -7,6 +8,7 @@
 #include "runs/failures.h"
 #include "runs/open_input.h"
 #include "runs/output_notes.h"
+#include "runs/run_progress.h"
 #include "runs/text.h"
 
 namespace fusion {
@@ -42,19 +44,7 @@ Provenance Read(const CRasterSource& raster, const std::string& file) {
   return provenance;
 }
 
-/// An observer asked from between the rows.
-struct Reading {
-  RunObserver* observer;
-  bool cancelled = false;
-
-  static bool GoOn(void* self, int percent) {
-    auto& reading = *static_cast<Reading*>(self);
-    if (!reading.observer) return true;
-    reading.observer->Progress(percent);
-    reading.cancelled = reading.observer->WantsCancel();
-    return !reading.cancelled;
-  }
-};
+bool GoOn(void* progress, int percent) { return static_cast<RunProgress*>(progress)->Step(percent, L""); }
 
 Provenance Verified(const std::string& file, RunObserver* observer) {
   CRasterSource raster;
@@ -65,12 +55,11 @@ Provenance Verified(const std::string& file, RunObserver* observer) {
   if (size != provenance.output) {
     throw RunError(ERR_READ, L"", file + " was written as " + provenance.output + " and reads as " + size + ".");
   }
-  Reading reading{observer};
-  static const RunStage kStage = {{"verify"}, "verify", ""};
-  if (observer) observer->StageBegins(kStage);
-  const std::vector<std::string> sums = platform::ChecksumsOf(raster, Reading::GoOn, &reading);
-  if (observer) observer->StageEnds();
-  if (reading.cancelled) throw RunError(ERR_CANCELLED, L"");
+  RunProgress progress(observer);
+  progress.Begin({"verify"}, L"verify", 100);
+  const std::vector<std::string> sums = platform::ChecksumsOf(raster, GoOn, &progress);
+  progress.Finish();
+  if (progress.IsCancelRequested()) throw RunError(ERR_CANCELLED, messages::kCancelled);
   if (sums.empty()) throw RunError(ERR_READ, L"", "The samples of " + file + " cannot be read.");
   std::vector<std::string> wrong;
   for (std::size_t b = 0; b < sums.size(); ++b) {

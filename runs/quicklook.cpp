@@ -4,7 +4,6 @@
 #include <cmath>
 #include <utility>
 
-#include "framework/messages.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "runs/detail_map.h"
@@ -39,7 +38,7 @@ struct Panels {
 class Images {
  public:
   Images(const PairNames& names, const std::wstring& fused, RunProgress& progress)
-      : m_views(names, [this] { GoOn(); }), m_progress(progress) {
+      : m_views(names, [this] { m_progress.Advance(m_step); }), m_progress(progress) {
     OpenInput(m_fused, fused);
     m_fused.SetMaskNoData(true);
     m_inPan = m_views.Pair().Pan().GroundToImage(m_fused.ImageToGround(CRect(0, 0, Width(), Height())));
@@ -67,10 +66,6 @@ class Images {
   }
 
  private:
-  void GoOn() {
-    if (!m_progress.Step(m_step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
-  }
-
   SceneViews m_views;
   CRasterSource m_fused;
   CRect m_inPan;
@@ -150,7 +145,7 @@ void Quicklook::Draw(const std::wstring& fused, const std::string& method, const
                     zoom * scaled(window.Width()), zoom * scaled(window.Height()));
     }
   }
-  if (!progress.Step(kSteps, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
+  progress.Advance(kSteps);
   progress.Finish();
   m_picture = std::make_unique<Picture>(std::move(picture));
 }

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <memory>
 
-#include "framework/messages.h"
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/string_param_parser.h"
 #include "platform/raster/pending_output.h"
@@ -105,9 +104,7 @@ class ReportRun {
     return request;
   }
 
-  void GoOn() {
-    if (!m_progress.Step(m_step, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
-  }
+  void GoOn() { m_progress.Advance(m_step); }
 
   void Tell(double done) {
     m_step = static_cast<int>(done * kSteps);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "framework/messages.h"
 #include "platform/utility/common_fun.h"
+#include "runs/failures.h"
 #include "runs/run_log.h"
 #include "runs/run_observer.h"
 
@@ -50,6 +52,10 @@ bool RunProgress::Step(int position, const std::wstring& /*text*/) {
     m_percent = percent;
   }
   return !IsCancelRequested();
+}
+
+void RunProgress::Advance(int position) {
+  if (!Step(position, L"")) throw RunError(ERR_CANCELLED, messages::kCancelled);
 }
 
 void RunProgress::Finish() {

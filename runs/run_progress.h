@@ -19,6 +19,9 @@ class RunProgress : public CBaseProgress {
 
   void Start(const std::wstring& title, int range) override;
   bool Step(int position, const std::wstring& text) override;
+  /// As Step, for runs that are no algorithms.
+  /// @throws RunFailure where the observer wants to cancel
+  void Advance(int position);
   void Finish() override;
   /// The failure itself is told once, by the exception at the run's end.
   void Error(int type, const std::wstring& message) override;

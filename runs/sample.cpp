@@ -226,7 +226,7 @@ SampleReport WriteScene(const SampleRequest& o, Notices& notices, RunProgress& p
   progress.Begin({"sample"}, L"sample", writer.EndRow() - writer.FirstRow());
   for (int row = writer.FirstRow(); row < writer.EndRow(); ++row) {
     writer.Write(row);
-    if (!progress.Step(row + 1 - writer.FirstRow(), L"")) throw RunError(ERR_CANCELLED, L"");
+    progress.Advance(row + 1 - writer.FirstRow());
   }
   progress.Finish();
   for (SceneFile* done : files) done->Close();

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <mutex>
 #include <new>
-#include <numeric>
 #include <vector>
 
 #include "platform/algorithm/base_progress.h"
@@ -255,14 +254,11 @@ void CRasterBand::SetMaskNoData(bool mask, bool hasMask) {
 
 bool CRasterBand::MayHoldGaps() const { return m_bGaps; }
 
-/// Hands on the samples of one window after another until visit answers false. False after a failed read.
-/// @param pieces the windows
-template <typename Visit>
-bool CRasterBand::ForEachWindow(const platform::WindowGrid& windows, const std::vector<std::int64_t>& pieces,
+template <typename PieceAt, typename Visit>
+bool CRasterBand::ForEachWindow(const platform::WindowGrid& windows, std::int64_t count, const PieceAt& pieceAt,
                                 const Visit& visit) {
   std::vector<double> values[2];
   bool wanted = true;
-  const auto pieceAt = [&](std::int64_t i) { return pieces[static_cast<std::size_t>(i)]; };
   const auto load = [&](std::int64_t i, int slot) {
     const CRect rect = windows.At(pieceAt(i));
     values[slot].resize(static_cast<std::size_t>(windows.step.Area()));
@@ -275,7 +271,6 @@ bool CRasterBand::ForEachWindow(const platform::WindowGrid& windows, const std::
   const auto use = [&](std::int64_t i, int slot) {
     return wanted = visit(pieceAt(i), values[slot].data(), windows.At(pieceAt(i)).Area());
   };
-  const auto count = static_cast<std::int64_t>(pieces.size());
   return platform::LoadInTurn(m_pSource->IsReadAhead(), count, load, use) || !wanted;
 }
 
@@ -286,13 +281,14 @@ bool CRasterBand::FoldWindows(const char* name, bool& pending, const Reduce& red
   const platform::WindowGrid windows = platform::ReadWindows(*this, platform::kStatisticsWindow);
   const platform::SurveyPass pass =
       m_pSource->Pass("band " + std::to_string(m_nIndex + 1) + ' ' + name, windows.Count());
-  const bool read =
-      ForEachWindow(windows, pass.Pieces(), [&](std::int64_t piece, const double* values, std::int64_t count) {
-        Part part = reduce(values, count);
-        pass.Take(piece, part, fold);
-        return goesOn();
-      });
-  if (!read) return false;
+  const std::vector<std::int64_t>& pieces = pass.Pieces();
+  const auto pieceAt = [&](std::int64_t i) { return pieces[static_cast<std::size_t>(i)]; };
+  const auto take = [&](std::int64_t piece, const double* values, std::int64_t count) {
+    Part part = reduce(values, count);
+    pass.Take(piece, part, fold);
+    return goesOn();
+  };
+  if (!ForEachWindow(windows, static_cast<std::int64_t>(pieces.size()), pieceAt, take)) return false;
   pending = !pass.End<Part>(fold);
   return true;
 }
@@ -327,13 +323,12 @@ bool CRasterBand::HasValidPixel() {
   platform::RowRange range(platform::NoDataSample(*this));
   // Most images have one in the first rows.
   const platform::WindowGrid windows = platform::ReadWindows(*this, std::int64_t{1} << 16);
-  std::vector<std::int64_t> all(static_cast<std::size_t>(windows.Count()));
-  std::iota(all.begin(), all.end(), 0);
-  return ForEachWindow(windows, all,
-                       [&](std::int64_t, const double* values, std::int64_t count) {
-                         range.Add(values, count);
-                         return range.IsEmpty();
-                       }) &&
+  const auto look = [&](std::int64_t, const double* values, std::int64_t count) {
+    range.Add(values, count);
+    return range.IsEmpty();
+  };
+  return ForEachWindow(
+             windows, windows.Count(), [](std::int64_t i) { return i; }, look) &&
          !range.IsEmpty();
 }
 

@@ -72,8 +72,11 @@ class FUSION_API CRasterBand {
   bool ComputeMinMax(double* minimum, double* maximum, bool approximate);
 
  private:
-  template <typename Visit>
-  bool ForEachWindow(const platform::WindowGrid& windows, const std::vector<std::int64_t>& pieces, const Visit& visit);
+  /// Hands the samples of so many windows to visit(window, values, count), until it answers false. pieceAt tells which:
+  /// a list of all of a large image would be large itself. False after a failed read.
+  template <typename PieceAt, typename Visit>
+  bool ForEachWindow(const platform::WindowGrid& windows, std::int64_t count, const PieceAt& pieceAt,
+                     const Visit& visit);
   /// Folds what reduce(values, count) makes of one window after another, those that the source's survey says, until
   /// goesOn answers false. False after a failed read.
   template <typename Part, typename Reduce, typename Fold, typename GoesOn>

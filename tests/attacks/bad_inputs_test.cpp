@@ -16,6 +16,7 @@
 #include "runs/evaluate.h"
 #include "runs/fuse.h"
 #include "tests/attacks/corpus.h"
+#include "tests/attacks/failing_memory.h"
 #include "tests/attacks/rational.h"
 #include "tests/support/scene.h"
 
@@ -172,9 +173,12 @@ TEST_F(BadInputs, MoreThanADiskOrTheMemoryHoldsIsRefusedWithTheFigure) {
   EXPECT_THAT(memory.Sentence(), HasSubstr("at least 2048000 MB of memory, and "));
   declare("long_pan.vrt", 100000, 1000000000, 1);
   declare("long_ms.vrt", 25000, 250000000, 4);
+  attacks::largestAllocation = 0;
   const auto disk = FailureOf([&] { fusion::Fuse(Request("long_pan.vrt", "long_ms.vrt", "brovey")); });
   EXPECT_EQ(disk.Type(), ERR_CREATE) << disk.what();
   EXPECT_THAT(disk.Sentence(), HasSubstr("the disk is full: 800000000 MB are needed, "));
+  // Nothing is as large as a list of all that is declared would be.
+  EXPECT_LT(attacks::largestAllocation, std::size_t{100} << 20);
   declare("endless.vrt", 2147483647, 2147483647, 1);
   EXPECT_THAT(FailureOf([&] { fusion::Fuse(Request("endless.vrt", "ms.tif", "brovey")); }).Sentence(),
               HasSubstr("it declares 4.61e+18 pixels, more than can be counted"));

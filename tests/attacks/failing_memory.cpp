@@ -6,6 +6,7 @@
 namespace attacks {
 
 std::atomic<long> allocationsLeft{-1};
+std::atomic<std::size_t> largestAllocation{0};
 
 }  // namespace attacks
 
@@ -19,6 +20,7 @@ extern "C" const char __executable_start;
 extern "C" const char etext;
 
 __attribute__((noinline)) void* operator new(std::size_t size) {
+  if (size > attacks::largestAllocation.load(std::memory_order_relaxed)) attacks::largestAllocation = size;
   std::atomic<long>& left = attacks::allocationsLeft;
   if (left.load(std::memory_order_relaxed) >= 0) {
     const char* caller = static_cast<const char*>(__builtin_return_address(0));
