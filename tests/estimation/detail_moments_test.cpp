@@ -1,10 +1,11 @@
 #include "estimation/detail_moments.h"
-#include "tests/support/numbers.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
+
+#include "tests/support/numbers.h"
 
 namespace {
 
