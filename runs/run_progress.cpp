@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "framework/messages.h"
+#include "platform/algorithm/base_algorithm.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
 #include "runs/run_log.h"

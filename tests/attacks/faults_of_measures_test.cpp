@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "platform/utility/common_fun.h"
 #include "runs/assess.h"
 #include "runs/check.h"
 #include "runs/evaluate.h"
@@ -125,7 +126,8 @@ TEST_F(Faults, OfASampleAreToldAndLeaveTheOlderScene) {
   request.width = request.height = 16;
   request.overwrite = true;
   fusion::MakeSample(request);
-  std::filesystem::rename(m_folder.Path("scene/truth.tif"), m_folder.Path("out.tif"));
+  std::filesystem::rename(CommonFun::ToPath(m_folder.WidePath("scene/truth.tif")),
+                          CommonFun::ToPath(m_folder.WidePath("out.tif")));
   const std::string good = test_support::FileBytes(m_folder.Path("out.tif"));
   const auto run = [&] {
     const auto leave = [&] {

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "platform/utility/common_fun.h"
 #include "runs/fuse.h"
 #include "tests/support/scene.h"
 
@@ -113,7 +114,7 @@ TEST_P(RationalPlaces, AreThoseOfPan) {
     } else {
       both.bands.push_back(out.bands[0]);
     }
-    std::filesystem::remove(m_folder.Path("out.tif"));
+    std::filesystem::remove(CommonFun::ToPath(m_folder.WidePath("out.tif")));
   }
   ExpectGround(both, 100.0 / kRatio);
 }

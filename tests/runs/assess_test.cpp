@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "platform/raster/raster_source.h"
+#include "platform/utility/common_fun.h"
 #include "quality/errors.h"
 #include "quality/qnr.h"
 #include "quality/sam.h"
@@ -216,7 +217,8 @@ TEST_F(AssessTest, UpsampledIsTheBicubicKernelOfTheCommand) {
 
 TEST_F(AssessTest, TheTruthAsAResultIsPerfect) {
   fusion::Assess(Keeping(Assessing("wald")));
-  std::filesystem::copy_file(m_folder.Path("ms.tif"), m_folder.Path("kept/wald_1/perfect.tif"));
+  std::filesystem::copy_file(CommonFun::ToPath(m_folder.WidePath("ms.tif")),
+                             CommonFun::ToPath(m_folder.WidePath("kept/wald_1/perfect.tif")));
   AssessRequest request = Keeping(Assessing("wald", {"brovey", "hpf"}));
   request.extra = {"perfect"};
   const AssessReport report = fusion::Assess(request);

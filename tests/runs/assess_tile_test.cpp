@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "platform/utility/common_fun.h"
 #include "runs/assess_fusion.h"
 #include "runs/notices.h"
 #include "tests/support/run_scene.h"
@@ -55,7 +56,7 @@ class AssessTileTest : public test_support::RunScene {
     fusion::Notices notices(nullptr);
     fusion::AssessScene scene(m_request, notices);
     Tile tile(scene, scene.Tiles().at(0), {0.3, 0.15});
-    const fusion::TileFiles files(std::filesystem::path(m_folder.Path("files")), tile, PDT_FLOAT64, true);
+    const fusion::TileFiles files(CommonFun::ToPath(m_folder.WidePath("files")), tile, PDT_FLOAT64, true);
     tile.SetUpsampled(files.Upsampled());
     fusion::MethodSums sums(2);
     tile.Measure(fused, move, sums);

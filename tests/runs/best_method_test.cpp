@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "platform/utility/common_fun.h"
 #include "runs/assess.h"
 #include "runs/fuse.h"
 #include "runs/sample.h"
@@ -219,7 +220,8 @@ TEST_F(BestMethod, WhatIsKeptReplacesNothingUnasked) {
   EXPECT_NO_THROW(fusion::Assess(request));
   // A result that is not there, or of other pixels, is told.
   request.extra = {"missing", "small"};
-  std::filesystem::copy_file(m_folder.Path("pan.tif"), m_folder.Path("kept/wald_1/small.tif"));
+  std::filesystem::copy_file(CommonFun::ToPath(m_folder.WidePath("pan.tif")),
+                             CommonFun::ToPath(m_folder.WidePath("kept/wald_1/small.tif")));
   const AssessReport report = fusion::Assess(request);
   ASSERT_EQ(report.failures.size(), 2U);
   EXPECT_THAT(report.failures[0].sentence, HasSubstr("missing.tif does not exist."));

@@ -3,7 +3,9 @@
 
 #include <filesystem>
 #include <set>
+#include <utility>
 
+#include "platform/utility/common_fun.h"
 #include "runs/methods.h"
 #include "tests/support/run_scene.h"
 
@@ -12,7 +14,7 @@ namespace {
 /// Looks at the folder whenever a run tells anything.
 class FolderWatch : public fusion::RunObserver {
  public:
-  explicit FolderWatch(const std::string& folder) : m_folder(folder) {}
+  explicit FolderWatch(std::filesystem::path folder) : m_folder(std::move(folder)) {}
   void StageBegins(const fusion::RunStage&) override { Look(); }
   void Progress(int) override { Look(); }
   bool WantsCancel() override { return Look(), false; }
@@ -26,7 +28,7 @@ class FolderWatch : public fusion::RunObserver {
       if (!entry.is_directory(error)) files.insert(entry.path().filename().string());
     }
   }
-  std::string m_folder;
+  std::filesystem::path m_folder;
 };
 
 using OneOutput = test_support::RunScene;
@@ -56,7 +58,7 @@ TEST_F(OneOutput, IsAllThatAnyMethodMakes) {
          r.window = {5, 7, 21, 18};
        }},
   };
-  const std::string folder = std::filesystem::path(m_folder.Path("pan.tif")).parent_path().string();
+  const std::filesystem::path folder = CommonFun::ToPath(m_folder.WidePath("pan.tif")).parent_path();
   for (const auto& method : fusion::Methods()) {
     for (const Choice& choice : choices) {
       SCOPED_TRACE(std::string(method.name) + ", " + choice.name);

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "platform/raster/memory_raster.h"
+#include "platform/raster/raster_fault.h"
 #include "platform/raster/raster_source.h"
 #include "platform/utility/common_fun.h"
 #include "runs/options.h"
@@ -33,26 +34,21 @@ class ProvenanceRun : public test_support::RunScene {
 
 TEST_F(ProvenanceRun, AnOutputThatReadsAsAnotherThingGetsNoName) {
   auto request = Request("brovey", "out.tif");
-  // Something replaces the file as soon as it is closed.
-  struct Intruder : fusion::RunObserver {
-    explicit Intruder(const test_support::TemporaryFolder& f) : folder(f) {}
-    void Progress(int percent) override { done = percent == 100; }
-    void StageEnds() override {
-      if (!done) return;
-      for (const std::string& name : folder.Names()) {
-        if (!name.starts_with("out~")) continue;
-        std::filesystem::copy_file(CommonFun::ToPath(folder.WidePath("ms.tif")),
-                                   CommonFun::ToPath(folder.WidePath(name + "/out.tif")),
-                                   std::filesystem::copy_options::overwrite_existing);
-      }
+  // Something replaces the file before it is opened again.
+  const auto ms = CommonFun::ToPath(m_folder.WidePath("ms.tif"));
+  platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring& path, int, const CRect&) {
+    const auto file = CommonFun::ToPath(path);
+    if (operation == platform::RasterOperation::kOpen && file.filename() == "out.tif" &&
+        std::filesystem::exists(file)) {
+      std::filesystem::copy_file(ms, file, std::filesystem::copy_options::overwrite_existing);
     }
-    const test_support::TemporaryFolder& folder;
-    bool done = false;
-  } intruder(m_folder);
-  EXPECT_EQ(Refusal([&] { fusion::Fuse(request, &intruder); }),
-            request.out +
-                " was not written as it should be: it was made as 40x40 with 4 bands and reads as 20x20 with "
-                "4 bands.");
+    return false;
+  });
+  const std::string refusal = Refusal([&] { fusion::Fuse(request); });
+  platform::SetRasterFault({});
+  EXPECT_EQ(refusal, request.out +
+                         " was not written as it should be: it was made as 40x40 with 4 bands and reads as 20x20 with "
+                         "4 bands.");
   EXPECT_FALSE(m_folder.Has("out.tif"));
 }
 

@@ -139,7 +139,9 @@ TEST_F(ReportPictures, ShowsManyImages) {
   EXPECT_EQ(report.images[6].method, "hpf");
   for (const std::string& file : files) {
     const std::string command = fusion::RepeatCommand(fusion::ReadProvenance(file), file);
-    EXPECT_TRUE(page.find(std::regex_replace(command, std::regex("'"), "&#39;")) != std::string::npos) << command;
+    const std::string shown =
+        std::regex_replace(std::regex_replace(command, std::regex("'"), "&#39;"), std::regex("\""), "&quot;");
+    EXPECT_TRUE(page.find(shown) != std::string::npos) << command;
   }
   // One is the best of each of eight columns, at least.
   EXPECT_GE(Count(page, "class=\"n best\""), 8U);

@@ -4,6 +4,8 @@
 #include <gdal_priv.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <iterator>
 #include <regex>
 
 #include "platform/utility/common_fun.h"
@@ -100,9 +102,10 @@ TEST_F(ReportTest, AsksNoNetworkForAnything) {
   EXPECT_EQ(Count(page, "<link "), 1U);
   EXPECT_THAT(page, HasSubstr("<link rel=\"icon\" href=\"data:,\">"));
   // Whatever gets into it is kept from asking.
-  EXPECT_THAT(page, testing::ContainsRegex(
-                        "http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
-                        "style-src 'sha256-[A-Za-z0-9+/]{43}='; script-src 'sha256-[A-Za-z0-9+/]{43}='\""));
+  const std::regex policy(
+      "http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
+      "style-src 'sha256-[A-Za-z0-9+/]{43}='; script-src 'sha256-[A-Za-z0-9+/]{43}='\"");
+  EXPECT_TRUE(std::regex_search(page.begin(), page.begin() + std::min<std::ptrdiff_t>(2000, std::ssize(page)), policy));
 }
 
 TEST_F(ReportTest, TakesTextsOfFilesForTexts) {

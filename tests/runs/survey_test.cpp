@@ -9,10 +9,10 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <random>
 #include <tuple>
 
+#include "platform/utility/common_fun.h"
 #include "runs/fuse.h"
 #include "tests/support/part_scene.h"
 
@@ -42,11 +42,6 @@ std::vector<Case> AllCases() {
   cases.push_back({"weighted, some bands", method("weighted", [](R& o) { o.bands = {4, 2, 1}; })});
   cases.push_back({"hpf, some bands", method("hpf", [](R& o) { o.bands = {4, 2, 1}; })});
   return cases;
-}
-
-std::string BytesOf(const std::string& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
 class Surveys : public test_support::PartScene {
@@ -356,17 +351,18 @@ TEST_F(Surveys, ThatLackSomethingOrAreDamagedAreRefused) {
   m_options.survey = half.out;
   EXPECT_THROW(fusion::Fuse(m_options), fusion::RunFailure);
 
-  std::string bytes = BytesOf(survey);
+  std::string bytes = test_support::FileBytes(survey);
   ASSERT_GT(bytes.size(), 200U);
   m_options.survey = m_folder.Path("damaged.survey");
   std::mt19937 random(3);
   for (int i = 0; i < 20; ++i) {
     std::string damaged = bytes;
     damaged[std::uniform_int_distribution<std::size_t>(0, bytes.size() - 1)(random)] ^= 0x10;
-    std::ofstream(m_options.survey, std::ios::binary) << damaged;
+    std::ofstream(CommonFun::ToPath(CommonFun::Utf82U(m_options.survey)), std::ios::binary) << damaged;
     EXPECT_THROW(fusion::Fuse(m_options), fusion::RunFailure);
   }
-  std::ofstream(m_options.survey, std::ios::binary) << bytes.substr(0, bytes.size() / 2);
+  std::ofstream(CommonFun::ToPath(CommonFun::Utf82U(m_options.survey)), std::ios::binary)
+      << bytes.substr(0, bytes.size() / 2);
   EXPECT_THROW(fusion::Fuse(m_options), fusion::RunFailure);
 }
 

@@ -2,12 +2,16 @@
 
 #include <cstdlib>
 
+#ifdef _WIN32
+#include "platform/utility/common_fun.h"
+#endif
+
 namespace test_support {
 
 void SetVariable(const char* name, const std::string& value) {
 #ifdef _WIN32
   // Empty values are none there.
-  _putenv_s(name, value.c_str());
+  _wputenv_s(CommonFun::Utf82U(name).c_str(), CommonFun::Utf82U(value).c_str());
 #else
   if (value.empty()) {
     unsetenv(name);
