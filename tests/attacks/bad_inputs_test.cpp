@@ -162,7 +162,7 @@ TEST_F(BadInputs, MoreThanADiskOrTheMemoryHoldsIsRefusedWithTheFigure) {
   const auto declare = [&](const std::string& name, int width, int height, int bands) {
     std::ofstream file(Native(name));
     file << "<VRTDataset rasterXSize=\"" << width << "\" rasterYSize=\"" << height << "\">";
-    for (int b = 1; b <= bands; ++b) file << "<VRTRasterBand dataType=\"UInt16\" band=\"" << b << "\"/>";
+    for (int b = 1; b <= bands; ++b) file << R"(<VRTRasterBand dataType="UInt16" band=")" << b << "\"/>";
     file << "</VRTDataset>";
   };
   // Two blocks of 64 rows of doubles and of four bands of two bytes: 16 bytes a pixel.
@@ -194,7 +194,7 @@ TEST_F(BadInputs, NoSampleIsLookedAtOfWhatCannotBeHeld) {
     std::ofstream file(Native(name));
     const int size = bands == 1 ? 8000000 : 2000000;
     file << "<VRTDataset rasterXSize=\"" << size << "\" rasterYSize=\"" << size << "\">";
-    for (int b = 1; b <= bands; ++b) file << "<VRTRasterBand dataType=\"Float32\" band=\"" << b << "\"/>";
+    for (int b = 1; b <= bands; ++b) file << R"(<VRTRasterBand dataType="Float32" band=")" << b << "\"/>";
     file << "</VRTDataset>";
   }
   const auto failure = FailureOf([&] { fusion::Fuse(Request("float_pan.vrt", "float_ms.vrt", "brovey")); });

@@ -95,7 +95,7 @@ std::string Mosaic(const std::string& source, const Shape& shape, const std::str
   std::string text = "<VRTDataset rasterXSize=\"" + std::to_string(shape.width) + "\" rasterYSize=\"" +
                      std::to_string(shape.height) + "\">" + head;
   for (int b = 1; b <= shape.bands; ++b) {
-    text += "<VRTRasterBand dataType=\"UInt16\" band=\"" + std::to_string(b) + "\">" + perBand;
+    text += R"(<VRTRasterBand dataType="UInt16" band=")" + std::to_string(b) + "\">" + perBand;
     if (!source.empty()) {
       text += "<SimpleSource><SourceFilename relativeToVRT=\"1\">" + source + "</SourceFilename><SourceBand>" +
               std::to_string(b) + "</SourceBand></SimpleSource>";
@@ -228,7 +228,7 @@ Corpus GeoTransforms(const TemporaryFolder& folder) {
 Corpus CoordinateSystems(const TemporaryFolder& folder) {
   Corpus corpus{"coordinate systems", {}, {}};
   const std::pair<const char*, std::string> systems[] = {
-      {"engineering", "LOCAL_CS[\"nowhere\",UNIT[\"metre\",1]]"},
+      {"engineering", R"(LOCAL_CS["nowhere",UNIT["metre",1]])"},
       {"garbage", "PROJCS[\"half a"},
       {"unknown_epsg", "EPSG:999999"},
       {"web", "https://example.invalid/crs"},
@@ -398,7 +398,7 @@ Corpus Mosaics(const TemporaryFolder& folder) {
   Write(folder, "first.vrt", Mosaic("second.vrt", kPan, Geo(kPanGeo)));
   Write(folder, "second.vrt", Mosaic("first.vrt", kPan, Geo(kPanGeo)));
   corpus.pans.push_back({"first.vrt", End::kRefused});
-  Write(folder, "unfinished.vrt", "<VRTDataset rasterXSize=\"64\" rasterYSize=\"64\"><VRTRasterBand");
+  Write(folder, "unfinished.vrt", R"(<VRTDataset rasterXSize="64" rasterYSize="64"><VRTRasterBand)");
   corpus.pans.push_back({"unfinished.vrt", End::kRefused});
   Write(folder, "negative.vrt", Mosaic("pan.tif", {-1, 64, 1, 0.5}, ""));
   corpus.pans.push_back({"negative.vrt", End::kRefused});
