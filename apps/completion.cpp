@@ -179,7 +179,7 @@ std::string Completion(const std::string& shell, const std::vector<CommandText>&
 std::string ManualPage(const CommandText& program, const std::vector<CommandText>& commands,
                        const std::string& version) {
   std::ostringstream page;
-  page << ".TH FUSION 1 \"\" \"fusion " << version << "\" \"User Commands\"\n.SH NAME\nfusion \\- "
+  page << R"(.TH FUSION 1 "" "fusion )" << version << "\" \"User Commands\"\n.SH NAME\nfusion \\- "
        << "pan\\-sharpening of satellite and aerial images\n.SH SYNOPSIS\n";
   for (const CommandText& command : commands) page << ".B " << Roff(command.Usage()) << "\n.br\n";
   page << ".SH DESCRIPTION\n"

@@ -24,7 +24,7 @@ ConsoleProgress::ConsoleProgress(bool silent)
       m_terminal(platform::IsTerminal(stderr)),
       m_interrupts([](void* progress) { static_cast<ConsoleProgress*>(progress)->m_interrupted.store(true); }, this) {}
 
-ConsoleProgress::~ConsoleProgress() { StageEnds(); }
+ConsoleProgress::~ConsoleProgress() { ConsoleProgress::StageEnds(); }
 
 void ConsoleProgress::StageBegins(const fusion::RunStage& stage) {
   m_title = stage.title;
