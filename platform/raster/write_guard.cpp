@@ -34,19 +34,28 @@ std::atomic<int> g_writeError{0};
 // What stands behind it is the file's own name, also for drivers and versions of GDAL that cut it off themselves.
 constexpr char kPrefix[] = "/vsifusion_output/";
 
+/// A name as it is compared: drivers put slashes of their own between folder and file.
+std::string Comparable(std::string file) {
+#ifdef _WIN32
+  std::replace(file.begin(), file.end(), '\\', '/');
+#endif
+  return file;
+}
+
 /// The guards by their rasters' names.
 class Guards {
  public:
-  void Add(const std::string& file, std::shared_ptr<State> state) {
+  void Add(const std::string& raster, std::shared_ptr<State> state) {
     const std::lock_guard lock(m_mutex);
-    m_guards.emplace_back(file, std::move(state));
+    m_guards.emplace_back(Comparable(raster), std::move(state));
   }
   void Remove(const std::shared_ptr<State>& state) {
     const std::lock_guard lock(m_mutex);
     std::erase_if(m_guards, [&](const auto& entry) { return entry.second == state; });
   }
   /// The guard of a raster or of a file that comes with one; null where there is none.
-  std::shared_ptr<State> Find(const std::string& file) {
+  std::shared_ptr<State> Find(const std::string& name) {
+    const std::string file = Comparable(name);
     const std::lock_guard lock(m_mutex);
     for (const bool byStem : {false, true}) {
       // The latest first: a file may be made anew.

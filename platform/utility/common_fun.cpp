@@ -198,6 +198,13 @@ bool CommonFun::IsSameFile(const std::wstring& first, const std::wstring& second
 namespace {
 
 bool Stat(const std::wstring& path, VSIStatBufL& status) {
+#ifdef _WIN32
+  // A folder with a separator behind its name is not found there.
+  const std::size_t last = path.find_last_not_of(L"\\/");
+  if (last != std::wstring::npos && last + 1 < path.size() && path[last] != L':') {
+    return Stat(path.substr(0, last + 1), status) && VSI_ISDIR(status.st_mode);
+  }
+#endif
   return VSIStatL(CommonFun::U2Utf8(path).c_str(), &status) == 0;
 }
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 
 #include "tests/apps/scene_command.h"
@@ -47,9 +48,9 @@ TEST_F(AssessCommand, PrintsATableForEachProtocolAndAdvice) {
   const std::vector<std::string> large = {"assess", Path("large/pan.tif"), Path("large/ms.tif"), "--methods", "brovey",
                                           "--quiet"};
   const auto told = LinesOf(Run(large).out);
-  EXPECT_THAT(told[told.size() - 2],
-              testing::MatchesRegex("Filters: bands 0\\.3[0-9]* \\(wald\\) and 0\\.3[0-9]* \\(full\\), pan 0\\.15, "
-                                    "estimated from a blur of 0\\.9[0-9]* between them\\."));
+  const std::regex filters(R"(Filters: bands 0\.3[0-9]* \(wald\) and 0\.3[0-9]* \(full\), pan 0\.15, )"
+                           R"(estimated from a blur of 0\.9[0-9]* between them\.)");
+  EXPECT_TRUE(std::regex_match(told[told.size() - 2], filters)) << told[told.size() - 2];
   const auto json = nlohmann::ordered_json::parse(Assess({"--methods", "brovey,hpf", "--json"}).out);
   for (const auto& [protocol, first] : {std::pair<std::string, std::size_t>{"wald", 1}, {"full", 6}}) {
     std::vector<std::string> stars;

@@ -5,11 +5,14 @@
 #include <new>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "apps/exit_status.h"
 #include "apps/nearest_word.h"
 #include "platform/utility/common_fun.h"
 #include "tests/apps/scene_command.h"
+#include "tests/support/environment.h"
 
 namespace {
 
@@ -75,37 +78,53 @@ TEST_F(CommandLine, ALackOfMemoryIsSaidWhereverItIsMet) {
 #endif
 
 TEST_F(CommandLine, ThreadsAreANumberOrAllByOptionOrEnvironment) {
-  const std::string scene = Quoted(Path("pan.tif")) + ' ' + Quoted(Path("ms.tif")) + ' ';
-  const auto fuse = [&](const std::string& environment, const std::string& option) {
-    const std::string line = environment + ' ' + Quoted(FUSION_COMMAND) + " fuse " + scene + Quoted(Path("out.tif")) +
-                             " --method brovey --overwrite --quiet " + option + " 2> " + Quoted(Path("err"));
-    return test_support::CommandResult{test_support::RunShell(line), "", FileBytes(Path("err"))};
+  struct Environment {
+    std::string own;
+    std::string openMp;
   };
-  const std::string clean = "env -u FUSION_THREADS -u OMP_NUM_THREADS";
+  const auto fuse = [&](const Environment& environment, const std::vector<std::string>& option) {
+    std::vector<std::string> arguments = {"fuse",     Path("pan.tif"), Path("ms.tif"), Path("out.tif"),
+                                          "--method", "brovey",        "--overwrite",  "--quiet"};
+    arguments.insert(arguments.end(), option.begin(), option.end());
+    test_support::SetVariable("FUSION_THREADS", environment.own);
+    test_support::SetVariable("OMP_NUM_THREADS", environment.openMp);
+    auto run = Run(arguments);
+    test_support::SetVariable("FUSION_THREADS", "");
+    test_support::SetVariable("OMP_NUM_THREADS", "");
+    return run;
+  };
   std::string expected;
-  for (const char* option : {"", "--threads 1", "--threads 3", "--threads all"}) {
-    const auto run = fuse(clean, option);
-    EXPECT_EQ(run.status, 0) << option << run.err;
+  for (const std::vector<std::string>& option :
+       {std::vector<std::string>(), {"--threads", "1"}, {"--threads", "3"}, {"--threads", "all"}}) {
+    const auto run = fuse({}, option);
+    EXPECT_EQ(run.status, 0) << testing::PrintToString(option) << run.err;
     if (expected.empty()) expected = FileBytes(Path("out.tif"));
-    EXPECT_TRUE(FileBytes(Path("out.tif")) == expected) << option;
+    EXPECT_TRUE(FileBytes(Path("out.tif")) == expected) << testing::PrintToString(option);
   }
-  for (const char* wrong : {"0", "two", "2.5", "-1", "99999999999", "1x"}) {
-    const std::string tail = std::string(" is a number of threads from 1 on, or all, not '") + wrong + "'.\n";
-    const auto byOption = fuse(clean, std::string("--threads=") + wrong);
+  for (const std::string wrong : {"0", "two", "2.5", "-1", "99999999999", "1x"}) {
+    const std::string tail = " is a number of threads from 1 on, or all, not '" + wrong + "'.\n";
+    const auto byOption = fuse({}, {"--threads=" + wrong});
     EXPECT_EQ(byOption.status, 2);
     EXPECT_EQ(byOption.err, "fusion: --threads" + tail);
-    EXPECT_EQ(fuse(clean + " FUSION_THREADS=" + wrong, "").err, "fusion: FUSION_THREADS" + tail);
+    EXPECT_EQ(fuse({wrong, ""}, {}).err, "fusion: FUSION_THREADS" + tail);
     // OpenMP's own library has something to say of its variable, too.
-    const auto byOpenMp = fuse(clean + " OMP_NUM_THREADS=" + wrong, "");
+    const auto byOpenMp = fuse({"", wrong}, {});
     EXPECT_EQ(byOpenMp.status, 2);
     EXPECT_THAT(byOpenMp.err, HasSubstr("fusion: OMP_NUM_THREADS" + tail));
     // What comes first counts.
-    EXPECT_EQ(fuse(clean + " FUSION_THREADS=" + wrong + " OMP_NUM_THREADS=2", "--threads 2").status, 0);
-    EXPECT_EQ(fuse(clean + " FUSION_THREADS=2 OMP_NUM_THREADS=" + wrong, "").status, 0);
+    EXPECT_EQ(fuse({wrong, "2"}, {"--threads", "2"}).status, 0);
+    EXPECT_EQ(fuse({"2", wrong}, {}).status, 0);
   }
-  EXPECT_EQ(fuse(clean + " OMP_NUM_THREADS=2,4", "").status, 0) << "the outermost level's";
-  EXPECT_EQ(fuse(clean + " FUSION_THREADS= OMP_NUM_THREADS=", "").status, 0) << "nothing is no value";
+  EXPECT_EQ(fuse({"", "2,4"}, {}).status, 0) << "the outermost level's";
 }
+
+#ifndef _WIN32
+TEST_F(CommandLine, AVariableOfThreadsWithoutAValueIsNone) {
+  const std::string line = Quoted(FUSION_COMMAND) + " fuse " + Quoted(Path("pan.tif")) + ' ' + Quoted(Path("ms.tif")) +
+                           ' ' + Quoted(Path("out.tif")) + " --method brovey --quiet";
+  EXPECT_EQ(test_support::RunShell("FUSION_THREADS= OMP_NUM_THREADS= " + line), 0);
+}
+#endif
 
 TEST_F(CommandLine, AnUnknownCommandIsNamedWithTheNearest) {
   const auto run = Run({"evalute", "a", "b", "c"});

@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "tests/apps/scene_command.h"
+#include "tests/support/test_raster.h"
 
 namespace {
 
@@ -27,7 +29,7 @@ class ReportCommand : public SceneCommand {
 TEST_F(ReportCommand, WritesAPage) {
   const auto run = Report({Path("ms.tif"), Path("brovey.tif"), "-o", Path("report.html")});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_THAT(run.out, testing::MatchesRegex(".*report.html: [0-9.]+ MB, 1 image\n"));
+  EXPECT_TRUE(std::regex_match(run.out, std::regex(".*report.html: [0-9.]+ MB, 1 image\n"))) << run.out;
   for (const char* stage : {"check 0...10", "evaluation 0...10", "quality 0...10", "pictures 0...10"}) {
     EXPECT_THAT(run.err, HasSubstr(stage));
   }
@@ -62,10 +64,7 @@ TEST_F(ReportCommand, JsonTellsOfTheImages) {
 
 TEST_F(ReportCommand, TheMultispectralImageMayHaveSeveralFiles) {
   for (const int band : {1, 2, 3, 4}) {
-    ASSERT_EQ(test_support::RunShell("gdal_translate -q -b " + std::to_string(band) + " " +
-                                     test_support::Quoted(Path("ms.tif")) + " " +
-                                     test_support::Quoted(Path("ms_B" + std::to_string(band) + ".tif"))),
-              0);
+    test_support::CopyBand(Path("ms.tif"), band, Path("ms_B" + std::to_string(band) + ".tif"));
   }
   const auto run = Report({"--ms", Path("ms_B*.tif"), Path("brovey.tif"), "--quiet", "-o", Path("report.html")});
   EXPECT_EQ(run.status, 0) << run.err;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <new>
 #include <string>
 #include <vector>
@@ -151,7 +152,7 @@ class Faults : public test_support::RunScene {
   /// Has the library's allocations fail, every step-th from the first on, in a run each.
   template <typename Run>
   void FailAllocations(const std::string& what, const std::string& good, const Run& run, long first, long step) {
-    constexpr long kMany = 1L << 40;
+    constexpr long kMany = std::numeric_limits<long>::max() / 2;
     attacks::allocationsLeft = kMany;
     run();
     const long count = kMany - attacks::allocationsLeft;

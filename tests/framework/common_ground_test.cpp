@@ -10,7 +10,6 @@
 
 #include "band_arithmetic/brovey_fusion.h"
 #include "platform/raster/reproject.h"
-#include "platform/utility/common_fun.h"
 #include "tests/support/scene.h"
 #include "tests/support/test_raster.h"
 
@@ -169,7 +168,7 @@ TEST_P(CommonGround, IsAllThatBothCoverAndNoMore) {
 TEST_P(CommonGround, WhatIsReadForABlockHoldsAllItsPositions) {
   const Grid& pan = GetParam().pan;
   const std::unique_ptr<CReproject> reproject(
-      CReproject::Create(&m_ms.source, CommonFun::Utf82U(test_support::WktOfEpsg(pan.epsg)), nullptr, nullptr));
+      CReproject::Create(&m_ms.source, test_support::WideWktOfEpsg(pan.epsg), nullptr, nullptr));
   ASSERT_TRUE(reproject);
   for (const int rows : {1, 16, pan.height}) {
     for (int top = 0; top < pan.height; top += rows) {

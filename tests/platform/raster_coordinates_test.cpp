@@ -15,6 +15,7 @@ namespace {
 
 using test_support::MakeRaster;
 using test_support::MemoryPath;
+using test_support::WideWktOfEpsg;
 using test_support::WktOfEpsg;
 
 using test_support::kNaN;
@@ -231,11 +232,9 @@ TEST(BoundingBox, SortsItsSides) {
   EXPECT_EQ(box.MaxY(), 7.0);
 }
 
-std::wstring Wkt(int epsg) { return CommonFun::Utf82U(WktOfEpsg(epsg)); }
-
 TEST(CoordinateAlgorithm, ProjectedAndGeographicSystemsAreValid) {
-  EXPECT_TRUE(CCoordinateAlgorithm::IsValidCoordinate(Wkt(32630)));
-  EXPECT_TRUE(CCoordinateAlgorithm::IsValidCoordinate(Wkt(4326)));
+  EXPECT_TRUE(CCoordinateAlgorithm::IsValidCoordinate(WideWktOfEpsg(32630)));
+  EXPECT_TRUE(CCoordinateAlgorithm::IsValidCoordinate(WideWktOfEpsg(4326)));
   EXPECT_FALSE(CCoordinateAlgorithm::IsValidCoordinate(L""));
   EXPECT_FALSE(CCoordinateAlgorithm::IsValidCoordinate(L"nonsense"));
   EXPECT_FALSE(CCoordinateAlgorithm::IsValidCoordinate(L"PROJCS[\"broken\""));
@@ -255,9 +254,9 @@ TEST(CoordinateAlgorithm, ATextNeverNamesAFile) {
 }
 
 TEST(CoordinateAlgorithm, SystemsAreTheSameByMeaning) {
-  EXPECT_TRUE(CCoordinateAlgorithm::IsSameCoordinate(Wkt(32630), Wkt(32630)));
-  EXPECT_FALSE(CCoordinateAlgorithm::IsSameCoordinate(Wkt(32630), Wkt(32631)));
-  EXPECT_FALSE(CCoordinateAlgorithm::IsSameCoordinate(Wkt(32630), L""));
+  EXPECT_TRUE(CCoordinateAlgorithm::IsSameCoordinate(WideWktOfEpsg(32630), WideWktOfEpsg(32630)));
+  EXPECT_FALSE(CCoordinateAlgorithm::IsSameCoordinate(WideWktOfEpsg(32630), WideWktOfEpsg(32631)));
+  EXPECT_FALSE(CCoordinateAlgorithm::IsSameCoordinate(WideWktOfEpsg(32630), L""));
   EXPECT_FALSE(CCoordinateAlgorithm::IsSameCoordinate(L"", L""));
 }
 

@@ -12,7 +12,6 @@
 #include "platform/raster/gis_data_source.h"
 #include "platform/raster/raster_source.h"
 #include "platform/raster/reproject.h"
-#include "platform/utility/common_fun.h"
 #include "tests/support/test_raster.h"
 
 namespace {
@@ -26,8 +25,6 @@ constexpr int kGeographic = 4326;
 const std::vector<double> kUtmTransform = {400000.0, 30.0, 0.0, 4500000.0, 0.0, -30.0};
 constexpr int kWidth = 3000;
 constexpr int kHeight = 2000;
-
-std::wstring Wkt(int epsg) { return CommonFun::Utf82U(test_support::WktOfEpsg(epsg)); }
 
 /// OGR's transformation between two systems, x before y.
 class Exact {
@@ -74,7 +71,8 @@ class Reproject : public testing::Test {
     return m_source;
   }
   static std::unique_ptr<CReproject> Make(CRasterSource& source, int epsg) {
-    return std::unique_ptr<CReproject>(CReproject::Create(&source, Wkt(epsg), nullptr, nullptr));
+    return std::unique_ptr<CReproject>(
+        CReproject::Create(&source, test_support::WideWktOfEpsg(epsg), nullptr, nullptr));
   }
   static std::pair<double, double> PositionOf(const CReproject& reproject, double gx, double gy) {
     EXPECT_TRUE(reproject.GetSrcPos(&gx, &gy, &gx, &gy, 1));
@@ -339,7 +337,7 @@ TEST_F(Reproject, ABoxIsCarriedByItsOutline) {
   EXPECT_NEAR(box.m_dTop, north, 1e-12);
   EXPECT_NEAR(box.m_dBottom, south, 1e-12);
   CBoundingBox extent;
-  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(kGeographic), extent));
+  ASSERT_TRUE(CReproject::GetExtent(&source, test_support::WideWktOfEpsg(kGeographic), extent));
   EXPECT_EQ(extent.m_dLeft, box.m_dLeft);
   EXPECT_EQ(extent.m_dBottom, box.m_dBottom);
 }
@@ -348,7 +346,7 @@ TEST_F(Reproject, ABoxAroundAPoleReachesToIt) {
   // 8000 km of polar stereographic coordinates around the north pole.
   CRasterSource& source = Open(3413, {-4e6, 1e5, 0.0, 4e6, 0.0, -1e5}, 80, 80);
   CBoundingBox extent;
-  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(kGeographic), extent));
+  ASSERT_TRUE(CReproject::GetExtent(&source, test_support::WideWktOfEpsg(kGeographic), extent));
   EXPECT_EQ(extent.m_dTop, 90.0);
   EXPECT_EQ(extent.m_dLeft, -180.0);
   EXPECT_EQ(extent.m_dRight, 180.0);
@@ -359,7 +357,7 @@ TEST_F(Reproject, ABoxIsCarriedByAsManyPointsAsItsOutlineNeeds) {
   // North of 60 degrees: a circle, whose outermost points lie between those of 21 an edge.
   CRasterSource& source = Open(kGeographic, {-180.0, 0.1, 0.0, 90.0, 0.0, -0.1}, 3600, 300);
   CBoundingBox extent;
-  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(3413), extent));
+  ASSERT_TRUE(CReproject::GetExtent(&source, test_support::WideWktOfEpsg(3413), extent));
   const double radius = -Exact(kGeographic, 3413)(-45.0, 60.0).second;
   const double tolerance = 0.25 * 2.0 * radius / 3600.0;
   EXPECT_NEAR(extent.m_dLeft, -radius, tolerance);
@@ -371,7 +369,7 @@ TEST_F(Reproject, ABoxIsCarriedByAsManyPointsAsItsOutlineNeeds) {
 TEST_F(Reproject, LongitudesOfABoxGoOnAcross180Degrees) {
   CRasterSource& source = Open(32660, {700000.0, 1000.0, 0.0, 500000.0, 0.0, -1000.0}, 300, 300);
   CBoundingBox extent;
-  ASSERT_TRUE(CReproject::GetExtent(&source, Wkt(kGeographic), extent));
+  ASSERT_TRUE(CReproject::GetExtent(&source, test_support::WideWktOfEpsg(kGeographic), extent));
   const Exact toGeographic(32660, kGeographic);
   // From 178.8 degrees east to 178.5 west, however they are counted.
   const double west = toGeographic(700000.0, 200000.0).first;
@@ -405,12 +403,14 @@ TEST_F(Reproject, CannotBeMadeWithoutTwoKnownSystems) {
   EXPECT_EQ(CReproject::Create(&source, L"", nullptr, nullptr), nullptr);
   EXPECT_EQ(CReproject::Create(&source, L"nonsense", nullptr, nullptr), nullptr);
   EXPECT_EQ(CReproject::Create(&source, L"LOCAL_CS[\"site\",UNIT[\"metre\",1]]", nullptr, nullptr), nullptr);
-  EXPECT_EQ(CReproject::Create(nullptr, Wkt(kUtm), nullptr, nullptr), nullptr);
-  EXPECT_EQ(CReproject::Create(&Open(0, kUtmTransform, 10, 10), Wkt(kGeographic), nullptr, nullptr), nullptr);
+  EXPECT_EQ(CReproject::Create(nullptr, test_support::WideWktOfEpsg(kUtm), nullptr, nullptr), nullptr);
+  EXPECT_EQ(
+      CReproject::Create(&Open(0, kUtmTransform, 10, 10), test_support::WideWktOfEpsg(kGeographic), nullptr, nullptr),
+      nullptr);
   CRasterSource closed;
-  EXPECT_EQ(CReproject::Create(&closed, Wkt(kUtm), nullptr, nullptr), nullptr);
+  EXPECT_EQ(CReproject::Create(&closed, test_support::WideWktOfEpsg(kUtm), nullptr, nullptr), nullptr);
   CBoundingBox extent;
-  EXPECT_FALSE(CReproject::GetExtent(&closed, Wkt(kUtm), extent));
+  EXPECT_FALSE(CReproject::GetExtent(&closed, test_support::WideWktOfEpsg(kUtm), extent));
 }
 
 TEST_F(Reproject, ARealScenesPanImageFindsItsMultispectralPixels) {

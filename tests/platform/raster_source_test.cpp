@@ -30,7 +30,7 @@ using Names = std::vector<std::string>;
 
 const double kTransform[6] = {440000.0, 10.0, 0.0, 4470000.0, 0.0, -10.0};
 
-std::wstring UtmWkt() { return CommonFun::Utf82U(test_support::WktOfEpsg(32630)); }
+std::wstring UtmWkt() { return test_support::WideWktOfEpsg(32630); }
 
 /// A sample that differs from its neighbours and between the bands.
 double SampleOf(int band, int x, int y) { return (40 + 2 * x + y + 10 * band) % 250; }

@@ -84,7 +84,7 @@ TEST_F(RasterViews, AVirtualRasterTakesAnotherGeoreference) {
   const std::wstring file = Write(ThreeBands());
   const double wanted[6] = {1, 2, 0, 3, 0, -4};
   const std::wstring none;
-  const std::wstring geographic = CommonFun::Utf82U(test_support::WktOfEpsg(4326));
+  const std::wstring geographic = test_support::WideWktOfEpsg(4326);
   for (const std::wstring* wkt : {&none, &geographic}) {
     const VirtualRaster view(file, {}, wanted, wkt);
     CRasterSource source;

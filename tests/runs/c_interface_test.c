@@ -4,6 +4,12 @@
 #include <stdio.h>
 #include <string.h>
 
+#ifdef _WIN32
+#include <windows.h>
+/* CommandLineToArgvW */
+#include <shellapi.h>
+#endif
+
 static int failures = 0;
 static void expect(int holds, const char* what, int line) {
   if (holds) return;
@@ -44,14 +50,32 @@ static void join(char* path, size_t size, const char* folder, const char* name) 
   snprintf(path, size, "%s/%s", folder, name);
 }
 
+/* The program's argument as UTF-8. */
+static const char* folder_of(char** argv) {
+#ifdef _WIN32
+  /* The library is given UTF-8; what main gets is in the active code page. */
+  static char folder[512];
+  int count = 0;
+  wchar_t** words = CommandLineToArgvW(GetCommandLineW(), &count);
+  (void)argv;
+  if (words == NULL || count != 2) return "";
+  WideCharToMultiByte(CP_UTF8, 0, words[1], -1, folder, sizeof(folder), NULL, NULL);
+  LocalFree(words);
+  return folder;
+#else
+  return argv[1];
+#endif
+}
+
 int main(int argc, char** argv) {
   char pan[512], ms[512], truth[512], out[512], missing[512];
   if (argc != 2) return 2;
-  join(pan, sizeof(pan), argv[1], "pan.tif");
-  join(ms, sizeof(ms), argv[1], "ms.tif");
-  join(truth, sizeof(truth), argv[1], "truth.tif");
-  join(out, sizeof(out), argv[1], "c.tif");
-  join(missing, sizeof(missing), argv[1], "missing.tif");
+  const char* folder = folder_of(argv);
+  join(pan, sizeof(pan), folder, "pan.tif");
+  join(ms, sizeof(ms), folder, "ms.tif");
+  join(truth, sizeof(truth), folder, "truth.tif");
+  join(out, sizeof(out), folder, "c.tif");
+  join(missing, sizeof(missing), folder, "missing.tif");
 
   EXPECT(strchr(fusion_version(), '.') != NULL);
   const size_t methods = fusion_method_count();
@@ -62,7 +86,7 @@ int main(int argc, char** argv) {
   EXPECT(fusion_method_summary(methods) == NULL);
 
   fusion_request* sample = fusion_sample_request();
-  EXPECT(fusion_set(sample, "folder", argv[1]) == FUSION_OK);
+  EXPECT(fusion_set(sample, "folder", folder) == FUSION_OK);
   EXPECT(fusion_set(sample, "size", "64x48") == FUSION_OK);
   EXPECT(fusion_set_int(sample, "seed", 3) == FUSION_OK);
   EXPECT(fusion_set(sample, "overwrite", "on") == FUSION_OK);
@@ -198,14 +222,14 @@ int main(int argc, char** argv) {
 
   /* A scene that is large enough to be degraded. */
   char large[512];
-  join(large, sizeof(large), argv[1], "large");
+  join(large, sizeof(large), folder, "large");
   sample = fusion_sample_request();
   EXPECT(fusion_set(sample, "folder", large) == FUSION_OK);
   EXPECT(fusion_set_int(sample, "size", 96) == FUSION_OK);
   fusion_free_outcome(fusion_run(sample, NULL));
   fusion_free_request(sample);
-  join(pan, sizeof(pan), argv[1], "large/pan.tif");
-  join(ms, sizeof(ms), argv[1], "large/ms.tif");
+  join(pan, sizeof(pan), folder, "large/pan.tif");
+  join(ms, sizeof(ms), folder, "large/ms.tif");
   fusion_request* assess = fusion_assess_request();
   EXPECT(fusion_set(assess, "pan", pan) == FUSION_OK);
   EXPECT(fusion_set(assess, "ms", ms) == FUSION_OK);
@@ -268,8 +292,8 @@ int main(int argc, char** argv) {
   fusion_free_request(check);
 
   char page[512];
-  join(truth, sizeof(truth), argv[1], "large/truth.tif");
-  join(page, sizeof(page), argv[1], "report.html");
+  join(truth, sizeof(truth), folder, "large/truth.tif");
+  join(page, sizeof(page), folder, "report.html");
   fusion_request* about = fusion_report_request();
   EXPECT(fusion_set(about, "pan", pan) == FUSION_OK);
   EXPECT(fusion_set(about, "ms", ms) == FUSION_OK);
@@ -293,10 +317,10 @@ int main(int argc, char** argv) {
 
   /* Two halves of a survey make the rows of a fusion, which another compares with those of the whole. */
   char first[512], second[512], survey[512], rows[512];
-  join(first, sizeof(first), argv[1], "first.survey");
-  join(second, sizeof(second), argv[1], "second.survey");
-  join(survey, sizeof(survey), argv[1], "whole.survey");
-  join(rows, sizeof(rows), argv[1], "rows.tif");
+  join(first, sizeof(first), folder, "first.survey");
+  join(second, sizeof(second), folder, "second.survey");
+  join(survey, sizeof(survey), folder, "whole.survey");
+  join(rows, sizeof(rows), folder, "rows.tif");
   fusion_request* part = fusion_survey_request();
   EXPECT(fusion_set(part, "pan", pan) == FUSION_OK);
   EXPECT(fusion_set(part, "ms", ms) == FUSION_OK);

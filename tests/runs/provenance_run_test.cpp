@@ -39,8 +39,8 @@ TEST_F(ProvenanceRun, AnOutputThatReadsAsAnotherThingGetsNoName) {
   platform::SetRasterFault([&](platform::RasterOperation operation, const std::wstring& path, int, const CRect&) {
     const auto file = CommonFun::ToPath(path);
     if (operation == platform::RasterOperation::kOpen && file.filename() == "out.tif" &&
-        std::filesystem::exists(file)) {
-      std::filesystem::copy_file(ms, file, std::filesystem::copy_options::overwrite_existing);
+        std::filesystem::remove(file)) {
+      std::filesystem::copy_file(ms, file);
     }
     return false;
   });

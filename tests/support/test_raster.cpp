@@ -3,6 +3,7 @@
 #include <cpl_string.h>
 #include <cpl_vsi.h>
 #include <gdal_priv.h>
+#include <gdal_utils.h>
 #include <gtest/gtest.h>
 #include <ogr_spatialref.h>
 
@@ -114,6 +115,29 @@ std::string WktOfEpsg(int code) {
   std::string wkt = text;
   CPLFree(text);
   return wkt;
+}
+
+std::wstring WideWktOfEpsg(int code) { return CommonFun::Utf82U(WktOfEpsg(code)); }
+
+void CopyBand(const std::string& from, int band, const std::string& to) {
+  GDALAllRegister();
+  const GDALDatasetUniquePtr source(GDALDataset::Open(from.c_str(), GDAL_OF_RASTER));
+  ASSERT_TRUE(source) << from;
+  CPLStringList arguments;
+  arguments.AddString("-b").AddString(std::to_string(band).c_str());
+  GDALTranslateOptions* options = GDALTranslateOptionsNew(arguments.List(), nullptr);
+  GDALDatasetH copy = GDALTranslate(to.c_str(), GDALDataset::ToHandle(source.get()), options, nullptr);
+  GDALTranslateOptionsFree(options);
+  ASSERT_TRUE(copy) << to;
+  GDALClose(copy);
+}
+
+bool IsOfUnknownFormat(const std::string& file) {
+  GDALAllRegister();
+  const auto lacks = [&](const char* suffix, const char* driver) {
+    return file.ends_with(suffix) && !GetGDALDriverManager()->GetDriverByName(driver);
+  };
+  return lacks(".jp2", "JP2OpenJPEG") || lacks(".gif", "GIF");
 }
 
 }  // namespace test_support

@@ -69,5 +69,11 @@ std::wstring RealSceneFolder(const std::string& scene);
 
 /// EPSG code as WKT.
 std::string WktOfEpsg(int code);
+std::wstring WideWktOfEpsg(int code);
+/// One band of an image, counted from 1, as an image of its own.
+void CopyBand(const std::string& from, int band, const std::string& to);
+/// Whether a file's name stands for a format that GDAL as it is built here does not know. That of Windows stands on
+/// fewer libraries.
+bool IsOfUnknownFormat(const std::string& file);
 
 }  // namespace test_support
