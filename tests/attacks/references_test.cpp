@@ -31,6 +31,12 @@ namespace fs = std::filesystem;
 using fusion::RunFailure;
 using testing::HasSubstr;
 
+std::string NameOfFolder(const test_support::TemporaryFolder& folder) {
+  const fs::path file = CommonFun::ToPath(folder.WidePath("file"));
+  const std::u8string name = file.parent_path().filename().u8string();
+  return {name.begin(), name.end()};
+}
+
 #ifndef _WIN32
 /// Counts who comes to a port of this machine, and has nothing for them.
 class Listener {
@@ -194,9 +200,7 @@ TEST_F(References, AConfinedRunOpensNothingOutsideTheFolder) {
   fs::create_symlink(CommonFun::ToPath(elsewhere.WidePath("secret.tif")), Native("link.tif"), noLinks);
   Write("absolute.vrt", Mosaic(elsewhere.Path("secret.tif")));
   Write("upwards.vrt",
-        Mosaic("../" + Native("pan.tif").parent_path().filename().string() + "/../" +
-                   fs::path(elsewhere.Path("secret.tif")).parent_path().filename().string() + "/secret.tif",
-               "", "1"));
+        Mosaic("../" + NameOfFolder(m_folder) + "/../" + NameOfFolder(elsewhere) + "/secret.tif", "", "1"));
   Write("linked.vrt", Mosaic("link.tif", "", "1"));
   Write("beside.vrt", Mosaic("pan.tif", "", "1"));
   Write("below.vrt", Mosaic("inner/pan.tif", "", "1"));

@@ -1,7 +1,7 @@
 """report_page.py FUSION CHROMIUM [PICTURES]: whether a report works in a browser.
 
 Makes a scene, fuses it, writes a report, opens it in a headless Chromium, and uses it as a reader does. Pictures of the page
-are left in the folder PICTURES where one is named."""
+are left in the folder PICTURES where one is named. Words in FUSION are parted by |, where a program runs it."""
 import base64
 import json
 import math
@@ -31,7 +31,7 @@ def expect(condition, what):
 
 
 def run(*words):
-    return subprocess.run([fusion, *words], check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
+    return subprocess.run([*fusion.split("|"), *words], cwd=folder, check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
 
 
 def keep(name, png):
@@ -214,15 +214,14 @@ def without_script(browser, own):
 
 with tempfile.TemporaryDirectory() as name:
     folder = pathlib.Path(name)
-    path = lambda file: str(folder / file)
-    run("sample", path("scene"), "--size", "1600", "--quiet")
-    pan, ms = path("scene/pan.tif"), path("scene/ms.tif")
+    run("sample", "scene", "--size", "1600", "--quiet")
+    pan, ms = "scene/pan.tif", "scene/ms.tif"
     told = {}
     for method in ("bayesian", "brovey"):
-        run("fuse", pan, ms, path(method + ".tif"), "--method", method, "--quiet")
-        told[method] = json.loads(run("evaluate", pan, ms, path(method + ".tif"), "--json", "--quiet"))
-    run("report", pan, ms, path("bayesian.tif"), path("brovey.tif"), "-o", path("report.html"), "--quiet")
-    own = pathlib.Path(path("report.html")).resolve().as_uri()
+        run("fuse", pan, ms, f"{method}.tif", "--method", method, "--quiet")
+        told[method] = json.loads(run("evaluate", pan, ms, f"{method}.tif", "--json", "--quiet"))
+    run("report", pan, ms, "bayesian.tif", "brovey.tif", "-o", "report.html", "--quiet")
+    own = (folder / "report.html").resolve().as_uri()
     browser = Browser(chromium)
     try:
         page = Page(browser)

@@ -209,7 +209,8 @@ TEST(Methods, ArePutThroughEverySweep) {
     ASSERT_NE(swept[name], "") << name;
     EXPECT_THAT(definitions, HasSubstr("class " + swept[name] + " : public test_support::MethodSweep"));
     EXPECT_THAT(definitions, HasSubstr("TEST_P(" + swept[name] + ", "));
-    EXPECT_THAT(definitions, testing::ContainsRegex("INSTANTIATE_TEST_SUITE_P\\([A-Za-z]+, " + swept[name] + ","));
+    const std::regex instance("INSTANTIATE_TEST_SUITE_P\\([A-Za-z]+, " + swept[name] + ",");
+    EXPECT_TRUE(std::regex_search(definitions, instance)) << swept[name];
   }
 }
 

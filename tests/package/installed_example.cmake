@@ -8,37 +8,57 @@ function(run)
   endif()
 endfunction()
 
+# For another system: TOOLCHAIN, and EMULATOR, whose words are parted by |, which runs its programs.
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+if(TOOLCHAIN)
+  set(compiler -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
+  set(ENV{WINEPATH} Z:${WORK_DIR}/prefix/bin)
+else()
+  set(compiler -DCMAKE_CXX_COMPILER=${COMPILER})
+endif()
+
 file(REMOVE_RECURSE ${WORK_DIR})
 if(STATIC_FROM)
   set(BUILD_DIR ${STATIC_BUILD})
-  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${STATIC_FROM} -B ${BUILD_DIR} -DCMAKE_CXX_COMPILER=${COMPILER}
-      -DCMAKE_BUILD_TYPE=${CONFIG} -DFUSION_WERROR=${WERROR} -DFUSION_STATIC=ON -DFUSION_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=${UNITY})
+  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${STATIC_FROM} -B ${BUILD_DIR} ${compiler} -DCMAKE_BUILD_TYPE=${CONFIG}
+      -DFUSION_WERROR=${WERROR} -DFUSION_STATIC=ON -DFUSION_BUILD_TESTS=OFF -DCMAKE_UNITY_BUILD=${UNITY})
   run(${CMAKE_COMMAND} --build ${BUILD_DIR} --config ${CONFIG} --parallel 2)
 endif()
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix --config ${CONFIG})
-run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR} -B ${WORK_DIR}/build -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix
-    -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
-run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
-run(${WORK_DIR}/prefix/bin/fusion sample ${WORK_DIR}/scene --size 128 --quiet)
-run(${WORK_DIR}/build/brovey ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/fused.tif)
+set(package -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
+if(TOOLCHAIN)
+  # Which looks for packages below its own folders alone.
+  file(GLOB_RECURSE config ${WORK_DIR}/prefix/FusionConfig.cmake)
+  get_filename_component(folder ${config} DIRECTORY)
+  set(package -DFusion_DIR=${folder})
+endif()
+
+function(build example)
+  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLES}/${example} -B ${WORK_DIR}/${example}_build ${package} ${compiler}
+      -DCMAKE_BUILD_TYPE=Release)
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/${example}_build)
+endfunction()
+# start(<program> <argument>...) in WORK_DIR
+function(start program)
+  run(${emulator} ${WORK_DIR}/${program}${SUFFIX} ${ARGN} WORKING_DIRECTORY ${WORK_DIR})
+endfunction()
+
+build(brovey)
+start(prefix/bin/fusion sample scene --size 128 --quiet)
+start(brovey_build/brovey scene/pan.tif scene/ms.tif fused.tif)
 if(NOT EXISTS ${WORK_DIR}/fused.tif)
   message(FATAL_ERROR "the example left no fused image")
 endif()
 # Whole runs, from C++ and from C: the same bytes, at the same time.
 set(ENV{SOURCE_DATE_EPOCH} 1700000000)
 foreach(example fuse fuse_c)
-  run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR}/../${example} -B ${WORK_DIR}/${example}
-      -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
-  run(${CMAKE_COMMAND} --build ${WORK_DIR}/${example})
-  run(${WORK_DIR}/${example}/fuse ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/${example}.tif)
+  build(${example})
+  start(${example}_build/fuse scene/pan.tif scene/ms.tif ${example}.tif)
 endforeach()
 run(${CMAKE_COMMAND} -E compare_files ${WORK_DIR}/fuse.tif ${WORK_DIR}/fuse_c.tif)
 # Methods written outside the library.
-run(${CMAKE_COMMAND} -G ${GENERATOR} -S ${EXAMPLE_DIR}/../own_method -B ${WORK_DIR}/own
-    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release)
-run(${CMAKE_COMMAND} --build ${WORK_DIR}/own)
-run(${WORK_DIR}/own/own_method ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/rows.tif
-    ${WORK_DIR}/blocks.tif)
+build(own_method)
+start(own_method_build/own_method scene/pan.tif scene/ms.tif rows.tif blocks.tif)
 
 # Nothing is installed but what fusion_api.h and fusion_c.h lead to, by a closure of its own.
 set(include ${WORK_DIR}/prefix/include/fusion)
@@ -69,7 +89,9 @@ endif()
 
 # The same program by pkg-config alone.
 find_program(PKG_CONFIG pkg-config)
-if(PKG_CONFIG)
+if(TOOLCHAIN)
+  message("pkg-config is this system's: its file is not tried")
+elseif(PKG_CONFIG)
   file(GLOB_RECURSE pc ${WORK_DIR}/prefix/fusion.pc)
   get_filename_component(pc_dir "${pc}" DIRECTORY)
   execute_process(
@@ -77,8 +99,8 @@ if(PKG_CONFIG)
     OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   separate_arguments(flags UNIX_COMMAND "${flags}")
   get_filename_component(libraries ${pc_dir} DIRECTORY)
-  run(${COMPILER} ${EXAMPLE_DIR}/main.cpp ${flags} -Wl,-rpath,${libraries} -o ${WORK_DIR}/plain)
-  run(${WORK_DIR}/plain ${WORK_DIR}/scene/pan.tif ${WORK_DIR}/scene/ms.tif ${WORK_DIR}/plain.tif)
+  run(${COMPILER} ${EXAMPLES}/brovey/main.cpp ${flags} -Wl,-rpath,${libraries} -o ${WORK_DIR}/plain)
+  start(plain scene/pan.tif scene/ms.tif plain.tif)
 else()
   message("pkg-config is not installed: its file is not tried")
 endif()
