@@ -59,11 +59,12 @@ class Guards {
     const std::lock_guard lock(m_mutex);
     for (const bool byStem : {false, true}) {
       // The latest first: a file may be made anew.
-      for (auto guard = m_guards.rbegin(); guard != m_guards.rend(); ++guard) {
-        const auto& [raster, state] = *guard;
+      const auto guard = std::find_if(m_guards.rbegin(), m_guards.rend(), [&](const auto& entry) {
+        const std::string& raster = entry.first;
         const std::string start = (byStem ? raster.substr(0, raster.rfind('.')) : raster) + '.';
-        if (file == raster || file.compare(0, start.size(), start) == 0) return state;
-      }
+        return file == raster || file.compare(0, start.size(), start) == 0;
+      });
+      if (guard != m_guards.rend()) return guard->second;
     }
     return nullptr;
   }

@@ -78,7 +78,7 @@ TEST_F(AssessCommand, JsonHasAllThatWasMeasured) {
   const auto json = nlohmann::ordered_json::parse(run.out);
   EXPECT_EQ(json["error_type"], 0);
   EXPECT_EQ(json["message"], "");
-  EXPECT_EQ(json["ratio"], (nlohmann::json{4, 4}));
+  EXPECT_EQ(json["ratio"], (nlohmann::ordered_json{4, 4}));
   EXPECT_EQ(json["mtf"], 0.3);
   EXPECT_EQ(json["full_mtf"], 0.3);
   EXPECT_EQ(json["pan_mtf"], 0.15);

@@ -14,11 +14,9 @@
 
 namespace {
 
-using test_support::FileBytes;
 using test_support::Quoted;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 TEST(ShortOptionsTest, StandForLongOnesOfTheCommand) {
   const std::vector<std::string> known = {"--format", "--co",  "--bands",    "--type",    "--nodata",   "--window",

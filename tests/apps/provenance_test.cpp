@@ -18,7 +18,6 @@ namespace {
 using nlohmann::json;
 using test_support::FileBytes;
 using test_support::Quoted;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class ProvenanceTest : public SceneCommand {
@@ -84,9 +83,9 @@ TEST_F(ProvenanceTest, HeadersAreToldByADigestThatOthersCompute) {
   ASSERT_EQ(info["inputs"].size(), 2U);
   for (const auto& input : info["inputs"]) {
     const std::string file = Quoted(input["path"].get<std::string>());
-    ASSERT_EQ(test_support::RunShell("(head -c 65536 " + file + "; tail -c 65536 " + file + ") | sha256sum > " +
-                                     Quoted(Path("sum"))),
-              0);
+    std::string line = "(head -c 65536 " + file + "; tail -c 65536 ";
+    line.append(file).append(") | sha256sum > ").append(Quoted(Path("sum")));
+    ASSERT_EQ(test_support::RunShell(line), 0);
     EXPECT_EQ(input["header"], FileBytes(Path("sum")).substr(0, 64));
   }
 }

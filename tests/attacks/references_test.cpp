@@ -94,8 +94,8 @@ class References : public test_support::RunScene {
 
   /// A mosaic of a pan image.
   static std::string Mosaic(const std::string& source, const std::string& more = "", const char* relative = "0") {
-    return "<VRTDataset rasterXSize=\"40\" rasterYSize=\"40\"><GeoTransform>0,1,0,0,0,-1</GeoTransform>" + more +
-           "<VRTRasterBand dataType=\"UInt16\" band=\"1\"><SimpleSource><SourceFilename relativeToVRT=\"" + relative +
+    return R"(<VRTDataset rasterXSize="40" rasterYSize="40"><GeoTransform>0,1,0,0,0,-1</GeoTransform>)" + more +
+           R"(<VRTRasterBand dataType="UInt16" band="1"><SimpleSource><SourceFilename relativeToVRT=")" + relative +
            "\">" + source + "</SourceFilename><SourceBand>1</SourceBand></SimpleSource></VRTRasterBand></VRTDataset>";
   }
 
@@ -146,12 +146,12 @@ TEST_F(References, AcrossTheNetworkAreNotFollowedUnlessThatIsAllowed) {
   Write("prefixed.vrt", Mosaic("WMS:" + listener.Url()));
   Write("overview.vrt",
         Mosaic("pan.tif",
-               "<OverviewList>2</OverviewList><Metadata domain=\"OVERVIEWS\"><MDI key=\"OVERVIEW_FILE\">" + file +
+               R"(<OverviewList>2</OverviewList><Metadata domain="OVERVIEWS"><MDI key="OVERVIEW_FILE">)" + file +
                    "</MDI></Metadata>",
                "1"));
   for (const std::string name : {"described.tif", "shadowed.tif", "masked.tif"})
     fs::copy_file(Native("pan.tif"), Native(name));
-  Write("described.tif.aux.xml", "<PAMDataset><Metadata domain=\"OVERVIEWS\"><MDI key=\"OVERVIEW_FILE\">" + file +
+  Write("described.tif.aux.xml", R"(<PAMDataset><Metadata domain="OVERVIEWS"><MDI key="OVERVIEW_FILE">)" + file +
                                      "</MDI></Metadata></PAMDataset>");
   Write("shadowed.tif.ovr", Mosaic(file));
   Write("masked.tif.msk", Mosaic(file));

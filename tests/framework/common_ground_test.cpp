@@ -101,7 +101,7 @@ class CommonGround : public testing::TestWithParam<Pair> {
     }
     raster.geoTransform = grid.GeoTransform();
     raster.wkt = test_support::WktOfEpsg(grid.epsg);
-    const std::wstring path = test_support::MemoryPath();
+    std::wstring path = test_support::MemoryPath();
     test_support::WriteRaster(raster, path);
     return path;
   }
@@ -209,7 +209,8 @@ TEST_P(CommonGround, IsFusedEverywhere) {
       const double inset = 3.0;
       if (!IsOnMs(rect.left + column, rect.top + row, inset)) continue;
       ++seen;
-      const auto i = static_cast<std::size_t>(row * out.width + column);
+      const auto i =
+          static_cast<std::size_t>(row) * static_cast<std::size_t>(out.width) + static_cast<std::size_t>(column);
       // Both bands are even: 100 and 200 share a pan of 50 by 1 to 2.
       ASSERT_NEAR(out.bands[0][i], 50.0 / 3.0, 1e-9) << column << ' ' << row;
       ASSERT_NEAR(out.bands[1][i], 100.0 / 3.0, 1e-9) << column << ' ' << row;

@@ -265,7 +265,7 @@ TEST(CoordinateAlgorithm, ProjectionIsNeededBetweenTwoKnownSystemsThatDiffer) {
     auto raster = MakeRaster(4, 3, [](int, int) { return 1.0; });
     raster.geoTransform = kNorthUp;
     raster.wkt = wkt;
-    const std::wstring path = MemoryPath();
+    std::wstring path = MemoryPath();
     test_support::WriteRaster(raster, path);
     return path;
   };
