@@ -24,7 +24,8 @@ std::string ErrorSentence(int errorType) {
     case ERR_WRITE:
       return "The output could not be written" + reason + ".";
     case ERR_OPEN:
-      return "A file does not exist or is no raster (or vector) that can be opened.";
+      return "A file cannot be opened: it does not exist, is no raster (or vector), or is one too many for the "
+             "process.";
     case ERR_CREATE:
       if (!reason.empty()) return "The output cannot be created" + reason + ".";
       return "The output cannot be created: check the folder, its permissions, and whether the format takes this pixel "

@@ -4,8 +4,10 @@
 
 #include "platform/algorithm/base_algorithm.h"
 #include "platform/algorithm/messages.h"
+#include "platform/raster/virtual_raster.h"
 #include "platform/utility/common_fun.h"
 #include "runs/failures.h"
+#include "runs/open_input.h"
 
 namespace fusion {
 
@@ -21,6 +23,9 @@ RunFailure::RunFailure(const RunFailure&) = default;
 RunFailure& RunFailure::operator=(const RunFailure&) = default;
 
 RunFailure ExceptionError(const std::exception& exception) {
+  if (const auto* unopened = dynamic_cast<const platform::OpenFailure*>(&exception)) {
+    return OpenError(unopened->File(), unopened->Reason());
+  }
   const bool memory = dynamic_cast<const std::bad_alloc*>(&exception) != nullptr;
   return RunError(ERR_EXCEPTION, memory ? platform::messages::kOutOfMemory : CommonFun::Utf82U(exception.what()));
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/algorithm/messages.h"
+#include "platform/raster/virtual_raster.h"
 #include "platform/utility/common_fun.h"
 
 namespace messages = platform::messages;
@@ -86,6 +87,8 @@ void CBaseAlgorithm::FailWithCurrentException() {
     throw;
   } catch (const std::bad_alloc&) {
     Fail(ERR_EXCEPTION, messages::kOutOfMemory);
+  } catch (const platform::OpenFailure& failure) {
+    Fail(ERR_OPEN, messages::OpenFailed(failure.File()));
   } catch (const std::exception& failure) {
     Fail(ERR_EXCEPTION, CommonFun::Utf82U(failure.what()));
   } catch (...) {

@@ -34,13 +34,16 @@ std::string NewName() {
 
 }  // namespace
 
+OpenFailure::OpenFailure(const std::wstring& file, const std::wstring& reason)
+    : std::runtime_error("cannot open " + CommonFun::U2Utf8(file)), m_strFile(file), m_strReason(reason) {}
+
 VirtualRaster::VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
                              const std::wstring* wkt, std::optional<double> noData, bool northUp) {
   InitialiseGdal();
   const GdalErrors quiet;
   const std::string name = CommonFun::U2Utf8(file);
   std::unique_ptr<GDALDataset> source(OpenNamed(name, GDAL_OF_RASTER));
-  if (!source) throw std::runtime_error("cannot open " + name);
+  if (!source) throw OpenFailure(file, CommonFun::Utf82U(quiet.Reason()));
   if (northUp && NeedsNorthUpView(*source)) {
     const std::string turned = NewName();
     source.reset(MakeNorthUpView(source.release()));

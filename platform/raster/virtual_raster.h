@@ -1,10 +1,23 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace platform {
+
+/// A file that does not open, and GDAL's reason for it, which may be empty.
+class OpenFailure : public std::runtime_error {
+ public:
+  OpenFailure(const std::wstring& file, const std::wstring& reason);
+  const std::wstring& File() const { return m_strFile; }
+  const std::wstring& Reason() const { return m_strReason; }
+
+ private:
+  std::wstring m_strFile;
+  std::wstring m_strReason;
+};
 
 /// An in-memory view of a raster file: a choice of its bands and, if wanted, another georeference. The file itself is
 /// not touched; the view disappears with the object.
@@ -16,7 +29,7 @@ class VirtualRaster {
   /// @param noData declared for all bands where given
   /// @param northUp look at a rotated raster as CRasterSource presents it
   /// The file's mask, and its alpha where that is not among the bands, is the view's mask.
-  /// Throws std::runtime_error when the file does not open or has no such band.
+  /// Throws OpenFailure when the file does not open, std::runtime_error when it has no such band.
   VirtualRaster(const std::wstring& file, const std::vector<int>& bands, const double* geoTransform,
                 const std::wstring* wkt, std::optional<double> noData = std::nullopt, bool northUp = false);
   ~VirtualRaster();

@@ -122,6 +122,32 @@ class SmallDisk {
   bool m_mounted = false;
 };
 
+TEST_F(DiskFull, ARunOntoAReadOnlyDiskSaysSoAndLeavesWhatIsThere) {
+  const SmallDisk disk(Path("disk"), "1m");
+  if (!disk.IsThere()) GTEST_SKIP() << "no file system can be mounted here";
+  ASSERT_EQ(Fuse("disk/out.tif").status, 0);
+  const std::string older = Bytes("disk/out.tif");
+  if (RunShell("mount -o remount,ro " + Quoted(Path("disk")) + " 2> /dev/null") != 0) {
+    GTEST_SKIP() << "no file system can be made read-only here";
+  }
+  const std::vector<std::string> pair = {Path("pan.tif"), Path("ms.tif")};
+  const std::vector<std::vector<std::string>> commands = {
+      {"fuse", pair[0], pair[1], Path("disk/out.tif"), "--overwrite"},
+      {"fuse", pair[0], pair[1], Path("disk/new.img"), "--method", "hpf"},
+      {"sample", Path("disk/scene")},
+      {"report", pair[0], pair[1], Path("truth.tif"), "-o", Path("disk/report.html")},
+      {"survey", pair[0], pair[1], "--rows", "0:32", "-o", Path("disk/part.survey")}};
+  for (std::vector<std::string> command : commands) {
+    command.emplace_back("--quiet");
+    const auto run = Run(command);
+    EXPECT_EQ(run.status, 1) << command[0];
+    EXPECT_THAT(run.err, HasSubstr("Read-only file system")) << command[0];
+  }
+  EXPECT_EQ(Run({"evaluate", pair[0], pair[1], Path("disk/out.tif"), "--quiet"}).status, 0);
+  EXPECT_TRUE(Bytes("disk/out.tif") == older);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(CommonFun::ToPath(m_folder.WidePath("disk"))), {}), 1);
+}
+
 TEST_F(DiskFull, ARunOntoASmallDiskEndsAndLeavesNothing) {
   ASSERT_EQ(Run({"sample", Path("large"), "--size", "512", "--quiet"}).status, 0);
   // The output takes 2048 kB and a page, in 32 bits twice that, and its overviews 640 kB and a page.
@@ -156,6 +182,9 @@ TEST_F(DiskFull, ARunOntoASmallDiskEndsAndLeavesNothing) {
 }
 #else
 TEST_F(DiskFull, ALimitOnTheSizeOfFilesIsAFailedWrite) { GTEST_SKIP() << "no limit on the size of files here"; }
+TEST_F(DiskFull, ARunOntoAReadOnlyDiskSaysSoAndLeavesWhatIsThere) {
+  GTEST_SKIP() << "no file system can be mounted here";
+}
 TEST_F(DiskFull, ARunOntoASmallDiskEndsAndLeavesNothing) { GTEST_SKIP() << "no file system can be mounted here"; }
 #endif
 
