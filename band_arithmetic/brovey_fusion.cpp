@@ -25,8 +25,7 @@ void ShareNothing(const double* pan, const double* sum, double bandCount, int n,
 
 void Brovey(const fusion::FusionRow& row) {
   double* sum = row.scratch[0];
-  fusion::ClearRow(row.width, sum);
-  for (int b = 0; b < row.outBandCount; ++b) fusion::AddRow(row.ms[b], row.width, sum);
+  fusion::SumRows(row.ms, row.outBandCount, row.width, sum);
   fusion::ShareRows(row.ms, row.pan, sum, row.outBandCount, row.width, row.out);
   // Rare, and the second division would cost as much as the first.
   if (!AnyIsNothing(sum, row.width)) return;

@@ -153,7 +153,7 @@ Registration::Moments Registration::MomentsOf(std::size_t index, const PanBlur& 
   details.push_back(pan.data());
 
   std::vector<double> sums(pan.size());
-  for (const double* detail : details) AddRow(detail, static_cast<int>(pan.size()), sums.data());
+  SumRows(details.data(), static_cast<int>(details.size()), static_cast<int>(pan.size()), sums.data());
   // Where one has no value none of them has.
   std::vector<std::vector<double>> valid(details.size(), std::vector<double>(pan.size()));
   std::size_t count = 0;

@@ -295,11 +295,11 @@ FuseReport FuseRun::Look(const std::wstring& file, PixelDataType msType) const {
   report.guards = m_checked.guards.Names();
   // A run that masks writes 0 where there is no data, and nowhere else.
   if (m_masks && m_options.measureValid) {
-    report.validShare = SampleShare(source, 1, [](const double* values, std::int64_t n) {
+    report.validShare = SampleShare(source, [](const double* values, std::int64_t n) {
       return std::int64_t{n - std::count(values, values + n, 0.0)};
     });
   }
-  if (MayExceedType(msType)) TellWhatWasCut(source);
+  if (MayExceedType(msType)) TellWhatWasCut();
   return report;
 }
 
@@ -310,15 +310,9 @@ bool FuseRun::MayExceedType(PixelDataType msType) const {
   return !onByteScale && (!onBandScale || LargestOf(m_type) < LargestOf(msType));
 }
 
-void FuseRun::TellWhatWasCut(const CRasterSource& output) const {
+void FuseRun::TellWhatWasCut() const {
   constexpr double kWorthAWord = 0.01;
-  const double largest = LargestOf(m_type);
-  // As many as tell one in a hundred for certain.
-  constexpr int kRows = 1024;
-  const auto count = [=](const double* values, std::int64_t n) {
-    return std::int64_t{std::count_if(values, values + n, [=](double v) { return v >= largest; })};
-  };
-  const double share = SampleShare(output, output.GetBandCount(), count, kRows);
+  const double share = m_written->ShareOfLargest();
   if (share < kWorthAWord) return;
   std::string remedy = m_checked.matched ? "--spectral-match off --stretch" : "--stretch";
   if (!m_checked.method->Takes(kTakesStretch)) remedy = "--auto-level";

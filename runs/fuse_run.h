@@ -57,7 +57,7 @@ class FuseRun {
   FuseReport Look(const std::wstring& file, PixelDataType msType) const;
   /// Whether values of the result may lie far beyond those of an integer output type.
   bool MayExceedType(PixelDataType msType) const;
-  void TellWhatWasCut(const CRasterSource& output) const;
+  void TellWhatWasCut() const;
   /// A picture that fails costs no result.
   template <typename Work>
   void Picture(const Work& work);

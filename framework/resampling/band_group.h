@@ -32,6 +32,34 @@ FUSION_ALWAYS_INLINE void Mix(const BandGroup& a, double weightA, const BandGrou
   for (int i = 0; i < kBandGroup; ++i) out[i] = weightA * a[i] + weightB * b[i];
 }
 
+FUSION_ALWAYS_INLINE void AddProducts(const double* weights, const BandGroup& values, BandGroup& sum) {
+  BandGroup weight;
+  LoadGroup(weights, weight);
+  for (int i = 0; i < kBandGroup; ++i) sum[i] += weight[i] * values[i];
+}
+
+/// Four groups become four others: the first values of all, the second ones, and so on.
+FUSION_ALWAYS_INLINE void Transpose(BandGroup& a, BandGroup& b, BandGroup& c, BandGroup& d) {
+#if defined(__GNUC__)
+  const BandGroup even01 = __builtin_shufflevector(a, b, 0, 4, 2, 6);
+  const BandGroup odd01 = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+  const BandGroup even23 = __builtin_shufflevector(c, d, 0, 4, 2, 6);
+  const BandGroup odd23 = __builtin_shufflevector(c, d, 1, 5, 3, 7);
+  a = __builtin_shufflevector(even01, even23, 0, 1, 4, 5);
+  b = __builtin_shufflevector(odd01, odd23, 0, 1, 4, 5);
+  c = __builtin_shufflevector(even01, even23, 2, 3, 6, 7);
+  d = __builtin_shufflevector(odd01, odd23, 2, 3, 6, 7);
+#else
+  const BandGroup from[] = {a, b, c, d};
+  for (int i = 0; i < kBandGroup; ++i) {
+    a[i] = from[i][0];
+    b[i] = from[i][1];
+    c[i] = from[i][2];
+    d[i] = from[i][3];
+  }
+#endif
+}
+
 /// From points side by side to one row for each band.
 FUSION_ALWAYS_INLINE void StoreGroups(const BandGroup* values, int n, double* const* out) {
   for (int b = 0; b < kBandGroup; ++b) {

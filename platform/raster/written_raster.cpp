@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "platform/raster/pixel_type.h"
 #include "platform/raster/raster_source.h"
@@ -47,20 +48,42 @@ void WrittenRaster::Begin(const CRasterSource& created) {
   created.GetGeoTransform(m_geoTransform.data());
   m_hasSystem = !created.GetSpatialReferenceWKT().empty();
   m_bands.assign(static_cast<std::size_t>(created.GetBandCount()), {});
+  constexpr int kRows = 1024;
+  m_step = std::max(m_height / kRows, 1);
+  m_looked = m_largest = 0;
 }
 
 void WrittenRaster::Add(int index, const CRect& rect, const void* samples, PixelDataType type, int pixelSpace,
                         int lineSpace) {
-  if (!m_sums) return;
-  Band& band = m_bands[static_cast<std::size_t>(index)];
   const std::int64_t size = PixelSize(type);
   const std::int64_t rowBytes = size * rect.Width();
+  if (type == m_type && (pixelSpace == 0 || pixelSpace == size)) {
+    CountLargest(rect, samples, lineSpace == 0 ? rowBytes : lineSpace);
+  }
+  if (!m_sums) return;
+  Band& band = m_bands[static_cast<std::size_t>(index)];
   const bool packed = (pixelSpace == 0 || pixelSpace == size) && (lineSpace == 0 || lineSpace == rowBytes);
   band.ordered =
       band.ordered && packed && type == m_type && rect.left == 0 && rect.Width() == m_width && rect.top == band.next;
   if (!band.ordered) return;
   band.sum.Add(samples, static_cast<std::size_t>(rowBytes * rect.Height()));
   band.next = rect.bottom;
+}
+
+void WrittenRaster::CountLargest(const CRect& rect, const void* samples, std::int64_t lineSpace) {
+  for (int row = (rect.top + m_step - 1) / m_step * m_step; row < rect.bottom; row += m_step) {
+    const auto* line = static_cast<const unsigned char*>(samples) + (row - rect.top) * lineSpace;
+    m_largest += DispatchPixelType(m_type, [&](auto element) -> std::int64_t {
+      using T = decltype(element);
+      const auto* values = reinterpret_cast<const T*>(line);
+      return std::count(values, values + rect.Width(), std::numeric_limits<T>::max());
+    });
+    m_looked += rect.Width();
+  }
+}
+
+double WrittenRaster::ShareOfLargest() const {
+  return m_looked > 0 ? static_cast<double>(m_largest) / static_cast<double>(m_looked) : 0.0;
 }
 
 std::string WrittenRaster::Difference(const CRasterSource& file) const {
@@ -76,7 +99,7 @@ std::string WrittenRaster::Difference(const CRasterSource& file) const {
   }
   std::array<double, 6> read{};
   file.GetGeoTransform(read.data());
-  if (m_placed && (!file.HasGeoTransform() || !Agree(m_geoTransform, read, m_width, m_height))) {
+  if (m_placed && !Agree(m_geoTransform, read, m_width, m_height)) {
     return "its georeference was made as " + Numbers(m_geoTransform) + " and reads as " +
            (file.HasGeoTransform() ? Numbers(read) : "none");
   }

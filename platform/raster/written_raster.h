@@ -26,8 +26,13 @@ class WrittenRaster {
   std::string Difference(const CRasterSource& file) const;
   /// Of each band, see ChecksumsOf; empty where it was not written as whole rows from top to bottom, once.
   std::vector<std::string> Checksums() const;
+  /// The share of the samples that are the largest value of their type, by the rows that are looked at: every one of a
+  /// raster of up to 1024, about as many evenly spread ones of a higher one.
+  double ShareOfLargest() const;
 
  private:
+  void CountLargest(const CRect& rect, const void* samples, std::int64_t lineSpace);
+
   bool m_sums;
   int m_width = 0;
   int m_height = 0;
@@ -41,6 +46,9 @@ class WrittenRaster {
     bool ordered = true;
   };
   std::vector<Band> m_bands;
+  int m_step = 1;  ///< from one row that is looked at to the next; the first one is
+  std::int64_t m_looked = 0;
+  std::int64_t m_largest = 0;
 };
 
 /// Of each band the checksum of its samples, row by row, as they lie in the memory of a little-endian machine. Empty

@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(RowMath, CombinedRowsAreAddedUpInTheirOrder) {
+TEST(RowMath, CombinedRowsAndPlainSumsAreAddedUpInTheirOrder) {
   std::mt19937 random(3);
   std::uniform_real_distribution<double> any(-1e6, 1e6);
   const int width = 37;
@@ -25,6 +25,12 @@ TEST(RowMath, CombinedRowsAreAddedUpInTheirOrder) {
     for (std::size_t i = 0; i < width; ++i) {
       double sum = 0.0;
       for (std::size_t r = 0; r < rows.size(); ++r) sum += factors[r] * rows[r][i];
+      ASSERT_EQ(out[i], sum) << count << " rows, place " << i;
+    }
+    fusion::SumRows(pointers.data(), count, width, out.data());
+    for (std::size_t i = 0; i < width; ++i) {
+      double sum = 0.0;
+      for (const auto& row : rows) sum += row[i];
       ASSERT_EQ(out[i], sum) << count << " rows, place " << i;
     }
   }

@@ -60,6 +60,32 @@ class WrittenRasterTest : public testing::Test {
   std::shared_ptr<platform::WrittenRaster> m_written;
 };
 
+TEST_F(WrittenRasterTest, TellsTheShareOfItsTypesLargestValue) {
+  // Every third row has it, of the second band the rows behind those. Of up to 1024 rows all are looked at, of 4000
+  // every third one, whatever the blocks.
+  const auto shareOf = [&](int height) {
+    m_written = std::make_shared<platform::WrittenRaster>(false);
+    CRasterSource file;
+    EXPECT_TRUE(file.CreateRaster(kFormatGeoTiff, m_folder.WidePath("high.tif"), 2, height, 2, PDT_INT16, kGrid, L"",
+                                  std::vector<std::string>{}));
+    m_written->Begin(file);
+    file.TellWritten(m_written);
+    EXPECT_EQ(m_written->ShareOfLargest(), 0.0);
+    for (int b = 0; b < 2; ++b) {
+      for (int top = 0; top < height; top += 7) {
+        const int rows = std::min(7, height - top);
+        std::vector<std::int16_t> samples;
+        for (int row = top; row < top + rows; ++row) samples.resize(samples.size() + 2, row % 3 == b ? 32767 : -32768);
+        EXPECT_EQ(file.GetRasterBand(b)->WriteBlock(0, top, 2, rows, samples.data(), 2, rows, PDT_INT16), 0);
+      }
+    }
+    return m_written->ShareOfLargest();
+  };
+  EXPECT_DOUBLE_EQ(shareOf(9), 1.0 / 3.0);
+  EXPECT_DOUBLE_EQ(shareOf(1023), 1.0 / 3.0);
+  EXPECT_DOUBLE_EQ(shareOf(4000), 0.5);
+}
+
 TEST_F(WrittenRasterTest, ChecksumsAreThoseOfTheRowsAndOfTheFile) {
   Write("a.tif", {0, 1, 2, 3});
   const std::vector<std::string> expected = {Expected(0), Expected(1)};

@@ -88,7 +88,7 @@ void DigestRowMath(std::mt19937& random, int n, Digest& digest) {
   const double weights[] = {-0.07, 0.6, 0.55, -0.08};
   const double* const lines[] = {line.data(), line.data() + 1, line.data() + 2, line.data() + 3};
   Row out = MakePositions(random, n, 0.0, 1.0);
-  fusion::AddRow(line.data(), n, out.data());
+  fusion::SumRows(lines, 4, n, out.data());
   fusion::AddScaledRow(line.data() + 2, 0.1, n, out.data());
   digest.Add(out);
   fusion::CombineRows(lines, weights, 4, n, out.data());
