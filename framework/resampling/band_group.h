@@ -24,6 +24,10 @@ FUSION_ALWAYS_INLINE void LoadGroup(const double* samples, BandGroup& group) {
   std::memcpy(&group, samples, sizeof group);
 }
 
+FUSION_ALWAYS_INLINE void StoreGroup(const BandGroup& group, double* samples) {
+  std::memcpy(samples, &group, sizeof group);
+}
+
 FUSION_ALWAYS_INLINE void AddScaled(const BandGroup& values, double weight, BandGroup& sum) {
   for (int b = 0; b < kBandGroup; ++b) sum[b] += weight * values[b];
 }
@@ -62,8 +66,20 @@ FUSION_ALWAYS_INLINE void Transpose(BandGroup& a, BandGroup& b, BandGroup& c, Ba
 
 /// From points side by side to one row for each band.
 FUSION_ALWAYS_INLINE void StoreGroups(const BandGroup* values, int n, double* const* out) {
-  for (int b = 0; b < kBandGroup; ++b) {
-    for (int i = 0; i < n; ++i) out[b][i] = values[i][b];
+  int i = 0;
+  for (; i + kBandGroup <= n; i += kBandGroup) {
+    BandGroup a = values[i];
+    BandGroup b = values[i + 1];
+    BandGroup c = values[i + 2];
+    BandGroup d = values[i + 3];
+    Transpose(a, b, c, d);
+    StoreGroup(a, out[0] + i);
+    StoreGroup(b, out[1] + i);
+    StoreGroup(c, out[2] + i);
+    StoreGroup(d, out[3] + i);
+  }
+  for (; i < n; ++i) {
+    for (int b = 0; b < kBandGroup; ++b) out[b][i] = values[i][b];
   }
 }
 

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "framework/resampling/band_group.h"
 #include "framework/resampling/bilinear.h"
@@ -75,7 +74,7 @@ struct Bicubic {
       AddProducts(w1 + i, t1, sum);
       AddProducts(w2 + i, t2, sum);
       AddProducts(w3 + i, t3, sum);
-      std::memcpy(out + i, &sum, sizeof sum);
+      StoreGroup(sum, out + i);
     }
     for (; i < n; ++i) {
       const double weight[] = {w0[i], w1[i], w2[i], w3[i]};
