@@ -97,6 +97,48 @@ GDALDataset* OpenNamed(const std::string& name, unsigned int flags, const char* 
   return nullptr;
 }
 
+/// Bytes of a decoded block of a GeoTIFF, with all bands where they lie in it together.
+double BlockBytes(GDALDataset& dataset) {
+  GDALRasterBand& band = *dataset.GetRasterBand(1);
+  int width = 0;
+  int height = 0;
+  band.GetBlockSize(&width, &height);
+  const char* interleave = dataset.GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
+  const int bands = interleave && EQUAL(interleave, "PIXEL") ? dataset.GetRasterCount() : 1;
+  return 1.0 * width * height * bands * GDALGetDataTypeSizeBytes(band.GetRasterDataType());
+}
+
+/// Whether a file may hold what it declares a block to be; GDAL makes room for one before it looks.
+bool MayHoldABlock(GDALDataset& dataset, double fileBytes) {
+  constexpr double kWorthALook = 1 << 28;
+  if (!dataset.GetDriver() || !EQUAL(dataset.GetDriver()->GetDescription(), "GTiff")) return true;
+  const double bytes = BlockBytes(dataset);
+  if (bytes <= kWorthALook) return true;
+  const char* compression = dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE");
+  // These tell of a block in a few bytes that it is the same all over.
+  if (compression && (STARTS_WITH_CI(compression, "LERC") || EQUAL(compression, "JXL"))) return true;
+  // No other packs that well: ZSTD, the best of them, comes to 33,000.
+  constexpr double kMostPacked = 1e5;
+  return bytes <= fileBytes * (compression ? kMostPacked : 1.0);
+}
+
+/// Why a raster that opens is none to work with; empty where it is one.
+std::string WhatCannotBe(GDALDataset& dataset, const std::string& name) {
+  if (dataset.GetRasterCount() == 0) {
+    return "it has no band of its own; an image inside it is opened by that image's name";
+  }
+  // Sums over an image count its pixels in doubles.
+  constexpr double kMostPixels = 9007199254740992.0;
+  const double pixels = static_cast<double>(dataset.GetRasterXSize()) * dataset.GetRasterYSize();
+  if (pixels > kMostPixels) return CPLSPrintf("it declares %.3g pixels, more than can be counted", pixels);
+  VSIStatBufL status;
+  if (VSIStatL(name.c_str(), &status) == 0 && !MayHoldABlock(dataset, static_cast<double>(status.st_size))) {
+    return CPLSPrintf("it declares blocks of %.3g bytes and has %.3g itself: it is damaged or cut off",
+                      BlockBytes(dataset), static_cast<double>(status.st_size));
+  }
+  return {};
+}
+
 GDALDataset* OpenDataset(const std::string& name, bool update) {
   CPLStringList options;
   const auto open = [&] {
@@ -118,15 +160,10 @@ GDALDataset* OpenDataset(const std::string& name, bool update) {
     dataset = open();
   }
   if (!dataset) return nullptr;
-  // Sums over an image count its pixels in doubles.
-  constexpr double kMostPixels = 9007199254740992.0;
-  const double pixels = static_cast<double>(dataset->GetRasterXSize()) * dataset->GetRasterYSize();
-  if (dataset->GetRasterCount() > 0 && pixels <= kMostPixels) return dataset;
-  const bool empty = dataset->GetRasterCount() == 0;
+  const std::string fault = WhatCannotBe(*dataset, name);
+  if (fault.empty()) return dataset;
   GDALClose(dataset);
-  CPLError(CE_Failure, CPLE_OpenFailed, "%s",
-           empty ? "it has no band of its own; an image inside it is opened by that image's name"
-                 : CPLSPrintf("it declares %.3g pixels, more than can be counted", pixels));
+  CPLError(CE_Failure, CPLE_OpenFailed, "%s", fault.c_str());
   return nullptr;
 }
 
