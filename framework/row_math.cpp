@@ -34,7 +34,7 @@ FUSION_MULTIVERSION(void, AddFourRows,
 }  // namespace
 
 void SumRows(const double* const* rows, int count, int n, double* out) {
-  // A factor of 1 changes nothing, and waits for the rows like the sum.
+  // A factor of 1 changes no value, and costs no time: the rows are waited for.
   constexpr double kOnes[] = {1.0, 1.0, 1.0, 1.0};
   int r = 0;
   for (; r + 4 <= count; r += 4) AddFourRows(rows + r, kOnes, r == 0, n, out);
