@@ -31,22 +31,27 @@ FUSION_MULTIVERSION(void, AddFourRows,
   }
 }
 
+/// @param factorsFrom of a row's number, the factors from that row's on
+template <typename FactorsFrom>
+void AddUp(const double* const* rows, const FactorsFrom& factorsFrom, int count, int n, double* out) {
+  int r = 0;
+  for (; r + 4 <= count; r += 4) AddFourRows(rows + r, factorsFrom(r), r == 0, n, out);
+  if (r == 0) ClearRow(n, out);
+  for (; r < count; ++r) AddScaledRow(rows[r], *factorsFrom(r), n, out);
+}
+
 }  // namespace
 
 void SumRows(const double* const* rows, int count, int n, double* out) {
   // A factor of 1 changes no value, and costs no time: the rows are waited for.
-  constexpr double kOnes[] = {1.0, 1.0, 1.0, 1.0};
-  int r = 0;
-  for (; r + 4 <= count; r += 4) AddFourRows(rows + r, kOnes, r == 0, n, out);
-  if (r == 0) ClearRow(n, out);
-  for (; r < count; ++r) AddScaledRow(rows[r], 1.0, n, out);
+  static constexpr double kOnes[] = {1.0, 1.0, 1.0, 1.0};
+  AddUp(
+      rows, [](int) { return kOnes; }, count, n, out);
 }
 
 void CombineRows(const double* const* rows, const double* factors, int count, int n, double* out) {
-  int r = 0;
-  for (; r + 4 <= count; r += 4) AddFourRows(rows + r, factors + r, r == 0, n, out);
-  if (r == 0) ClearRow(n, out);
-  for (; r < count; ++r) AddScaledRow(rows[r], factors[r], n, out);
+  AddUp(
+      rows, [factors](int r) { return factors + r; }, count, n, out);
 }
 
 }  // namespace fusion

@@ -43,13 +43,14 @@ void GdalErrors::Count(int number, const char* text) {
 
 GdalErrors::~GdalErrors() { CPLPopErrorHandler(); }
 
+bool IsGeoTiff(GDALDataset& dataset) {
+  return dataset.GetDriver() && EQUAL(dataset.GetDriver()->GetDescription(), "GTiff");
+}
+
 bool HasLargePlainStrips(GDALDataset& dataset) {
   constexpr std::int64_t kLarge = std::int64_t{1} << 20;
   GDALRasterBand* band = dataset.GetRasterBand(1);
-  if (!band || !dataset.GetDriver() || !EQUAL(dataset.GetDriver()->GetDescription(), "GTiff") ||
-      dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) {
-    return false;
-  }
+  if (!band || !IsGeoTiff(dataset) || dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) return false;
   int width = 0;
   int height = 0;
   band->GetBlockSize(&width, &height);
@@ -60,10 +61,7 @@ bool HasLargePlainStrips(GDALDataset& dataset) {
 /// Whether threads of GDAL's can decode a file's blocks of a band: those of several bands together would be decoded
 /// anew for every band.
 bool DecodesBandByBand(GDALDataset& dataset) {
-  if (!dataset.GetDriver() || !EQUAL(dataset.GetDriver()->GetDescription(), "GTiff") ||
-      !dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) {
-    return false;
-  }
+  if (!IsGeoTiff(dataset) || !dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE")) return false;
   const char* interleave = dataset.GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
   return dataset.GetRasterCount() == 1 || (interleave && EQUAL(interleave, "BAND"));
 }
@@ -108,18 +106,24 @@ double BlockBytes(GDALDataset& dataset) {
   return 1.0 * width * height * bands * GDALGetDataTypeSizeBytes(band.GetRasterDataType());
 }
 
-/// Whether a file may hold what it declares a block to be; GDAL makes room for one before it looks.
-bool MayHoldABlock(GDALDataset& dataset, double fileBytes) {
+/// Why a GeoTIFF cannot hold what it declares a block to be; empty where it may. GDAL makes room for one before it
+/// looks.
+std::string BeyondItsFile(GDALDataset& dataset, const std::string& name) {
   constexpr double kWorthALook = 1 << 28;
-  if (!dataset.GetDriver() || !EQUAL(dataset.GetDriver()->GetDescription(), "GTiff")) return true;
+  if (!IsGeoTiff(dataset)) return {};
   const double bytes = BlockBytes(dataset);
-  if (bytes <= kWorthALook) return true;
+  if (bytes <= kWorthALook) return {};
   const char* compression = dataset.GetMetadataItem("COMPRESSION", "IMAGE_STRUCTURE");
   // These tell of a block in a few bytes that it is the same all over.
-  if (compression && (STARTS_WITH_CI(compression, "LERC") || EQUAL(compression, "JXL"))) return true;
+  if (compression && (STARTS_WITH_CI(compression, "LERC") || EQUAL(compression, "JXL"))) return {};
+  VSIStatBufL status;
+  // Not every name is that of a file.
+  if (VSIStatL(name.c_str(), &status) != 0) return {};
+  const auto fileBytes = static_cast<double>(status.st_size);
   // No other packs that well: ZSTD, the best of them, comes to 33,000.
   constexpr double kMostPacked = 1e5;
-  return bytes <= fileBytes * (compression ? kMostPacked : 1.0);
+  if (bytes <= fileBytes * (compression ? kMostPacked : 1.0)) return {};
+  return CPLSPrintf("it declares blocks of %.3g bytes and has %.3g itself: it is damaged or cut off", bytes, fileBytes);
 }
 
 /// Why a raster that opens is none to work with; empty where it is one.
@@ -131,12 +135,7 @@ std::string WhatCannotBe(GDALDataset& dataset, const std::string& name) {
   constexpr double kMostPixels = 9007199254740992.0;
   const double pixels = static_cast<double>(dataset.GetRasterXSize()) * dataset.GetRasterYSize();
   if (pixels > kMostPixels) return CPLSPrintf("it declares %.3g pixels, more than can be counted", pixels);
-  VSIStatBufL status;
-  if (VSIStatL(name.c_str(), &status) == 0 && !MayHoldABlock(dataset, static_cast<double>(status.st_size))) {
-    return CPLSPrintf("it declares blocks of %.3g bytes and has %.3g itself: it is damaged or cut off",
-                      BlockBytes(dataset), static_cast<double>(status.st_size));
-  }
-  return {};
+  return BeyondItsFile(dataset, name);
 }
 
 GDALDataset* OpenDataset(const std::string& name, bool update) {

@@ -47,6 +47,7 @@ GDALDataset* OpenNamed(const std::string& name, unsigned int flags, const char* 
 /// strips are large is read past the cache of decoded blocks, where one strip would push out the other.
 GDALDataset* OpenDataset(const std::string& name, bool update);
 
+bool IsGeoTiff(GDALDataset& dataset);
 /// Whether a raster is one that OpenDataset has read past the cache.
 bool HasLargePlainStrips(GDALDataset& dataset);
 

@@ -49,7 +49,7 @@ bool HasSignedBytes(GDALRasterBand& band) {
 /// Whether every row of the band lies in a strip of a GeoTIFF that holds nothing but rows of this band.
 bool LiesInStrips(GDALRasterBand& band) {
   GDALDataset* dataset = band.GetDataset();
-  if (!dataset || !dataset->GetDriver() || !EQUAL(dataset->GetDriver()->GetDescription(), "GTiff")) return false;
+  if (!dataset || !platform::IsGeoTiff(*dataset)) return false;
   const char* interleave = dataset->GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
   int x = 0;
   int y = 0;

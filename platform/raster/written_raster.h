@@ -27,7 +27,7 @@ class WrittenRaster {
   /// Of each band, see ChecksumsOf; empty where it was not written as whole rows from top to bottom, once.
   std::vector<std::string> Checksums() const;
   /// The share of the samples that are the largest value of their type, by the rows that are looked at: every one of a
-  /// raster of up to 1024, about as many evenly spread ones of a higher one.
+  /// raster of less than 2048, 1024 or more evenly spread ones of a higher one.
   double ShareOfLargest() const;
 
  private:

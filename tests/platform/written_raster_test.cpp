@@ -61,8 +61,8 @@ class WrittenRasterTest : public testing::Test {
 };
 
 TEST_F(WrittenRasterTest, TellsTheShareOfItsTypesLargestValue) {
-  // Every third row has it, of the second band the rows behind those. Of up to 1024 rows all are looked at, of 4000
-  // every third one, whatever the blocks.
+  // Every third row has it, of the second band the rows behind those. Of fewer than 2048 rows all are looked at, of
+  // 4000 every third one, whatever the blocks.
   const auto shareOf = [&](int height) {
     m_written = std::make_shared<platform::WrittenRaster>(false);
     CRasterSource file;
@@ -82,7 +82,7 @@ TEST_F(WrittenRasterTest, TellsTheShareOfItsTypesLargestValue) {
     return m_written->ShareOfLargest();
   };
   EXPECT_DOUBLE_EQ(shareOf(9), 1.0 / 3.0);
-  EXPECT_DOUBLE_EQ(shareOf(1023), 1.0 / 3.0);
+  EXPECT_DOUBLE_EQ(shareOf(2046), 1.0 / 3.0);
   EXPECT_DOUBLE_EQ(shareOf(4000), 0.5);
 }
 
